@@ -1,0 +1,32 @@
+# Shortcuts for the two things that one wants first. Everything else is CMake: see the presets.
+JOBS ?= 2
+RELEASE = build/release/bin
+
+.PHONY: demo check build deps install bench clean
+
+demo: build
+	@sh scripts/demo.sh $(RELEASE)
+
+check: demo
+	cmake --preset dev
+	cmake --build --preset dev -j $(JOBS)
+	cmake --preset clang -DASZEL8_TESTS=OFF
+	cmake --build --preset clang -j $(JOBS)
+	sh scripts/check-install.sh build/release
+	ctest --preset dev -j $(JOBS)
+
+build: deps
+	cmake --preset release
+	cmake --build --preset release -j $(JOBS)
+
+deps:
+	@sh scripts/install-deps.sh
+
+install: build
+	cmake --install build/release --prefix $${PREFIX:-/opt/zel8}
+
+bench: build
+	cmake --build --preset release --target bench
+
+clean:
+	rm -rf build

@@ -1,0 +1,203 @@
+// bench_gen: writes a program of chosen shape and size, in the language of a chosen assembler, to standard output.
+//
+//     bench_gen SHAPE LINES [DIALECT]
+//
+// The measurement compares assemblers for different machines, so it needs programs that are the same in everything that
+// costs an assembler time: lines, labels, references to labels (near and far, forward and backward), symbols, expressions
+// and comments. So a program is made once, in terms of a small table of instructions that every one of these machines has in
+// some form, and only the last step, the text of one line, differs by dialect. All choices come from one random sequence
+// with a fixed start, of which each instruction takes the same number of draws in every dialect: line n of one dialect
+// is the counterpart of line n of any other, and a program is the same on every machine and on every day.
+//
+// A shape is a function that writes the lines, and a row of the table at the end. What limits a shape is the weakest of the
+// machines: conditional branches reach 63 words on AVR and 127 bytes on the 6502, so "near" is three blocks of eight
+// instructions, and single bits of an AVR port can be written in the first 32 addresses only.
+
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+enum dialect_t { ZEL8, AVR, NASM, CA65, DIALECTS };
+
+static const struct { const char *name; dialect_t dialect; } dialect_names[] = {
+    { "zel8", ZEL8 }, { "avr-gas", AVR }, { "avr-llvm", AVR }, { "nasm", NASM }, { "ca65", CA65 },
+};
+
+enum {
+    PORTS = 16, PORT_BASE = 0x05,       // symbols for bit operations
+    VARS = 24, VAR_BASE = 0x20,         // symbols for bytes of memory
+    BUFS = 24, BUF_BASE = 0x100,        // symbols above a byte, for low and high parts
+    SECTIONS = 8,
+    BLOCK_LINES = 10,
+    NEAR_BLOCKS = 3,
+    FAR_BLOCKS = 1000,                  // half of all far references stay within this distance
+};
+
+static dialect_t dialect;
+static uint64_t rng = 0x9E3779B97F4A7C15;
+
+static uint32_t draw(uint32_t below) {
+    rng ^= rng << 13;
+    rng ^= rng >> 7;
+    rng ^= rng << 17;
+    return (uint32_t)((rng >> 32) * below >> 32);
+}
+
+// The instructions, one column a dialect. An `@` and a letter stand for an operand:
+//   @v variable   @p port   @w buffer   @n near label   @f far label
+//   @k number below 16   @b bit number   @h two hexadecimal digits
+enum op_t {
+    LOW, HIGH, TWICE, CONST, ADDCONST, ADDRESS, STORE, STORENEXT, LOAD, ADD, INC, CLEAR, BITCLR, BITSET,
+    BRA, BZ, BNZ, BC, BNC, GOTO, CALL, OPS
+};
+
+static const char *const op_text[OPS][DIALECTS] = {
+    { "movlw\tlow(@w+@k)",  "ldi\tr24,lo8(@w+@k)", "mov\tal,(@w+@k) & 255",       "lda\t#<(@w+@k)" },
+    { "movlw\thigh(@w+@k)", "ldi\tr25,hi8(@w+@k)", "mov\tah,(@w+@k) >> 8",        "lda\t#>(@w+@k)" },
+    { "movlw\t@v*2+1",      "ldi\tr24,@v*2+1",     "mov\tal,@v*2+1",              "lda\t#@v*2+1" },
+    { "movlw\t0x@h",        "ldi\tr24,0x@h",       "mov\tal,0x@h",                "lda\t#$@h" },
+    { "addlw\t@k",          "subi\tr24,@k",        "add\tal,@k",                  "adc\t#@k" },
+    { "movlw\tlow(@f)",     "ldi\tr30,lo8(@f)",    "mov\tebx,@f",                 "lda\t#<@f" },
+    { "movwf\t@v,c",        "sts\t@v,r24",         "mov\t[@v],al",                "sta\t@v" },
+    { "movwf\t@v+1,c",      "sts\t@v+1,r24",       "mov\t[@v+1],al",              "sta\t@v+1" },
+    { "movf\t@v,w,c",       "lds\tr24,@v",         "mov\tal,[@v]",                "lda\t@v" },
+    { "addwf\t@v,f,c",      "subi\tr20,@v",        "add\t[@v],al",                "adc\t@v" },
+    { "incf\t@v+1,f,c",     "sts\t@v+1,r20",       "inc\tbyte [@v+1]",            "inc\t@v+1" },
+    { "clrf\t@v,c",         "sts\t@v,r1",          "mov\tbyte [@v],0",            "stz\t@v" },
+    { "bcf\t@p,@b,c",       "cbi\t@p,@b",          "and\tbyte [@p],~(1 << @b)",   "rmb@b\t@p" },
+    { "bsf\t@p,@b,c",       "sbi\t@p,@b",          "or\tbyte [@p],1 << @b",       "smb@b\t@p" },
+    { "bra\t@n",            "rjmp\t@n",            "jmp\tnear @n",                "bra\t@n" },
+    { "bz\t@n",             "breq\t@n",            "jz\tnear @n",                 "beq\t@n" },
+    { "bnz\t@n",            "brne\t@n",            "jnz\tnear @n",                "bne\t@n" },
+    { "bc\t@n",             "brcs\t@n",            "jc\tnear @n",                 "bcs\t@n" },
+    { "bnc\t@n",            "brcc\t@n",            "jnc\tnear @n",                "bcc\t@n" },
+    { "goto\t@f",           "jmp\t@f",             "jmp\tnear @f",                "jmp\t@f" },
+    { "call\t@f",           "call\t@f",            "call\t@f",                    "jsr\t@f" },
+};
+
+// The blocks that a program is woven of: eight instructions, two of them branches, three with an expression in a symbol,
+// two with a bare symbol and one with a number, or one and two.
+static const op_t blocks[][8] = {
+    { LOW,      STORE,     CONST,    STORENEXT, BNZ,   BITCLR,    TWICE,     CALL },
+    { LOAD,     ADDCONST,  BC,       STORENEXT, TWICE, ADD,       INC,       BRA },
+    { CONST,    STORENEXT, BZ,       LOW,       ADD,   ADDCONST,  INC,       GOTO },
+    { HIGH,     ADDCONST,  STORE,    BNC,       INC,   CALL,      CLEAR,     TWICE },
+    { LOW,      BNZ,       CONST,    STORENEXT, ADD,   ADDCONST,  INC,       BRA },
+    { ADDRESS,  STORE,     CONST,    STORENEXT, BZ,    BITSET,    INC,       CALL },
+    { BITSET,   LOAD,      ADDCONST, STORENEXT, GOTO,  LOW,       INC,       BNC },
+    { TWICE,    ADDCONST,  STORE,    BC,        LOW,   STORENEXT, BITCLR,    BRA },
+};
+
+static void put_section(int section) {
+    switch (dialect) {
+    case ZEL8: printf("\tpsect\ttext%d,class=CODE,reloc=2,delta=1\n", section); break;
+    case AVR: printf("\t.section\t.text%d,\"ax\",@progbits\n", section); break;
+    case NASM: printf("\tsection\ttext%d progbits alloc exec nowrite align=4\n", section); break;
+    default: printf("\t.segment\t\"TEXT%d\"\n", section);
+    }
+}
+
+static void put_equates(const char *stem, int count, int base, int step) {
+    static const char *const form[DIALECTS] = {
+        "%s%d\tequ\t0x%X\n", "\t.equ\t%s%d, 0x%X\n", "%s%d\tequ\t0x%X\n", "%s%d\t=\t$%X\n",
+    };
+    for (int i = 0; i < count; i++)
+        printf(form[dialect], stem, i, base + i * step);
+}
+
+struct place_t { int64_t block, first, last, total; };     // a block, the blocks of its section, and of the whole program
+
+static int64_t clamp(int64_t n, int64_t lo, int64_t hi) {
+    return n < lo ? lo : n > hi ? hi : n;
+}
+
+static void put_op(op_t op, const place_t *at) {
+    const uint32_t var = draw(VARS), port = draw(PORTS), buf = draw(BUFS), num = draw(16), bit = draw(8), hex = draw(256);
+    const int64_t near = clamp(at->block + (int64_t)draw(2 * NEAR_BLOCKS + 1) - NEAR_BLOCKS, at->first, at->last);
+    const uint32_t range = draw(2), distance = draw(2 * FAR_BLOCKS + 1), anywhere = draw((uint32_t)at->total);
+    const int64_t far = range ? (int64_t)anywhere : clamp(at->block + (int64_t)distance - FAR_BLOCKS, 0, at->total - 1);
+    putchar('\t');
+    for (const char *p = op_text[op][dialect]; *p; p++) {
+        if (*p != '@') {
+            putchar(*p);
+            continue;
+        }
+        switch (*++p) {
+        case 'v': printf("var%u", var); break;
+        case 'p': printf("port%u", port); break;
+        case 'w': printf("buffer%u", buf); break;
+        case 'k': printf("%u", num); break;
+        case 'b': printf("%u", bit); break;
+        case 'h': printf("%02x", hex); break;
+        case 'n': printf("block_%" PRId64, near); break;
+        case 'f': printf("block_%" PRId64, far); break;
+        }
+    }
+    putchar('\n');
+}
+
+// A head of one line for each equated symbol and each section; then `lines` lines, in blocks of a comment, a label and eight
+// instructions, dealt out evenly to the sections one after the other.
+static void shape_blocks(int64_t lines) {
+    const int64_t total = lines / BLOCK_LINES > 0 ? lines / BLOCK_LINES : 1;
+    put_equates("port", PORTS, PORT_BASE, 1);
+    put_equates("var", VARS, VAR_BASE, 2);
+    put_equates("buffer", BUFS, BUF_BASE, 0x21);
+    for (int section = 0; section < SECTIONS; section++) {
+        place_t at = { 0, total * section / SECTIONS, total * (section + 1) / SECTIONS - 1, total };
+        put_section(section);
+        for (at.block = at.first; at.block <= at.last; at.block++) {
+            printf("; block %" PRId64 " of the program, in section %d\nblock_%" PRId64 ":\n", at.block, section, at.block);
+            for (op_t op : blocks[draw(sizeof blocks / sizeof *blocks)])
+                put_op(op, &at);
+        }
+    }
+}
+
+static const struct { const char *name; void (*write)(int64_t lines); unsigned dialects; const char *what; } shapes[] = {
+    { "blocks", shape_blocks, (1U << DIALECTS) - 1,
+      "blocks of ten lines: comment, label, eight instructions of which two are branches" },
+};
+
+static int usage() {
+    fprintf(stderr, "usage: bench_gen SHAPE LINES [DIALECT]\nshapes:\n");
+    for (const auto &shape : shapes)
+        fprintf(stderr, "  %-10s %s\n", shape.name, shape.what);
+    fprintf(stderr, "dialects:");
+    for (const auto &d : dialect_names)
+        fprintf(stderr, " %s", d.name);
+    fputc('\n', stderr);
+    return 2;
+}
+
+int main(int argc, char **argv) {
+    if (argc != 3 && argc != 4)
+        return usage();
+    char *end;
+    const int64_t lines = strtoll(argv[2], &end, 10);
+    if (*end || lines < 1 || lines > 1000000000)
+        return usage();
+    bool known = false;
+    for (const auto &d : dialect_names)
+        if (!strcmp(d.name, argc == 4 ? argv[3] : "zel8"))
+            known = true, dialect = d.dialect;
+    if (!known)
+        return usage();
+    for (const auto &shape : shapes) {
+        if (strcmp(shape.name, argv[1]))
+            continue;
+        if (!(shape.dialects >> dialect & 1)) {
+            fprintf(stderr, "bench_gen: shape %s has no form in %s\n", argv[1], argv[3]);
+            return 1;
+        }
+        shape.write(lines);
+        if (fflush(stdout) || ferror(stdout)) {
+            perror("bench_gen: standard output");
+            return 1;
+        }
+        return 0;
+    }
+    return usage();
+}

@@ -1,0 +1,470 @@
+// bench_run: measures the assembler on programs that bench_gen makes, alone or side by side with assemblers for other
+// machines, and prints tables of time, memory and growth, and whether the figures aimed at are reached.
+//
+//     bench_run [--peers] [--optimise] [--quick] [--runs N] [--lines N] [--shape NAME] [--keep] [--aszel8 PATH]
+//
+// A figure such as "half a million lines a second" says little, since it changes with the machine, the hour and the program.
+// What can be compared is two assemblers on the same machine, at the same time, on the same shape of program. Hence the
+// order of things: make every program first (three sizes, each twice the one before, in each dialect); then go round the
+// assemblers again and again, one run each, so that a slow minute of the machine hits all of them; and take the best and the
+// median of each. The best is what a table compares, as noise only ever adds; the median shows how much noise there was.
+//
+// A run is a process from fork to exit: wall time from the monotonic clock, processor time and peak resident memory
+// from wait4. Standard output and standard error go to one file, and a run counts only if the exit status is 0 and that file
+// is empty, as a program that draws messages measures the messages. What may bite: the peak of a process is never below that
+// of the process that forked it, so nothing under some megabytes can be told apart. And an assembler whose time grows with
+// the square of the size would hold up all others: each has a budget for repeating a size, and a size is left out where the
+// one before shows that it would take minutes.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
+static const double repeat_budget = 10, skip_above = 60;     // seconds
+
+enum kind_t { OWN, OPTIMISE, PEER };
+
+// In the arguments `@i` is the source, `@o` the object file and `@c` the chip file.
+struct assembler_t {
+    const char *name;
+    kind_t kind;
+    const char *dialect, *package, *commands[2], *args[7], *version;
+};
+
+static const assembler_t assemblers[] = {
+    { "aszel8", OWN, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
+    { "aszel8 -O", OPTIMISE, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "gas-avr", PEER, "avr-gas", "binutils-avr", { "avr-as" }, { "-mmcu=avr6", "-o", "@o", "@i" }, "--version" },
+    { "llvm-avr", PEER, "avr-llvm", "llvm-14", { "/usr/lib/llvm-14/bin/llvm-mc", "llvm-mc" },
+      { "-triple=avr", "-mcpu=atmega2560", "-filetype=obj", "-o", "@o", "@i" }, "--version" },
+    { "nasm", PEER, "nasm", "nasm", { "nasm" }, { "-f", "elf32", "-o", "@o", "@i" }, "-v" },
+    { "ca65", PEER, "ca65", "cc65", { "ca65" }, { "--cpu", "65C02", "-o", "@o", "@i" }, "--version" },
+};
+
+struct run_t { double wall, cpu; long peak_kb; };
+
+struct result_t { std::vector<run_t> runs; double spent = 0; bool off = false; };
+
+struct contestant_t {
+    const assembler_t *row;
+    std::string command;
+    result_t sized[SIZES], start;
+};
+
+static struct {
+    bool peers, optimise, quick, keep;
+    int runs = 7;
+    int64_t lines = 500000;
+    std::string shape = "blocks", aszel8, gen, dir;
+} opt;
+
+[[noreturn]] static void die(const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    fputs("bench_run: ", stderr);
+    vfprintf(stderr, format, args);
+    va_end(args);
+    fputc('\n', stderr);
+    if (!opt.dir.empty() && !opt.keep)
+        std::filesystem::remove_all(opt.dir);
+    exit(1);
+}
+
+static int64_t size_of(int size) {
+    return size == 0 ? opt.lines / 2 : size == 1 ? opt.lines : opt.lines * 2;
+}
+
+static std::string source_of(const char *dialect, int size) {
+    const std::string number = size < 0 ? "start" : std::to_string(size_of(size));
+    return opt.dir + "/" + dialect + "-" + number + ".asm";
+}
+
+static double now() {
+    timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
+}
+
+static double seconds(const timeval &t) {
+    return (double)t.tv_sec + (double)t.tv_usec * 1e-6;
+}
+
+// Runs a command with its standard output (and its standard error, if `both`) in `out`. False if it didn't exit with 0.
+static bool spawn(const std::vector<std::string> &words, const std::string &out, bool both, run_t *run) {
+    std::vector<char *> argv;
+    for (const std::string &word : words)
+        argv.push_back(const_cast<char *>(word.c_str()));
+    argv.push_back(nullptr);
+    const double begin = now();
+    const pid_t pid = fork();
+    if (pid < 0)
+        die("can't fork: %s", strerror(errno));
+    if (pid == 0) {
+        const int in = open("/dev/null", O_RDONLY), fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+        dup2(in, 0);
+        dup2(fd, 1);
+        if (both)
+            dup2(fd, 2);
+        execv(argv[0], argv.data());
+        dprintf(2, "can't run %s: %s\n", argv[0], strerror(errno));
+        _exit(127);
+    }
+    int status;
+    rusage use;
+    while (wait4(pid, &status, 0, &use) < 0)
+        if (errno != EINTR)
+            die("can't wait: %s", strerror(errno));
+    *run = { now() - begin, seconds(use.ru_utime) + seconds(use.ru_stime), use.ru_maxrss };
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+static std::string first_line(FILE *f) {
+    char line[300];
+    std::string text;
+    while (text.empty() && f && fgets(line, sizeof line, f))
+        text.assign(line, strcspn(line, "\n"));
+    return text.substr(std::min(text.find_first_not_of(' '), text.size()));
+}
+
+// The command's path, or nothing. A name without a slash is searched for in the places of PATH.
+static std::string find_command(const char *name) {
+    if (strchr(name, '/'))
+        return access(name, X_OK) ? "" : name;
+    const char *path = getenv("PATH");
+    for (std::string rest = path ? path : "/usr/bin:/bin"; !rest.empty();) {
+        const size_t colon = std::min(rest.find(':'), rest.size());
+        const std::string found = rest.substr(0, colon) + "/" + name;
+        if (!access(found.c_str(), X_OK))
+            return found;
+        rest.erase(0, colon + 1);
+    }
+    return "";
+}
+
+static std::string command_of(const assembler_t &row) {
+    if (row.kind != PEER)
+        return access(opt.aszel8.c_str(), X_OK) ? "" : opt.aszel8;
+    for (const char *name : row.commands)
+        if (name)
+            if (std::string found = find_command(name); !found.empty())
+                return found;
+    return "";
+}
+
+static void install_peers() {
+    std::string missing;
+    for (const assembler_t &row : assemblers)
+        if (row.kind == PEER && command_of(row).empty())
+            missing.append(" ").append(row.package);
+    if (missing.empty())
+        return;
+    if (find_command("apt-get").empty()) {
+        printf("These packages are missing, and there is no apt-get to install them:%s\n", missing.c_str());
+        return;
+    }
+    printf("installing:%s\n", missing.c_str());
+    fflush(stdout);
+    const std::string sudo = geteuid() ? "sudo " : "";
+    const std::string script = sudo + "apt-get update -qq; " + sudo +
+        "env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends" + missing;
+    if (system(script.c_str()))
+        printf("not all could be installed\n");
+}
+
+// A chip of its own, so that the figures don't change with the sample chips: the core registers and as many others
+// as make up SFR_LINES, each with one field, one address after the other up to the top of memory.
+static void write_chip(const std::string &path) {
+    static const char *const core[] = {
+        "TOSU", "TOSH", "TOSL", "STKPTR", "PCLATU", "PCLATH", "PCL", "TBLPTRU", "TBLPTRH", "TBLPTRL", "TABLAT", "PRODH",
+        "WREG", "PRODL", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "FSR0H", "FSR0L", "INDF1", "POSTINC1",
+        "POSTDEC1", "PREINC1", "PLUSW1", "FSR1H", "FSR1L", "BSR", "INDF2", "POSTINC2", "POSTDEC2", "PREINC2", "PLUSW2",
+        "FSR2H", "FSR2L", "STATUS",
+    };
+    const int cores = sizeof core / sizeof *core;
+    FILE *f = fopen(path.c_str(), "w");
+    if (!f)
+        die("can't write %s", path.c_str());
+    fputs("[ZEL8BENCH]\nARCH=ZEL8\nPROCID=BE00\nRAMSIZE=1000\nROMSIZE=200000\nPCBITS=14\nBSRBITS=4\nCOMMON=0-5F\n"
+          "SFRCOMMON=F60-FFF\nGPRBANKS=60-FF,100-1FF,200-2FF,300-3FF\nSFRBANKS=ED4-FFF\nCFGMEM=300000-30000D\n", f);
+    for (int left = SFR_LINES; left-- > 0;)
+        if (left < cores)
+            fprintf(f, "SFR=%s,%X,8\n", core[left], 0xFFF - left);
+        else
+            fprintf(f, "SFR=PERIPH%d,%X,8\n", left, 0xFFF - left);
+    for (int left = SFR_LINES; left-- > 0;)
+        fprintf(f, "SFRFLD=FIELD%d,%X,%d,1\n", left, 0xFFF - left, left % 8);
+    fclose(f);
+}
+
+// Makes the programs of a dialect. False if the shape can't be had in it.
+static bool generate(const char *dialect) {
+    for (int size = -1; size < SIZES; size++) {
+        const std::string path = source_of(dialect, size);
+        if (std::filesystem::exists(path))
+            continue;
+        run_t run;
+        if (size >= 0 && !spawn({ opt.gen, opt.shape, std::to_string(size_of(size)), dialect }, path, false, &run))
+            return false;
+        if (size < 0)
+            if (FILE *f = fopen(path.c_str(), "w")) {
+                fputs("\tnop\n", f);
+                fclose(f);
+            }
+    }
+    return true;
+}
+
+static void measure(contestant_t *c, int size, result_t *result) {
+    const std::string in = source_of(c->row->dialect, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
+    std::vector<std::string> words = { c->command };
+    for (const char *arg : c->row->args) {
+        if (!arg)
+            break;
+        std::string word = arg;
+        if (const size_t at = word.find('@'); at != std::string::npos)
+            word.replace(at, 2, word[at + 1] == 'i' ? in : word[at + 1] == 'o' ? out : opt.dir + "/chip.ini");
+        words.push_back(word);
+    }
+    unlink(out.c_str());
+    run_t run;
+    const bool fine = spawn(words, log, true, &run);
+    if (!fine || std::filesystem::file_size(log) || access(out.c_str(), R_OK)) {
+        FILE *f = fopen(log.c_str(), "r");
+        printf("%s: no figures for %s: %s%s\n", c->row->name, in.substr(opt.dir.size() + 1).c_str(),
+               fine ? "" : "it failed: ", first_line(f).c_str());
+        if (f)
+            fclose(f);
+        *result = {};
+        result->off = true;
+        return;
+    }
+    result->runs.push_back(run);
+    result->spent += run.wall;
+}
+
+static double best(const result_t &result) {
+    double least = 0;
+    for (const run_t &run : result.runs)
+        least = least == 0 ? run.wall : std::min(least, run.wall);
+    return least;
+}
+
+static double median(const result_t &result) {
+    std::vector<double> all;
+    for (const run_t &run : result.runs)
+        all.push_back(run.wall);
+    std::sort(all.begin(), all.end());
+    return all.empty() ? 0 : (all[all.size() / 2] + all[(all.size() - 1) / 2]) / 2;
+}
+
+static double least_cpu(const result_t &result) {
+    double least = 1e9;
+    for (const run_t &run : result.runs)
+        least = std::min(least, run.cpu);
+    return least;
+}
+
+static double peak_mb(const result_t &result) {
+    long most = 0;
+    for (const run_t &run : result.runs)
+        most = std::max(most, run.peak_kb);
+    return (double)most / 1024;
+}
+
+static void measure_all(std::vector<contestant_t> &all) {
+    for (int round = 0; round < opt.runs; round++)
+        for (int size = 0; size < SIZES; size++)
+            for (contestant_t &c : all) {
+                result_t *result = &c.sized[size];
+                if (round == 0 && size > 0 && (c.sized[size - 1].off || 4 * best(c.sized[size - 1]) > skip_above)) {
+                    printf("%s: left out at %lld lines\n", c.row->name, (long long)size_of(size));
+                    result->off = true;
+                }
+                if (!result->off && result->spent < repeat_budget)
+                    measure(&c, size, result);
+            }
+    for (int round = 0; round < START_RUNS; round++)
+        for (contestant_t &c : all)
+            if (!c.start.off)
+                measure(&c, -1, &c.start);
+}
+
+static const contestant_t *by_name(const std::vector<contestant_t> &all, const char *name) {
+    for (const contestant_t &c : all)
+        if (!strcmp(c.row->name, name))
+            return &c;
+    return nullptr;
+}
+
+static void print_sizes(const std::vector<contestant_t> &all) {
+    const contestant_t *gas = by_name(all, "gas-avr");
+    printf("\n| assembler |   lines | runs | best s | median s |  cpu s | lines/s | to gas-avr | peak MB |\n"
+           "|-----------|--------:|-----:|-------:|---------:|-------:|--------:|-----------:|--------:|\n");
+    for (int size = 0; size < SIZES; size++)
+        for (const contestant_t &c : all) {
+            const result_t &r = c.sized[size];
+            if (r.runs.empty())
+                continue;
+            printf("| %-9s | %7lld | %4zu | %6.3f | %8.3f | %6.3f | %7.0f | ", c.row->name, (long long)size_of(size),
+                   r.runs.size(), best(r), median(r), least_cpu(r), (double)size_of(size) / best(r));
+            gas && !gas->sized[size].runs.empty() ? printf("%9.2fx", best(gas->sized[size]) / best(r)) : printf("%10s", "-");
+            printf(" | %7.1f |\n", peak_mb(r));
+        }
+}
+
+static double growth(const contestant_t &c, int size) {
+    return c.sized[size].runs.empty() || c.sized[size - 1].runs.empty() ? 0 : best(c.sized[size]) / best(c.sized[size - 1]);
+}
+
+static void print_growth(const std::vector<contestant_t> &all) {
+    printf("\n| growth    | time, %7lld to %7lld lines | memory | time, %7lld to %7lld lines | memory |\n"
+           "|-----------|-------------------------------:|-------:|-------------------------------:|-------:|\n",
+           (long long)size_of(0), (long long)size_of(1), (long long)size_of(1), (long long)size_of(2));
+    for (const contestant_t &c : all) {
+        printf("| %-9s |", c.row->name);
+        for (int size = 1; size < SIZES; size++)
+            if (growth(c, size) > 0)
+                printf(" %30.2f | %6.2f |", growth(c, size), peak_mb(c.sized[size]) / peak_mb(c.sized[size - 1]));
+            else
+                printf(" %30s | %6s |", "-", "-");
+        printf("\n");
+    }
+}
+
+static void print_start(const std::vector<contestant_t> &all) {
+    printf("\n| one line  | best ms | median ms | peak MB |\n|-----------|--------:|----------:|--------:|\n");
+    for (const contestant_t &c : all)
+        if (!c.start.runs.empty())
+            printf("| %-9s | %7.2f | %9.2f | %7.1f |\n", c.row->name, best(c.start) * 1e3, median(c.start) * 1e3,
+                   peak_mb(c.start));
+}
+
+static void print_aim(const char *what, double figure, const char *relation, double aim) {
+    const bool met = *relation == '>' ? figure >= aim : figure <= aim;
+    printf("%-62s %8.2f  (%s %g)  %s\n", what, figure, relation, aim, met ? "reached" : "NOT REACHED");
+}
+
+static void print_aims(const std::vector<contestant_t> &all) {
+    const contestant_t *own = by_name(all, "aszel8"), *gas = by_name(all, "gas-avr"), *llvm = by_name(all, "llvm-avr");
+    if (!own || own->sized[1].runs.empty())
+        return;
+    printf("\n");
+    if (gas && !gas->sized[1].runs.empty())
+        print_aim("lines per second, as a multiple of GNU as for AVR", best(gas->sized[1]) / best(own->sized[1]), ">=", 1);
+    if (llvm && !llvm->sized[1].runs.empty())
+        print_aim("peak memory, as a fraction of LLVM's for AVR", peak_mb(own->sized[1]) / peak_mb(llvm->sized[1]), "<=", 1);
+    for (int size = 1; size < SIZES; size++)
+        if (growth(*own, size) > 0)
+            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*own, size),
+                      "<=", 2.1);
+    if (!own->start.runs.empty())
+        print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 10);
+}
+
+static void print_head(const std::vector<contestant_t> &all) {
+    char date[40], line[300];
+    const time_t t = time(nullptr);
+    strftime(date, sizeof date, "%Y-%m-%d", localtime(&t));
+    std::string model = "unknown processor";
+    if (FILE *f = fopen("/proc/cpuinfo", "r")) {
+        while (fgets(line, sizeof line, f))
+            if (const char *colon = strchr(line, ':'); colon && !strncmp(line, "model name", 10)) {
+                model.assign(colon + 2, strcspn(colon + 2, "\n"));
+                break;
+            }
+        fclose(f);
+    }
+    printf("%s, %ld x %s, shape \"%s\"\n", date, sysconf(_SC_NPROCESSORS_ONLN), model.c_str(), opt.shape.c_str());
+    for (const contestant_t &c : all)
+        if (c.row->version)
+            if (FILE *f = popen((c.command + " " + c.row->version + " 2>&1").c_str(), "r")) {
+                printf("%s: %s\n", c.row->name, first_line(f).c_str());
+                pclose(f);
+            }
+}
+
+static void read_options(int argc, char **argv) {
+    const std::string bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    opt.aszel8 = bin + "/aszel8";
+    opt.gen = bin + "/bench_gen";
+    for (int i = 1; i < argc; i++) {
+        const std::string word = argv[i];
+        const char *value = i + 1 < argc ? argv[i + 1] : "";
+        if (word == "--peers")
+            opt.peers = true;
+        else if (word == "--optimise")
+            opt.optimise = true;
+        else if (word == "--quick")
+            opt.runs = 3, opt.lines = 50000;
+        else if (word == "--keep")
+            opt.keep = true;
+        else if (word == "--runs" && (opt.runs = atoi(value)) > 0)
+            i++;
+        else if (word == "--lines" && (opt.lines = atoll(value)) >= 20 && opt.lines <= 100000000)
+            i++;
+        else if (word == "--shape" && *value)
+            opt.shape = value, i++;
+        else if (word == "--aszel8" && *value)
+            opt.aszel8 = value, i++;
+        else
+            die("unknown or incomplete option %s\nusage: bench_run [--peers] [--optimise] [--quick] [--runs N] [--lines N] "
+                "[--shape NAME] [--keep] [--aszel8 PATH]", word.c_str());
+    }
+}
+
+int main(int argc, char **argv) {
+    read_options(argc, argv);
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    if (opt.peers)
+        install_peers();
+    std::vector<contestant_t> all;
+    for (const assembler_t &row : assemblers) {
+        if ((row.kind == PEER && !opt.peers) || (row.kind == OPTIMISE && !opt.optimise))
+            continue;
+        const std::string command = command_of(row);
+        if (command.empty())
+            printf("%s: skipped, it isn't there\n", row.name);
+        else
+            all.push_back({ &row, command, {}, {} });
+    }
+    if (all.empty())
+        die("nothing to measure");
+    const char *tmp = getenv("TMPDIR");
+    opt.dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/bench-XXXXXX";
+    if (!mkdtemp(opt.dir.data()))
+        die("can't make a directory %s: %s", opt.dir.c_str(), strerror(errno));
+    write_chip(opt.dir + "/chip.ini");
+    std::erase_if(all, [](const contestant_t &c) {
+        const bool made = generate(c.row->dialect);
+        if (!made)
+            printf("%s: skipped, no program of shape %s\n", c.row->name, opt.shape.c_str());
+        return !made;
+    });
+    if (all.empty())
+        die("nothing to measure");
+    print_head(all);
+    measure_all(all);
+    print_sizes(all);
+    print_growth(all);
+    print_start(all);
+    print_aims(all);
+    if (opt.keep)
+        printf("\nprograms are in %s\n", opt.dir.c_str());
+    else
+        std::filesystem::remove_all(opt.dir);
+    return 0;
+}

@@ -1,0 +1,15 @@
+#!/bin/sh
+# Installs a build into a scratch directory and assembles from another working directory with it, so that an installation is
+# known to find its data.
+set -eu
+
+build=$1
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cmake --install "$build" --prefix "$scratch/zel8" >/dev/null
+version=$(ls "$scratch/zel8")
+printf '\tpsect\ttext,class=CODE,reloc=2,delta=1\nstart:\n\tmovlw\t5\n\tgoto\tstart\n' >"$scratch/t.as"
+cd "$scratch"
+"$scratch/zel8/$version/bin/aszel8" -mcpu=ZEL8K10 t.as
+"$scratch/zel8/$version/bin/zelobj" --verify t.obj | grep -q 'movlw' || { echo "installation: no code in t.obj" >&2; exit 1; }
+echo "installation in $version/bin works"

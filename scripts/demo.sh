@@ -1,0 +1,16 @@
+#!/bin/sh
+# Assembles every example and shows the object file of one.
+set -eu
+bin=$(cd "$1" && pwd)
+out=$(cd "$(dirname "$0")/.." && pwd)/build/examples
+mkdir -p "$out"
+cd "$(dirname "$0")/../examples"
+for source in *.as; do
+    "$bin/aszel8" -mcpu=ZEL8K10 "-O$out/${source%.as}.obj" "$source"
+    "$bin/zelobj" --verify "$out/${source%.as}.obj" >/dev/null
+    echo "assembled examples/$source"
+done
+echo
+echo "The object file of examples/blink.as, as zelobj prints it:"
+echo
+"$bin/zelobj" "$out/blink.obj"

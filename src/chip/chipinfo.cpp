@@ -1,0 +1,348 @@
+// chipinfo: the reader of the chip information file.
+//
+// The file is a text in sections, one a chip, with a head of attributes that hold for all of them. Reading goes line by
+// line: the head is taken in, sections of other chips are passed over, the wanted section is taken in up to the next
+// header, and the record's own module checks the result. A chip may be asked for by the tail of its name, "8K10" for
+// "ZEL8K10"; such a section is only remembered, since the whole name may stand further on, and it is gone back to at the
+// end of the file.
+//
+// Every attribute's values are kept as text, in order, in a table of the head or of the section. Numbers and ranges are
+// handed to the record as they are read besides. The record forgets them at each section header: what the head says
+// counts in look-ups and checks, but its numbers don't reach the chip. They need the architecture, so in a section ARCH
+// comes before them.
+//
+// The words of a line come from strtok_r on the line buffer. A line that is longer than the buffer is read as several
+// lines, as fgets gives them, and what stands behind a NUL byte is not seen.
+#include "chip/chipinfo.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <strings.h>
+
+#include "common/alert.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "env/osdep.h"
+#include "env/registry.h"
+
+enum : unsigned { LINE_SIZE = 3072, ATTRIBUTE_BUCKETS = 13, WARNED_BUCKETS = 127 };
+
+typedef hash_of<const char *, vector_t *> attrs_t;
+
+static struct {
+    const char *file = "";
+    int line;
+    hash_of<const char *, uint64_t> warned;   // "line key" of the unknown attributes that were reported
+    char text[LINE_SIZE];                     // the current line
+} st;
+
+const char *chipinfo_file() { return st.file; }
+int chipinfo_line() { return st.line; }
+
+void chipinfo_fail(const chipinfo_t *ci, const char *format, ...) {
+    va_list args;
+    va_start(args, format);
+    const char *text = cache_vprintf(format, args);
+    va_end(args);
+    if (ci && ci->c_name) text = cache_printf("%s for chip %s", text, ci->c_name);
+    alert_msg(919, text, st.file, st.line);
+}
+
+// ---- the file of a chip
+
+const char *chip_find_INI_path(const char *chip) {
+    if (!chip) return nullptr;
+    const char *lower = cache_lower(cache_concat(chip, ".ini"));
+    const char *core = cache_after_prefix_nocase(chip, "zel");
+    if (!core) core = chip;
+    const char *names[] = {cache_concat("ini/", lower), lower, *core == '8' ? "zelc-8.ini" : "zelc.ini"};
+    for (const char *name : names) {
+        const char *path = reg_mkpath(REG_DAT, name);
+        if (file_exists(path)) return path;
+    }
+    return nullptr;
+}
+
+const char *chip_alias_INI_path(const chipinfo_t *ci) {
+    if (const char *path = chip_find_INI_path(ci->c_alias)) return path;
+    const char *path = cache_path_join(cache_dirname(ci->c_file), cache_lower(cache_concat(ci->c_alias, ".ini")));
+    return file_exists(path) ? path : nullptr;
+}
+
+// ---- keys
+
+// The vocabulary. S: one hexadecimal number; R: ranges; T: text, or a form that is taken apart later.
+struct keyword_t {
+    const char *name;
+    char kind;
+};
+static constexpr keyword_t keys[] = {
+    {"SFRFILE", 'T'}, {"MODULE", 'T'}, {"JARS", 'T'}, {"MANUFACTURER", 'T'}, {"COMPILER", 'T'}, {"DEBUGGER", 'T'},
+    {"DEFAULTMEM", 'T'}, {"DEFAULTREG", 'T'}, {"ARCHCLASS", 'T'}, {"MAKE", 'T'}, {"ALIAS", 'T'},
+    {"RAMSIZE", 'S'}, {"ROMSIZE", 'S'}, {"BANKS", 'S'}, {"DATABANK", 'S'}, {"SPAREBIT", 'S'}, {"OSCCAL", 'S'},
+    {"OSCCON", 'S'}, {"FLASH_READ", 'S'}, {"FLASH_WRITE", 'S'}, {"FLASH_ERASE", 'S'}, {"STACKDEPTH", 'S'},
+    {"PAGESIZE", 'S'}, {"BANKSIZE", 'S'}, {"LINEARBASE", 'S'}, {"PCBITS", 'S'}, {"EEADRBITS", 'S'},
+    {"BANKSELBITS", 'S'}, {"BSRBITS", 'S'},
+    {"RAMBANK", 'R'}, {"COMMON", 'R'}, {"PROBE1RAM", 'R'}, {"PROBE1ROM", 'R'}, {"PROBE2RAM", 'R'}, {"PROBE2ROM", 'R'},
+    {"PROBE3RAM", 'R'}, {"PROBE3ROM", 'R'}, {"PROBEXROM", 'R'}, {"PROBEXRAM", 'R'}, {"FLASHDATA", 'R'},
+    {"VOLSFRS", 'R'}, {"EEPROM", 'R'}, {"CONFIG", 'R'}, {"IDLOC", 'R'}, {"GPRBANKS", 'R'}, {"SFRBANKS", 'R'},
+    {"EXTMEM", 'R'}, {"CFGMEM", 'R'}, {"USERIDMEM", 'R'}, {"DEVIDMEM", 'R'}, {"SFRCOMMON", 'R'},
+    {"PROCID", 'T'}, {"START", 'T'}, {"LIB", 'T'}, {"ERRATA", 'T'}, {"FAMILY", 'T'}, {"FLASH_EW", 'T'}, {"PLIB", 'T'},
+    {"IVTBASE", 'T'}, {"INTSTAT", 'T'}, {"INTSRC", 'T'}, {"IVTENABLE", 'T'}, {"SFR", 'T'}, {"SFRFLD", 'T'},
+    {"PROGMEM", 'T'}, {"FLASHTYPE", 'T'}, {"OSCHOW", 'T'}, {"EEPROMINT", 'T'},
+};
+enum : unsigned { KEY_COUNT = sizeof keys / sizeof keys[0] };
+
+// The number of keys of a kind ahead of key `n`: the index that the record knows a scalar or range key by.
+static constexpr uint32_t index_in_kind(unsigned n, char kind) {
+    uint32_t index = 0;
+    for (unsigned i = 0; i < n; ++i) index += keys[i].kind == kind;
+    return index;
+}
+static_assert(KEY_COUNT == 68);
+static_assert(index_in_kind(KEY_COUNT, 'S') == SCALAR_COUNT && index_in_kind(KEY_COUNT, 'R') == RANGE_COUNT);
+
+static int find_key(const char *name) {
+    for (unsigned i = 0; i < KEY_COUNT; ++i)
+        if ((name[0] & 0x5F) == keys[i].name[0] && strcasecmp(name, keys[i].name) == 0) return static_cast<int>(i);
+    return -1;
+}
+
+static uint32_t attribute_hash(word_t key) {
+    uint32_t h = 0;
+    for (const char *s = from_word<const char *>(key); *s; ++s) {
+        unsigned char c = static_cast<unsigned char>(*s);
+        h = h * 16 + (c >= 'A' && c <= 'Z' ? c + 32u : c);
+    }
+    return h;
+}
+
+vec_t<const char *> chipinfo_get_list(const chipinfo_t *ci, const char *key) {
+    vector_t *list = hash_lookup(ci->c_attrs, key);
+    return {list ? list : hash_lookup(ci->c_fileattrs, key)};
+}
+
+const char *chipinfo_get_value(const chipinfo_t *ci, const char *key) {
+    vec_t<const char *> list = chipinfo_get_list(ci, key);
+    return list ? vec_elementAt(list, 0) : nullptr;
+}
+
+void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std::initializer_list<const char *> names) {
+    const char *joined = nullptr;
+    unsigned present = 0, found = 0;
+    for (const char *name : names) {
+        joined = joined ? cache_printf("%s/%s", joined, name) : name;
+        vec_t<const char *> list = chipinfo_get_list(ci, name);
+        present += static_cast<bool>(list);
+        found += vec_size(list);
+    }
+    if (required && present == 0) alert_msg(1015, joined, st.file, st.line);
+    if (expected == ANY_COUNT || present == 0 || found == expected) return;
+    const char *plural = found == 1 ? "" : "s";
+    if (found == 0) alert_msg(1016, expected == 1 ? "" : "s", joined, st.file, st.line);
+    else if (expected == 0) alert_msg(1017, plural, joined, st.file, st.line);
+    else if (expected == 1 && found == 2) alert_msg(1019, joined, st.file, st.line);
+    else alert_msg(1018, joined, plural, found, expected, st.file, st.line);
+}
+
+// ---- attributes
+
+// Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text.
+static bool scan_hex(const char *s, uint32_t *out) {
+    if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s += 2;
+    size_t digits = strspn(s, "0123456789abcdefABCDEF");
+    uint64_t n = 0;
+    if (digits == 0 || s[digits] != '\0') return false;
+    for (; *s; ++s) {
+        n = n * 16 + static_cast<unsigned>(*s <= '9' ? *s - '0' : (*s & 0x5F) - 'A' + 10);
+        if (n > UINT32_MAX) return false;
+    }
+    *out = static_cast<uint32_t>(n);
+    return true;
+}
+
+// Hands a key's pairs of bounds to the record. The text is cut up.
+static void read_ranges(chipinfo_t *ci, const char *key, uint32_t index, char *text) {
+    char *rest, *word = strtok_r(text, "-,", &rest);
+    do {
+        uint32_t lo, hi;
+        const char *second = word ? strtok_r(nullptr, "-,", &rest) : nullptr;
+        if (!second || !scan_hex(word, &lo) || !scan_hex(second, &hi) || lo > hi) {
+            alert_msg(1022, key, st.file, st.line);
+            return;
+        }
+        chip_addRange(ci, index, lo, hi);
+        word = strtok_r(nullptr, "-,", &rest);
+    } while (word);
+}
+
+// Where attributes go, and what was seen of them.
+struct level_t {
+    bool section;
+    bool arch_seen;
+    attrs_t *attrs;
+};
+
+static void set_arch(chipinfo_t *ci, level_t *level, const char *value) {
+    if (level->arch_seen) alert_msg(816, st.file, st.line);
+    level->arch_seen = true;
+    const arch_row_t *row = value ? arch_find(value) : nullptr;
+    if (row) ci->c_arch = row;
+    else alert_msg(value ? 1025 : 1024, st.file, st.line);
+}
+
+// Says once a line that a key is unknown.
+static void report_unknown(const char *key) {
+    if (!st.warned) st.warned = hash_make<const char *, uint64_t>(WARNED_BUCKETS, hash_string, hash_strcmp);
+    if (hash_insert(st.warned, cache_printf("%d %s", st.line, key), 1)) alert_msg_nl(1020, key, st.file, st.line);
+}
+
+// Takes in one line that is neither empty, a comment nor a header.
+static void read_attribute(chipinfo_t *ci, level_t *level, char *s) {
+    char *rest;
+    char *name = strtok_r(s, level->section ? "= \t\r\n" : "=: \t\r\n", &rest);
+    if (!name) return;
+    char *text = strtok_r(nullptr, ":= \t\r\n", &rest);
+    if (strcasecmp(name, "ARCH") == 0) return set_arch(ci, level, text);
+    int at = find_key(name);
+    if (at < 0) return report_unknown(name);
+
+    const char *key = keys[at].name, *value = cache_string(text);
+    if (strcmp(key, "ALIAS") == 0) {   // a bare ALIAS in the section undoes one in the head
+        ci->c_alias = value;
+        return;
+    }
+    if (strcmp(key, "MAKE") == 0) ci->c_make = value;
+    char kind = keys[at].kind;
+    uint32_t index = index_in_kind(static_cast<unsigned>(at), kind);
+    if (value && kind != 'T' && level->section && !ci->c_arch) alert_msg(1026, st.file, st.line);
+    if (value && kind == 'S') {
+        uint32_t number;
+        if (scan_hex(value, &number)) chip_setScalar(ci, index, number);
+        else alert_msg(1021, key, st.file, st.line);
+    } else if (value && kind == 'R') {
+        read_ranges(ci, key, index, text);
+    }
+
+    vec_t<const char *> list = {hash_lookup(*level->attrs, key)};
+    if (!list) {
+        list = vec_make<const char *>();
+        hash_insert(*level->attrs, key, list.raw);
+    }
+    if (value) vec_add(list, value);
+}
+
+// ---- the read
+
+static bool next_line(FILE *in) {
+    if (!fgets(st.text, LINE_SIZE, in)) return false;
+    ++st.line;
+    return true;
+}
+
+// The current line less what it begins with; null if it is empty or a comment.
+static char *line_content() {
+    char *s = st.text + strspn(st.text, "\t\n\v\f\r ");
+    return *s && *s != '#' ? s : nullptr;
+}
+
+static void clear_derived(chipinfo_t *ci) {
+    chipinfo_t cleared = {};
+    cleared.c_name = ci->c_name;
+    cleared.c_alias = ci->c_alias;
+    cleared.c_file = ci->c_file;
+    cleared.c_make = ci->c_make;
+    cleared.c_arch = ci->c_arch;
+    cleared.c_fileattrs = ci->c_fileattrs;
+    cleared.c_attrs = ci->c_attrs;
+    *ci = cleared;
+}
+
+// Goes through the head and the headers up to the wanted section. The result is the section's name, with the file behind
+// its header; null if there is none.
+static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip) {
+    level_t head = {false, false, &ci->c_fileattrs};
+    bool in_head = true, at_other_header = false;
+    const char *tail_name = nullptr;   // the section whose name ends in the chip's
+    long tail_at = 0;
+    int tail_line = 0;
+    do {
+        at_other_header = false;
+        char *s = line_content();
+        if (!s) continue;
+        if (*s != '[') {
+            if (in_head) read_attribute(ci, &head, s);
+            continue;
+        }
+        in_head = false;
+        char *rest;
+        const char *name = strtok_r(s, "][\r\n", &rest);
+        if (!name) {
+            alert_msg(1024, st.file, st.line);
+            continue;
+        }
+        clear_derived(ci);
+        if (!*chip || strcasecmp(chip, name) == 0) return cache_string(name);
+        if (cache_ends_with_nocase(name, chip)) {
+            if (tail_name) return nullptr;
+            tail_name = cache_string(name);
+            tail_at = ftell(in);
+            tail_line = st.line;
+        } else {
+            at_other_header = true;
+        }
+    } while (next_line(in));
+    if (!tail_name || at_other_header || tail_at < 0 || fseek(in, tail_at, SEEK_SET) != 0) return nullptr;
+    st.line = tail_line;
+    return tail_name;
+}
+
+static chipinfo_t *read_chip(FILE *in, const char *chip) {
+    chipinfo_t *ci = xnew<chipinfo_t>();
+    ci->c_file = st.file;
+    ci->c_fileattrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
+    ci->c_attrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
+    if (!next_line(in)) {
+        alert_msg(920);
+        return nullptr;
+    }
+    const char *name = seek_section(in, ci, chip);
+    if (!name) return nullptr;
+    ci->c_name = name;
+    level_t section = {true, false, &ci->c_attrs};
+    while (next_line(in)) {
+        char *s = line_content();
+        if (!s) continue;
+        if (*s == '[') break;
+        read_attribute(ci, &section, s);
+    }
+    if (!ci->c_arch) alert_msg(1026, st.file, st.line);
+    zel1x_chip_post(ci);
+    return ci;
+}
+
+chipinfo_t *chipinfo_read(const char *path, const char *chip) {
+    if (!chip) return nullptr;
+    if (!path) {
+        alert_msg(2043);
+        return nullptr;
+    }
+    FILE *in = fopen(path, "r");
+    if (!in) {
+        alert_msg(141, "chip info", path);
+        return nullptr;
+    }
+    st.file = cache_string(path);
+    st.line = 0;
+    chipinfo_t *ci = read_chip(in, chip);
+    fclose(in);
+    return ci;
+}
+
+chipinfo_t *chipinfo_load(const char *path, const char *chip) {
+    if (!path) path = chip_find_INI_path(chip);
+    chipinfo_t *ci = chipinfo_read(path, chip);
+    if (!ci) alert_msg(922, chip ? chip : "", path ? path : "");
+    return ci;
+}

@@ -1,0 +1,373 @@
+// Two tables hold the options: one by the character behind the dash, one by the words behind two dashes. A row is what an
+// option looks like and a function that takes the whole argument. Rows are tried in their order, and the first that fits
+// takes the argument; the last row of the first table takes whatever no other wants, as a chip name.
+//
+// A driver that has too many arguments for a command line passes them through a file or through standard input. Those
+// words follow the small quoting rules of `read_words`, which are not a shell's.
+#include "cmdline.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+#include <unistd.h>
+
+#include "common/alert.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "env/cmode.h"
+#include "options.h"
+#include "run.h"
+
+constexpr const char *PRODUCT = "ZEL8 Assembler";
+constexpr const char *BUILD_STAMP = "20261124120000";
+
+// Words of a stream.
+
+constexpr int WORD_BUFFER = 2048;     // a word's bytes with its NUL
+constexpr int VECTOR_STEP = 1024;     // entries
+
+struct words_t {
+    char **list;
+    int count, room;
+    char word[WORD_BUFFER];
+    int length;
+};
+
+static void end_word(words_t *w)
+{
+    if (w->count + 1 >= w->room) {
+        char **larger = xnew<char *>(static_cast<size_t>(w->room + VECTOR_STEP));
+        if (w->count)
+            memcpy(larger, w->list, static_cast<size_t>(w->count) * sizeof *larger);
+        w->list = larger;
+        w->room += VECTOR_STEP;
+    }
+    w->list[w->count++] = xstrndup(w->word, static_cast<size_t>(w->length));
+    w->length = 0;
+}
+
+// False, after message 917, when the word buffer is full; the word is cut.
+static bool store(words_t *w, char c)
+{
+    if (w->length == WORD_BUFFER - 1) {
+        alert_msg(917);
+        return false;
+    }
+    w->word[w->length++] = c;
+    return true;
+}
+
+// The words of one line. False when a word was too long: the words so far stand, and nothing more is read.
+static bool read_line_words(words_t *w, const char *line, size_t length)
+{
+    char quote = 0;
+    bool escaped = false, stored = true;
+    for (size_t i = 0; i < length && stored; i++) {
+        const char c = line[i];
+        if (c == ' ') {
+            if (quote || escaped)
+                stored = store(w, c);
+            else
+                end_word(w);
+            escaped = false;
+        } else if (c == '\t') {
+            end_word(w);
+            quote = 0;
+            escaped = false;
+        } else if (c == '"' || c == '\'') {
+            if (escaped || (quote && quote != c))
+                stored = store(w, c);
+            else
+                quote = quote ? 0 : c;
+            escaped = false;
+        } else if (c == '\\') {
+            if (escaped)
+                stored = store(w, c);
+            escaped = !escaped;
+        } else {
+            if (escaped)
+                stored = store(w, '\\');
+            escaped = false;
+            stored = stored && store(w, c);
+        }
+    }
+    if (w->length > 0)
+        end_word(w);
+    return stored;
+}
+
+static void read_words(FILE *in, int *argc, char ***argv)
+{
+    words_t *w = xnew<words_t>();
+    w->length = 6;
+    memcpy(w->word, "ASZEL8", 6);
+    end_word(w);
+    const bool prompt = isatty(fileno(in));
+    char *line = nullptr;
+    size_t size = 0;
+    for (;;) {
+        if (prompt) {
+            fputs("ASZEL8> ", stdout);
+            fflush(stdout);
+        }
+        ssize_t length = getline(&line, &size, in);
+        if (length < 0)
+            break;
+        if (length > 0 && line[length - 1] == '\n')
+            length--;
+        if (!read_line_words(w, line, static_cast<size_t>(length)))
+            break;
+    }
+    free(line);
+    *argc = w->count;
+    *argv = w->list;
+}
+
+void cmdline_collect(int *argc, char ***argv)
+{
+    if (*argc > 2 || (*argc == 2 && (*argv)[1][0] != '@'))
+        return;
+    if (*argc == 2) {
+        const char *file = (*argv)[1] + 1;
+        FILE *in = fopen(file, "r");
+        if (!in) {
+            alert_msg(1217, file);
+            perror(file);
+            *argc = 1;
+            return;
+        }
+        read_words(in, argc, argv);
+        fclose(in);
+    } else {
+        read_words(stdin, argc, argv);
+    }
+}
+
+// Options by the character behind the dash. A row's function gets the whole argument.
+
+static int decimal(const char *text)
+{
+    long n = strtol(text, nullptr, 10);
+    return n > INT32_MAX ? INT32_MAX : n < INT32_MIN ? INT32_MIN : static_cast<int>(n);
+}
+
+static void option_a(const char *arg)
+{
+    (strcasecmp(arg + 1, "auto_inline") == 0 ? opt.auto_inline : opt.asm_output) = true;
+}
+
+static void option_b(const char *arg)
+{
+    if (!opt.keep_labels)
+        opt.keep_labels = hash_make<const char *, uint64_t>(127, hash_string, hash_strcmp);
+    hash_insert(opt.keep_labels, cache_string(arg + 2), 1);
+}
+
+static void option_c(const char *arg)
+{
+    if (arg[2])
+        opt.user_chipinfo_path = arg + 2;
+    else if (opt.cross_ref < UINT8_MAX)
+        opt.cross_ref++;
+}
+
+static void option_e(const char *arg)
+{
+    const char *rest = arg + 2;
+    if (!*rest) {
+        opt.structured = 1;
+    } else if (rest[0] >= '0' && rest[0] <= '9' && !rest[1]) {
+        opt.structured = static_cast<uint8_t>(rest[0] - '0');
+    } else {
+        // Tried first, since a stream that fails to reopen would swallow the message that says so.
+        FILE *tried = fopen(rest, "a");
+        if (tried)
+            fclose(tried);
+        if (tried && freopen(rest, "a", stderr)) {
+            setvbuf(stderr, nullptr, _IOLBF, 1024);
+        } else {
+            perror(rest);
+            alert_msg(461, "error", rest);
+        }
+    }
+    alert_set_structured(opt.structured);
+}
+
+static void option_f(const char *arg)
+{
+    opt.form_length = decimal(arg + 2);
+    if (opt.form_length != 0 && opt.form_length <= 14)
+        alert_msg(835);
+}
+
+static void option_h(const char *) { opt.hex_output = true; }
+static void option_i(const char *) { opt.list_all = opt.list_expand = true; }
+
+static void option_l(const char *arg)
+{
+    opt.list_enabled = true;
+    if (arg[2])
+        opt.list_file = arg + 2;
+}
+
+static void option_m(const char *arg)
+{
+    if (strncmp(arg, "-mcpu=", 6) == 0)
+        opt.chip_name = cache_upper(arg + 6);
+}
+
+static void option_n(const char *arg)
+{
+    if (strncasecmp(arg + 1, "no_pa", 5) == 0)
+        opt.no_pa = true;
+    else if (strncasecmp(arg + 1, "no_inline", 9) == 0)
+        opt.no_inline = true;
+    else if (strncasecmp(arg + 1, "no_trans", 8) == 0)
+        opt.no_trans = true;
+}
+
+static void option_o(const char *arg)
+{
+    if (arg[2])
+        opt.obj_file = arg + 2;
+    else
+        opt.optimise = true;
+}
+
+static void option_r(const char *) {}   // a number that no part of the program needs any more
+
+static void option_t(const char *arg)
+{
+    opt.page_width = decimal(arg + 2);
+    if (opt.page_width < 60)
+        alert_msg(834);
+}
+
+static void option_v(const char *arg)
+{
+    if (strncmp(arg, "-ver=", 5) == 0)
+        opt.version_text = arg + 5;
+    else
+        opt.line_records = true;
+}
+
+static void option_w(const char *arg)
+{
+    if (strchr(arg, '!'))
+        alert_set_werror(1);
+    alert_set_level(decimal(arg + 2));
+}
+
+static void option_x(const char *) { opt.no_locals = true; }
+
+static void option_chip(const char *arg)
+{
+    if (!opt.chip_name)
+        opt.chip_name = cache_upper(arg + 1);
+}
+
+static void long_option(const char *arg);
+
+static const struct {
+    const char *letters;   // null: any
+    void (*take)(const char *arg);
+} short_rows[] = {
+    {"Aa", option_a}, {"B", option_b},  {"Cc", option_c}, {"Ee", option_e}, {"Ff", option_f},     {"Hh", option_h},
+    {"Ii", option_i}, {"Ll", option_l}, {"m", option_m},  {"Nn", option_n}, {"Oo", option_o},     {"Rr", option_r},
+    {"Tt", option_t}, {"Vv", option_v}, {"Ww", option_w}, {"Xx", option_x}, {"-", long_option},   {nullptr, option_chip},
+};
+
+// Options by the words behind two dashes, compared without regard to case. A row's function gets the text behind its words.
+
+static void option_edf(const char *file)
+{
+    if (!alert_load_file(file))
+        alert_print("Could not open error description file %s\n", file);
+}
+
+static void option_emax(const char *n) { alert_set_emax(static_cast<unsigned>(decimal(n))); }
+
+static void option_version(const char *)
+{
+    const char *date = __DATE__;
+    printf("\nProduct:\t%s\nComponent:\t%s\nVersion:\t%s%c\nBuild date:\t%s\nRelease:\t%s\nBuild number:\t%s\n", PRODUCT,
+           "assembler", ASZEL8_VERSION, ' ', date, "release", BUILD_STAMP);
+    run_stop(0);
+}
+
+// Two spellings of each word count, and no mixture of them.
+static bool has_word(const char *text, const char *upper, const char *lower) { return strstr(text, upper) || strstr(text, lower); }
+
+static void option_opt(const char *words)
+{
+    opt.opt_debug |= has_word(words, "DEBUG", "debug");
+    opt.opt_speed |= has_word(words, "SPEED", "speed");
+    opt.opt_space |= has_word(words, "SPACE", "space");
+}
+
+// The number begins three characters behind "errata" less the dashes, whatever stands between.
+static void option_errata(const char *rest)
+{
+    opt.errata_mask = *rest ? static_cast<uint32_t>(strtoul(rest + 1, nullptr, 10)) : 0;
+}
+
+static void option_lib(const char *) { opt.lib_paths = true; }
+static void option_maxizel(const char *) { opt.maxizel = true; }
+static void option_xinst(const char *) { opt.xinst = true; }
+
+static void option_cfgdata(const char *file)
+{
+    if (strcmp(file, "disabled") == 0)
+        opt.cfgdata_off = true;
+    else
+        opt.cfgdata_path = file;
+}
+
+static const struct {
+    const char *words;
+    bool whole;            // nothing may follow
+    void (*take)(const char *rest);
+} long_rows[] = {
+    {"edf=", false, option_edf},
+    {"disl=", false, alert_disable_list},
+    {"emax=", false, option_emax},
+    {"msgdisable=", false, alert_disable_list},
+    {"ver", true, option_version},
+    {"opt=", false, option_opt},
+    {"errata", false, option_errata},
+    {"cmode=", false, cmode_set},
+    {"lib", true, option_lib},
+    {"maxizel", true, option_maxizel},
+    {"xinst", true, option_xinst},
+    {"cfgdata=", false, option_cfgdata},
+};
+
+static void long_option(const char *arg)
+{
+    for (const auto &row : long_rows) {
+        const size_t length = strlen(row.words);
+        if (strncasecmp(arg + 2, row.words, length) == 0 && (!row.whole || !arg[2 + length])) {
+            row.take(arg + 2 + length);
+            return;
+        }
+    }
+    alert_msg(168, arg);
+}
+
+int cmdline_options(int argc, char **argv)
+{
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-'; i++)
+        for (const auto &row : short_rows)
+            if (!row.letters || (argv[i][1] && strchr(row.letters, argv[i][1]))) {
+                row.take(argv[i]);
+                break;
+            }
+    return i;
+}
+
+const char *cmdline_version_text(const char *given)
+{
+    return cache_printf("%s build %s ", given, BUILD_STAMP);
+}

@@ -1,0 +1,296 @@
+// Nodes come from the arena and return to a free list of this module, since the optimiser makes and deletes them at a high
+// rate. A free node keeps an op_id of 0, by which somebody who still points to it can tell.
+//
+// A node takes its position when it is made. There are two: the line of the assembler source, which messages show, and
+// the line of the higher-level source, if directives told one, which goes into the object file. Nodes that the optimiser
+// makes have none of the second kind and take their neighbour's, so that a debugger finds no holes.
+//
+// Whole-line comments belong to what follows them. They wait here until the next node or psect takes them; when a node is
+// deleted its comments move on to the next one, so that assembly output loses none.
+#include "code/list.h"
+
+#include <cstdlib>
+
+#include "code/ops.h"
+#include "common/alert.h"
+#include "common/assertion.h"
+#include "common/srcpos.h"
+#include "common/xalloc.h"
+#include "env/osdep.h"
+#include "options.h"
+
+static struct {
+    op_t *free_nodes;    // chained through op_prev
+    uint32_t last_id;
+    vec_t<const char *> pending_comments;   // null, or not empty
+    FILE *summary_comments;                 // null until there is one
+} st;
+
+code_list_t *list_new(symbol_t *psect)
+{
+    code_list_t *list = xnew<code_list_t>();
+    list->psect = psect;
+    list->head.op_next = &list->tail;
+    list->tail.op_prev = &list->head;
+    list->head.op_psect = psect;
+    return list;
+}
+
+// Nodes.
+
+static uint32_t line32(int64_t line)
+{
+    return line < 0 ? 0 : line > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(line);
+}
+
+op_t *op_new()
+{
+    op_t *op = st.free_nodes;
+    if (op) {
+        st.free_nodes = op->op_prev;
+        *op = {};
+    } else {
+        op = xnew<op_t>();
+    }
+    op->op_lline = line32(srcpos.cur_line);
+    op->op_lfile = srcpos.cur_file;
+    if (srcpos.src_line != 0) {
+        op->op_line = line32(srcpos.src_line);
+        op->op_file = srcpos.src_file;
+    } else if (opt.line_records) {
+        op->op_line = op->op_lline;
+        op->op_file = srcpos.cur_file;
+    }
+    op->op_comment = st.pending_comments;
+    st.pending_comments = {};
+    if (srcpos.line_volatile)
+        op->op_flags |= OPF_VOLATILE;
+    if (srcpos.line_volsfr)
+        op->op_flags |= OPF_VOLATILE | OPF_NOOPT;
+    if (srcpos.line_compiled) {
+        op->op_flags |= OPF_COMPILED;
+        op->op_lline = op->op_line;
+        if (op->op_file)
+            op->op_lfile = op->op_file;
+    }
+    op->op_id = ++st.last_id;
+    return op;
+}
+
+void op_link_after(op_t *where, op_t *node)
+{
+    op_t *next = where->op_next;
+    node->op_prev = where;
+    node->op_next = next;
+    where->op_next = node;
+    if (next)
+        next->op_prev = node;
+    node->op_psect = where->op_psect;
+}
+
+op_t *op_insert_after(op_t *where, op_t *node)
+{
+    op_link_after(where, node);
+    if (!node->op_file && !(opt.list_enabled && !opt.optimise)) {
+        node->op_file = where->op_file;
+        node->op_line = where->op_line;
+    }
+    return node;
+}
+
+void op_unlink(op_t *node)
+{
+    if (node->op_prev)
+        node->op_prev->op_next = node->op_next;
+    if (node->op_next)
+        node->op_next->op_prev = node->op_prev;
+}
+
+int op_delete(op_t *node)
+{
+    op_t *target = op_target(node);
+    if (target)
+        op_remove_ref(node, target);
+    if (node->op_comment && node->op_next) {
+        op_comments_append(node, node->op_next);
+        op_comments_free(node);
+    }
+    op_unlink(node);
+    node->op_id = 0;
+    node->op_prev = st.free_nodes;
+    st.free_nodes = node;
+    return 1;
+}
+
+int op_delete_if_live(op_t *node) { return node->op_id != 0 ? op_delete(node) : 0; }
+
+op_t *op_ensure_label(op_t *node)
+{
+    op_t *before = node->op_prev;
+    if (before->op_type == T_NAME)
+        return before;
+    op_t *label = op_insert_after(before, op_new());
+    label->op_type = T_NAME;
+    label->op_sym = sym_newlabel();
+    label->op_sym->s_defop = label;
+    label->op_sym->s_owner = label->op_psect;
+    return label;
+}
+
+static op_t *behind_labels(op_t *op)
+{
+    while (op && (op->op_type == T_NAME || op->op_type == T_NUMLABEL))
+        op = op->op_next;
+    return op;
+}
+
+op_t *op_target(const op_t *node)
+{
+    switch (node->op_type) {
+    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL: {
+        const value_t *v = &node->op_opnd1.opnd_value;
+        return v->v_rtype == RT_SYM && v->v_sym ? v->v_sym->s_defop : nullptr;
+    }
+    case T_BTFSC: case T_DECFSZ: case T_CPFSEQ: {
+        const op_t *skipped = behind_labels(node->op_next);
+        return skipped ? behind_labels(skipped->op_next) : nullptr;
+    }
+    default:
+        return nullptr;
+    }
+}
+
+void op_set_position(const op_t *node)
+{
+    srcpos.cur_file = node->op_lfile ? node->op_lfile : "";
+    srcpos.cur_line = node->op_lline;
+}
+
+// References.
+
+void op_add_ref(op_t *ref, op_t *label_node)
+{
+    if (!label_node->op_refs)
+        label_node->op_refs = vec_make<op_t *>(4);
+    vec_addNotPresent(label_node->op_refs, ref);
+}
+
+void op_remove_ref(op_t *ref, op_t *label_node)
+{
+    if (label_node->op_refs)
+        vec_remove(label_node->op_refs, ref);
+}
+
+void list_build_refs(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+        op_t *target = op_target(op);
+        if (target)
+            op_add_ref(op, target);
+        if (op->op_type == T_NAME && op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
+            op->op_sym->s_flags |= S_DEFHERE;
+    }
+}
+
+void list_clear_refs(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op; op = op->op_next) {   // a skip may lead to the sentinel
+        vec_destroy(op->op_refs.raw);
+        op->op_refs = {};
+    }
+}
+
+// Comments.
+
+static FILE *open_summary()
+{
+    const char *name = tmp_file_name();
+    FILE *file = name ? fopen(name, "w+") : nullptr;
+    if (!file)
+        alert_msg(141, "temp", name ? name : "/tmp");
+    return file;
+}
+
+void op_comment_add(const char *text, size_t len)
+{
+    if (len >= 2 && text[0] == ';' && text[1] == '!') {
+        if (!st.summary_comments && !(st.summary_comments = open_summary()))
+            return;
+        fwrite(text, 1, len, st.summary_comments);
+        putc('\n', st.summary_comments);
+        return;
+    }
+    if (!st.pending_comments) {
+        st.pending_comments = vec_make<const char *>(4);
+        vec_add(st.pending_comments, "\n");   // a blank line before the block
+    }
+    char *line = static_cast<char *>(xalloc(len + 2));
+    memcpy(line, text, len);
+    line[len] = '\n';
+    vec_add(st.pending_comments, line);
+}
+
+void pending_comments_free()
+{
+    vec_destroy(st.pending_comments.raw);
+    st.pending_comments = {};
+}
+
+void pending_comments_to(vec_t<const char *> v)
+{
+    vec_addAll(v.raw, st.pending_comments.raw);
+    pending_comments_free();
+}
+
+void summary_comments_emit(FILE *to, bool strip, void (*also)(const char *line))
+{
+    if (!st.summary_comments)
+        return;
+    rewind(st.summary_comments);
+    char *line = nullptr;
+    size_t room = 0;
+    ssize_t len;
+    while ((len = getline(&line, &room, st.summary_comments)) > 0) {
+        const bool bare = strip && len > 2 && line[0] == ';';
+        fwrite(line + (bare ? 2 : 0), 1, static_cast<size_t>(len) - (bare ? 2 : 0), to);
+        if (bare && also)
+            also(line + 2);
+    }
+    free(line);
+}
+
+void op_comments_copy(op_t *dst, const op_t *src)
+{
+    ASSERTION(dst != nullptr, "dst != NULL");
+    ASSERTION(src != nullptr, "src != NULL");
+    if (!src->op_comment)
+        return;
+    op_comments_free(dst);
+    dst->op_comment = vec_copy(src->op_comment);
+}
+
+void op_comments_append(const op_t *src, op_t *dst)
+{
+    ASSERTION(src != nullptr, "src != NULL");
+    ASSERTION(dst != nullptr, "dst != NULL");
+    if (!src->op_comment)
+        return;
+    if (!dst->op_comment)
+        dst->op_comment = vec_make<const char *>(4);
+    vec_addAll(dst->op_comment.raw, src->op_comment.raw);
+}
+
+void op_comments_free(op_t *node)
+{
+    ASSERTION(node != nullptr, "np != NULL");
+    vec_destroy(node->op_comment.raw);
+    node->op_comment = {};
+}
+
+void op_comments_each(const op_t *node, void (*fn)(const char *text))
+{
+    ASSERTION(node != nullptr, "np != NULL");
+    ASSERTION(fn != nullptr, "fp != NULL");
+    for (const char *text : node->op_comment)
+        fn(text);
+}

@@ -1,0 +1,107 @@
+// list: the program in memory.
+//
+// Every statement that produces code, data, a label or a position change is one node, op_t, in the code list of its
+// psect. The list is the only form of the program: the parser appends to it, the optimiser rewrites it, the output
+// modules walk it. A list has a sentinel of op_type 0 at each end, so that no walk needs a test for null.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "code/sym.h"
+
+enum : uint8_t { OPND_NONE = 0, OPND_LIT = 1, OPND_DATA = 2, OPND_CODE = 3, OPND_BIT = 4 };
+
+struct opnd_t {
+    uint32_t opnd_kind;
+    uint32_t opnd_access;   // of OPND_DATA: as op_access, or 0
+    value_t opnd_value;
+};
+
+// op_flags
+enum : uint32_t {
+    OPF_VOLATILE = 0x02,
+    OPF_MARK = 0x08,        // scratch
+    OPF_SKIPPED = 0x10,     // in a false arm: linked, and passed over by every walk
+    OPF_COMPILED = 0x20,    // the line held ";#"
+    OPF_NOOPT = 0x40,
+    OPF_INDEXED = 0x8000,   // the file operand was written in square brackets
+    OPF_FIXED = OPF_COMPILED | OPF_NOOPT,   // the optimiser must not touch the node
+};
+
+struct data_item_t {
+    data_item_t *next;
+    value_t value;
+};
+
+// Programs of half a million nodes are ordinary, so the record is kept small: 168 bytes.
+struct op_t {
+    uint16_t op_type;       // the statement's token number (ops.h); 0 only in sentinels
+    uint16_t op_dest;       // DEST_F or DEST_W
+    uint16_t op_access;     // ACCESS_B, ACCESS_C, or 0
+    uint16_t op_subop;      // opcode template; item width of DB; 0 or 1 of MESSG
+    uint32_t op_flags;
+    uint32_t op_id;         // from 1; 0: free, or must not be deleted
+    uint32_t op_offs;       // bytes from the psect's start; set by the size pass
+    uint32_t op_callstack;
+    uint32_t op_lline;      // line for messages about this node; lines past 2^32 - 1 count as that one
+    uint32_t op_line;       // source line for debuggers, likewise; 0 unknown
+    const char *op_lfile;   // file of op_lline
+    const char *op_file;    // file of op_line; may be null
+    opnd_t op_opnd1, op_opnd2;
+    union {                 // by kind:
+        uint64_t op_arg;    // ORG, ALIGN
+        symbol_t *op_sym;   // NAME
+        const char *op_text;   // MESSG, TITLE, INCLUDE
+        uint64_t op_tlab;   // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
+        data_item_t *op_data;  // DB
+    };
+    vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty
+    const char *op_remark;            // comment behind the statement
+    op_t *op_next, *op_prev;          // op_prev of a free node: the next free one
+    symbol_t *op_psect;
+    vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
+};
+static_assert(sizeof(op_t) == 168);
+
+struct code_list_t {
+    symbol_t *psect;
+    op_t head, tail;
+};
+
+code_list_t *list_new(symbol_t *psect);   // empty: the sentinels are linked to each other
+inline bool list_empty(const code_list_t *l) { return l->head.op_next->op_type == 0; }
+
+// A new node, not linked. It takes the input's current position and marks, and the comments that wait.
+op_t *op_new();
+// Links `node` and returns it. A node without a source position takes that of `where`, unless the program is to be listed
+// as it was written.
+op_t *op_insert_after(op_t *where, op_t *node);
+void op_link_after(op_t *where, op_t *node);     // links and no more; the node gets the psect of `where`
+void op_unlink(op_t *node);                      // the node stays intact
+int op_delete(op_t *node);                       // for good; its comments move to the next node. Returns 1
+int op_delete_if_live(op_t *node);               // 0 if the node is free or must stay
+op_t *op_ensure_label(op_t *node);               // the label node right before `node`, made if there is none
+op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
+void op_set_position(const op_t *node);          // messages show the node's position from now on
+
+// Reference lists. Those of a psect are complete between list_build_refs and list_clear_refs; op_delete keeps them true.
+// Building also marks global labels defined in the psect with S_DEFHERE.
+void list_build_refs(symbol_t *psect);
+void list_clear_refs(symbol_t *psect);
+void op_add_ref(op_t *ref, op_t *label_node);    // nothing happens if it is there already
+void op_remove_ref(op_t *ref, op_t *label_node);
+
+// Comments. `text` runs for `len` characters; it is copied. One that begins ";!" is a summary comment and belongs to the
+// whole program; any other waits for the next node.
+void op_comment_add(const char *text, size_t len);   // message 141
+void pending_comments_free();
+void pending_comments_to(vec_t<const char *> v);     // appends, and drops them
+// Writes the summary comments to `to`. With `strip` they lose their mark, and go to `also` as well, one line at a time
+// with its newline; null: nowhere else.
+void summary_comments_emit(FILE *to, bool strip, void (*also)(const char *line) = nullptr);
+void op_comments_copy(op_t *dst, const op_t *src);   // replaces those of dst, if src has any
+void op_comments_append(const op_t *src, op_t *dst);
+void op_comments_free(op_t *node);
+void op_comments_each(const op_t *node, void (*fn)(const char *text));
+inline bool op_comments_any(const op_t *node) { return static_cast<bool>(node->op_comment); }

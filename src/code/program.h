@@ -1,0 +1,22 @@
+// program: what the directives leave behind beside code lists and symbols, for the object file and the listing.
+#pragma once
+
+#include "code/sym.h"
+
+struct dabs_t {
+    uint32_t space;
+    int64_t address, size;
+    const char *name;       // "" if none
+};
+
+struct program_t {
+    vec_t<dabs_t *> dabs_list;                            // null until used
+    vec_t<vector_t *> fnalign_groups;                     // one vector of symbols for each fnalign; null until used
+    bool has_fnconf;
+    const char *fnconf_words[3];
+    int64_t fnconf_number;
+    const char *list_title, *list_subtitle;               // null until told
+    bool has_end_value;
+    value_t end_value;                                    // operand of `end`
+};
+extern program_t program;

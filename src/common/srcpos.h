@@ -1,0 +1,26 @@
+// srcpos: where the assembler stands in its input.
+//
+// A small record, low in the house: the scanner writes it line by line, the passes behind the parser set it node by
+// node, and whoever makes a node or reports a message reads it. Nobody has to know the scanner for that.
+#pragma once
+
+#include <cstdint>
+
+struct srcpos_t {
+    // What messages and new nodes show. Normally the physical position; `# n "file"` lines change it.
+    const char *cur_file;   // "" when no file is open
+    int64_t cur_line;       // the line pointer of alert_set_location
+    // The file being read and the number of lines read from it.
+    const char *phys_file;
+    uint32_t phys_line;
+    // The position in the higher-level source, told by `line`, `file` and `#`. src_line 0: none.
+    const char *src_file;
+    int64_t src_line;
+    bool line_follows;      // `line #` is in force: src_line copies phys_line for every statement
+    // Markers that stand anywhere in the raw current line.
+    bool line_volatile;     // ";volatile"
+    bool line_volsfr;       // ";volsfr"
+    bool line_compiled;     // ";#"
+};
+
+extern srcpos_t srcpos;

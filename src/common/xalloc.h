@@ -1,0 +1,62 @@
+// xalloc: the one allocator.
+//
+// Everything the assembler builds lives until the process ends, so there is one arena: memory comes from the
+// system in large blocks that are already zero, is handed out by moving a pointer, and is never given back.
+// That makes an allocation a few instructions and leaves nothing to own, to free or to leak. Records that are
+// made and dropped at a high rate (code list nodes, container entries) keep free lists of their own on top.
+//
+// Under AddressSanitizer each request is a block of the system's allocator instead, so that it sees overruns, and
+// XALLOC_CHECKED is 1.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define XALLOC_CHECKED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define XALLOC_CHECKED 1
+#endif
+#endif
+#ifndef XALLOC_CHECKED
+#define XALLOC_CHECKED 0
+#endif
+
+struct xarena_t {
+    char *next;    // aligned to 8 bytes
+    size_t left;   // bytes behind `next`, a multiple of 8
+};
+extern xarena_t xarena;
+void *xalloc_slow(size_t size);
+[[noreturn]] void xalloc_fail();   // message 296
+
+// Zero-filled memory of `size` bytes, aligned to 8 bytes. Never null: running out of memory is message 296, which is fatal.
+inline void *xalloc(size_t size) {
+    if (XALLOC_CHECKED || size > xarena.left) return xalloc_slow(size);
+    size_t rounded = (size + 7) & ~size_t{7};
+    char *p = xarena.next;
+    xarena.next += rounded;
+    xarena.left -= rounded;
+    return p;
+}
+
+// Gives up memory from xalloc; null is accepted. The arena keeps it, AddressSanitizer sees any later use of it.
+void xfree(void *p);
+
+// `n` zeroed records of the plain type T.
+template <class T> inline T *xnew(size_t n = 1) {
+    static_assert(alignof(T) <= 8);
+    if (n > SIZE_MAX / sizeof(T)) xalloc_fail();
+    return static_cast<T *>(xalloc(n * sizeof(T)));
+}
+
+// A copy of the first `len` bytes of `s` (or of all of it) with a NUL behind it.
+char *xstrndup(const char *s, size_t len);
+char *xstrdup(const char *s);
+
+// New strings: `a` then `b`; the same, giving up `a`; formatted text of at most 4095 characters.
+char *xconcat(const char *a, const char *b);
+char *xconcat_free(char *a, const char *b);
+[[gnu::format(printf, 1, 2)]] char *xsprintf(const char *format, ...);

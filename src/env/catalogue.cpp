@@ -1,0 +1,35 @@
+// catalogue: the search for the message catalogue.
+//
+// An installation's file comes first, so that texts can be edited or translated. Then come places where a program that was
+// copied out of its tree may find it. Last, the copy inside the program is written to a temporary file, so that there is
+// one way of reading a catalogue and messages have their texts wherever the program runs. That file is made once.
+#include "env/catalogue.h"
+
+#include <cstdio>
+
+#include "common/stringcache.h"
+#include "env/osdep.h"
+#include "env/qvinstdir.h"
+#include "env/registry.h"
+
+static const char *embedded_copy() {
+    static const char *path;
+    if (path) return path;
+    path = tmp_file_name();
+    FILE *out = path ? fopen(path, "wb") : nullptr;
+    if (!out) return path = nullptr;
+    fwrite(catalogue_text, 1, catalogue_length, out);
+    fclose(out);
+    return path;
+}
+
+const char *catalogue_path() {
+    const char *name = cache_printf("%s_msgs.txt", "en");
+    const char *exe_dir = qvinst_exe_dir(), *parent = exe_dir ? cache_dirname(exe_dir) : nullptr;
+    const char *beside = parent ? cache_path_join(cache_path_join(parent, "dat"), name) : nullptr;
+    const char *const places[] = {reg_mkpath(REG_DAT, name), beside, name};
+    for (const char *path : places)
+        if (file_exists(path)) return path;
+    const char *path = embedded_copy();
+    return path ? path : name;
+}

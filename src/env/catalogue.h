@@ -1,0 +1,14 @@
+// catalogue: where the message catalogue lies.
+//
+// An installation carries it as a file that may be edited; the program carries a copy of that file for when there is none.
+#pragma once
+
+#include <cstdint>
+
+// The embedded copy, generated from dat/en_msgs.txt when the program is built.
+extern const uint32_t catalogue_length;         // bytes
+extern const unsigned char catalogue_text[];
+
+// The path of the catalogue to load: the first that exists of the installation's data directory, the directory "dat" beside
+// the executable's directory, the working directory, and a temporary copy of the embedded text. Never null.
+const char *catalogue_path();

@@ -1,0 +1,71 @@
+// Conditions are not applied while the source is read: every arm is parsed, and its labels and definitions count. This walk
+// then marks the nodes of the arms that don't, and every later walk passes over them. It goes psect by psect, since an `if`
+// and its `endif` are nodes of one code list like any others.
+//
+// A condition that is no number opens no level: it goes to the linker, and the statements behind it stay.
+#include "front/cond.h"
+
+#include "code/list.h"
+#include "code/ops.h"
+#include "common/alert.h"
+
+enum level_t : uint8_t {
+    NO = 0,       // the current arm doesn't count, and a later one still can
+    YES = 1,      // the current arm counts
+    NEVER = 255,  // no further arm counts
+};
+constexpr unsigned TOP_LEVEL = 9;
+
+void cond_evaluate(symbol_t *psect)
+{
+    level_t state[TOP_LEVEL + 1] = {YES};
+    unsigned d = 0;
+    op_t *op = psect->s_psect->p_code->head.op_next;
+    if (op->op_type == 0)
+        return;
+    op_set_position(op);
+    for (; op->op_type != 0; op = op->op_next) {
+        const value_t *v = &op->op_opnd1.opnd_value;
+        const bool constant = v->v_rtype == RT_CONST, holds = v->v_offs != 0;
+        level_t *top = &state[d];
+        switch (op->op_type) {
+        case T_NAME:
+        case T_NUMLABEL:
+            continue;
+        case T_IF:
+            if (d == TOP_LEVEL) {
+                op_set_position(op);
+                alert_msg(1003);
+                return;
+            }
+            if (!constant)
+                break;
+            state[++d] = *top != YES ? NEVER : holds ? YES : NO;
+            continue;
+        case T_ELSIF:
+            if (*top != NEVER)
+                *top = *top == YES ? NEVER : !constant || holds ? YES : NO;
+            if (!constant)
+                break;
+            continue;
+        case T_ELSE:
+            if (*top != NEVER)
+                *top = *top == YES ? NO : YES;
+            continue;
+        case T_ENDIF:
+            if (d > 0) {
+                d--;
+            } else {
+                op_set_position(op);
+                alert_msg(1490);
+            }
+            continue;
+        default:
+            break;
+        }
+        if (state[d] != YES)
+            op->op_flags |= OPF_SKIPPED;
+    }
+    if (d > 0)
+        alert_msg(1489, psect->s_name);
+}

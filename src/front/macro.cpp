@@ -1,0 +1,475 @@
+// Macros work on text. A definition is read character by character into a body, in which a parameter's name has become a
+// marker of two bytes. An expansion puts that body on the scanner's input stack, and the scanner replaces the markers line
+// by line, so that a replaced text joins what stands beside it into one word. The parser sees lines, and never a macro.
+//
+// `rept`, `irp` and `irpc` are macros without a name that expand where they are defined, once for each round; the end of one
+// round pushes the next.
+//
+// While a body is read, a record in the symbol table stands for each parameter and local name. It hides whatever else has the
+// name and is taken out again when the definition ends; its value is the selector of its marker.
+//
+// What may bite: the words `macro`, `rept`, `irp`, `irpc` and `endm` count as such wherever they stand in a body's line,
+// outside of strings and comments.
+#include "front/macro.h"
+
+#include <cstring>
+#include <strings.h>
+
+#include "common/alert.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "front/parser.h"
+#include "options.h"
+
+enum macro_kind_t : uint8_t { KIND_MACRO, KIND_REPT, KIND_IRP, KIND_IRPC };
+
+struct macro_t {
+    const char *m_name;
+    const char *m_body;                 // lines, each ended by a newline
+    size_t m_length;                    // of the body, bytes
+    vec_t<const char *> m_list;         // irp: the elements
+    const char *m_chars;                // irpc: the characters
+    int64_t m_count;                    // rept: rounds left. irp, irpc: index of the current element
+    uint16_t m_nparams, m_nlocals;      // arguments to read at a call; local names
+    macro_kind_t m_kind;
+};
+
+struct macro_frame_t {
+    macro_t *mf_macro;
+    vec_t<const char *> mf_args, mf_locals;
+};
+
+constexpr unsigned FRAMES = 30;         // expansions nest one less deep
+constexpr unsigned MOST_NAMES = 127;    // parameters, and local names, of one macro
+constexpr size_t LONGEST_BODY = 32767;
+constexpr unsigned char LOCAL_BIT = 0x80;
+
+// Text that grows. The same few buffers serve the whole run.
+struct text_t {
+    char *s;
+    size_t length, room;
+};
+
+static struct {
+    macro_frame_t stack[FRAMES];        // used from 1
+    unsigned top;
+    uint32_t local_counter;             // numbers the names made for local ones
+    unsigned arg_highest;               // highest @n of the body being read
+    text_t body, arg;
+} ms;
+
+static void put(text_t *t, char c)
+{
+    if (t->length == t->room) {
+        const size_t room = t->room ? 2 * t->room : 256;
+        char *s = static_cast<char *>(xalloc(room));
+        if (t->length)
+            memcpy(s, t->s, t->length);
+        t->s = s;
+        t->room = room;
+    }
+    t->s[t->length++] = c;
+}
+
+static bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\f' || c == '\r' || c == '\b'; }
+
+static void cut_blanks(text_t *t)
+{
+    while (t->length > 0 && is_blank(t->s[t->length - 1]))
+        t->length--;
+}
+
+// Arguments.
+
+// Reads one raw argument from the line at *at, which moves on. Null: there is no string.
+static const char *macro_arg(const char **at)
+{
+    const char *p = *at;
+    text_t *t = &ms.arg;
+    bool gathered = false;
+    t->length = 0;
+    while (is_blank(*p))
+        p++;
+    for (; *p != '\n' && *p != ','; p++) {
+        if (*p == ';') {
+            gathered = gathered && t->length > 0;
+            while (*p != '\n')
+                p++;
+            break;
+        }
+        gathered = true;
+        if (*p == '!') {
+            if (p[1] != '\n')
+                put(t, *++p);
+        } else if (*p == '<') {
+            for (unsigned level = 1; level > 0;) {
+                p++;
+                if (*p == '\n') {
+                    alert_msg(793);
+                    p--;
+                    break;
+                }
+                if (*p == '!' && p[1] != '\n') {
+                    put(t, *++p);
+                } else if (*p == '<') {
+                    level++;
+                } else if (*p == '>') {
+                    if (--level > 0)
+                        put(t, '>');
+                } else {
+                    put(t, *p);
+                }
+            }
+        } else {
+            put(t, *p);
+        }
+    }
+    if (*p == ',')
+        p++;
+    *at = p;
+    return gathered ? xstrndup(t->s, t->length) : nullptr;
+}
+
+static const char *trim(const char *s) { return cache_trim_chars(s, "\t\n\v\f\r "); }
+
+// Expansion.
+
+static void macro_expand(macro_t *m)
+{
+    if (ms.top + 1 == FRAMES)
+        alert_text("F", "macro \"%s\": expansions nested more than %u deep", m->m_name, FRAMES - 1);
+    macro_frame_t *f = &ms.stack[ms.top + 1];
+    f->mf_macro = m;
+    f->mf_args = vec_make<const char *>(m->m_nparams ? m->m_nparams : 1);
+    f->mf_locals = vec_make<const char *>(m->m_nlocals ? m->m_nlocals : 1);
+    if (m->m_kind == KIND_MACRO) {
+        const char *at = lex_line_rest();
+        for (unsigned i = 0; i < m->m_nparams; i++) {
+            const char *arg = macro_arg(&at);
+            vec_add(f->mf_args, arg ? arg : "");
+        }
+    } else if (m->m_kind == KIND_IRP) {
+        vec_add(f->mf_args, vec_elementAt(m->m_list, static_cast<uint32_t>(m->m_count)));
+    } else if (m->m_kind == KIND_IRPC) {
+        vec_add(f->mf_args, cache_printf("%c", m->m_chars[m->m_count]));
+    }
+    for (unsigned i = 0; i < m->m_nlocals; i++)
+        vec_add(f->mf_locals, xsprintf("??%04u", ms.local_counter++));
+    ms.top++;
+    lex_push_text(m->m_body, m->m_length);
+}
+
+void macro_call(symbol_t *name)
+{
+    macro_expand(name->s_macro);
+}
+
+void macro_end()
+{
+    macro_t *m = ms.stack[ms.top].mf_macro;
+    vec_destroy(ms.stack[ms.top].mf_args.raw);
+    vec_destroy(ms.stack[ms.top].mf_locals.raw);
+    ms.top--;
+    bool again = false;
+    switch (m->m_kind) {
+    case KIND_MACRO: break;
+    case KIND_REPT: again = --m->m_count > 0; break;
+    case KIND_IRP: again = ++m->m_count < vec_size(m->m_list); break;
+    case KIND_IRPC: again = m->m_chars[++m->m_count] != 0; break;
+    }
+    if (again)
+        macro_expand(m);
+}
+
+const char *macro_subst(unsigned char selector)
+{
+    const uint32_t number = selector & 0x7F;
+    if (number == 0)
+        return nullptr;
+    const macro_frame_t *f = &ms.stack[ms.top];
+    return vec_elementAt(selector & LOCAL_BIT ? f->mf_locals : f->mf_args, number - 1);
+}
+
+// Definition.
+
+// Names in force while a body is read.
+static void hide(vec_t<symbol_t *> names, symbol_t *s, unsigned char local_bit, const char *what, const char *macro)
+{
+    if (vec_size(names) == MOST_NAMES) {
+        alert_text("E", "macro \"%s\" has more than %u %s", macro, MOST_NAMES, what);
+        return;
+    }
+    symbol_t *record = sym_clone(s);
+    record->s_flags = S_MACROARG;
+    record->s_value = value_const(static_cast<int64_t>(vec_size(names) + 1) | local_bit);
+    vec_add(names, record);
+    sym_link(record);
+}
+
+static void show(vec_t<symbol_t *> names)
+{
+    while (vec_size(names) > 0) {
+        symbol_t *record = vec_pop(names);
+        sym_unlink(record);
+        sym_free(record);
+    }
+}
+
+// The names of a `local` line in a body, whose rest is at the scanner.
+static void macro_local(vec_t<symbol_t *> locals, const char *macro)
+{
+    for (;;) {
+        int token = yylex();
+        if (token == T_COMMA)
+            token = yylex();
+        if (token == T_EOL || token == T_COMMENT || token < 0)
+            return;
+        if (token != T_NAME) {
+            alert_msg(797);
+            continue;
+        }
+        if (yylval.sym->s_flags & S_MACROARG)
+            alert_msg(798);
+        hide(locals, yylval.sym, LOCAL_BIT, "local names", macro);
+    }
+}
+
+// Copies a string from its opening quote on. A `\"` in it becomes a bare quote and doesn't end it.
+static const char *copy_string(const char *p)
+{
+    put(&ms.body, *p++);
+    for (; *p != '\n' && *p != '"'; p++) {
+        if (*p == '\\' && p[1] == '"')
+            p++;
+        put(&ms.body, *p);
+    }
+    if (*p == '"')
+        put(&ms.body, *p++);
+    return p;
+}
+
+enum capture_t { GO_ON, DROP_LINE, BODY_ENDS };
+
+// One word of a body. `p` stands behind it.
+static capture_t capture_word(const char *word, const char **p, unsigned *depth, bool *psect_line, vec_t<symbol_t *> locals,
+                              const char *macro)
+{
+    const size_t length = static_cast<size_t>(*p - word);
+    const op_row_t *row = op_lookup_keyword(word, length);
+    if (!row) {
+        const symbol_t *s = sym_find(word, length);
+        if (s && (s->s_flags & S_MACROARG)) {
+            put(&ms.body, MACRO_MARKER);
+            put(&ms.body, static_cast<char>(s->s_value.v_offs));
+            return GO_ON;
+        }
+    } else if (row->token == T_MACRO || row->token == T_REPT || row->token == T_IRP || row->token == T_IRPC) {
+        ++*depth;
+    } else if (row->token == T_ENDM) {
+        if (--*depth == 0)
+            return BODY_ENDS;
+    } else if (row->token == T_PSECT) {
+        *psect_line = true;
+    } else if (row->token == T_LOCAL && !*psect_line) {
+        lex_set_line_rest(*p);
+        macro_local(locals, macro);
+        return DROP_LINE;
+    }
+    for (; word < *p; word++)
+        put(&ms.body, *word);
+    return GO_ON;
+}
+
+// One line of a body.
+static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> locals, const char *macro)
+{
+    text_t *body = &ms.body;
+    bool psect_line = false;
+    while (*p != '\n') {
+        const char c = *p;
+        if (c == '"') {
+            p = copy_string(p);
+        } else if (c == '&' && *depth == 1) {
+            if (*++p == '&')
+                put(body, *p++);
+        } else if (c == '@' && *depth == 1) {
+            p++;
+            if (lex_is_digit(*p)) {
+                const unsigned position = static_cast<unsigned>(*p++ - '0') + 1;
+                put(body, MACRO_MARKER);
+                put(body, static_cast<char>(position));
+                if (position > ms.arg_highest)
+                    ms.arg_highest = position;
+            }
+        } else if (lex_is_digit(c)) {
+            do
+                put(body, *p++);
+            while (lex_is_hex(*p));
+        } else if (lex_is_letter(c)) {
+            const char *word = p;
+            while (lex_is_letter(*p) || lex_is_digit(*p))
+                p++;
+            const capture_t result = capture_word(word, &p, depth, &psect_line, locals, macro);
+            if (result != GO_ON) {
+                cut_blanks(body);
+                return result;
+            }
+        } else if (c == ';') {
+            if (p[1] == ';') {
+                cut_blanks(body);
+                break;
+            }
+            while (*p != '\n')
+                put(body, *p++);
+        } else {
+            if (c == MACRO_MARKER)
+                alert_msg(844);
+            else
+                put(body, c);
+            p++;
+        }
+    }
+    put(body, '\n');
+    return GO_ON;
+}
+
+// Reads the lines up to the `endm` that matches, and stores them as the body of `m`.
+static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
+{
+    unsigned depth = 1;
+    bool too_long = false;
+    ms.arg_highest = 0;
+    ms.body.length = 0;
+    for (capture_t result = GO_ON; result != BODY_ENDS;) {
+        lex_skip_line();
+        const char *line = lex_line_rest();
+        if (!line) {
+            alert_msg(791);
+            break;
+        }
+        result = capture_line(line, &depth, locals, m->m_name);
+        if (ms.body.length > LONGEST_BODY && !too_long) {
+            alert_text("E", "macro \"%s\": body of more than %zu bytes", m->m_name, LONGEST_BODY);
+            too_long = true;
+        }
+        if (too_long)
+            ms.body.length = 0;
+    }
+    lex_skip_line();
+    // `endm` may stand behind other text of its line.
+    if (ms.body.length > 0 && ms.body.s[ms.body.length - 1] != '\n')
+        put(&ms.body, '\n');
+    m->m_length = ms.body.length;
+    m->m_body = xstrndup(ms.body.s ? ms.body.s : "", ms.body.length);
+}
+
+static void parameters(macro_t *m, vec_t<symbol_t *> params)
+{
+    for (;;) {
+        int token = yylex();
+        if (token == T_EOL || token == T_COMMENT || token == T_RPAREN || token < 0)
+            return;
+        if (token != T_NAME) {
+            alert_msg(109);
+            return;
+        }
+        hide(params, yylval.sym, 0, "parameters", m->m_name);
+        token = yylex();
+        if (token != T_COMMA || m->m_kind != KIND_MACRO)
+            return;
+    }
+}
+
+// Reads parameters or elements, and the body. The statement's line is used up; a line end is the next token.
+static void macro_define(macro_t *m)
+{
+    vec_t<symbol_t *> params = vec_make<symbol_t *>(), locals = vec_make<symbol_t *>();
+    if (m->m_kind != KIND_REPT)
+        parameters(m, params);
+    m->m_nparams = static_cast<uint16_t>(vec_size(params));
+    const char *at = lex_line_rest_here();
+    if (m->m_kind == KIND_IRPC) {
+        const char *text = at ? macro_arg(&at) : nullptr;
+        m->m_chars = text ? trim(text) : "";
+    } else if (m->m_kind == KIND_IRP) {
+        m->m_list = vec_make<const char *>();
+        for (const char *element; at && (element = macro_arg(&at));)
+            if (*element != ';')
+                vec_add(m->m_list, trim(element));
+    }
+    macro_capture(m, locals);
+    if (ms.arg_highest > m->m_nparams)
+        m->m_nparams = static_cast<uint16_t>(ms.arg_highest);
+    m->m_nlocals = static_cast<uint16_t>(vec_size(locals));
+    show(locals);
+    show(params);
+}
+
+static macro_t *block(macro_kind_t kind, const char *name)
+{
+    macro_t *m = xnew<macro_t>();
+    m->m_kind = kind;
+    m->m_name = name;
+    return m;
+}
+
+// A definition is complete: its place in the code list, and the line end that its statement waits for.
+static bool defined_here()
+{
+    stmt_new_op(T_ENDM);
+    end_line();
+    return true;
+}
+
+bool macro_statement(symbol_t *name)
+{
+    if ((name->s_flags & (S_UNDEF | S_MACRO)) != S_UNDEF)
+        alert_msg(858);
+    // A record of its own, since references to the plain symbol may exist.
+    symbol_t *s = sym_clone(name);
+    s->s_flags = S_MACRO;
+    s->s_macro = block(KIND_MACRO, name->s_name);
+    macro_define(s->s_macro);
+    sym_link(s);
+    return defined_here();
+}
+
+bool macro_rept(uint16_t)
+{
+    value_t v;
+    macro_t *m = block(KIND_REPT, "rept");
+    if (!parse_expr(&v))
+        return false;
+    m->m_count = v.v_offs;
+    if (v.v_rtype != RT_CONST || v.v_offs < 0) {
+        alert_msg(799);
+        m->m_count = 1;
+    }
+    if (peek() != T_EOL && peek() != T_COMMENT)
+        syntax_error();
+    macro_define(m);
+    defined_here();
+    if (m->m_count > 0)
+        macro_expand(m);
+    return true;
+}
+
+bool macro_irp(uint16_t)
+{
+    macro_t *m = block(KIND_IRP, "irp");
+    macro_define(m);
+    defined_here();
+    if (vec_size(m->m_list) > 0)
+        macro_expand(m);
+    return true;
+}
+
+bool macro_irpc(uint16_t)
+{
+    macro_t *m = block(KIND_IRPC, "irpc");
+    macro_define(m);
+    defined_here();
+    if (*m->m_chars)
+        macro_expand(m);
+    return true;
+}

@@ -1,0 +1,33 @@
+// parser: statements to code lists. One pass over all sources, by recursive descent with one token of look-ahead.
+//
+// The token functions below are what the statement rules of this module and of `directives` are written with. A rule
+// asks for a token only when it needs one, since a token is scanned under the lex_mode of the moment, and returns false
+// on a syntax error, which has then been reported.
+#pragma once
+
+#include <cstdint>
+
+#include "code/list.h"
+#include "front/lexutil.h"
+
+struct parse_state_t {
+    uint32_t stmt_flags;         // ORed into op_flags of every new node
+    op_t *last_op;               // the node that the last statement made; null before the first
+    uint32_t callstack_depth;    // what `callstack` set
+};
+extern parse_state_t parse_state;
+
+void yyparse();                  // to the end of all input
+op_t *stmt_new_op(uint16_t type);   // the node of a statement, at the end of the current psect
+
+int peek();                      // the next token, which stays
+void take();                     // it goes; its value stays in yylval until the next peek
+bool accept(int token);          // takes it if it is next
+bool expect(int token);          // the same; anything else is a syntax error
+bool syntax_error();             // reports the next token; returns false
+void end_line();                 // the next token is the line's end, whatever has been asked for
+
+bool parse_expr(value_t *v);
+bool parse_int(int64_t *n);      // a number token
+bool parse_name(symbol_t **s);
+bool parse_string(const char **s);

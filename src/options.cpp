@@ -1,0 +1,3 @@
+#include "options.h"
+
+options_t opt;

@@ -1,0 +1,35 @@
+// objout: the object file, record by record.
+//
+// This module knows the format: the frame, each record's body, the order of records, when a buffer is full. What goes
+// into TEXT and RELOC is emobj's business, which hands over words and normalised values one by one. Everything goes to
+// opt.out_stream. Offsets and positions are bytes unless told otherwise.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "code/expr.h"
+
+struct symbol_t;
+
+// The whole object file, for the chip of that name. Every psect with code must have been sized. Messages 802, 804 and
+// those of the functions below.
+void obj_write(const char *chip);
+
+void obj_open_ident(const char *text);           // IDENT, and empty buffers
+void obj_text_flush();                           // TEXT if it has data, then RELOC if it has entries
+void obj_text_begin();                           // a new TEXT at the current psect's current position
+// Adds the low `nbytes` bytes of `word`, with the field of `bits` bits at bit 0 taken from `value` (null, or normalised):
+// added in if it is a number, else left to a relocation entry. Advances p_curr. Messages 800, 808, 839, 1352.
+void emit_bytes(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
+void obj_range_check(const value_t *value, const value_t *limit, const char *name);   // message 801
+void obj_cond_expr(const value_t *value);        // message 839
+// Line information for debuggers: the source file from here on, and the line at the current position.
+void obj_file_entry(const char *file);
+void obj_line_entry(uint64_t line);
+void obj_symbol(const symbol_t *s, uint16_t flags);   // a SYM entry, or none if an alias may not be told
+
+// Bytes of a value's postfix code. A value that needs more than COMPLEX_MAX, or whose symbols go round in a circle, gives
+// some number above COMPLEX_MAX. Message 779.
+enum : size_t { COMPLEX_MAX = 508 };
+size_t complex_size(const value_t *value);

@@ -1,0 +1,140 @@
+// A run is one straight line: options, chip, parsing, sizing, writing. Parsing reads all sources once and leaves code
+// lists; nothing is encoded before all input has been read, so that a forward reference needs no second pass. An error
+// lets the run go on to its end, so that all errors of a source are seen; a fatal message ends it from where it is told.
+//
+// Nothing is freed: the process ends and its memory with it.
+#include "run.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "chip/chip.h"
+#include "chip/chipinfo.h"
+#include "chip/sfrs.h"
+#include "cmdline.h"
+#include "code/list.h"
+#include "code/tlab.h"
+#include "common/alert.h"
+#include "common/srcpos.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "env/catalogue.h"
+#include "front/lexutil.h"
+#include "front/parser.h"
+#include "options.h"
+#include "out/emobj.h"
+#include "out/objout.h"
+
+constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;
+
+void run_stop(int status)
+{
+    exit(status);
+}
+
+static void show_position()
+{
+    alert_set_location(srcpos.cur_file, &srcpos.cur_line, nullptr, nullptr);
+}
+
+static void load_chip()
+{
+    if (!opt.chip_name)
+        alert_msg(2042);
+    opt.cur_chip = chipinfo_load(opt.user_chipinfo_path, opt.chip_name);
+    sfr_init(opt.cur_chip);
+    if (opt.maxizel)
+        chip_maximise(opt.cur_chip);
+}
+
+// The name with what follows its last dot replaced, wherever that dot stands; without a dot, with the extension behind it.
+static const char *with_extension(const char *name, const char *extension)
+{
+    const char *dot = strrchr(name, '.');
+    return dot ? cache_printf("%.*s.%s", static_cast<int>(dot - name), name, extension) : cache_add_ext(name, extension);
+}
+
+// Every file that is written lies beside the first source unless an option says otherwise.
+static const char *beside_source(const char *extension)
+{
+    return with_extension(opt.src_files[0], extension);
+}
+
+static void open_cross_reference()
+{
+    if (opt.cross_ref == 0)
+        return;
+    opt.crf_file = beside_source("crf");
+    opt.crf_stream = fopen(opt.crf_file, "w");
+    if (!opt.crf_stream) {
+        perror(opt.crf_file);
+        alert_msg(461, "cross reference", opt.crf_file);
+    }
+}
+
+static void close_cross_reference()
+{
+    if (opt.crf_stream && (fflush(opt.crf_stream) != 0 || ferror(opt.crf_stream) || fclose(opt.crf_stream) != 0)) {
+        perror(opt.crf_file);
+        alert_msg(461, "cross reference", opt.crf_file);
+    }
+}
+
+static void parse_sources()
+{
+    sym_init();
+    opt.radix = 10;
+    opt.src_next = 0;
+    tlab_init();
+    lex_init();
+    yyparse();
+    tlab_finish();
+    pending_comments_free();
+}
+
+static void write_object()
+{
+    size_all();
+    opt.out_stream = fopen(opt.obj_file, "wb");
+    if (!opt.out_stream) {
+        perror(opt.obj_file);
+        alert_msg(1222, opt.obj_file);
+        return;
+    }
+    setvbuf(opt.out_stream, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
+    obj_write(chip_getName());
+    fclose(opt.out_stream);
+}
+
+int run_main(int argc, char **argv)
+{
+    static const alert_services_t services = {catalogue_path, run_stop};
+    alert_set_services(&services);
+    alert_set_formats("%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (warning)", "%f: %l: %s");
+    cmdline_collect(&argc, &argv);
+    srcpos.cur_file = "";
+    alert_set_hook(show_position);
+    show_position();
+    const int first_source = cmdline_options(argc, argv);
+    load_chip();
+    if (first_source >= argc)
+        alert_msg(836);
+    opt.src_files = argv + first_source;
+    opt.src_count = static_cast<uint32_t>(argc - first_source);
+    opt.version_text = cmdline_version_text(opt.version_text);
+    open_cross_reference();
+    parse_sources();
+    if (opt.xinst)
+        opt.optimise = false;   // code for the extended set is never optimised
+    if (!opt.obj_file)
+        opt.obj_file = beside_source("obj");
+    opt.radix = 10;
+    opt.src_next = 0;
+    srcpos.cur_line = 0;
+    srcpos.src_line = 0;
+    srcpos.src_file = nullptr;
+    write_object();
+    close_cross_reference();
+    return alert_exit_status();
+}

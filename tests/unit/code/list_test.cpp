@@ -1,0 +1,230 @@
+// Nodes, their comments and references, and temporary labels.
+#include "code/list.h"
+
+#include "code/ops.h"
+#include "code/tlab.h"
+#include "code_test.h"
+#include "options.h"
+
+static op_t *append(uint16_t type)
+{
+    op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
+    op->op_type = type;
+    return op;
+}
+
+static op_t *append_label(const char *name, uint64_t flags = 0)
+{
+    op_t *op = append(T_NAME);
+    op->op_sym = sym_enter(name, 0);
+    op->op_sym->s_flags = flags;
+    op->op_sym->s_defop = op;
+    return op;
+}
+
+static op_t *append_jump(uint16_t type, const char *name)
+{
+    op_t *op = append(type);
+    op->op_opnd1.opnd_value = value_sym(sym_enter(name, 0));
+    return op;
+}
+
+static std::string comments(const op_t *op)
+{
+    static std::string s;
+    s.clear();
+    op_comments_each(op, [](const char *text) { s += text; });
+    return s;
+}
+
+class List : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        sym_init();
+        srcpos = {};
+        srcpos.cur_file = "t.as";
+        srcpos.cur_line = 5;
+    }
+    code_list_t *code() { return cur_psect->s_psect->p_code; }
+};
+
+TEST_F(List, NewNodesTakePositionAndMarks)
+{
+    op_t *plain = op_new();
+    EXPECT_EQ(plain->op_lline, 5u);
+    EXPECT_STREQ(plain->op_lfile, "t.as");
+    EXPECT_EQ(plain->op_line, 0u);
+    EXPECT_EQ(plain->op_file, nullptr);
+    opt.line_records = true;
+    op_t *recorded = op_new();
+    opt.line_records = false;
+    EXPECT_EQ(recorded->op_line, 5u);
+    EXPECT_STREQ(recorded->op_file, "t.as");
+    EXPECT_EQ(recorded->op_id, plain->op_id + 1);
+    srcpos.src_file = "m.c";
+    srcpos.src_line = 70;
+    srcpos.line_volsfr = srcpos.line_compiled = true;
+    op_t *compiled = op_new();
+    EXPECT_EQ(compiled->op_line, 70u);
+    EXPECT_EQ(compiled->op_lline, 70u);
+    EXPECT_STREQ(compiled->op_lfile, "m.c");
+    EXPECT_EQ(compiled->op_flags, OPF_VOLATILE | OPF_NOOPT | OPF_COMPILED);
+    op_set_position(compiled);
+    EXPECT_STREQ(srcpos.cur_file, "m.c");
+    EXPECT_EQ(srcpos.cur_line, 70);
+    srcpos.line_volsfr = srcpos.line_compiled = false;
+    srcpos.line_volatile = true;
+    srcpos.cur_line = srcpos.src_line = int64_t{1} << 32;
+    op_t *far = op_new();
+    EXPECT_EQ(far->op_flags, uint32_t{OPF_VOLATILE});
+    EXPECT_EQ(far->op_line, UINT32_MAX);
+    srcpos.cur_line = -1;
+    EXPECT_EQ(op_new()->op_lline, 0u);
+}
+
+TEST_F(List, LinkingHandsDownThePosition)
+{
+    srcpos.src_file = "m.c";
+    srcpos.src_line = 70;
+    op_t *first = append(T_NOP);
+    srcpos.src_line = 0;
+    EXPECT_EQ(append(T_NOP)->op_line, 70u);
+    opt.list_enabled = true;
+    EXPECT_EQ(append(T_NOP)->op_line, 0u);
+    opt.optimise = true;
+    op_t *after = op_insert_after(first, op_new());
+    EXPECT_EQ(after->op_line, 70u);
+    EXPECT_STREQ(after->op_file, "m.c");
+    opt.list_enabled = opt.optimise = false;
+    op_t *bare = op_new();
+    op_link_after(first, bare);
+    EXPECT_EQ(bare->op_file, nullptr);
+    EXPECT_EQ(bare->op_psect, cur_psect);
+    op_unlink(bare);
+    EXPECT_EQ(first->op_next, after);
+    EXPECT_EQ(after->op_prev, first);
+    EXPECT_NE(bare->op_id, 0u);
+    op_t *label = op_ensure_label(after);
+    EXPECT_EQ(label->op_prev, first);
+    EXPECT_EQ(label->op_sym->s_defop, label);
+    EXPECT_EQ(op_ensure_label(after), label);
+    EXPECT_EQ(op_ensure_label(label)->op_type, T_NAME);
+}
+
+TEST_F(List, DeletionAndReuse)
+{
+    op_comment_add("; one", 5);
+    op_comment_add("; two, three", 5);
+    op_comment_add(";! summary\nrest", 10);
+    op_t *a = append(T_NOP), *b = append(T_NOP);
+    EXPECT_EQ(comments(a), "\n; one\n; two\n");
+    EXPECT_EQ(vec_size(a->op_comment), 3u);
+    EXPECT_FALSE(op_comments_any(b));
+    EXPECT_EQ(op_delete(a), 1);
+    EXPECT_EQ(comments(b), "\n; one\n; two\n");
+    EXPECT_EQ(op_delete_if_live(a), 0);
+    EXPECT_EQ(op_delete_if_live(b), 1);   // to the sentinel
+    EXPECT_TRUE(list_empty(code()));
+    EXPECT_EQ(comments(&code()->tail), "\n; one\n; two\n");
+    op_t *again = append(T_NOP);
+    EXPECT_EQ(again, b);                  // recycled, and clean
+    EXPECT_FALSE(op_comments_any(again));
+    EXPECT_NE(again->op_id, 0u);
+    op_comment_add("; psect", 7);
+    vec_t<const char *> v = vec_make<const char *>();
+    pending_comments_to(v);
+    EXPECT_EQ(vec_size(v), 2u);
+    op_comment_add("; lost", 6);
+    pending_comments_free();
+    EXPECT_FALSE(op_comments_any(append(T_NOP)));
+    op_comments_copy(again, &code()->tail);
+    op_comments_append(again, again->op_next);
+    op_comments_append(again, again->op_next);
+    EXPECT_EQ(vec_size(again->op_next->op_comment), 6u);
+    op_comments_copy(again, append(T_NOP));   // nothing to copy
+    EXPECT_EQ(vec_size(again->op_comment), 3u);
+    op_comments_free(again);
+    EXPECT_FALSE(op_comments_any(again));
+
+    for (bool strip : {false, true}) {
+        static std::string also;
+        also.clear();
+        FILE *out = tmpfile();
+        summary_comments_emit(out, strip, [](const char *line) { also += line; });
+        rewind(out);
+        char text[100] = "";
+        text[fread(text, 1, sizeof text - 1, out)] = 0;
+        fclose(out);
+        EXPECT_STREQ(text, strip ? " summary\n" : ";! summary\n");
+        EXPECT_EQ(also, strip ? " summary\n" : "");
+    }
+}
+
+TEST_F(List, TargetsAndReferences)
+{
+    append_label("start", S_GLOBAL);
+    op_t *skip = append(T_BTFSC);
+    op_t *jump = append_jump(T_GOTO, "end");
+    append(T_NUMLABEL);
+    op_t *landing = append(T_NOP);
+    op_t *second = append_jump(T_BCC, "end");
+    op_t *end = append_label("end", S_GLOBAL | S_UNDEF);
+    append_jump(T_CALL, "elsewhere");
+    append(T_CALL)->op_opnd1.opnd_value = value_const(4);
+    op_t *skips_last = append(T_CPFSEQ), *last = append(T_DECFSZ);
+    EXPECT_EQ(op_target(jump), end);
+    EXPECT_EQ(op_target(skip), landing);
+    EXPECT_EQ(op_target(landing), nullptr);
+    EXPECT_EQ(op_target(skips_last), &code()->tail);
+    EXPECT_EQ(op_target(last), nullptr);
+    list_build_refs(cur_psect);
+    EXPECT_TRUE(sym_find("start")->s_flags & S_DEFHERE);
+    EXPECT_FALSE(sym_find("end")->s_flags & S_DEFHERE);
+    EXPECT_EQ(vec_size(end->op_refs), 2u);
+    EXPECT_EQ(vec_elementAt(landing->op_refs, 0), skip);
+    op_add_ref(jump, end);
+    EXPECT_EQ(vec_size(end->op_refs), 2u);
+    op_delete(jump);
+    EXPECT_EQ(vec_size(end->op_refs), 1u);
+    op_remove_ref(second, end);
+    op_remove_ref(second, end);
+    EXPECT_EQ(vec_size(end->op_refs), 0u);
+    list_clear_refs(cur_psect);
+    for (op_t *op = code()->head.op_next; op; op = op->op_next)
+        EXPECT_FALSE(op->op_refs);
+}
+
+TEST_F(List, TemporaryLabels)
+{
+    tlab_init();
+    EXPECT_EQ(tlab_lookup(1, false), nullptr);
+    symbol_t *ahead = tlab_lookup(1, true);
+    EXPECT_EQ(tlab_lookup(1, true), ahead);
+    EXPECT_EQ(tlab_lookup(1, false), nullptr);   // not there yet
+    symbol_t *other = tlab_lookup(int64_t{1} << 32 | 1, true);
+    EXPECT_NE(other, ahead);
+    EXPECT_EQ(other->s_tlabno, int64_t{1} << 32 | 1);
+    op_t *op = append(T_NUMLABEL);
+    EXPECT_EQ(tlab_define(1, op), ahead);
+    EXPECT_EQ(ahead->s_defop, op);
+    EXPECT_EQ(tlab_lookup(1, false), ahead);
+    symbol_t *next = tlab_lookup(1, true);
+    EXPECT_NE(next, ahead);
+    EXPECT_EQ(tlab_define(1, append(T_NUMLABEL)), next);
+    EXPECT_NE(tlab_define(1, append(T_NUMLABEL)), next);   // nobody waited for this one
+    tlab_init();
+    EXPECT_EQ(said([] {
+        symbol_t *never = tlab_lookup(7, true);
+        srcpos.cur_line++;
+        tlab_lookup(8, true);
+        srcpos.cur_line++;
+        tlab_lookup(7, true);
+        tlab_define(8, append(T_NUMLABEL));
+        srcpos.cur_line = 9;
+        tlab_finish();
+        EXPECT_EQ(srcpos.cur_line, 9);
+        EXPECT_EQ(never->s_value.v_rtype, RT_CONST);
+        EXPECT_EQ(never->s_value.v_offs, 0xFFFF);
+    }), " 0:803 2:803");
+}

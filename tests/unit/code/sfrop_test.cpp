@@ -1,0 +1,46 @@
+// The predicates on operands, against each id of the core registers.
+#include "code/sfrop.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "chip/chipinfo.h"
+
+// A letter for each predicate that holds; a digit for the file select.
+static std::string answers(const opnd_t &v) {
+    static const struct { bool (*fn)(const opnd_t *); char letter; } all[] = {
+        {sfr_isKnown, 'k'}, {sfr_isWreg, 'w'}, {sfr_isStatus, 's'}, {sfr_isBsr, 'b'}, {sfr_isPc, 'p'}, {sfr_isTos, 't'},
+        {sfr_isIndirect, 'i'}, {sfr_isPostinc, '+'}, {sfr_isPostdec, '-'}, {sfr_isPreinc, '*'}, {sfr_isPlusw, 'x'}};
+    std::string s;
+    for (const auto &p : all)
+        if (p.fn(&v)) s += p.letter;
+    if (int select = sfr_fileSelect(&v)) s += static_cast<char>('0' + select);
+    return s;
+}
+
+TEST(SfrOp, Predicates) {
+    opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
+    sfr_init(opt.cur_chip);
+    static const char *const expected[] = {
+        "kt", "kt", "kt", "k", "kp", "kp", "kp", "k", "k", "k", "k", "k", "k", "ki1", "ki+1", "ki-1", "ki*1", "kix1", "k",
+        "k", "kw", "ki2", "ki+2", "ki-2", "ki*2", "kix2", "k", "k", "kb", "ki3", "ki+3", "ki-3", "ki*3", "kix3",
+        "k", "k", "ks"};
+    opnd_t v = {};
+    for (uint32_t id = SFR_TOSU; id < SFR_END; ++id) {
+        v.opnd_value = value_const(sfr_addrOf(id));
+        EXPECT_EQ(answers(v), expected[id - 1]) << id;
+        v.opnd_value.v_rtype = RT_PSECT;   // an offset in a psect, whatever its number
+        EXPECT_EQ(answers(v), "") << id;
+    }
+    auto at = [&v](int64_t addr) {
+        v.opnd_value = value_const(addr);
+        return answers(v);
+    };
+    EXPECT_EQ(at(0xF60), "k");   // another register of the access bank
+    int64_t wreg = sfr_addrOf(SFR_WREG);
+    const int64_t wrap = int64_t{1} << 32;
+    for (int64_t addr : {int64_t{0}, int64_t{-1}, wreg - 256, wreg + 128, wreg + wrap, wreg - wrap})
+        EXPECT_EQ(at(addr), "") << addr;   // among them those that share wreg's slot
+    opt.cur_chip = nullptr;
+}
