@@ -11,6 +11,9 @@ need clang clang++
 need libclang-rt-14-dev /usr/lib/llvm-14/lib/clang
 need cmake cmake
 need ninja-build ninja
+need pkg-config pkg-config
+need libzip-dev /usr/include/zip.h
+need unzip unzip
 need libgtest-dev /usr/include/gtest/gtest.h
 
 [ -n "$missing" ] || exit 0

@@ -16,11 +16,20 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "env/html.h"
+#include "env/qvdebug.h"
 #include "options.h"
 #include "run.h"
 
 constexpr const char *PRODUCT = "ZEL8 Assembler";
 constexpr const char *BUILD_STAMP = "20261124120000";
+
+// What the debug log shows of the command line.
+static struct {
+    const char *at_argument;   // @file, or null
+    int argc;
+    char **argv;
+} command;
 
 // Words of a stream.
 
@@ -129,7 +138,8 @@ void cmdline_collect(int *argc, char ***argv)
     if (*argc > 2 || (*argc == 2 && (*argv)[1][0] != '@'))
         return;
     if (*argc == 2) {
-        const char *file = (*argv)[1] + 1;
+        command.at_argument = (*argv)[1];
+        const char *file = command.at_argument + 1;
         FILE *in = fopen(file, "r");
         if (!in) {
             alert_msg(1217, file);
@@ -312,6 +322,23 @@ static void option_errata(const char *rest)
     opt.errata_mask = *rest ? static_cast<uint32_t>(strtoul(rest + 1, nullptr, 10)) : 0;
 }
 
+static void option_udf(const char *file)
+{
+    HTML_open(file, "Assembler information for ", file, "udf_styles.css");
+    HTML_useTOC(3);
+}
+
+static void option_qvdebug(const char *list)
+{
+    debug_option(list);
+    if (!debug_active())
+        return;
+    const char *at[] = {"", command.at_argument};
+    if (command.at_argument)
+        debug_log_args(2, at);
+    debug_log_args(command.argc, command.argv);
+}
+
 static void option_lib(const char *) { opt.lib_paths = true; }
 static void option_maxizel(const char *) { opt.maxizel = true; }
 static void option_xinst(const char *) { opt.xinst = true; }
@@ -337,8 +364,10 @@ static const struct {
     {"opt=", false, option_opt},
     {"errata", false, option_errata},
     {"cmode=", false, cmode_set},
+    {"udf=", false, option_udf},
     {"lib", true, option_lib},
     {"maxizel", true, option_maxizel},
+    {"qvdebug=", false, option_qvdebug},
     {"xinst", true, option_xinst},
     {"cfgdata=", false, option_cfgdata},
 };
@@ -357,6 +386,8 @@ static void long_option(const char *arg)
 
 int cmdline_options(int argc, char **argv)
 {
+    command.argc = argc;
+    command.argv = argv;
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; i++)
         for (const auto &row : short_rows)

@@ -20,6 +20,9 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/catalogue.h"
+#include "env/html.h"
+#include "env/qvdebug.h"
+#include "front/cond.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
 #include "options.h"
@@ -30,12 +33,23 @@ constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;
 
 void run_stop(int status)
 {
+    debug_finish();
     exit(status);
 }
 
 static void show_position()
 {
     alert_set_location(srcpos.cur_file, &srcpos.cur_line, nullptr, nullptr);
+}
+
+// Leaves the directory part of the program's name.
+static void cut_program_name(char *name)
+{
+    char *last = strrchr(name, '\\');
+    if (!last)
+        last = strrchr(name, '/');
+    if (last)
+        *last = 0;
 }
 
 static void load_chip()
@@ -116,8 +130,11 @@ int run_main(int argc, char **argv)
     srcpos.cur_file = "";
     alert_set_hook(show_position);
     show_position();
+    cut_program_name(argv[0]);
     const int first_source = cmdline_options(argc, argv);
     load_chip();
+    HTML_anchor("AS");
+    HTML_commandLine(argv, argc, "Assembler");
     if (first_source >= argc)
         alert_msg(836);
     opt.src_files = argv + first_source;
@@ -134,7 +151,11 @@ int run_main(int argc, char **argv)
     srcpos.cur_line = 0;
     srcpos.src_line = 0;
     srcpos.src_file = nullptr;
+    for (const code_list_t *list : psect_list)
+        cond_evaluate(list->psect);
     write_object();
     close_cross_reference();
+    HTML_close();
+    debug_finish();
     return alert_exit_status();
 }

@@ -27,7 +27,10 @@ bool expect(int token);          // the same; anything else is a syntax error
 bool syntax_error();             // reports the next token; returns false
 void end_line();                 // the next token is the line's end, whatever has been asked for
 
+bool parse_give_up();            // nesting is too deep to go on: the parse ends; returns false
+
 bool parse_expr(value_t *v);
+bool parse_expr_behind(int prefix, value_t *v);   // whose first word, `b` or `c`, has been taken; 0: none has
 bool parse_int(int64_t *n);      // a number token
 bool parse_name(symbol_t **s);
 bool parse_string(const char **s);
