@@ -1,0 +1,7 @@
+// pa: procedural abstraction, which moves repeated code into new procedures.
+#pragma once
+
+#include "code/list.h"
+
+// The psects of `set` share code with each other. New psects are added to `code_psects`.
+void pa_psects(vec_t<symbol_t *> set, vec_t<symbol_t *> code_psects);
