@@ -12,6 +12,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include "chip/cfgdata.h"
 #include "common/alert.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -346,9 +347,9 @@ static void option_xinst(const char *) { opt.xinst = true; }
 static void option_cfgdata(const char *file)
 {
     if (strcmp(file, "disabled") == 0)
-        opt.cfgdata_off = true;
+        cfg_disable();
     else
-        opt.cfgdata_path = file;
+        cfg_set_file(file);
 }
 
 static const struct {

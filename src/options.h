@@ -50,8 +50,6 @@ struct options_t {
     bool maxizel;                     // --maxizel
     bool xinst;                       // --xinst: the extended instruction set
     const char *version_text = "";    // -ver=, then the text of listing headers
-    const char *cfgdata_path;         // --cfgdata=
-    bool cfgdata_off;                 // --cfgdata=disabled
     int32_t radix;                    // default radix of numbers
 };
 

@@ -5,6 +5,7 @@
 // Nothing is freed: the process ends and its memory with it.
 #include "run.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,7 @@
 #include "chip/chipinfo.h"
 #include "chip/sfrs.h"
 #include "cmdline.h"
+#include "code/cfgpsect.h"
 #include "code/list.h"
 #include "code/tlab.h"
 #include "common/alert.h"
@@ -25,7 +27,10 @@
 #include "front/cond.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
+#include "optimise.h"
 #include "options.h"
+#include "out/emasm.h"
+#include "out/emlist.h"
 #include "out/emobj.h"
 #include "out/objout.h"
 
@@ -107,9 +112,85 @@ static void parse_sources()
     pending_comments_free();
 }
 
+// The listing and assembly text take standard output's place. False if the file can't be made.
+static bool reopen_output(const char *name)
+{
+    if (!freopen(name, "w", stdout))
+        return false;
+    setvbuf(stdout, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
+    return true;
+}
+
+// False, with errno set, if something that was written has not arrived.
+static bool close_output()
+{
+    errno = 0;
+    const bool arrived = fflush(stdout) == 0 && !ferror(stdout) && fclose(stdout) == 0;
+    if (!arrived && errno == 0)
+        errno = EIO;
+    return arrived;
+}
+
+static void settle_names()
+{
+    if (!opt.obj_file)
+        opt.obj_file = beside_source(opt.asm_output ? "opt" : "obj");
+    if (!opt.list_file)
+        opt.list_file = beside_source("lst");
+    opt.rlf_file = with_extension(opt.list_file, "rlf");
+}
+
+static void no_listing()
+{
+    perror(opt.list_file);
+    alert_msg(1219, opt.list_file);
+}
+
+static void open_listing()
+{
+    if (opt.asm_output)
+        return;
+    opt.list_on = opt.list_enabled;
+    if (opt.list_enabled && !reopen_output(opt.list_file)) {
+        no_listing();
+        opt.list_enabled = false;
+    }
+}
+
+static void write_listing()
+{
+    if (opt.page_width == 0)
+        opt.page_width = 132;
+    if (opt.form_length != 0 && opt.form_length <= 15)
+        opt.form_length = 66;
+    opt.out_stream = fopen(opt.rlf_file, "wb");
+    if (!opt.out_stream) {
+        perror(opt.rlf_file);
+        alert_msg(1221, opt.rlf_file);
+        opt.rlf_file = nullptr;
+    }
+    list_write(stdout);
+    if (!close_output())
+        no_listing();
+}
+
+static void write_assembly()
+{
+    bool written = reopen_output(opt.obj_file);
+    if (written) {
+        asm_write(stdout);
+        written = close_output();
+    }
+    if (!written) {
+        const int why = errno;
+        alert_msg(1220, opt.obj_file);
+        errno = why;
+        perror(opt.obj_file);
+    }
+}
+
 static void write_object()
 {
-    size_all();
     opt.out_stream = fopen(opt.obj_file, "wb");
     if (!opt.out_stream) {
         perror(opt.obj_file);
@@ -144,16 +225,26 @@ int run_main(int argc, char **argv)
     parse_sources();
     if (opt.xinst)
         opt.optimise = false;   // code for the extended set is never optimised
-    if (!opt.obj_file)
-        opt.obj_file = beside_source("obj");
+    cfg_make_psects();
+    settle_names();
     opt.radix = 10;
     opt.src_next = 0;
+    open_listing();
     srcpos.cur_line = 0;
     srcpos.src_line = 0;
     srcpos.src_file = nullptr;
+    srcpos.line_volatile = srcpos.line_volsfr = srcpos.line_compiled = false;
     for (const code_list_t *list : psect_list)
         cond_evaluate(list->psect);
-    write_object();
+    // optimise_run();
+    if (opt.asm_output) {
+        write_assembly();
+    } else {
+        size_all();
+        if (opt.list_enabled)
+            write_listing();
+        write_object();
+    }
     close_cross_reference();
     HTML_close();
     debug_finish();

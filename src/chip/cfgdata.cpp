@@ -72,8 +72,8 @@ static bool read_number(char *field, unsigned base, uint64_t *number) {
     if (base == 16 && s[0] == '0' && (s[1] | 0x20) == 'x') s += 2;
     char *digits = s;
     for (*number = 0;; ++s) {
-        char c = static_cast<char>(*s | 0x20);
-        unsigned digit = *s >= '0' && *s <= '9' ? static_cast<unsigned>(*s - '0') : c >= 'a' && c <= 'f' ? static_cast<unsigned>(c - 'a') + 10 : 16;
+        const int c = *s | 0x20, value = *s >= '0' && *s <= '9' ? *s - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : 16;
+        const unsigned digit = static_cast<unsigned>(value);
         if (digit >= base) break;
         if (*number > (UINT64_MAX - digit) / base) return false;
         *number = *number * base + digit;
@@ -104,7 +104,9 @@ template <class T> static T *find_name(hash_of<const char *, T *> table, const c
     return table && name ? hash_lookup(table, name) : nullptr;
 }
 
-static cfg_word_t *find_word(uint64_t address) { return st.model.by_address ? hash_lookup(st.model.by_address, address) : nullptr; }
+static cfg_word_t *find_word(uint64_t address) {
+    return st.model.by_address ? hash_lookup(st.model.by_address, address) : nullptr;
+}
 
 static cfg_setting_t *find_setting(const char *name) {
     for (cfg_word_t *word : st.model.words)
@@ -239,7 +241,8 @@ static bool parse(FILE *in) {
         ++st.line;
         char *s = skip_blanks(line);
         if (result == LINE_NONE || (result != LINE_ENDLESS && *s == '#') || (result == LINE_GOOD && !*s)) continue;
-        if (result != LINE_GOOD || !read_record(s)) alert_text("E", "Syntax error in \"%s\" line %u", st.cfg_filename, st.line);
+        if (result != LINE_GOOD || !read_record(s))
+            alert_text("E", "Syntax error in \"%s\" line %u", st.cfg_filename, st.line);
     } while (result == LINE_GOOD || result == LINE_BAD);
     st.model.count = vec_size(st.model.words);
     return !ferror(in);
@@ -260,6 +263,11 @@ void cfg_set_file(const char *path) {
 }
 
 void cfg_disable() { st.enabled = false; }
+
+bool cfg_given()
+{
+    return st.cfg_filename && *st.cfg_filename;
+}
 
 bool cfg_ready() {
     load();
@@ -317,7 +325,8 @@ static bool is_same(cfg_state_t kind, cfg_current_t a, cfg_current_t b) {
 }
 
 static bool condition_holds(const cfg_setting_t *set, const cfg_value_t *val) {
-    return (set->state == CFG_NAME && set->current.value == val) || (set->state == CFG_LITERAL && set->current.literal == val->value);
+    return (set->state == CFG_NAME && set->current.value == val) ||
+           (set->state == CFG_LITERAL && set->current.literal == val->value);
 }
 
 static void give_messages() {
@@ -354,7 +363,9 @@ bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name) {
     return true;
 }
 
-bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number) { return do_cmsgs(set, CFG_LITERAL, {.literal = number}); }
+bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number) {
+    return do_cmsgs(set, CFG_LITERAL, {.literal = number});
+}
 
 static cfg_value_t *value_of_bits(const cfg_setting_t *set, uint64_t bits) {
     for (cfg_value_t *val : set->values)

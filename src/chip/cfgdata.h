@@ -65,6 +65,7 @@ struct cfg_msg_t {
 
 void cfg_set_file(const char *path);   // drops what is loaded. Without it the first look-up ends in message 141
 void cfg_disable();                    // from now on nothing is loaded
+bool cfg_given();                      // whether a file was named
 bool cfg_ready();                      // loads if need be; whether there is a model
 
 // All of these load if need be. The errors of a file are reported as they come, and the record dropped.
@@ -76,7 +77,9 @@ cfg_word_t *cfg_find_word_by_name(const char *name);
 cfg_setting_t *cfg_find_setting(const char *name);   // of the first word that has one of that name
 
 inline bool cfg_word_has_settings(const cfg_word_t *word) { return vec_size(word->settings) != 0; }
-inline const char *cfg_get_word_name(const cfg_word_t *word) { return word->names ? vec_elementAt(word->names, 0) : nullptr; }
+inline const char *cfg_get_word_name(const cfg_word_t *word) {   // null if it has none
+    return word->names ? vec_elementAt(word->names, 0) : nullptr;
+}
 inline const char *cfg_get_setting_name(const cfg_setting_t *set) { return vec_elementAt(set->names, 0); }
 inline const char *cfg_get_value_name(const cfg_value_t *val) { return vec_elementAt(val->names, 0); }
 uint32_t cfg_setting_shift(const cfg_setting_t *set);   // position of its lowest bit

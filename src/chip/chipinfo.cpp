@@ -12,7 +12,8 @@
 // comes before them.
 //
 // The words of a line come from strtok_r on the line buffer. A line that is longer than the buffer is read as several
-// lines, as fgets gives them, and what stands behind a NUL byte is not seen.
+// lines, as fgets gives them, and what stands behind a NUL byte is not seen. A user may name any path, so a file that
+// never ends, as a device does, has to end in a message.
 #include "chip/chipinfo.h"
 
 #include <cstdarg>
@@ -27,12 +28,14 @@
 #include "env/registry.h"
 
 enum : unsigned { LINE_SIZE = 3072, ATTRIBUTE_BUCKETS = 13, WARNED_BUCKETS = 127 };
+constexpr size_t MOST_TEXT = size_t{64} << 20;   // bytes of a file
 
 typedef hash_of<const char *, vector_t *> attrs_t;
 
 static struct {
     const char *file = "";
     int line;
+    size_t text_read;                         // bytes, about
     hash_of<const char *, uint64_t> warned;   // "line key" of the unknown attributes that were reported
     char text[LINE_SIZE];                     // the current line
 } st;
@@ -238,7 +241,10 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s) {
 static bool next_line(FILE *in) {
     if (!fgets(st.text, LINE_SIZE, in)) return false;
     ++st.line;
-    return true;
+    st.text_read += *st.text ? strlen(st.text) : sizeof st.text;   // a line of NUL bytes may be that long
+    if (st.text_read <= MOST_TEXT) return true;
+    chipinfo_fail(nullptr, "too much text");
+    return false;
 }
 
 // The current line less what it begins with; null if it is empty or a comment.
@@ -304,7 +310,8 @@ static chipinfo_t *read_chip(FILE *in, const char *chip) {
     ci->c_fileattrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
     ci->c_attrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
     if (!next_line(in)) {
-        alert_msg(920);
+        if (ferror(in)) alert_msg(141, "chip info", st.file);   // a directory can be opened, but not read
+        else alert_msg(920);
         return nullptr;
     }
     const char *name = seek_section(in, ci, chip);
@@ -335,6 +342,7 @@ chipinfo_t *chipinfo_read(const char *path, const char *chip) {
     }
     st.file = cache_string(path);
     st.line = 0;
+    st.text_read = 0;
     chipinfo_t *ci = read_chip(in, chip);
     fclose(in);
     return ci;

@@ -60,7 +60,6 @@ void sfr_init(chipinfo_t *ci) {
 
 uint32_t sfr_addrOf(uint32_t id) { return id >= SFR_TOSU && id < SFR_END ? static_cast<uint32_t>(st.list[id - 1].addr) : 0; }
 
-const char *sfr_nameAt(int64_t addr) {
-    uint32_t id = sfr_idAt(addr);
-    return id != SFR_NONE ? st.list[id - 1].name : nullptr;
-}
+const char *sfr_name(uint32_t id) { return id >= SFR_TOSU && id < SFR_END ? st.list[id - 1].name : nullptr; }
+
+const char *sfr_nameAt(int64_t addr) { return sfr_name(sfr_idAt(addr)); }

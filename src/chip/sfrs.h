@@ -19,6 +19,7 @@ enum sfr_id : uint32_t {
 // Takes the addresses from the chip; the second and later calls return at once.
 void sfr_init(chipinfo_t *ci);
 uint32_t sfr_addrOf(uint32_t id);       // 0 for an id that is none, and for a register that the chip lacks
+const char *sfr_name(uint32_t id);      // in lower case; null for an id that is none
 const char *sfr_nameAt(int64_t addr);   // in lower case; null if no core register lies there
 
 // Open addressing on the low bits of the address: the registers stand close together, so nearly every look-up ends in

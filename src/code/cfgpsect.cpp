@@ -103,7 +103,8 @@ static void comment_settings(const cfg_word_t *word)
             comment(cache_printf(";\t%s = 0x%lX, user specified literal", name, number(set->current.literal)));
             break;
         case CFG_NAME:
-            comment(cache_printf(";\t%s = %s, %s", name, cfg_get_value_name(set->current.value), set->current.value->description));
+            comment(cache_printf(";\t%s = %s, %s", name, cfg_get_value_name(set->current.value),
+                                 set->current.value->description));
             break;
         case CFG_UNSET:
             comment(cache_printf(";\t%s = 0x%lX, unprogrammed default", name,
@@ -174,7 +175,8 @@ static void make_location(uint64_t punit_address, uint64_t creg_address, const c
 
 void cfg_make_psects()
 {
-    if (!cfg_ready())
+    // A program that was given no data, and never asked for any, needs none.
+    if (!cfg_given() || !cfg_ready())
         return;
     cfg_rewind();
     cfg_sort();

@@ -29,12 +29,14 @@ enum : uint32_t {
     OPF_FIXED = OPF_COMPILED | OPF_NOOPT,   // the optimiser must not touch the node
 };
 
+struct pa_node_t;
+
 struct data_item_t {
     data_item_t *next;
     value_t value;
 };
 
-// Programs of half a million nodes are ordinary, so the record is kept small: 168 bytes.
+// Programs of half a million nodes are ordinary, so the record is kept small: 176 bytes.
 struct op_t {
     uint16_t op_type;       // the statement's token number (ops.h); 0 only in sentinels
     uint16_t op_dest;       // DEST_F or DEST_W
@@ -61,8 +63,12 @@ struct op_t {
     op_t *op_next, *op_prev;          // op_prev of a free node: the next free one
     symbol_t *op_psect;
     vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
+    union {                           // scratch of the optimiser's modules:
+        uint64_t op_order;            // grows along the list, with gaps
+        pa_node_t *op_pa;             // what procedural abstraction knows of the node
+    };
 };
-static_assert(sizeof(op_t) == 168);
+static_assert(sizeof(op_t) == 176);
 
 struct code_list_t {
     symbol_t *psect;

@@ -99,6 +99,7 @@ struct psect_t {
     uint8_t p_space;
     uint8_t p_delta;                  // bytes per addressing unit; 0 until given, 1 from output on
     bool p_inline, p_keep, p_noexec, p_lowdata;
+    uint8_t p_inlstate;               // of inlining: 0 not checked, 1 may be inlined, 2 may not
 };
 
 extern vec_t<code_list_t *> psect_list;   // all psects, in order of creation

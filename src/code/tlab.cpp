@@ -8,9 +8,11 @@
 #include "code/tlab.h"
 
 #include "code/list.h"
+#include "code/ops.h"
 #include "common/alert.h"
 #include "common/hash.h"
 #include "common/srcpos.h"
+#include "common/stringcache.h"
 #include "common/xalloc.h"
 
 struct number_t {
@@ -27,6 +29,7 @@ struct reference_t {
 static struct {
     hash_of<int64_t, number_t *> numbers;
     reference_t *first, **link;   // forward references, in order of appearance
+    bool used;                    // there is a temporary label, or a reference to one
 } st;
 
 void tlab_init()
@@ -39,6 +42,7 @@ void tlab_init()
 static number_t *number_entry(int64_t number)
 {
     number_t *n = hash_lookup(st.numbers, number);
+    st.used = true;
     if (!n) {
         n = xnew<number_t>();
         hash_insert(st.numbers, number, n);
@@ -92,4 +96,54 @@ void tlab_finish()
         }
     srcpos.cur_file = file;
     srcpos.cur_line = line;
+}
+
+static bool is_reference(const value_t *v) { return v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB; }
+
+// Depth is bounded by the size of a tree.
+static void refer_to_labels(value_t *v)
+{
+    if (is_reference(v)) {
+        if (v->v_sym->s_defop) {
+            v->v_rtype = RT_SYM;
+            sym_add_ref(v->v_sym);
+        } else {
+            *v = value_const(v->v_sym->s_value.v_offs + v->v_offs);   // has been reported
+        }
+        return;
+    }
+    const bool binary = rtype_is_binary(v->v_rtype);
+    if (!binary && !rtype_is_unary(v->v_rtype))
+        return;
+    value_t *kids = xnew<value_t>(binary ? 2 : 1);
+    for (int i = 0; i <= binary; i++) {
+        kids[i] = v->v_kids[i];
+        refer_to_labels(&kids[i]);
+    }
+    v->v_kids = kids;
+}
+
+void tlab_to_labels()
+{
+    uint32_t count = 0;
+    for (const code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+            if (op->op_type == T_NUMLABEL) {
+                symbol_t *s = op->op_opnd1.opnd_value.v_sym;
+                op->op_type = T_NAME;
+                op->op_opnd1.opnd_value = {};
+                op->op_sym = s;
+                s->s_name = cache_printf("?t%u", ++count);
+                s->s_fn = nullptr;
+                s->s_owner = list->psect;
+                s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
+                sym_add_ref(s);
+                sym_link(s);
+            } else if (st.used) {
+                refer_to_labels(&op->op_opnd1.opnd_value);
+                refer_to_labels(&op->op_opnd2.opnd_value);
+                for (data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
+                    refer_to_labels(&item->value);
+            }
+        }
 }

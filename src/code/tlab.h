@@ -19,3 +19,5 @@ symbol_t *tlab_lookup(int64_t number, bool forward);
 // The end of all input: message 803 at the position of every forward reference whose label never came. Its record is
 // given the value 0xFFFF.
 void tlab_finish();
+// Makes ordinary labels of all temporary ones, and symbol references of what refers to them, for passes that move code about.
+void tlab_to_labels();

@@ -202,8 +202,7 @@ static bool takes_arguments_of(const char *text, const char *model) {
 
 static alert_record_t look_up(unsigned number) {
     alert_record_t m = {ERROR, number, "An error, warning or message was generated, but no description is available", 0};
-    if (!st.primary) return m;
-    if (const alert_record_t *entry = vec_elementAt(st.primary, number)) {
+    if (const alert_record_t *entry = st.primary ? vec_elementAt(st.primary, number) : nullptr) {
         m = *entry;
         const alert_record_t *other = vec_elementAt(st.override_texts, number);
         if (other && takes_arguments_of(other->text, m.text)) m.text = other->text;

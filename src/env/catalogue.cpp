@@ -25,7 +25,7 @@ static const char *embedded_copy() {
 
 const char *catalogue_path() {
     const char *name = cache_printf("%s_msgs.txt", "en");
-    const char *exe_dir = qvinst_exe_dir(), *parent = exe_dir ? cache_dirname(exe_dir) : nullptr;
+    const char *exe_dir = qvinst_exe_dir(), *parent = exe_dir ? cache_concat(cache_dirname(exe_dir), "/") : nullptr;
     const char *beside = parent ? cache_path_join(cache_path_join(parent, "dat"), name) : nullptr;
     const char *const places[] = {reg_mkpath(REG_DAT, name), beside, name};
     for (const char *path : places)

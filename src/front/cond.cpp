@@ -19,12 +19,9 @@ constexpr unsigned TOP_LEVEL = 9;
 void cond_evaluate(symbol_t *psect)
 {
     level_t state[TOP_LEVEL + 1] = {YES};
+    const op_t *opened[TOP_LEVEL + 1] = {};   // the `if` of each level
     unsigned d = 0;
-    op_t *op = psect->s_psect->p_code->head.op_next;
-    if (op->op_type == 0)
-        return;
-    op_set_position(op);
-    for (; op->op_type != 0; op = op->op_next) {
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
         const value_t *v = &op->op_opnd1.opnd_value;
         const bool constant = v->v_rtype == RT_CONST, holds = v->v_offs != 0;
         level_t *top = &state[d];
@@ -41,6 +38,7 @@ void cond_evaluate(symbol_t *psect)
             if (!constant)
                 break;
             state[++d] = *top != YES ? NEVER : holds ? YES : NO;
+            opened[d] = op;
             continue;
         case T_ELSIF:
             if (*top != NEVER)
@@ -66,6 +64,8 @@ void cond_evaluate(symbol_t *psect)
         if (state[d] != YES)
             op->op_flags |= OPF_SKIPPED;
     }
-    if (d > 0)
+    if (d > 0) {
+        op_set_position(opened[d]);
         alert_msg(1489, psect->s_name);
+    }
 }

@@ -10,6 +10,7 @@
 
 #include <initializer_list>
 
+#include "chip/config.h"
 #include "code/program.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
@@ -70,11 +71,11 @@ static bool do_number(int32_t *option)
     int64_t n;
     if (!parse_int(&n))
         return false;
-    *option = n > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
+    *option = static_cast<uint64_t>(n) > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
     return true;
 }
 
-static bool do_callstack()
+bool parse_callstack()
 {
     int64_t n;
     if (!parse_int(&n))
@@ -158,7 +159,7 @@ static bool list_options()
 
 static void deprecated(const char *word) { alert_msg(2068, word); }
 
-// The control `token` that has been taken. False on a syntax error.
+// The control `token` that has been taken. False on a syntax error. The asmopt_ words and the page sizes aren't deprecated.
 static bool control(int token, bool on)
 {
     switch (token) {
@@ -185,23 +186,19 @@ static bool control(int token, bool on)
         return list_options();
     case T_CALLSTACK:
         deprecated("callstack");
-        return do_callstack();
+        return parse_callstack();
     case T_ASMOPT_SWITCH:
-        deprecated(on ? "asmopt_on" : "asmopt_off");
         asmopt_switch(on);
         return true;
     case T_ASMOPT_STACK:
-        deprecated(on ? "asmopt_push" : "asmopt_pop");
         if (on)
             asmopt_push();
         else
             asmopt_pop();
         return true;
     case T_PAGELENGTH:
-        deprecated("pagelength");
         return do_number(&opt.form_length);
     case T_PAGEWIDTH:
-        deprecated("pagewidth");
         return do_number(&opt.page_width);
     default:
         return syntax_error();
@@ -230,7 +227,7 @@ static bool d_title(uint16_t) { return do_title(false); }
 static bool d_subtitle(uint16_t) { return do_title(true); }
 static bool d_include(uint16_t) { return do_include(); }
 static bool d_expand(uint16_t on) { do_expand(on != 0); return true; }
-static bool d_callstack(uint16_t) { return do_callstack(); }
+static bool d_callstack(uint16_t) { return parse_callstack(); }
 static bool d_pagelength(uint16_t) { return do_number(&opt.form_length); }
 static bool d_pagewidth(uint16_t) { return do_number(&opt.page_width); }
 
@@ -632,25 +629,24 @@ static bool d_badram(uint16_t)
     return true;
 }
 
-// Configuration words. Without configuration data no name can be found.
+// Configuration words.
 static bool d_config(uint16_t)
 {
     lex_mode = LM_CONFIG;
     do {
         if (peek() != T_STRING)
             return syntax_error();
-        const char *what = yylval.str, *with;
+        const char *what = yylval.str;
         take();
         if (!expect(T_EQUALS))
             return false;
         if (peek() == T_STRING)
-            with = yylval.str;
+            cfg_prog_with_name(what, yylval.str);
         else if (peek() == T_INT)
-            with = cache_printf("0x%lX", static_cast<unsigned long>(yylval.num));
+            cfg_prog_with_value(what, static_cast<uint64_t>(yylval.num));
         else
             return syntax_error();
         take();
-        alert_msg(1363, what, with);
     } while (accept(T_COMMA));
     lex_mode = LM_PLAIN;
     return true;

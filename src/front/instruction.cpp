@@ -53,13 +53,13 @@ static bool parse_dest_access(dest_access_t *d)
     if (token == T_INT) {
         int64_t n = yylval.num, m;
         take();
+        if (accept(T_COMMA)) {
+            if (!parse_int(&m))
+                return false;
+            d->access = choose(m, ACCESS_C, ACCESS_B, ACCESS_B);
+            d->count = 2;
+        }
         d->dest = choose(n, DEST_W, DEST_F, DEST_F);
-        if (!accept(T_COMMA))
-            return true;
-        if (!parse_int(&m))
-            return false;
-        d->access = choose(m, ACCESS_C, ACCESS_B, ACCESS_B);
-        d->count = 2;
         return true;
     }
     if (!is_access_word(token) && !is_dest_word(token))

@@ -36,7 +36,7 @@ uint32_t lex_mode;
 uint64_t lex_space;
 
 constexpr size_t BLOCK = 65536;
-constexpr size_t MAX_LINE = size_t{1} << 30;   // a line without end, as /dev/zero has, is taken for a read error
+constexpr size_t MAX_LINE = size_t{1} << 27;   // a line without end, as /dev/zero has, is taken for a read error
 
 // A source or included file, or the text of a macro's expansion.
 struct input_ctx_t {

@@ -42,7 +42,10 @@ struct macro_frame_t {
 constexpr unsigned FRAMES = 30;         // expansions nest one less deep
 constexpr unsigned MOST_NAMES = 127;    // parameters, and local names, of one macro
 constexpr size_t LONGEST_BODY = 32767;
-constexpr unsigned char LOCAL_BIT = 0x80;
+
+// Selectors: 1 to 127 a parameter, with LOCAL_BIT set a local name. A newline ends a line wherever it stands, so the tenth
+// parameter has another one; and a byte of the source that looks like a marker becomes a marker that stands for that byte.
+constexpr unsigned char LITERAL_MARKER = 0, LOCAL_BIT = 0x80, TENTH = LOCAL_BIT;
 
 // Text that grows. The same few buffers serve the whole run.
 struct text_t {
@@ -69,6 +72,21 @@ static void put(text_t *t, char c)
         t->room = room;
     }
     t->s[t->length++] = c;
+}
+
+static void put_marker(unsigned char selector)
+{
+    put(&ms.body, MACRO_MARKER);
+    put(&ms.body, static_cast<char>(selector == '\n' ? TENTH : selector));
+}
+
+// A character of the source into the body.
+static void put_body(char c)
+{
+    if (c == MACRO_MARKER)
+        put_marker(LITERAL_MARKER);
+    else
+        put(&ms.body, c);
 }
 
 static bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\f' || c == '\r' || c == '\b'; }
@@ -183,11 +201,13 @@ void macro_end()
 
 const char *macro_subst(unsigned char selector)
 {
-    const uint32_t number = selector & 0x7F;
-    if (number == 0)
-        return nullptr;
+    static const char literal[] = {MACRO_MARKER, 0};
     const macro_frame_t *f = &ms.stack[ms.top];
-    return vec_elementAt(selector & LOCAL_BIT ? f->mf_locals : f->mf_args, number - 1);
+    if (selector == LITERAL_MARKER)
+        return literal;
+    if (selector > LOCAL_BIT)
+        return vec_elementAt(f->mf_locals, selector - LOCAL_BIT - 1u);
+    return vec_elementAt(f->mf_args, selector == TENTH ? 9 : selector - 1u);
 }
 
 // Definition.
@@ -241,7 +261,7 @@ static const char *copy_string(const char *p)
     for (; *p != '\n' && *p != '"'; p++) {
         if (*p == '\\' && p[1] == '"')
             p++;
-        put(&ms.body, *p);
+        put_body(*p);
     }
     if (*p == '"')
         put(&ms.body, *p++);
@@ -259,8 +279,7 @@ static capture_t capture_word(const char *word, const char **p, unsigned *depth,
     if (!row) {
         const symbol_t *s = sym_find(word, length);
         if (s && (s->s_flags & S_MACROARG)) {
-            put(&ms.body, MACRO_MARKER);
-            put(&ms.body, static_cast<char>(s->s_value.v_offs));
+            put_marker(static_cast<unsigned char>(s->s_value.v_offs));
             return GO_ON;
         }
     } else if (row->token == T_MACRO || row->token == T_REPT || row->token == T_IRP || row->token == T_IRPC) {
@@ -296,8 +315,7 @@ static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> 
             p++;
             if (lex_is_digit(*p)) {
                 const unsigned position = static_cast<unsigned>(*p++ - '0') + 1;
-                put(body, MACRO_MARKER);
-                put(body, static_cast<char>(position));
+                put_marker(static_cast<unsigned char>(position));
                 if (position > ms.arg_highest)
                     ms.arg_highest = position;
             }
@@ -320,12 +338,9 @@ static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> 
                 break;
             }
             while (*p != '\n')
-                put(body, *p++);
+                put_body(*p++);
         } else {
-            if (c == MACRO_MARKER)
-                alert_msg(844);
-            else
-                put(body, c);
+            put_body(c);
             p++;
         }
     }
@@ -359,8 +374,11 @@ static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
     // `endm` may stand behind other text of its line.
     if (ms.body.length > 0 && ms.body.s[ms.body.length - 1] != '\n')
         put(&ms.body, '\n');
+    char *copy = static_cast<char *>(xalloc(ms.body.length + 1));
+    if (ms.body.length > 0)
+        memcpy(copy, ms.body.s, ms.body.length);
     m->m_length = ms.body.length;
-    m->m_body = xstrndup(ms.body.s ? ms.body.s : "", ms.body.length);
+    m->m_body = copy;
 }
 
 static void parameters(macro_t *m, vec_t<symbol_t *> params)

@@ -18,5 +18,5 @@ void macro_call(symbol_t *name);
 void macro_end();
 const char *macro_subst(unsigned char selector);
 
-// In a body's text this byte and a selector behind it stand for a parameter or a local name.
+// In a body's text this byte and a selector behind it, which is never a newline, stand for a parameter or a local name.
 constexpr char MACRO_MARKER = 127;

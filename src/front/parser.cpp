@@ -6,6 +6,8 @@
 // further errors go unreported, for they are likely to come from the same cause.
 #include "front/parser.h"
 
+#include <strings.h>
+
 #include "code/program.h"
 #include "code/tlab.h"
 #include "common/alert.h"
@@ -28,16 +30,25 @@ static struct {
 
 // Tokens.
 
+// A token that has been taken counts when the next one is asked for: one that turns out to begin nothing doesn't.
+static void count_taken()
+{
+    if (ps.token == 0 && ps.quiet > 0)
+        ps.quiet--;
+}
+
 int peek()
 {
-    return ps.token ? ps.token : (ps.token = yylex());
+    if (ps.token == 0) {
+        count_taken();
+        ps.token = yylex();
+    }
+    return ps.token;
 }
 
 void take()
 {
     ps.token = 0;
-    if (ps.quiet)
-        ps.quiet--;
 }
 
 bool accept(int token)
@@ -55,6 +66,7 @@ bool expect(int token)
 
 void end_line()
 {
+    count_taken();
     ps.token = T_EOL;
 }
 
@@ -93,15 +105,15 @@ bool parse_give_up()
 // Drops the rest of the line. False at the end of all input.
 static bool recover()
 {
-    ps.quiet = 3;
     lex_mode = LM_PLAIN;
     lex_space = 0;
     while (peek() != T_EOL && ps.token != T_COMMENT) {
         if (ps.token < 0)
             return false;
-        ps.token = 0;
+        take();
     }
     take();
+    ps.quiet = 3;
     lex_skip_line();
     return true;
 }
@@ -229,6 +241,8 @@ static bool parse_statement()
                 continue;
             }
             const int word = peek();
+            if (word == T_INT && strcasecmp(s->s_name, "stack") == 0)
+                return parse_callstack() && parse_end_of_statement(END_CONTROL);   // no keyword, but at this place
             if (word != T_EQU && word != T_SET && word != T_MACRO)
                 return syntax_error();
             take();

@@ -19,7 +19,8 @@
 //        number stays a number, anything else grows into an expression tree. `goto x` has the fields (x>>1)&255 and x>>9.
 //     4. It hands the word's template, the field's value and its width to the writer, st.emit.
 //     5. The writer for the object file is emit_bytes in objout.cpp: a number is added to the template; a place or a tree
-//        becomes a relocation entry.
+//        becomes a relocation entry. The writer for the listing puts everything in its queue (emlist.cpp). A program that
+//        is listed is encoded twice, first for the listing.
 //
 // What may bite. Trees are shared, so reduction never writes to operand records; it makes new ones where something
 // changed. Operands are reduced once, before the first word of a node goes out: `$` means the node's own place in all
@@ -39,6 +40,7 @@
 #include "common/xalloc.h"
 #include "env/registry.h"
 #include "options.h"
+#include "out/emlist.h"
 #include "out/objout.h"
 
 enum : unsigned { SETTLE_PASSES = 50, GROW_PASSES = 150 };
@@ -52,13 +54,22 @@ typedef void (*emit_fn)(uint64_t word, const value_t *value, unsigned nbytes, un
 
 static struct {
     emit_fn emit = emit_bytes;   // takes each word, with the value for its field normalised or null
+    bool listing;                // the words go to the listing; the object file's turn is for messages and for records
     bool longest;                // size pass: branches no longer have a choice
     const char *last_file;       // told to debuggers
     uint64_t last_line;
 } st;
 
-static int64_t plus(int64_t a, int64_t b) { return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b)); }
-static int64_t minus(int64_t a, int64_t b) { return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b)); }
+// Sums wrap around.
+static int64_t plus(int64_t a, int64_t b)
+{
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
+static int64_t minus(int64_t a, int64_t b)
+{
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
 
 // Reduction of operands.
 
@@ -109,7 +120,8 @@ static reduced_t reduce_symbol(value_t *v)
     const bool temporary = v->v_rtype != RT_SYM;
     if ((s->s_flags & S_UNDEF && !temporary) || sym_is_self(s)) {
         if (temporary) {
-            alert_msg(803);   // its label lies in a false arm
+            if (!st.listing)
+                alert_msg(803);   // its label lies in a false arm
             to_number(v, 0xFFFF);
             return NEW;
         }
@@ -123,6 +135,13 @@ static reduced_t reduce_symbol(value_t *v)
     *v = s->s_value;
     v->v_offs = plus(v->v_offs, offs);
     return NEW;
+}
+
+// The current location in addressing units, as a label has it.
+static int64_t units_here()
+{
+    const psect_t *p = cur_psect->s_psect;
+    return static_cast<int64_t>(p->p_curr / psect_delta(p));
 }
 
 static reduced_t reduce(value_t *v, reduce_t *r)
@@ -141,7 +160,7 @@ static reduced_t reduce(value_t *v, reduce_t *r)
         case RT_HERE:
             if (!cur_psect)
                 return changed;
-            *v = value_psect_offset(cur_psect, plus(v->v_offs, static_cast<int64_t>(cur_psect->s_psect->p_curr)));
+            *v = value_psect_offset(cur_psect, plus(v->v_offs, units_here()));
             return NEW;
         case RT_SYM:
         case RT_TLABF:
@@ -250,7 +269,8 @@ symbol_t *value_psect(const value_t *v)
 
 static bool is_low_address(const opnd_t *o)
 {
-    return o->opnd_kind == OPND_DATA && o->opnd_value.v_rtype == RT_CONST && static_cast<uint64_t>(o->opnd_value.v_offs) < 4096;
+    const value_t &v = o->opnd_value;
+    return o->opnd_kind == OPND_DATA && v.v_rtype == RT_CONST && static_cast<uint64_t>(v.v_offs) < 4096;
 }
 
 static bool in_lowdata(const opnd_t *o)
@@ -402,13 +422,14 @@ static void enc_bit(const op_t *op)
     const value_t file = file_operand(op), bit = operand(&op->op_opnd2);
     if (bit.v_rtype == RT_CONST) {
         const uint32_t n = static_cast<uint32_t>(bit.v_offs);
-        if (n > 7)
+        if (n > 7 && !st.listing)
             alert_msg(842);
         put_field(word | n << 9, file, 8);
         return;
     }
     const value_t seven = number(7);
-    obj_range_check(&bit, &seven, "bit number");
+    if (!st.listing)
+        obj_range_check(&bit, &seven, "bit number");
     const value_t high = calc(OPC_SHL, calc(OPC_AND, seven, bit), number(9));
     put_field(word, calc(OPC_PLUS, high, calc(OPC_AND, number(255), file)), 12);
 }
@@ -499,6 +520,11 @@ static void enc_db(const op_t *op)
 
 static void move_to(uint64_t position)
 {
+    if (st.listing) {
+        rlf_ident();
+        cur_psect->s_psect->p_curr = position;
+        return;
+    }
     obj_text_flush();
     cur_psect->s_psect->p_curr = position;
     obj_text_begin();
@@ -510,7 +536,7 @@ static void enc_org(const op_t *op) { move_to(units_to_bytes(op->op_arg)); }
 static void enc_align(const op_t *op)
 {
     const uint64_t here = cur_psect->s_psect->p_curr, padding = size_align(op, here);
-    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0)
+    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0 && !st.listing)
         alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_arg));
     const value_t zero = number(0);
     for (uint64_t n = padding; n; n--)
@@ -608,11 +634,22 @@ static void enc_call(const op_t *op)
 
 static void enc_cond(const op_t *op)
 {
-    if (op->op_opnd1.opnd_value.v_rtype != RT_CONST)
+    if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !st.listing)
         obj_cond_expr(&op->op_opnd1.opnd_value);
 }
 
-static void enc_messg(const op_t *op) { alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text); }
+static void enc_messg(const op_t *op)
+{
+    if (!st.listing)
+        alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text);
+}
+
+// A definition shows in the listing what it defines.
+static void enc_definition(const op_t *op)
+{
+    if (st.listing)
+        list_address(operand(&op->op_opnd2));
+}
 
 enum : uint8_t {
     KIND_BRANCH = 1,      // the size depends on where the target is
@@ -650,7 +687,7 @@ static constexpr kind_t kind_rows[] = {
     {T_IF, 0, enc_cond}, {T_ELSIF, 0, enc_cond}, {T_ELSE, 0, enc_none}, {T_ENDIF, 0, enc_none},
     {T_ENDM, 0, enc_none, nullptr, KIND_SILENT}, {T_TITLE, 0, enc_none, nullptr, KIND_SILENT},
     {T_INCLUDE, 0, enc_none}, {T_MESSG, 0, enc_messg},
-    {T_EQU, 0, enc_none, nullptr, KIND_NO_LINE}, {T_SET, 0, enc_none, nullptr, KIND_NO_LINE},
+    {T_EQU, 0, enc_definition, nullptr, KIND_NO_LINE}, {T_SET, 0, enc_definition, nullptr, KIND_NO_LINE},
 };
 static_assert(std::size(kind_rows) == 58);
 
@@ -754,16 +791,37 @@ void size_all()
 
 // Emission.
 
-void emobj(const op_t *op)
+// The writer for the listing.
+static void emit_list(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
+{
+    list_queue_add(word, value, nbytes, bits);
+    cur_psect->s_psect->p_curr += nbytes;
+}
+
+// The node's place goes to the listing's address column, unless its value has gone there.
+static void list_place(const op_t *op)
+{
+    const int64_t units = static_cast<int64_t>(op->op_offs / psect_delta(cur_psect->s_psect));
+    if (op->op_type != T_EQU && op->op_type != T_SET)
+        list_address(psect_is_abs(cur_psect) ? number(units) : value_psect_offset(cur_psect, units));
+}
+
+void emobj(const op_t *op, bool listing)
 {
     const kind_t *k = kind_of(op);
     if (!k) {
         alert_msg(812, op->op_type);
         return;
     }
-    if (cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
+    if (!listing && cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
         alert_msg(840);
-    k->encode(op);
+    st.listing = listing;
+    st.emit = listing ? emit_list : emit_bytes;
+    if (!listing || op->op_offs != OFFS_MAX)
+        k->encode(op);
+    if (listing)
+        list_place(op);
+    st.listing = false;
 }
 
 // With --lib, files of the installation are told relative to it.
@@ -822,6 +880,6 @@ void emit_psect(symbol_t *psect)
         if (op->op_flags & OPF_SKIPPED || is_silent(op))
             continue;
         line_information(op);
-        emobj(op);
+        emobj(op, false);
     }
 }

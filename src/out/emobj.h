@@ -12,8 +12,9 @@
 void size_psect(symbol_t *psect);
 void size_all();                           // every psect with code, after giving each psect a p_delta
 
-// The bytes of one node of the current psect, at its p_curr. Messages 812, 840, 842, 1223, 1339, 2065, 2066, 2067.
-void emobj(const op_t *op);
+// The bytes of one node of the current psect, at its p_curr: to the object file, or with `listing` to the listing's queue,
+// where nothing is said that the object file's turn will say. Messages 812, 840, 842, 1223, 1339, 2065, 2066, 2067.
+void emobj(const op_t *op, bool listing);
 void emit_psect(symbol_t *psect);          // TEXT, RELOC and line information of a psect that has been sized
 
 // Reduces an operand to what can be told in the object file: symbols give way to their values, the current location and
@@ -30,4 +31,7 @@ inline bool psect_is_abs(const symbol_t *psect) { return (psect->s_flags & (S_AB
 // Bytes per addressing unit, also before the output step has given every psect its p_delta.
 inline uint64_t psect_delta(const psect_t *p) { return p->p_delta ? p->p_delta : 1; }
 // A value that stands for a symbol's or a temporary label's.
-inline bool value_is_reference(const value_t *v) { return v->v_rtype == RT_SYM || v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB; }
+inline bool value_is_reference(const value_t *v)
+{
+    return v->v_rtype == RT_SYM || v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB;
+}

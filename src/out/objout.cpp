@@ -39,8 +39,8 @@
 
 enum : uint8_t {
     REC_TEXT = 1, REC_PSECT = 2, REC_RELOC = 3, REC_SYM = 4, REC_START = 5, REC_END = 6, REC_IDENT = 7, REC_XPSECT = 8,
-    REC_SIGNAT = 11, REC_FNINFO = 12, REC_FNCONF = 13, REC_PSECTLIM = 15, REC_LISTRELOC = 16, REC_COND_EXPR = 19,
-    REC_DABS = 20, REC_FNALIGN = 22, REC_PSECTBOUND = 23,
+    REC_SIGNAT = 11, REC_FNINFO = 12, REC_FNCONF = 13, REC_PSECTLIM = 15, REC_LISTRELOC = 16, REC_LR_TEXT = 17,
+    REC_LR_RELOC = 18, REC_COND_EXPR = 19, REC_DABS = 20, REC_FNALIGN = 22, REC_PSECTBOUND = 23,
 };
 // Subcodes of FNINFO entries.
 enum : uint8_t { FN_CALL = 1, FN_ARG = 2, FN_INDIR = 3, FN_ADDR = 4, FN_SIZE = 5, FN_ROOT = 6, FN_BREAK = 9 };
@@ -52,7 +52,9 @@ enum : uint16_t {
 // Tokens of postfix code that aren't kinds of values.
 enum : uint8_t { TOKEN_NUMBER = 3, TOKEN_CHECK_END = 18, TOKEN_CHECK = 19 };
 // Type bytes of relocation entries; their low nibble is the field's width, at most 15.
-enum : unsigned { RELOC_PLAIN = 0xC0, RELOC_COMPLEX = 0xF0, RELOC_IN_BYTES = 0x3F, RELOC_CHECK = 0x30, RELOC_WIDTH_MAX = 15 };
+enum : unsigned {
+    RELOC_PLAIN = 0xC0, RELOC_COMPLEX = 0xF0, RELOC_IN_BYTES = 0x3F, RELOC_CHECK = 0x30, RELOC_WIDTH_MAX = 15,
+};
 enum : uint8_t { PSECTBOUND_FORM = 13, FORMAT_MAJOR = 3, FORMAT_MINOR = 11 };
 enum : uint64_t { PSECT_FLAGS = 0x14F0, PSECTBOUND_FLAGS = 0x04F0 };
 enum : uint8_t { SPACE_DATA = 1, SPACE_IO = 2 };
@@ -75,10 +77,12 @@ struct buf_t {
 
 static struct {
     buf_t text, reloc, sym, dabs, fninfo;
+    buf_t lr;                                  // text of the relocation listing
     buf_t rec;                                 // a record that is written as soon as it is complete
     uint8_t *text_data;                        // the first data byte in `text`
     const symbol_t *long_psect;                // the last psect reported for its name
     bool write_failed;
+    bool in_rlf;                               // the relocation listing is being written
 } st;
 
 // Records.
@@ -247,6 +251,7 @@ struct code_t {
     uint8_t *to;
     size_t room, size;
     unsigned depth;
+    bool silent;
 };
 
 static void code_byte(code_t *c, uint8_t byte)
@@ -314,7 +319,8 @@ static void code_base(code_t *c, const value_t *v)
         }
         [[fallthrough]];
     case RT_SYM_SEG:
-        if (c->room && (v->v_sym->s_flags & (S_UNDEF | S_GLOBAL)) == S_UNDEF)
+        if (c->room && (v->v_sym->s_flags & (S_UNDEF | S_GLOBAL)) == S_UNDEF && !c->silent &&
+            !(st.in_rlf && v->v_sym->s_flags & S_LOCAL))
             undefined(v->v_sym);
         code_name(c, RT_SYM | (v->v_rtype & RT_SEG), v->v_sym->s_name);
         return;
@@ -359,9 +365,9 @@ size_t complex_size(const value_t *value)
     return c.size;
 }
 
-static void buf_complex(buf_t *b, const value_t *value)
+static void buf_complex(buf_t *b, const value_t *value, bool silent = false)
 {
-    code_t c = {b->at, static_cast<size_t>(b->end - b->at), 0, 0};
+    code_t c = {b->at, static_cast<size_t>(b->end - b->at), 0, 0, silent};
     putcomplex(&c, value);
     b->at += c.size < c.room ? c.size : c.room;
 }
@@ -822,4 +828,64 @@ void obj_write(const char *chip)
     obj_dabs();
     obj_code();
     obj_finish();
+}
+
+// The relocation listing.
+
+void rlf_ident()
+{
+    if (!st.in_rlf)
+        return;
+    buf_flush(&st.lr);
+    obj_open_ident("Velmora ZEL8");
+}
+
+void rlf_open()
+{
+    st.in_rlf = true;
+    st.write_failed = false;
+    rec_reset(&st.lr, REC_LR_TEXT);
+    rlf_ident();
+}
+
+void rlf_text(const char *s, size_t length)
+{
+    while (st.in_rlf && length) {
+        const size_t room = static_cast<size_t>(st.lr.end - st.lr.at), n = length < room ? length : room;
+        memcpy(st.lr.at, s, n);
+        st.lr.at += n;
+        s += n;
+        length -= n;
+        if (n == room)
+            rec_write(&st.lr);
+    }
+}
+
+bool rlf_field(const value_t *value, uint64_t word, unsigned type, unsigned chars, bool silent)
+{
+    enum : size_t { FIELD_HEAD = 7 };
+    if (!st.in_rlf || FIELD_HEAD + complex_size(value) + 1 > BUF_SIZE - HEAD)
+        return false;
+    buf_flush(&st.lr);
+    buf_t *b = rec_begin(REC_LR_RELOC);
+    put(b, word, 4);
+    put(b, 0, 1);
+    put(b, type | RELOC_CHECK, 1);
+    put(b, chars & 0x0F, 1);
+    buf_complex(b, value, silent);
+    put(b, 0, 1);
+    rec_write(b);
+    return true;
+}
+
+void rlf_finish()
+{
+    if (!st.in_rlf)
+        return;
+    buf_flush(&st.lr);
+    put(rec_begin(REC_END), 0, 2);
+    rec_write(&st.rec);
+    if (fclose(opt.out_stream) != 0 && !st.write_failed)
+        write_error();
+    st.in_rlf = st.write_failed = false;
 }

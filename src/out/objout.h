@@ -33,3 +33,13 @@ void obj_symbol(const symbol_t *s, uint16_t flags);   // a SYM entry, or none if
 // some number above COMPLEX_MAX. Message 779.
 enum : size_t { COMPLEX_MAX = 508 };
 size_t complex_size(const value_t *value);
+
+// The relocation listing, a file of its own that goes to opt.out_stream, too. Between rlf_open and rlf_finish, which closes
+// it, these write; at any other time they do nothing. Message 804.
+void rlf_open();
+void rlf_ident();                                // a further IDENT behind the text so far
+void rlf_text(const char *s, size_t length);     // text of the listing
+// A field of `chars` characters, to be filled in by the linker: `value`, of the width that `type` tells as in a relocation
+// entry, joined with `word`. False, and nothing is written, if a record can't take it. Message 800, unless `silent`.
+bool rlf_field(const value_t *value, uint64_t word, unsigned type, unsigned chars, bool silent);
+void rlf_finish();

@@ -174,7 +174,8 @@ void checker::all()
         need(last || r.type != ZO_END, "END isn't the last record");
         need(!listing || r.type == ZO_IDENT || r.type == ZO_LR_TEXT || r.type == ZO_LR_RELOC || r.type == ZO_END,
              "has no place in a relocation listing");
-        need(r.raw.size() <= ZO_BODY_WRITTEN, zo_format("body of %zu bytes", r.raw.size()));
+        need(r.raw.size() <= (r.type == ZO_FNALIGN ? ZO_BODY_MAX : ZO_BODY_WRITTEN),
+             zo_format("body of %zu bytes", r.raw.size()));
         need(r.error.empty(), r.error);
         if (r.type != ZO_XPSECT && r.type != ZO_PSECTLIM && r.type != ZO_PSECTBOUND)
             owner = nullptr;

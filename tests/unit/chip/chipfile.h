@@ -66,7 +66,7 @@ inline std::string zel8_without(const std::string &key, const std::string &more 
 }
 inline std::string mid(const char *arch, const std::string &more) {   // 11 lines of the other family
     return std::string("[ZEL8T1]\nARCH=") + arch + "\nROMSIZE=800\nBANKS=104\nBANKSIZE=80\nPAGESIZE=800\nSTACKDEPTH=8\n"
-           "PCBITS=B\nBANKSELBITS=2\nRAMBANK=20-7F,A0-EF\nCOMMON=70-7F\n" + more;
+           "PCBITS=B\nBANKSELBITS=2\nRAMBANK=20-7F,B0-EF\nCOMMON=70-7F\n" + more;
 }
 inline std::string show(const memrange_t *list) {
     std::string text;

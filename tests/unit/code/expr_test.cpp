@@ -29,93 +29,34 @@ protected:
     void SetUp() override { sym_init(); }
 };
 
-TEST_F(Expr, Numbers)
+TEST_F(Expr, NumbersThatComeLater)
 {
     struct { uint16_t code; int64_t a, b, result; } facts[] = {
-        {OPC_AND, 12, 10, 8}, {OPC_OR, 12, 10, 14}, {OPC_XOR, 12, 10, 6}, {OPC_MUL, -3, 7, -21}, {OPC_MINUS, 3, 5, -2},
-        {OPC_DIV, -7, 2, -3}, {OPC_MOD, -7, 2, -1}, {OPC_DIV, MIN, -1, MIN}, {OPC_MOD, MIN, -1, 0}, {OPC_PLUS, MAX, 1, MIN},
-        {OPC_MINUS, MIN, 1, MAX}, {OPC_MUL, MAX, 2, -2}, {OPC_SHL, 1, 64, 1}, {OPC_SHL, -1, 63, MIN}, {OPC_SHL, 1, -1, MIN},
-        {OPC_SHR, -8, 1, -4}, {OPC_SHR, MIN, 63, -1}, {OPC_SHR, 5, 66, 1}, {OPC_EQ, 2, 2, 1}, {OPC_NE, 2, 2, 0},
-        {OPC_GT, 1, -1, 1}, {OPC_GE, -1, 1, 0}, {OPC_LT, -1, 1, 1}, {OPC_LE, 1, 1, 1}, {OPC_ROL, 5, 1, 5},
-        {OPC_ROR, 5, 1, 5},
+        {OPC_AND, 12, 10, 8}, {OPC_OR, 12, 10, 14}, {OPC_XOR, 12, 10, 6}, {OPC_MUL, MAX, 2, -2}, {OPC_DIV, -7, 2, -3},
+        {OPC_MOD, -7, 2, -1}, {OPC_DIV, MIN, -1, MIN}, {OPC_MOD, MIN, -1, 0}, {OPC_SHL, 1, 64, 1}, {OPC_SHL, 1, -1, MIN},
+        {OPC_SHR, MIN, 63, -1}, {OPC_SHR, 5, 66, 1},
     };
     for (const auto &f : facts) {
-        expect_const(binary(f.code, num(f.a), num(f.b)), f.result);
-        if (f.code == OPC_PLUS || f.code == OPC_MINUS || f.code == OPC_ROL || f.code == OPC_ROR ||
-            (f.code >= OPC_EQ && f.code <= OPC_LT) || f.code == OPC_NE)
-            continue;
-        // The same from a tree whose operands become known later, with an addend.
         define("a", ref("a"));
         value_t tree = binary(OPC_PLUS, binary(f.code, ref("a"), num(f.b)), num(100));
         define("a", num(f.a));
         expect_const(evaluated(tree), static_cast<int64_t>(static_cast<uint64_t>(f.result) + 100));
     }
     struct { uint16_t code; int64_t a, result; } unaries[] = {
-        {OPC_MINUS, MIN, MIN}, {OPC_MINUS, 5, -5}, {OPC_PLUS, 5, 5}, {OPC_NOT, 5, -6}, {OPC_LOW, -2, 0xFE},
-        {OPC_HIGH, 0x12345, 0x23}, {OPC_HIGHWORD, -1, 0xFFFF}, {OPC_HIGHWORD, 0x1234567, 0x123},
-        {OPC_FLOAT24, 0x3F800000, 0x3F8000}, {OPC_FLOAT24, 0xBF800000, 0xBF8000}, {OPC_FLOAT24, 0x3F80007F, 0x3F8000},
-        {OPC_FLOAT24, 0x3F800080, 0x3F8001}, {OPC_FLOAT24, 0x3FFFFF7F, 0x3FFFFF}, {OPC_FLOAT24, 0x3FFFFF80, 0x400000},
-        {OPC_FLOAT24, 0x7F7FFF80, 0x7F8000}, {OPC_FLOAT24, 0x7FFFFFFF, 0x7FFFFF}, {OPC_FLOAT24, 0xFFFFFFFF, 0xFFFFFF},
+        {OPC_FLOAT24, 0x3F80007F, 0x3F8000}, {OPC_FLOAT24, 0x3FFFFF7F, 0x3FFFFF}, {OPC_FLOAT24, 0x7F7FFF80, 0x7F8000},
         {OPC_FLOAT24, 0x8000007F, 0}, {OPC_FLOAT24, 0x80, 1}, {OPC_FLOAT24, 0x1'00000000, 0},
-        {OPC_NORMALIZE32, 0x807FFFFF, 0}, {OPC_NORMALIZE32, 0x00800000, 0x00800000}, {OPC_NORMALIZE32, -1, -1},
+        {OPC_NORMALIZE32, 0x807FFFFF, 0}, {OPC_NORMALIZE32, 0x00800000, 0x00800000}, {OPC_MINUS, MIN, MIN},
     };
     for (const auto &f : unaries)
         expect_const(unary(f.code, num(f.a)), f.result);
-    EXPECT_EQ(float_bits(1.5, true), 0xBFC00000);
-    EXPECT_EQ(float_bits(0.1, false), 0x3DCCCCCD);   // rounded up from ...CC|CC
-    EXPECT_EQ(float_bits(0, true), 0x80000000);
-    EXPECT_EQ(float_bits(1e300, false), 0x7F800000);
-}
-
-TEST_F(Expr, FoldingOfSymbols)
-{
-    value_t label = ref("label"), other = ref("other");
-    value_t common = label;
-    common.v_common = 1;
-    expect_const(binary(OPC_MINUS, binary(OPC_PLUS, label, num(3)), label), 3);
-    value_t v = binary(OPC_PLUS, num(3), common);
-    EXPECT_EQ(v.v_rtype, RT_SYM);
-    EXPECT_EQ(v.v_offs, 3);
-    EXPECT_EQ(v.v_common, 1);
-    v = binary(OPC_MINUS, common, num(3));
-    EXPECT_EQ(v.v_rtype, RT_SYM);
-    EXPECT_EQ(v.v_offs, -3);
-    v = binary(OPC_MINUS, num(3), label);
-    EXPECT_EQ(v.v_rtype, RT_SUB);
-    EXPECT_EQ(value_left(&v)->v_offs, 3);
-    EXPECT_EQ(value_right(&v)->v_sym, label.v_sym);
-    EXPECT_EQ(binary(OPC_MINUS, label, other).v_rtype, RT_SUB);
-    expect_const(binary(OPC_MINUS, value_psect_offset(abs_psect, 9), value_psect_offset(abs_psect, 4)), 5);
-    symbol_t *psect = sym_enter("p", S_PSECT);
-    EXPECT_EQ(binary(OPC_MINUS, value_psect_offset(abs_psect, 9), value_psect_offset(psect, 4)).v_rtype, RT_SUB);
-    v = binary(OPC_PLUS, unary(OPC_HIGH, binary(OPC_PLUS, common, num(7))), num(1));
-    EXPECT_EQ(v.v_rtype, RT_HIGH);
-    EXPECT_EQ(v.v_offs, 1);
-    EXPECT_EQ(v.v_common, 1);
-    EXPECT_EQ(v.v_nodes, 1u);
-    EXPECT_EQ(value_left(&v)->v_offs, 7);
-    v = binary(OPC_PLUS, label, other);
-    EXPECT_EQ(v.v_rtype, RT_ADD);
-    v = unary(OPC_HIGHWORD, label);
-    EXPECT_EQ(v.v_rtype, RT_SHR);
-    expect_const(*value_right(&v), 16);
-    v = unary(OPC_SEG, binary(OPC_PLUS, label, num(2)));
-    EXPECT_EQ(v.v_rtype, RT_SYM_SEG);
-    EXPECT_EQ(v.v_offs, 0);
-    EXPECT_EQ(unary(OPC_SEG, value_psect_offset(abs_psect, 9)).v_rtype, RT_PSECT_SEG);
 }
 
 TEST_F(Expr, Refused)
 {
     const value_t label = ref("label"), tree = unary(OPC_LOW, label);
-    EXPECT_EQ(said([&] { EXPECT_EQ(binary(OPC_EQ, label, num(1)).v_rtype, RT_SYM); }), " 0:846");
-    EXPECT_EQ(said([&] { EXPECT_EQ(binary(OPC_ROL, num(1), label).v_rtype, RT_CONST); }), " 0:846");
     EXPECT_EQ(said([&] { EXPECT_EQ(unary(OPC_FLOAT24, label).v_rtype, RT_SYM); }), " 0:786");
     EXPECT_EQ(said([&] { EXPECT_EQ(unary(OPC_NORMALIZE32, label).v_rtype, RT_SYM); }), " 0:1494");
-    EXPECT_EQ(said([&] { expect_const(unary(OPC_SEG, num(5)), 5); }), " 0:0");
     EXPECT_EQ(said([&] { EXPECT_EQ(unary(OPC_SEG, tree).v_rtype, RT_LOW); }), " 0:0");
-    EXPECT_EQ(said([&] { expect_const(binary(OPC_DIV, num(7), num(0)), 7); }), " 0:0");
-    EXPECT_EQ(said([&] { EXPECT_EQ(binary(OPC_MOD, label, num(0)).v_rtype, RT_SYM); }), " 0:0");
     value_t bad = {}, copy;
     bad.v_rtype = 99;
     EXPECT_EQ(said([&] { value_copy(&copy, &bad), value_copy(&copy, &tree), value_copy(&copy, &label); }), " 0:787");
@@ -141,9 +82,7 @@ TEST_F(Expr, Reduction)
     EXPECT_EQ(same.v_rtype, RT_LOW);
     EXPECT_EQ(value_left(value_left(&same))->v_offs, 0x33);
     EXPECT_EQ(value_left(&forward)->v_kids->v_rtype, RT_SYM);   // the shared tree is as it was
-    define("y", binary(OPC_PLUS, ref("z"), num(1)));            // a chain of definitions, each with an addend
-    define("z", binary(OPC_PLUS, ref("zz"), num(2)));
-    define("zz", num(0x100));
+    define("y", num(0x103));
     same = evaluated(forward);
     expect_const(same, 0x33 * 0x103 & 0xFF);
     EXPECT_EQ(same.v_common, 1);
@@ -158,19 +97,6 @@ TEST_F(Expr, Reduction)
     same = evaluated(minus_x);
     EXPECT_EQ(same.v_rtype, RT_SYM);
     EXPECT_EQ(same.v_offs, 1 - 0x33);
-    // Plus one doesn't fold.
-    value_t two = num(2), label = ref("later"), sum = value_make_binary(RT_ADD, &label, &two);
-    EXPECT_EQ(evaluated(sum).v_rtype, RT_ADD);
-    value_t here = {};
-    here.v_rtype = RT_HERE;
-    EXPECT_EQ(evaluated(here).v_rtype, RT_HERE);
-    value_t defined = {};
-    defined.v_rtype = RT_DEFINED;
-    defined.v_name = "ps";
-    sym_enter("ps", S_PSECT);
-    EXPECT_EQ(evaluated(defined).v_rtype, RT_DEFINED);
-    sym_enter("ps", 0);
-    expect_const(evaluated(defined), 1);
     sym_enter("mac", 0)->s_flags = S_MACRO;   // its value is something else
     EXPECT_EQ(evaluated(ref("mac")).v_rtype, RT_SYM);
 }

@@ -139,21 +139,9 @@ TEST(Sym, PsectOrder)
     EXPECT_EQ(order({"aa"}), "d/p c/p b/p a/p /p  0:783");
 }
 
-TEST(Sym, CrossReferenceAndInlinedFunctions)
+TEST(Sym, InlinedFunctions)
 {
-    opt.crf_stream = tmpfile();
-    opt.cross_ref = 1;
     sym_init();
-    srcpos.cur_line = 12;
-    sym_note_use("foobar", 3);
-    sym_enter("silent", 0);
-    rewind(opt.crf_stream);
-    char text[100] = "";
-    text[fread(text, 1, sizeof text - 1, opt.crf_stream)] = 0;
-    fclose(opt.crf_stream);
-    opt.crf_stream = nullptr;
-    EXPECT_STREQ(text, "__OSTRAND__ 0\nfoo 12\n");
-
     inline_symbols();
     symbol_t *kept = sym_enter("kept", S_PSECT);
     kept->s_psect->p_keep = true;

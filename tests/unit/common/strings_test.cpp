@@ -27,74 +27,44 @@ TEST(StringCache, EqualTextIsOnePointer) {
     const char *s = cache_string(buffer);
     EXPECT_NE(s, buffer);
     EXPECT_EQ(cache_string("abc"), s);
-    EXPECT_EQ(cache_printf("a%sc", "b"), s);
     EXPECT_EQ(cache_adopt(buffer), s);
     static const char fresh[] = "adopted";
     EXPECT_EQ(cache_adopt(fresh), fresh);
     EXPECT_EQ(cache_string("adopted"), fresh);
-    EXPECT_EQ(cache_string(nullptr), nullptr);
     std::string wide(20000, 'x');
     EXPECT_EQ(cache_printf("<%s>", wide.c_str()), "<" + wide + ">");
 }
 
 TEST(StringCache, Paths) {
-    EXPECT_STREQ(cache_path_join("a", "b"), "a/b");
     EXPECT_STREQ(cache_path_join("a/", "/b"), "a/b");
-    EXPECT_STREQ(cache_path_join("a/", "b"), "a/b");
     EXPECT_STREQ(cache_path_join("a", "//b"), "a//b");
     EXPECT_STREQ(cache_path_join("", "/b"), "/b");
-    EXPECT_STREQ(cache_path_join("a/", nullptr), "a/");
-    EXPECT_EQ(cache_path_join(nullptr, nullptr), nullptr);
     EXPECT_STREQ(cache_replace_ext("d.x/a.b.c", ".obj"), "d.x/a.b.obj");
     EXPECT_STREQ(cache_replace_ext("d.x/a", "obj"), "d.x/a.obj");
     EXPECT_STREQ(cache_replace_ext("a.", "..o"), "a..o");
     EXPECT_STREQ(cache_strip_ext("d.x/a"), "d.x/a");
-    EXPECT_STREQ(cache_strip_ext("d/a.b.c"), "d/a.b");
-    EXPECT_STREQ(cache_add_ext("a.b", "c"), "a.b.c");
-    EXPECT_STREQ(cache_basename("x/y/z"), "z");
     EXPECT_STREQ(cache_basename("x/"), "");
-    EXPECT_STREQ(cache_dirname("x/y/z"), "x/y");
     EXPECT_STREQ(cache_dirname("/z"), "");
     EXPECT_EQ(cache_dirname("z"), nullptr);
 }
 
 TEST(StringCache, Pieces) {
-    EXPECT_STREQ(cache_concat("a", "b"), "ab");
-    EXPECT_STREQ(cache_concat(nullptr, "b"), "b");
-    EXPECT_STREQ(cache_substring("abc", 2), "ab");
-    EXPECT_STREQ(cache_substring("abc", 9), "abc");
     EXPECT_STREQ(cache_lower("A\xC4Z1"), "a\xC4z1");
     EXPECT_STREQ(cache_upper("a\xE4z1"), "A\xE4Z1");
-    EXPECT_STREQ(cache_translate("a.b-c", ".-x", "_+"), "a_b+c");
     EXPECT_STREQ(cache_translate("xy", "xy", "z"), "zy");
     EXPECT_STREQ(cache_trim_chars("--a-b-", "-"), "a-b");
     EXPECT_STREQ(cache_trim(" \t\r\n"), "");
-    EXPECT_STREQ(cache_trim("\v a b \f"), "a b");
     EXPECT_STREQ(cache_chomp(" a\n\r\n"), " a");
     EXPECT_STREQ(cache_first_line("a b\rc\n"), "a b");
     const char *text = "f(a(b))", *first, *last;
     EXPECT_STREQ(cache_between(text, '(', ')', &first, &last), "a(b");
-    EXPECT_EQ(first, text + 1);
     EXPECT_EQ(last, text + 5);
-    EXPECT_EQ(cache_between(")(", '(', ')', nullptr, nullptr), nullptr);
     EXPECT_STREQ(cache_escape("a'b\\", "'\\", '\\'), "a\\'b\\\\");
-    EXPECT_STREQ(cache_quote("a\"b", '"'), "\"a\\\"b\"");
-    EXPECT_EQ(cache_quote(nullptr, '"'), nullptr);
-}
-
-TEST(StringCache, Ends) {
-    const char *s = "text.As";
-    EXPECT_EQ(cache_suffix(s, ".As"), s + 4);
-    EXPECT_EQ(cache_suffix(s, ".as"), nullptr);
-    EXPECT_EQ(cache_suffix_nocase(s, ".AS"), s + 4);
-    EXPECT_FALSE(cache_ends_with("s", "As"));
-    EXPECT_TRUE(cache_ends_with_nocase(s, ""));
-    EXPECT_EQ(cache_after_prefix(s, "text"), s + 4);
+    EXPECT_STREQ(cache_suffix_nocase("text.As", ".aS"), ".As");
+    EXPECT_STREQ(cache_after_prefix_nocase("text.As", "TEXT"), ".As");
     EXPECT_EQ(cache_after_prefix("te", "text"), nullptr);
-    EXPECT_EQ(cache_after_prefix_nocase(s, "TEXT."), s + 5);
-    EXPECT_FALSE(cache_starts_with(s, "Text"));
-    EXPECT_TRUE(cache_starts_with_nocase(s, "Text"));
     EXPECT_FALSE(cache_starts_with(nullptr, "x"));
+    EXPECT_STREQ(cache_quote("a\"b", '"'), "\"a\\\"b\"");
 }
 
 TEST(Xalloc, ZeroedAlignedAndDisjoint) {
@@ -109,10 +79,6 @@ TEST(Xalloc, ZeroedAlignedAndDisjoint) {
             if (size) previous = p;
         }
     }
-    EXPECT_STREQ(xstrndup("abc", 2), "ab");
-    EXPECT_STREQ(xstrdup("abc"), "abc");
-    EXPECT_STREQ(xconcat_free(xconcat("a", "b"), "c"), "abc");
-    EXPECT_STREQ(xsprintf("%d-%s", 7, "x"), "7-x");
 }
 
 TEST(Xalloc, Limits) {

@@ -1,0 +1,127 @@
+// Some chips fetch wrongly at the place that a jump leads to. A NOP word there does no harm and mends it. This pass puts one
+// behind every label that the program jumps to or calls, behind every return, and at every global label that only other
+// modules can know of. It runs when the program is otherwise complete.
+//
+// A NOP at a label may come to stand between a skip and the instruction that it skips. Then the skip gets jumps of its own
+// around both.
+#include "optim/errata.h"
+
+#include "common/xalloc.h"
+#include "optim/optim.h"
+
+constexpr int64_t NOP_WORD = 0xFFFF;
+constexpr uint16_t INVERT = 0x1000;
+constexpr uint16_t BRA = 0xD000;
+
+uint32_t errata_nops;
+
+static bool is_errata_nop(const op_t *op)
+{
+    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next
+        && op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == NOP_WORD;
+}
+
+static op_t *new_nop()
+{
+    op_t *op = op_new();
+    op->op_type = T_DB;
+    op->op_subop = 2;
+    op->op_flags |= OPF_MARK;
+    op->op_data = xnew<data_item_t>();
+    op->op_data->value = value_const(NOP_WORD);
+    op->op_remark = "; assembler added errata NOP";
+    return op;
+}
+
+// The first node from `op` on that is neither a label nor a definition.
+static op_t *skip_definitions(op_t *op)
+{
+    while (op->op_type == T_SET || op->op_type == T_NAME || op->op_type == T_EQU)
+        op = op->op_next;
+    return op;
+}
+
+// The NOP at `op`, or a new one in front of it.
+static op_t *nop_at(op_t *op)
+{
+    return is_errata_nop(op) ? op : op_insert_after(op->op_prev, new_nop());
+}
+
+static op_t *link_bra(op_t *where, op_t *label)
+{
+    op_t *op = op_new();
+    op->op_type = T_BRA;
+    op->op_subop = BRA;
+    op->op_opnd1.opnd_kind = OPND_CODE;
+    op->op_opnd1.opnd_value = value_sym(label->op_sym);
+    sym_add_ref(label->op_sym);
+    op_insert_after(where, op);
+    op_add_ref(op, label);
+    return op;
+}
+
+// A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
+static void mend_skip(op_t *t, op_t *nop)
+{
+    op_t *k = t->op_prev;
+    while (k->op_type == T_NAME)
+        k = k->op_prev;
+    if (!op_is_skip(k))
+        return;
+    op_t *x = following(nop), *y = x->op_type ? following(x) : x;
+    op_t *m = op_ensure_label(y);
+    op_add_ref(k, m);
+    if (k->op_type == T_BTFSC) {
+        k->op_subop ^= INVERT;
+        link_bra(k, m);
+    } else if (k->op_type == T_DECFSZ) {
+        switch (k->op_subop) {
+        case 0x2C00: k->op_subop = 0x4C00; break;
+        case 0x4C00: k->op_subop = 0x2C00; break;
+        case 0x3C00: k->op_subop = 0x4800; break;
+        default: k->op_subop = 0x3C00; break;
+        }
+        link_bra(k, m);
+    } else {
+        op_t *n = op_ensure_label(x);
+        link_bra(link_bra(k, n), m);
+    }
+}
+
+void errata_psect(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
+        op_t *next = op->op_next;
+        switch (op->op_type) {
+        case T_RETURN:
+        case T_RETLW:
+            next = nop_at(skip_definitions(op->op_next));
+            break;
+        case T_NAME:
+            if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op->op_refs) == 0) {
+                if (op->op_next->op_type == 0)
+                    return;
+                next = nop_at(skip_definitions(op->op_next));
+            }
+            break;
+        case T_DB:
+            if (is_errata_nop(op))
+                errata_nops++;
+            break;
+        case T_GOTO:
+        case T_CALL: {
+            op_t *t = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
+            if (!t || is_errata_nop(skip_definitions(t->op_next)))
+                break;
+            op_t *nop = op_insert_after(t, new_nop());
+            if (op->op_type == T_GOTO)
+                mend_skip(t, nop);
+            next = op->op_next;
+            break;
+        }
+        default:
+            break;
+        }
+        op = next;
+    }
+}

@@ -1,0 +1,336 @@
+// A function is a psect here that ends with a label "__end_of...". A call to one that is marked `inline`, or that is small when
+// small ones are wanted, is replaced by a copy of its code. In the copy a return is a jump to the end, and the labels have
+// names of their own.
+//
+// A copy may hold calls that can be inlined too, so the walk over a host repeats until a copy brings no further candidate.
+// Whether a psect can be a host or a body is found out once; what was asked first decides for the whole run.
+#include "optim/inline.h"
+
+#include <cstring>
+
+#include "common/alert.h"
+#include "common/hash.h"
+#include "common/srcpos.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "optim/optim.h"
+#include "options.h"
+#include "out/emobj.h"
+
+enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
+constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00;
+constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
+constexpr int64_t ERRATA_WORD = 0xFFFF;
+constexpr unsigned MOST_COPIES = 10000;       // in one host; functions that inline each other would never end
+
+vec_t<symbol_t *> inline_list;
+static uint32_t inline_seq;                   // counts copied bodies
+
+// Tests.
+
+bool psect_is_function(const symbol_t *psect)
+{
+    const psect_t *p = psect->s_psect;
+    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA)
+        && p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text")
+        && !cache_starts_with(psect->s_name, "swtext");
+}
+
+static bool is_errata_word(const op_t *op)
+{
+    return op->op_subop == 2 && op->op_data && !op->op_data->next && op->op_data->value.v_rtype == RT_CONST
+        && op->op_data->value.v_offs == ERRATA_WORD;
+}
+
+// Whether a body can't hold the node.
+static bool spoils_body(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_DS: case T_ORG: case T_ALIGN: case T_RCALL:
+        return true;
+    case T_DB:
+        return !is_errata_word(op);
+    case T_RETURN:
+        return op->op_subop == RETFIE;
+    case T_BRA: case T_BCC: case T_GOTO: {
+        if (!op_is_simple(op))
+            return true;
+        const op_t *label = op->op_opnd1.opnd_value.v_sym->s_defop;
+        return label && label->op_type == T_NAME && (label->op_sym->s_flags & S_GLOBAL);
+    }
+    default:
+        return false;
+    }
+}
+
+bool inline_check(int mode, symbol_t *psect, const char *name)
+{
+    psect_t *p = psect->s_psect;
+    const op_t *named = nullptr;
+    bool ok = false;
+    for (const op_t *op = p->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+        if (mode == 1 && spoils_body(op))
+            break;
+        if (op->op_type != T_NAME)
+            continue;
+        const char *label = op->op_sym->s_name;
+        if (cache_starts_with(label, "__end_of")) {
+            ok = mode == 0 || psect_is_function(psect);
+            break;
+        }
+        if (name && cache_string(name) == cache_string(label))
+            named = op;
+        if (opt.keep_labels && hash_haskey(opt.keep_labels, label))
+            p->p_keep = true;
+    }
+    p->p_inlstate = ok ? MAY : MAY_NOT;
+    if (!ok && p->p_inline && name) {
+        if (named)
+            op_set_position(named);
+        alert_msg(1433, name);
+    }
+    return ok;
+}
+
+static bool state_is_may(int mode, symbol_t *psect, const char *name)
+{
+    return psect->s_psect->p_inlstate ? psect->s_psect->p_inlstate == MAY : inline_check(mode, psect, name);
+}
+
+static symbol_t *callee_psect(const op_t *call)
+{
+    return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
+}
+
+// The callee is another psect that may share code with the caller's.
+static bool may_share(const symbol_t *q, const op_t *call)
+{
+    return q && call->op_psect && q != call->op_psect && same_memory_group(q, call->op_psect) && !(q->s_flags & S_NOTE);
+}
+
+static bool auto_ok(const op_t *call)
+{
+    symbol_t *q = callee_psect(call);
+    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q))
+        return false;
+    size_psect(q);
+    if (q->s_psect->p_top > SMALL)
+        return false;
+    q->s_psect->p_keep = true;
+    return true;
+}
+
+static bool call_ok(const op_t *call)
+{
+    symbol_t *q = call->op_type == T_CALL && !after_skip(call) ? callee_psect(call) : nullptr;
+    return may_share(q, call) && state_is_may(1, q, call->op_opnd1.opnd_value.v_sym->s_name) && q->s_psect->p_inline;
+}
+
+static bool is_candidate(const op_t *call)
+{
+    return call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call));
+}
+
+// Copying.
+
+struct copy_t {
+    const op_t *call;                                  // that is replaced
+    op_t *at, *exit;                                   // the last node of the copy, and its exit label
+    hash_of<const char *, op_t *> labels;              // of old names, to the new label nodes
+    vec_t<op_t *> jumps, calls;                        // to labels that have not been copied yet
+    bool more;                                         // the body holds a further candidate
+};
+
+static op_t *put(copy_t *c, op_t *op)
+{
+    op->op_callstack = c->call->op_callstack;
+    op->op_flags |= OPF_MARK;
+    return c->at = op_insert_after(c->at, op);
+}
+
+static op_t *label_node(const char *name)
+{
+    symbol_t *s = sym_new(name);
+    s->s_refs = REFS_KEEP;
+    s->s_flags = 0;
+    op_t *op = op_new();
+    op->op_type = T_NAME;
+    op->op_sym = s;
+    s->s_defop = op;
+    return op;
+}
+
+static op_t *plain_copy(copy_t *c, const op_t *op)
+{
+    op_t *n = op_new();
+    n->op_type = op->op_type;
+    n->op_subop = op->op_subop;
+    n->op_dest = op->op_dest;
+    n->op_access = op->op_access;
+    n->op_flags = op->op_flags;
+    n->op_opnd1 = op->op_opnd1;
+    n->op_opnd2 = op->op_opnd2;
+    n->op_arg = op->op_arg;
+    n->op_remark = op->op_remark;
+    n->op_file = op->op_file;
+    n->op_line = op->op_line;
+    n->op_lfile = op->op_lfile;
+    n->op_lline = op->op_lline;
+    op_comments_copy(n, op);
+    return put(c, n);
+}
+
+static void point_at(op_t *op, op_t *label)
+{
+    op->op_opnd1.opnd_value = value_sym(label->op_sym);
+    sym_add_ref(label->op_sym);
+    op_add_ref(op, label);
+}
+
+// A copied jump or call, pointed at the copy of its label or noted for later.
+static void point_or_note(copy_t *c, op_t *op, vec_t<op_t *> later)
+{
+    op_t *label = hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name);
+    if (label)
+        point_at(op, label);
+    else
+        vec_add(later, op);
+}
+
+static void patch(copy_t *c, vec_t<op_t *> later)
+{
+    for (op_t *op : later) {
+        op_t *label = hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name);
+        if (label)
+            point_at(op, label);
+        else if (op_target(op))
+            op_add_ref(op, op_target(op));
+    }
+}
+
+static void put_goto_exit(copy_t *c, const op_t *op)
+{
+    op_t *jump = put(c, op_new_goto(c->exit));
+    jump->op_lfile = op->op_lfile;
+    jump->op_lline = op->op_lline;
+    op_add_ref(jump, c->exit);
+}
+
+static void copy_label(copy_t *c, const op_t *op)
+{
+    op_t *label = label_node(cache_printf("i%uL%s", inline_seq, op->op_sym->s_name));
+    label->op_sym->s_flags = S_GLOBAL;
+    sym_link(label->op_sym);
+    op_comments_copy(label, op);
+    hash_insert(c->labels, op->op_sym->s_name, put(c, label));
+    label->op_sym->s_owner = label->op_psect;
+}
+
+static void copy_call(copy_t *c, const op_t *op)
+{
+    c->more = c->more || is_candidate(op);
+    op_t *call = plain_copy(c, op);
+    if (!op_is_simple(op) || callee_psect(op) != op->op_psect)
+        return;
+    if (hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name)) {
+        call->op_type = T_CALL;
+        call->op_subop = CALL;
+    }
+    point_or_note(c, call, c->calls);
+}
+
+// False at the body's end.
+static bool copy_node(copy_t *c, const op_t *op)
+{
+    switch (op->op_type) {
+    case T_NAME:
+        if (cache_starts_with(op->op_sym->s_name, "__end_of"))
+            return false;
+        copy_label(c, op);
+        break;
+    case T_GOTO: case T_BRA: case T_BCC:
+        point_or_note(c, plain_copy(c, op), c->jumps);
+        break;
+    case T_RETURN: case T_RETLW:
+        if (op->op_remark && cache_starts_with(op->op_remark, ";indir")) {
+            plain_copy(c, op);
+            break;
+        }
+        if (op->op_type == T_RETLW) {
+            op_t *load = plain_copy(c, op);
+            load->op_type = T_MOVLW;
+            load->op_subop = MOVLW;
+        }
+        put_goto_exit(c, op);
+        break;
+    case T_CALL: case T_RCALL:
+        copy_call(c, op);
+        break;
+    default:
+        plain_copy(c, op);
+        break;
+    }
+    return true;
+}
+
+// Copies the body of `q` behind `entry`. True if it holds further candidates.
+static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit)
+{
+    copy_t c = {};
+    c.call = call;
+    c.at = entry;
+    c.exit = exit;
+    c.labels = hash_make<const char *, op_t *>(127, hash_string, hash_strcmp);
+    c.jumps = vec_make<op_t *>();
+    c.calls = vec_make<op_t *>();
+    inline_seq++;
+    if (!q->s_psect->p_keep) {
+        if (!inline_list)
+            inline_list = vec_make<symbol_t *>();
+        vec_add(inline_list, q);
+    }
+    for (const op_t *op = q->s_psect->p_code->head.op_next; op->op_type != 0 && copy_node(&c, op); op = op->op_next)
+        ;
+    patch(&c, c.jumps);
+    patch(&c, c.calls);
+    return c.more;
+}
+
+// An entry or exit label, linked behind `where`.
+static op_t *border_label(op_t *where, const op_t *call)
+{
+    op_t *label = label_node(cache_printf("iL%u", sym_newlabel()->s_labelno));
+    label->op_callstack = call->op_callstack;
+    label->op_flags |= OPF_MARK;
+    op_insert_after(where, label);
+    label->op_sym->s_owner = label->op_psect;
+    sym_link(label->op_sym);
+    return label;
+}
+
+void inline_psect(symbol_t *psect)
+{
+    if (!psect || (psect->s_flags & S_NOTE) || !state_is_may(0, psect, nullptr))
+        return;
+    unsigned copies = 0;
+    for (bool more = true; more;) {
+        more = false;
+        for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
+            op_t *next = op->op_next;
+            symbol_t *q = op->op_type == T_CALL && !after_skip(op) && is_candidate(op) ? callee_psect(op) : nullptr;
+            if (q && ++copies > MOST_COPIES) {
+                op_set_position(op);
+                alert_text("0", "more than %u calls inlined in psect \"%s\"; the others stay", MOST_COPIES, psect->s_name);
+                return;
+            }
+            if (q) {
+                op_t *entry = border_label(op, op), *exit = border_label(entry, op);
+                more |= copy_body(op, q, entry, exit);
+                inline_note(op->op_opnd1.opnd_value.v_sym, q, 1);
+                op_delete_if_live(op);
+                next = exit->op_next;
+            }
+            op = next;
+        }
+    }
+}

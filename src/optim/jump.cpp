@@ -1,0 +1,675 @@
+// The jump stage: dead code, skips and jumps that can be shorter, and tails that two places share.
+//
+// Each rule is a function of its own, J1 to J19, whose first lines are its pattern and conditions. The table at the end holds
+// them in the order in which they are tried at a node; the first that applies ends the work on it. A rule returns the node at
+// which the walk goes on, or null if it doesn't apply.
+//
+// J17 to J19 compare a `goto` with the others that lead to the same label. Those are found through the label's references and
+// not by trying all of them. The rules want the first one in the list, so nodes carry a number that grows along the list;
+// the numbers have gaps for nodes that are put in later.
+//
+// What may bite: a rule that re-points a jump has to keep the labels' references true, since unused labels are told by them.
+#include <cstring>
+
+#include "code/sfrop.h"
+#include "common/alert.h"
+#include "common/loopguard.h"
+#include "common/stringcache.h"
+#include "optim/optim.h"
+#include "options.h"
+#include "out/emobj.h"
+
+constexpr uint64_t RUN_STEPS = 500000000;
+constexpr uint64_t ORDER_GAP = uint64_t{1} << 20;
+constexpr uint16_t INVERT = 0x1000;      // between btfsc and btfss, bsf and bcf
+constexpr uint32_t ERRATA_JUMPS = 0x4001;
+
+static struct {
+    loopguard_t *guard;      // bounds the stage over the whole run
+    symbol_t *psect;
+    bool sized;              // nothing has changed since the psect was sized
+} js;
+
+void optim_init()
+{
+    js.guard = loopguard_new(RUN_STEPS);
+}
+
+// Every rule of this file tells its firing here.
+static void fired(const char *rule, int counter, const op_t *op)
+{
+    js.sized = false;
+    opt_fired(rule, counter, op);
+}
+
+// Position numbers.
+
+static void number_nodes()
+{
+    uint64_t order = 0;
+    for (op_t *op = js.psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+        op->op_order = order += ORDER_GAP;
+}
+
+// `op` has been linked: it gets a number between those of its neighbours.
+static void number_new(op_t *op)
+{
+    const uint64_t before = op->op_prev->op_type ? op->op_prev->op_order : 0;
+    const uint64_t behind = op->op_next->op_type ? op->op_next->op_order : before + 2 * ORDER_GAP;
+    if (behind - before < 2)
+        number_nodes();
+    else
+        op->op_order = before + (behind - before) / 2;
+}
+
+// Editing.
+
+static op_t *label_before(op_t *op)
+{
+    op_t *label = op_ensure_label(op);
+    if (label->op_order <= (label->op_prev->op_type ? label->op_prev->op_order : 0) || label->op_order >= op->op_order)
+        number_new(label);
+    return label;
+}
+
+static void point_at(op_t *jump, op_t *label)
+{
+    op_t *old = op_target(jump);
+    if (old)
+        op_remove_ref(jump, old);
+    jump->op_opnd1.opnd_value = value_sym(label->op_sym);
+    op_add_ref(jump, label);
+}
+
+// Deletes a node; a label's symbol is no longer defined.
+static void delete_node(op_t *op)
+{
+    if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op) {
+        op->op_sym->s_defop = nullptr;
+        op->op_sym->s_flags |= S_UNDEF;
+    }
+    op_delete_if_live(op);
+}
+
+static bool always_stops(const op_t *op) { return op->op_type == 0 || op->op_type == T_NAME; }
+
+// Deletes the nodes behind `op` up to one at which `stop` says so; those that aren't free stay. Returns how many went.
+static unsigned delete_behind(op_t *op, bool (*stop)(const op_t *op), const char *rule, int counter)
+{
+    unsigned deleted = 0;
+    for (op_t *next, *dead = op->op_next; !stop(dead); dead = next) {
+        next = dead->op_next;
+        if (!op_free(dead))
+            continue;
+        if (rule)
+            fired(rule, counter, dead);
+        delete_node(dead);
+        deleted++;
+    }
+    return deleted;
+}
+
+static op_t *new_goto_before(op_t *op, op_t *label)
+{
+    op_t *jump = op_insert_after(op->op_prev, op_new_goto(label));
+    number_new(jump);
+    op_add_ref(jump, label);
+    return jump;
+}
+
+static bool writes_pc(const op_t *op)
+{
+    return sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF || op->op_type == T_CLRF);
+}
+
+static bool is_return(const op_t *op) { return op->op_type == T_RETURN || op->op_type == T_RETLW; }
+
+static bool same_bit(const op_t *a, const op_t *b)
+{
+    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+}
+
+// The `goto` directly behind a BTFSC, both free.
+static op_t *goto_behind(op_t *b)
+{
+    op_t *g = b->op_next;
+    return b->op_type == T_BTFSC && g->op_type == T_GOTO && op_free(g) ? g : nullptr;
+}
+
+// The same, with a BTFSC that always runs.
+static op_t *sure_goto_behind(op_t *b)
+{
+    return op_is_skip(b->op_prev) ? nullptr : goto_behind(b);
+}
+
+// The rules.
+
+static bool stops_dead_code(const op_t *op) { return always_stops(op) || op->op_type == T_ORG || op->op_type == T_DB; }
+
+// Code behind an unconditional transfer. The transfer goes on to the other rules.
+static op_t *j1(op_t *op)
+{
+    if (op_is_transfer(op) && !after_skip(op))
+        delete_behind(op, stops_dead_code, "J1", CNT_UNREACHABLE);
+    return nullptr;
+}
+
+// btfsc b / return / bcf b / return
+static op_t *j2(op_t *b)
+{
+    if (b->op_type != T_BTFSC || !is_return(b->op_next))
+        return nullptr;
+    op_t *r = b->op_next, *w = r->op_next;
+    if (w->op_type != T_BCF || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & INVERT) || !same_bit(b, w))
+        return nullptr;
+    fired("J2", CNT_SKIPS_OVER, b);
+    delete_node(b);
+    return r;
+}
+
+static op_t *delete_skip_and_goto(const char *rule, op_t *b, op_t *g)
+{
+    op_t *next = g->op_next;
+    fired(rule, CNT_SKIPS_OVER, b);
+    if (!after_skip(b))
+        delete_node(g);
+    else
+        next = g;
+    delete_node(b);
+    return next;
+}
+
+// btfsc b / goto L / L:
+static op_t *j3(op_t *b)
+{
+    op_t *g = goto_behind(b);
+    if (!g || op_volatile(b) || jump_target(g) != following(g) || following(g)->op_type == 0)
+        return nullptr;
+    return delete_skip_and_goto("J3", b, g);
+}
+
+// btfsc b / goto L / goto L
+static op_t *j4(op_t *b)
+{
+    op_t *g = goto_behind(b);
+    if (!g || op_volatile(b) || !op_same(following(g), g))
+        return nullptr;
+    return delete_skip_and_goto("J4", b, g);
+}
+
+static op_t *invert_and_drop_goto(const char *rule, op_t *b, op_t *g)
+{
+    fired(rule, CNT_SKIPS_OVER, b);
+    b->op_subop ^= INVERT;
+    op_t *next = g->op_next;
+    delete_node(g);
+    return next;
+}
+
+// btfsc b / goto L / one instruction / L:
+static op_t *j5(op_t *b)
+{
+    op_t *g = sure_goto_behind(b);
+    if (!g || following(g)->op_type == 0)
+        return nullptr;
+    op_t *over = following(following(g));
+    if (over->op_type == 0 || jump_target(g) != over)
+        return nullptr;
+    return invert_and_drop_goto("J5", b, g);
+}
+
+// btfsc b / goto L / btfsc c / goto L
+static op_t *j6(op_t *b)
+{
+    op_t *g = sure_goto_behind(b);
+    if (!g || g->op_next->op_type != T_BTFSC)
+        return nullptr;
+    op_t *h = g->op_next->op_next;
+    if (h->op_type != T_GOTO || !op_is_simple(g) || !op_is_simple(h)
+        || g->op_opnd1.opnd_value.v_sym != h->op_opnd1.opnd_value.v_sym)
+        return nullptr;
+    return invert_and_drop_goto("J6", b, g);
+}
+
+// btfsc b / goto L / return
+static op_t *j7(op_t *b)
+{
+    op_t *g = sure_goto_behind(b);
+    if (!g || !is_return(g->op_next) || !op_free(g->op_next))
+        return nullptr;
+    op_t *r = g->op_next;
+    fired("J7", CNT_SKIPS_OVER, b);
+    b->op_subop ^= INVERT;
+    op_unlink(r);
+    op_link_after(b, r);
+    number_new(r);
+    return g->op_next;
+}
+
+// btfsc b / goto L, and at L the bit is given the value that it has when the goto runs
+static op_t *j8(op_t *b)
+{
+    op_t *g = sure_goto_behind(b), *w = g ? jump_target(g) : nullptr;
+    if (!w || w->op_type != T_BCF || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & INVERT))
+        return nullptr;
+    fired("J8", CNT_SKIPS_OVER, b);
+    point_at(g, label_before(w->op_next));
+    return g->op_next;
+}
+
+// bc L, and at L a goto M that the branch reaches itself
+static op_t *j9(op_t *c)
+{
+    op_t *g = c->op_type == T_BCC ? jump_target(c) : nullptr;
+    if (!g || g->op_type != T_GOTO || !op_is_simple(g))
+        return nullptr;
+    symbol_t *s = g->op_opnd1.opnd_value.v_sym;
+    if (!s->s_defop || s == c->op_opnd1.opnd_value.v_sym || s->s_defop->op_psect != js.psect)
+        return nullptr;
+    if (!js.sized)
+        size_psect(js.psect);
+    js.sized = true;
+    if (254 - c->op_offs + s->s_defop->op_offs >= 511)
+        return nullptr;
+    fired("J9", CNT_JUMPS_TO_JUMPS, c);
+    point_at(c, s->s_defop);
+    return c->op_next;
+}
+
+// goto L / goto L
+static op_t *j10(op_t *g)
+{
+    if (g->op_type != T_GOTO || !op_same(following(g), g) || after_skip(g))
+        return nullptr;
+    fired("J10", CNT_REDUNDANT_OPS, g);
+    op_t *next = g->op_next;
+    delete_node(g);
+    return next;
+}
+
+// goto L, and other labels stand before L at its place
+static op_t *j11(op_t *g)
+{
+    if (g->op_type != T_GOTO || !op_is_simple(g))
+        return nullptr;
+    symbol_t *s = g->op_opnd1.opnd_value.v_sym;
+    if (!s->s_defop || (s->s_flags & S_DEFHERE))
+        return nullptr;
+    op_t *first = s->s_defop;
+    while (first->op_prev->op_type == T_NAME)
+        first = first->op_prev;
+    if (first == s->s_defop || first->op_next == g)
+        return nullptr;
+    fired("J11", CNT_REDUNDANT_LABELS, g);
+    point_at(g, first);
+    return g->op_next;
+}
+
+// goto L, and at L a return
+static op_t *j12(op_t *g)
+{
+    op_t *r = g->op_type == T_GOTO ? jump_target(g) : nullptr;
+    if (!r || !is_return(r) || (opt.errata_mask & ERRATA_JUMPS))
+        return nullptr;
+    fired("J12", CNT_JUMPS_TO_JUMPS, g);
+    op_remove_ref(g, op_target(g));
+    g->op_type = r->op_type;
+    g->op_subop = r->op_subop;
+    g->op_opnd1 = r->op_opnd1;
+    g->op_access = r->op_access;
+    return g->op_next;
+}
+
+// goto L, and at L a goto M
+static op_t *j13(op_t *g)
+{
+    op_t *h = g->op_type == T_GOTO ? jump_target(g) : nullptr;
+    if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || h->op_opnd1.opnd_value.v_offs != 0
+        || h->op_opnd1.opnd_value.v_sym == g->op_opnd1.opnd_value.v_sym)
+        return nullptr;
+    fired("J13", CNT_JUMPS_TO_JUMPS, g);
+    op_remove_ref(g, op_target(g));
+    g->op_opnd1.opnd_value = h->op_opnd1.opnd_value;
+    if (op_target(g))
+        op_add_ref(g, op_target(g));
+    return g->op_next;
+}
+
+// goto L / L:
+static op_t *j14(op_t *g)
+{
+    if (g->op_type != T_GOTO || !op_is_simple(g) || g->op_opnd1.opnd_value.v_offs != 0
+        || g->op_next->op_type != T_NAME || g->op_opnd1.opnd_value.v_sym->s_defop != g->op_next || after_skip(g))
+        return nullptr;
+    fired("J14", CNT_JUMPS_TO_NEXT, g);
+    op_t *next = g->op_next;
+    delete_node(g);
+    return next;
+}
+
+// btfsc p / goto L / goto M ... btfss p / goto M / L: the first test may be left to the second
+static op_t *j15(op_t *g)
+{
+    if (g->op_type != T_GOTO || !op_is_simple(g) || !g->op_opnd1.opnd_value.v_sym->s_defop)
+        return nullptr;
+    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop, *g2 = label->op_prev, *h = g->op_next;
+    if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h) || !op_is_simple(g2)
+        || !jump_target(h) || jump_target(h) != jump_target(g2))
+        return nullptr;
+    op_t *p = g->op_prev, *q = g2->op_prev;
+    if (p == q || p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || op_is_skip(p->op_prev)
+        || op_is_skip(q->op_prev) || (p->op_subop ^ q->op_subop) != INVERT || p->op_dest != q->op_dest || !same_bit(p, q))
+        return nullptr;
+    fired("J15", CNT_MOTIONS, g);
+    symbol_t *old = label->op_sym;
+    op_t *test = label_before(q);
+    point_at(g, test);
+    sym_add_ref(test->op_sym);
+    if (old->s_refs > 0 && old->s_refs != REFS_KEEP)
+        old->s_refs--;
+    delete_node(p);
+    return g->op_next;
+}
+
+static bool label_begins(const op_t *op, const char *prefix)
+{
+    return op->op_type == T_NAME && op->op_sym && cache_starts_with(op->op_sym->s_name, prefix);
+}
+
+// Interrupt code: the block behind the jump's label moves to the jump
+static op_t *j16(op_t *g)
+{
+    if (g->op_type != T_GOTO || !op_is_simple(g) || after_skip(g))
+        return nullptr;
+    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
+    if (!label || label->op_psect != js.psect)
+        return nullptr;
+    op_t *e = label->op_prev;
+    while (e->op_type == T_NAME)
+        e = e->op_prev;
+    op_t *b = e->op_next;
+    const bool at_block = label_begins(b, "int_fun") && op_is_transfer(e) && !after_skip(e);
+    if (e->op_type == 0 || b->op_type == 0 || (!at_block && !label_begins(b->op_next, "int_fun")))
+        return nullptr;
+    op_t *last = b;
+    while (last->op_type == T_NAME)
+        last = last->op_next;
+    for (;; last = last->op_next) {
+        if (last->op_type == 0) {
+            last = last->op_prev;
+            break;
+        }
+        if (label_begins(last, "save") && op_is_transfer(last->op_prev)) {
+            last = last->op_prev;
+            break;
+        }
+    }
+    if (last == g)
+        return nullptr;
+    for (op_t *op = b;; op = op->op_next) {
+        if (op->op_type == 0 || op == g)
+            return nullptr;   // the block holds the jump, or ends before it begins
+        if (op == last)
+            break;
+    }
+    fired("J16", CNT_MOTIONS, g);
+    opt_count(CNT_JUMPS_TO_NEXT);
+    op_t *where = g;
+    for (op_t *op = b, *behind = last->op_next, *next; op != behind; op = next) {
+        next = op->op_next;
+        op_unlink(op);
+        op_link_after(where, op);
+        where = op;
+    }
+    op_t *next = where->op_next;
+    delete_node(g);
+    number_nodes();
+    return next;
+}
+
+// Tails. Two runs are compared backward from `a` and `b`; what matched last is the beginning of the tail.
+struct tail_t {
+    op_t *a, *b;
+    unsigned length;
+};
+
+static op_t *before(op_t *op, bool skip_labels)
+{
+    op = op->op_prev;
+    while (skip_labels && op->op_type == T_NAME)
+        op = op->op_prev;
+    return op;
+}
+
+static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
+{
+    tail_t t = {};
+    op_t *a = before(g, skip_labels), *b = before(c, skip_labels);
+    while (a != b && a != c && b != g && op_same(a, b) && !writes_pc(a) && a->op_type != T_CALL && op_free(a)) {
+        t.a = a;
+        t.b = b;
+        t.length++;
+        a = before(a, skip_labels);
+        b = before(b, skip_labels);
+    }
+    return t;
+}
+
+static bool stops_j17(const op_t *op) { return always_stops(op) || (op->op_type == T_DB && op->op_next->op_type == T_NAME); }
+static bool stops_j18(const op_t *op) { return always_stops(op) || op->op_type == T_DB; }
+
+// The tail at t.a becomes a jump to the one at t.b. Returns where the walk goes on.
+static op_t *merge(const char *rule, const tail_t &t, bool (*stop)(const op_t *op), bool count_deleted)
+{
+    fired(rule, CNT_COMMON, t.a);
+    op_t *jump = new_goto_before(t.a, label_before(t.b));
+    delete_behind(jump, stop, count_deleted ? rule : nullptr, CNT_UNREACHABLE);
+    return jump->op_next;
+}
+
+// A tail before a goto, and before the label that it leads to
+static op_t *j17(op_t *g)
+{
+    if (g->op_type != T_GOTO || codecov_seen || !op_is_simple(g) || after_skip(g))
+        return nullptr;
+    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
+    if (!label)
+        return nullptr;
+    const tail_t t = compare_tails(g, label, false);
+    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, stops_j17, true) : nullptr;
+}
+
+// The jumps that may be the same as `g`: those that refer to its label, or none if it leads nowhere known.
+static vec_t<op_t *> rivals(const op_t *g)
+{
+    op_t *target = op_target(g);
+    return target ? target->op_refs : vec_t<op_t *>{};
+}
+
+// Whether the tail at the other goto may take over from the one before `g`.
+static bool j18_accepts(const tail_t &t)
+{
+    if (t.length == 0 || t.b->op_type == T_GOTO || after_skip(t.a))
+        return false;
+    const op_t *p = t.a->op_prev;
+    if (p->op_type == T_GOTO && op_is_simple(p) && p->op_opnd1.opnd_value.v_sym->s_defop
+        && following(p->op_opnd1.opnd_value.v_sym->s_defop->op_prev) == t.b)
+        return false;
+    if (t.a->op_remark && cache_starts_with(t.a->op_remark, ";#"))
+        return false;
+    return !is_return(t.b) || op_is_simple(t.a);
+}
+
+// A tail before a goto, and before another goto to the same label
+static op_t *j18(op_t *g)
+{
+    if (g->op_type != T_GOTO || codecov_seen || after_skip(g))
+        return nullptr;
+    tail_t best = {};
+    uint64_t order = UINT64_MAX;
+    for (op_t *c : rivals(g)) {
+        if (c == g || c->op_type != T_GOTO || c->op_psect != js.psect || c->op_order >= order || !op_same(g, c))
+            continue;
+        const tail_t t = compare_tails(g, c, true);
+        if (j18_accepts(t)) {
+            best = t;
+            order = c->op_order;
+        }
+    }
+    return best.length > 0 ? merge("J18", best, stops_j18, false) : nullptr;
+}
+
+// Whether control falls into `op`: going back, a label or the list's head comes before an unconditional transfer. With
+// `or_skipped`, a transfer that a skip may pass over doesn't count.
+static bool falls_into(const op_t *op, bool or_skipped)
+{
+    for (op = op->op_prev;; op = op->op_prev) {
+        if (op->op_type == 0 || op->op_type == T_NAME)
+            return true;
+        if (op_is_transfer(op) && !after_skip(op))
+            return false;
+        if (op_is_transfer(op) && or_skipped)
+            return true;
+    }
+}
+
+// The same with a goto further down, label by label
+static op_t *j19(op_t *g)
+{
+    if (g->op_type != T_GOTO || after_skip(g) || op_is_skip(g->op_prev))
+        return nullptr;
+    tail_t best = {};
+    uint64_t order = UINT64_MAX;
+    for (op_t *c : rivals(g)) {
+        if (c->op_type != T_GOTO || c->op_psect != js.psect || c->op_order <= g->op_order || c->op_order >= order
+            || !op_same(g, c))
+            continue;
+        const tail_t t = compare_tails(g, c, false);
+        if (t.length > 0 && !after_skip(t.a) && falls_into(t.a, false) && falls_into(t.b, true)) {
+            best = t;
+            order = c->op_order;
+        }
+    }
+    return best.length > 0 ? merge("J19", best, always_stops, true) : nullptr;
+}
+
+static op_t *(*const rules[])(op_t *op) = {
+    j1, j2, j3, j4, j5, j6, j7, j8, j9, j10, j11, j12, j13, j14, j15, j16, j17, j18, j19,
+};
+
+static void delete_leading_dead_code(code_list_t *list)
+{
+    for (;;) {
+        op_t *op = list->head.op_next;
+        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || !op_free(op))
+            return;
+        if (op->op_type == T_ORG) {
+            reach_mark(op);
+        } else {
+            fired("leading dead code", CNT_UNREACHABLE, op);
+            delete_node(op);
+        }
+    }
+}
+
+void opt_jump_walk(symbol_t *psect)
+{
+    code_list_t *list = psect->s_psect->p_code;
+    js.psect = psect;
+    js.sized = false;
+    delete_leading_dead_code(list);
+    list_clear_refs(psect);
+    list_build_refs(psect);
+    number_nodes();
+    for (op_t *op = list->head.op_next; op->op_type != 0;) {
+        if (!loopguard_next(js.guard))
+            return;
+        op_t *next = nullptr;
+        if (op_free(op) && !(op->op_flags & OPF_SKIPPED))
+            for (auto rule : rules)
+                if ((next = rule(op)))
+                    break;
+        op = next ? next : op->op_next;
+    }
+}
+
+// The branch stage: what both arms of a conditional branch begin with moves before the branch.
+
+static bool is_status_bit(const op_t *op, int64_t bit)
+{
+    return op->op_type == T_BCF && sfr_isStatus(&op->op_opnd1) && op->op_opnd2.opnd_value.v_rtype == RT_CONST
+        && op->op_opnd2.opnd_value.v_offs == bit;
+}
+
+static bool writes_bsr(const op_t *op)
+{
+    return sfr_isBsr(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF || op->op_type == T_CLRF);
+}
+
+// Whether what `a` changes could be seen by the branch that it would pass.
+static bool branch_depends_on(const op_t *c, const op_t *a)
+{
+    const uint32_t reads = op_status_read(c);
+    if (reads & op_status_written(a))
+        return true;
+    const bool is_move = a->op_type == T_MOVFF || a->op_type == T_MOVFFL;
+    if (a->op_type != T_BCF && (sfr_isStatus(&a->op_opnd1) || sfr_isIndirect(&a->op_opnd1)) && (a->op_dest == DEST_F || is_move))
+        return true;
+    return (is_status_bit(a, 2) && (reads & ST_Z)) || (is_status_bit(a, 0) && (reads & ST_C));
+}
+
+static bool may_move(const op_t *a)
+{
+    switch (a->op_type) {
+    case T_SUBWF: case T_RLCF: case T_INCF: case T_ADDWF: case T_TRAP: case T_DBOUT: case T_SETCNT:
+        return true;
+    default:
+        return writes_bsr(a);
+    }
+}
+
+static bool may_follow(const op_t *m)
+{
+    if (m->op_type == T_MOVLB || writes_bsr(m) || sfr_isIndirect(m->op_type == T_MOVFF ? &m->op_opnd2 : &m->op_opnd1))
+        return false;
+    switch (m->op_type) {
+    case T_SUBWF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_ANDWF: case T_INCF: case T_ADDWF: case T_CLRF: case T_BCF:
+    case T_DECFSZ: case T_CPFSEQ: case T_MOVWF: case T_MOVFF: case T_GOTO: case T_CALL: case T_RETURN: case T_RETLW: case T_NOP:
+    case T_TRAP: case T_DBOUT: case T_SETCNT: case T_ADDLW: case T_MOVLW:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The branch `c`, and where the walk goes on.
+static op_t *hoist_common_beginning(op_t *c)
+{
+    op_t *n = c->op_next, *t = op_target(c), *b = n;
+    while (b->op_type != 0 && !op_barrier(b))
+        b = b->op_next;
+    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != following(t->op_prev))
+        return n;
+    op_t *a = n, *e = following(t->op_prev);
+    for (; op_same(a, e); a = a->op_next, e = e->op_next)
+        if (branch_depends_on(c, a) || !may_move(a) || !may_follow(a->op_next) || op_barrier(a) || op_barrier(e))
+            return c->op_next;
+    op_t *behind = c->op_next;
+    opt_fired("branch stage", CNT_COMMON, c);
+    if (a != n) {
+        for (op_t *dead = following(t->op_prev), *next; dead != e; dead = next) {
+            next = dead->op_next;
+            op_delete_if_live(dead);
+        }
+        op_unlink(c);
+        op_link_after(a->op_prev, c);
+        behind = a;
+    }
+    return behind;
+}
+
+void opt_branch_stage(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
+        op = op->op_type == T_BCC && op_free(op) && op_target(op) && !after_skip(op) ? hoist_common_beginning(op) : op->op_next;
+}

@@ -1,0 +1,596 @@
+// Procedural abstraction makes a program smaller: a run of instructions that stands in several places moves into a new procedure,
+// and each place gets a call. Runs are the same when their text is the same; that needs no model of what instructions do.
+// What may not be cut is a run that control enters or leaves other than at its ends.
+//
+// Nodes get a hash, and a candidate is a node from which a run of enough bytes may be cut out. Candidates with the same sum of
+// hashes lie side by side after a sort, and those that are really equal make a group. A group's members are compared for the
+// longest runs that they have in common, the group that saves most goes first, and since it takes nodes away, each group is
+// looked at again when its turn comes.
+//
+// What may bite: a node that is taken out stays as it was, for members of other groups may still point to it. Its flag says
+// that it is gone, and every test asks for the flag first.
+#include "optim/pa.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "code/sfrop.h"
+#include "common/hash.h"
+#include "common/stringcache.h"
+#include "common/tally_table.h"
+#include "common/xalloc.h"
+#include "optim/inline.h"
+#include "optim/optim.h"
+#include "options.h"
+#include "out/emasm.h"
+#include "out/emobj.h"
+
+constexpr uint32_t COST = 6;                  // bytes of a call and a return
+constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run
+constexpr uint32_t FIRST_MEMBERS = 19;        // of a group that are compared with the others
+constexpr uint32_t ERRATA_NO_PA = 0x11;
+constexpr uint16_t CALL = 0xEC00, RETURN = 0x0012, NOP_NOT_BEHIND = 2;
+enum : uint32_t { PAF_TAKEN = 2 };            // the node belongs to an abstraction, made or replaced
+
+struct pa_node_t {
+    uint32_t pa_hash;
+    uint32_t pa_refs;                         // of a join point: nodes that lead to it
+    op_t *pa_ref1;                            // the first of them
+    uint32_t pa_size;                         // bytes
+    uint32_t pa_len, pa_sum, pa_crc;          // of a candidate: nodes of its run, sum of their hashes, CRC of them
+    uint32_t pa_flags;
+    const char *pa_text;                      // interned
+};
+
+struct pair_t {
+    op_t *a, *b;
+};
+
+// A length that members of a group have in common.
+struct length_t {
+    uint32_t ss_len, ss_comlen, ss_saving, id;
+    vec_t<pair_t *> pairs;
+};
+
+struct pa_group_t {
+    vec_t<op_t *> members;
+    uint32_t g_len, g_comlen, g_saving, id;
+    op_t *first;                              // of the pair that gives the best length; null if there is none
+};
+
+static struct {
+    uint32_t next_id, next_psect;
+    bool attached;
+    hash_of<const char *, const char *> texts;
+} st;
+
+static pa_node_t *pa(const op_t *op) { return op->op_pa; }
+static bool taken(const op_t *op, uint32_t mask = PAF_TAKEN) { return (pa(op)->pa_flags & mask) != 0; }
+
+// CRC-32 with the reflected polynomial, without a final inversion.
+struct crc_table_t {
+    uint32_t of[256] = {};
+    constexpr crc_table_t()
+    {
+        for (uint32_t i = 0; i < 256; i++) {
+            uint32_t c = i;
+            for (int bit = 0; bit < 8; bit++)
+                c = c & 1 ? c >> 1 ^ 0xEDB88320 : c >> 1;
+            of[i] = c;
+        }
+    }
+};
+static constexpr crc_table_t crc_table;
+constexpr uint32_t CRC_START = 0xFFFFFFFF;
+
+static uint32_t crc_byte(uint32_t crc, unsigned char byte) { return crc >> 8 ^ crc_table.of[(crc ^ byte) & 0xFF]; }
+
+static uint32_t crc_word(uint32_t crc, uint32_t word)
+{
+    for (int i = 0; i < 4; i++, word >>= 8)
+        crc = crc_byte(crc, static_cast<unsigned char>(word));
+    return crc;
+}
+
+static uint32_t crc_string(const char *s)
+{
+    uint32_t crc = CRC_START;
+    while (*s)
+        crc = crc_byte(crc, static_cast<unsigned char>(*s++));
+    return crc;
+}
+
+static uint32_t hash_text(word_t key) { return crc_string(from_word<const char *>(key)); }
+
+// Tests on nodes.
+
+static bool is_flow(const op_t *op) { return op->op_type == T_GOTO || op_is_skip(op); }
+
+static bool pa_flow(const op_t *a, const op_t *b)
+{
+    if (a->op_type != b->op_type || a->op_subop != b->op_subop)
+        return false;
+    switch (a->op_type) {
+    case T_GOTO: return true;
+    case T_BTFSC: return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+    case T_DECFSZ: case T_CPFSEQ: return opnd_same(&a->op_opnd1, &b->op_opnd1);
+    default: return false;
+    }
+}
+
+// Control can reach the node other than by falling into it.
+static bool pa_join(const op_t *n)
+{
+    const op_t *before = n->op_prev;
+    while (before && before->op_type == T_NAME)
+        before = before->op_prev;
+    if (before && before->op_type != 0 && after_skip(before))
+        return true;
+    return n->op_type == T_NAME && !(n->op_sym->s_flags & S_DEFHERE);
+}
+
+static bool contested(const op_t *n) { return pa_join(n) && pa(n)->pa_refs != 1; }
+
+static bool pa_abstractable(const op_t *n)
+{
+    if (n->op_callstack == 0 || !op_free(n) || !n->op_psect || !psect_is_function(n->op_psect)
+        || sfr_isTos(&n->op_opnd1) || sfr_isPc(&n->op_opnd1))
+        return false;
+    switch (n->op_type) {
+    case T_PUSH: case T_RCALL: case T_CALL: case T_NOP: case T_TRAP: case T_DBOUT: case T_SETCNT:
+        return false;
+    default: {
+        const op_t *next = following(n);
+        return next->op_type != T_NOP || next->op_subop != NOP_NOT_BEHIND;
+    }
+    }
+}
+
+// Runs. Their length counts nodes.
+
+// The position of `x` in the run, from 1; 0 if it lies outside or control comes to it from elsewhere.
+static uint32_t position(const op_t *run, uint32_t length, const op_t *x)
+{
+    if (contested(x))
+        return 0;
+    for (uint32_t k = 1; k <= length; k++, run = run->op_next)
+        if (run == x)
+            return k;
+    return 0;
+}
+
+static uint32_t bytes(const op_t *run, uint32_t length)
+{
+    uint32_t n = 0;
+    for (; length > 0; length--, run = run->op_next)
+        n += pa(run)->pa_size;
+    return n;
+}
+
+// Whether the run may be cut out. `mask`: flags that none of its nodes may have.
+static bool pa_valid(const op_t *run, uint32_t length, uint32_t mask)
+{
+    const op_t *v = run;
+    for (uint32_t i = 0; i < length; i++, v = v->op_next) {
+        if (taken(v, mask))
+            return false;
+        if (v->op_type == T_NAME) {
+            if (pa_join(v) && (!pa(v)->pa_ref1 || position(run, length, pa(v)->pa_ref1) == 0))
+                return false;
+        } else if (i == 1 && pa_join(v)) {
+            return false;
+        }
+        if (is_flow(v)) {
+            const op_t *t = op_target(v);
+            if (!t || position(run, length, t) == 0)
+                return false;
+        }
+    }
+    while (v->op_type == T_NAME)
+        v = v->op_next;
+    return v->op_type == 0 || !pa_join(v);
+}
+
+static bool pa_equal(const op_t *a, const op_t *b, uint32_t length)
+{
+    if (length == 0)
+        return true;
+    if (a == b || taken(a) || taken(b))
+        return false;
+    const op_t *u = a, *v = b;
+    for (uint32_t i = 1;; i++) {
+        if (u->op_type == 0 || v->op_type == 0)
+            return false;
+        const op_t *t = op_target(u), *w = op_target(v);
+        if (!t != !w)
+            return false;
+        if (t) {
+            if (!pa_flow(u, v) || position(a, length, t) != position(b, length, w))
+                return false;
+        } else if (u->op_type != T_NAME || !pa(u)->pa_ref1) {
+            if (pa(u)->pa_text != pa(v)->pa_text)
+                return false;
+        } else if (!pa(v)->pa_ref1 || pa(u)->pa_refs != 1 || pa(v)->pa_refs != 1
+                   || position(a, length, pa(u)->pa_ref1) != position(b, length, pa(v)->pa_ref1)) {
+            return false;
+        }
+        if (i == length)
+            return true;
+        u = u->op_next;
+        v = v->op_next;
+        if (u->op_type == 0 || v->op_type == 0 || taken(u) || taken(v) || u == b || v == a)
+            return false;
+    }
+}
+
+static bool common_pair(const op_t *u, const op_t *v)
+{
+    if (pa_flow(u, v)) {
+        const op_t *t = op_target(u), *w = op_target(v);
+        return t && w && pa_join(t) && pa_join(w) && u->op_offs - t->op_offs == v->op_offs - w->op_offs;
+    }
+    if (u->op_type == T_NAME || v->op_type == T_NAME)
+        return u->op_type == v->op_type && pa_join(u) && pa_join(v) && pa(u)->pa_refs == 1 && pa(v)->pa_refs == 1;
+    return pa_abstractable(u) && pa(u)->pa_text == pa(v)->pa_text;
+}
+
+// The length of the run of at least `least` bytes that begins the same at both nodes, or 0.
+static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
+{
+    uint32_t n = 0, size = 0;
+    for (const op_t *u = a, *v = b; u->op_type != 0 && v->op_type != 0 && !taken(u) && !taken(v) && common_pair(u, v);) {
+        n++;
+        size += pa(u)->pa_size;
+        if (u->op_type == T_RETURN || u->op_type == T_RETLW)
+            break;
+        u = u->op_next;
+        v = v->op_next;
+        if (u == b || v == a)
+            break;
+    }
+    if (size < least)
+        return 0;
+    while (!pa_valid(a, n, PAF_TAKEN))
+        if (--n <= 1)
+            return 0;
+    return bytes(a, n) >= least ? n : 0;
+}
+
+// What is known of each node.
+
+static const char *intern(std::string_view text)
+{
+    const char *copy = xstrndup(text.data(), text.size());
+    const char *known = hash_lookup(st.texts, copy);
+    if (!known)
+        hash_insert(st.texts, copy, known = copy);
+    return known;
+}
+
+static void describe(op_t *op, symbol_t *psect)
+{
+    pa_node_t *n = pa(op);
+    n->pa_text = intern(asm_op(op, ASM_COMPARE));
+    n->pa_size = op->op_next->op_offs - op->op_offs;
+    op_t *t = op_target(op);
+    if (is_flow(op) && t && t->op_psect == psect)
+        n->pa_hash = (t->op_offs - op->op_offs) | static_cast<uint32_t>(op->op_subop) << 16
+                   | static_cast<uint32_t>(op->op_type) << 8;
+    else
+        n->pa_hash = crc_string(n->pa_text);
+    if (t && pa_join(t) && pa(t)->pa_refs++ == 0)
+        pa(t)->pa_ref1 = op;
+}
+
+static void attach(op_t *op)
+{
+    op->op_pa = xnew<pa_node_t>();
+}
+
+// Every node of the program gets a clear record, for a jump may lead anywhere. Between the sets of one run no other module
+// uses the place, so the records that the first set made serve the others.
+static void attach_all()
+{
+    for (code_list_t *list : psect_list)
+        for (op_t *op = &list->head; op; op = op->op_next)
+            if (st.attached && op->op_pa)
+                *op->op_pa = {};
+            else
+                attach(op);
+    st.attached = true;
+}
+
+// Candidates.
+
+// Whether a run of at least COST bytes may be cut out at `n`; then its length, sum and CRC are noted.
+static bool find_run(op_t *n)
+{
+    uint32_t count = 0, size = 0;
+    for (const op_t *op = n; count < LONGEST && op->op_type != 0; op = op->op_next) {
+        if (is_flow(op) ? !op_target(op) || !pa_join(op_target(op))
+                        : !(pa_join(op) && pa(op)->pa_refs == 1) && !pa_abstractable(op))
+            break;
+        count++;
+        size += pa(op)->pa_size;
+    }
+    if (size < COST)
+        return false;
+    while (!pa_valid(n, count, 0))
+        if (--count <= 1)
+            return false;
+    if (bytes(n, count) < COST)
+        return false;
+    uint32_t sum = 0, crc = CRC_START, i = 0;
+    size = 0;
+    for (const op_t *op = n; i < count; op = op->op_next) {
+        i++;
+        size += pa(op)->pa_size;
+        sum += pa(op)->pa_hash;
+        crc = crc_word(crc, pa(op)->pa_hash);
+        if (size > COST && pa_valid(n, i, 0))
+            break;
+    }
+    pa(n)->pa_len = i;
+    pa(n)->pa_sum = sum;
+    pa(n)->pa_crc = crc;
+    return true;
+}
+
+template <class T> static int compare(T a, T b) { return a < b ? -1 : a > b; }
+
+static int by_run(op_t *a, op_t *b)
+{
+    const pa_node_t *p = pa(a), *q = pa(b);
+    if (int c = compare(q->pa_len, p->pa_len)) return c;
+    if (int c = compare(p->pa_sum, q->pa_sum)) return c;
+    if (int c = compare(p->pa_crc, q->pa_crc)) return c;
+    if (int c = compare(a->op_line, b->op_line)) return c;
+    return compare(a->op_id, b->op_id);
+}
+
+static int by_saving(pa_group_t *a, pa_group_t *b)
+{
+    const int c = compare(b->g_saving, a->g_saving);
+    return c ? c : compare(b->id, a->id);
+}
+
+static int by_length_saving(length_t *a, length_t *b)
+{
+    const int c = compare(b->ss_saving, a->ss_saving);
+    return c ? c : compare(b->id, a->id);
+}
+
+// Candidates that are equal to their neighbours become groups.
+static vec_t<pa_group_t *> make_groups(vec_t<op_t *> candidates)
+{
+    vec_t<pa_group_t *> groups = vec_make<pa_group_t *>();
+    for (uint32_t i = 0, next; i < vec_size(candidates); i = next) {
+        op_t *f = vec_elementAt(candidates, i);
+        for (next = i + 1; next < vec_size(candidates); next++) {
+            op_t *c = vec_elementAt(candidates, next);
+            if (pa(c)->pa_sum != pa(f)->pa_sum || pa(c)->pa_len != pa(f)->pa_len || !pa_equal(f, c, pa(f)->pa_len))
+                break;
+        }
+        if (next - i < 2)
+            continue;
+        pa_group_t *g = xnew<pa_group_t>();
+        g->members = vec_make<op_t *>(next - i);
+        for (uint32_t k = i; k < next; k++)
+            vec_add(g->members, vec_elementAt(candidates, k));
+        g->id = ++st.next_id;
+        vec_add(groups, g);
+    }
+    return groups;
+}
+
+static length_t *length_record(vec_t<length_t *> lengths, hash_of<uint32_t, length_t *> by_length, const op_t *member, uint32_t k)
+{
+    length_t *record = hash_lookup(by_length, k);
+    if (!record) {
+        record = xnew<length_t>();
+        record->ss_len = k;
+        record->ss_comlen = bytes(member, k) + 1 - COST;
+        record->id = ++st.next_id;
+        record->pairs = vec_make<pair_t *>();
+        hash_insert(by_length, k, record);
+        vec_add(lengths, record);
+    }
+    return record;
+}
+
+// Finds the length that saves most.
+static void evaluate(pa_group_t *g)
+{
+    vec_t<length_t *> lengths = vec_make<length_t *>();
+    hash_of<uint32_t, length_t *> by_length = hash_make<uint32_t, length_t *>(100, nullptr, nullptr);
+    const uint32_t count = vec_size(g->members);
+    for (uint32_t i = 0; i < FIRST_MEMBERS && i + 1 < count; i++)
+        for (uint32_t j = i + 1; j < count; j++) {
+            op_t *a = vec_elementAt(g->members, i), *b = vec_elementAt(g->members, j);
+            const uint32_t k = pa_common(a, b, COST);
+            if (k == 0)
+                continue;
+            length_t *record = length_record(lengths, by_length, a, k);
+            pair_t *pair = xnew<pair_t>();
+            *pair = {a, b};
+            vec_add(record->pairs, pair);
+            record->ss_saving = record->ss_comlen * (vec_size(record->pairs) - 1);
+        }
+    g->first = nullptr;
+    g->g_comlen = 0;
+    if (vec_size(lengths) > 0) {
+        vec_sort_by<length_t *, by_length_saving>(lengths);
+        const length_t *best = vec_elementAt(lengths, 0);
+        g->g_len = best->ss_len;
+        g->g_comlen = best->ss_comlen;
+        g->first = vec_elementAt(best->pairs, 0)->a;
+        g->g_saving = 0;
+        for (op_t *member : g->members)
+            if (member != g->first && pa_equal(g->first, member, g->g_len))
+                g->g_saving += g->g_comlen;
+    }
+    hash_destroy(by_length.raw);
+}
+
+// Abstraction.
+
+static op_t *taken_node(uint16_t type, const op_t *like)
+{
+    op_t *op = op_new();
+    op->op_type = type;
+    op->op_flags |= OPF_MARK;
+    op->op_callstack = like->op_callstack;
+    op->op_lfile = like->op_lfile;
+    op->op_lline = like->op_lline;
+    attach(op);
+    pa(op)->pa_flags = PAF_TAKEN;
+    return op;
+}
+
+static op_t *new_label(const char *name, op_t *where, const op_t *like)
+{
+    symbol_t *s = sym_new(name);
+    s->s_flags = S_GLOBAL;
+    s->s_refs = REFS_KEEP;
+    op_t *op = taken_node(T_NAME, like);
+    op->op_sym = s;
+    op->op_refs = vec_make<op_t *>();
+    s->s_defop = op;
+    sym_link(s);
+    op_insert_after(where, op);
+    s->s_owner = op->op_psect;
+    return op;
+}
+
+// What takes the place of a run: a jump or a call to the procedure, linked before the run.
+static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
+{
+    op_t *op = taken_node(ends_in_return ? T_GOTO : T_CALL, run);
+    op->op_subop = ends_in_return ? 0 : CALL;
+    op->op_opnd1.opnd_kind = OPND_CODE;
+    op->op_opnd1.opnd_value = value_sym(procedure->op_sym);
+    op->op_remark = ";call to abstracted procedure";
+    return op_insert_after(run->op_prev, op);
+}
+
+static void hand_comments_over(op_t *from, op_t *to)
+{
+    op_comments_append(from, to);
+    op_comments_free(from);
+}
+
+static void take_out(op_t *c, uint32_t length, op_t *procedure, bool ends_in_return)
+{
+    op_t *call = replacement(c, procedure, ends_in_return);
+    for (op_t *op = c, *next; length > 0; length--, op = next) {
+        next = op->op_next;
+        hand_comments_over(op, call);
+        pa(op)->pa_flags |= PAF_TAKEN;
+        if (op->op_type == T_NAME)
+            list_delete_label(op);
+        else
+            op_unlink(op);
+    }
+}
+
+static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *psect)
+{
+    const op_t *last = p;
+    for (uint32_t i = 1; i < length; i++)
+        last = last->op_next;
+    const bool ends_in_return = last->op_type == T_RETURN || last->op_type == T_RETLW;
+    opt_fired("abstraction", CNT_NONE, p);
+    const char *name = cache_printf("PL%u", sym_newlabel()->s_labelno);
+    op_t *procedure = new_label(name, psect->s_psect->p_code->tail.op_prev, p);
+    new_label(cache_printf("__end_of%s", name), procedure, p);
+    op_t *call = replacement(p, procedure, ends_in_return), *where = procedure;
+    call->op_file = p->op_file;
+    call->op_line = p->op_line;
+    uint32_t left = length;
+    for (op_t *op = p, *next; left > 0; left--, op = next) {
+        next = op->op_next;
+        hand_comments_over(op, call);
+        pa(op)->pa_flags |= PAF_TAKEN;
+        op->op_line = 0;
+        op->op_file = nullptr;
+        op_unlink(op);
+        op_link_after(where, op);
+        if (op->op_type == T_NAME)
+            op->op_sym->s_owner = op->op_psect;
+        where = op;
+    }
+    if (!ends_in_return) {
+        op_t *op = taken_node(T_RETURN, where);
+        op->op_subop = RETURN;
+        op_link_after(where, op);
+    }
+    for (op_t *c : others)
+        if (pa_valid(c, length, PAF_TAKEN))
+            take_out(c, length, procedure, ends_in_return);
+}
+
+// Abstracts what a group has in common, if there still is something.
+static void abstract_group(pa_group_t *g)
+{
+    evaluate(g);
+    if (!g->first)
+        return;
+    vec_t<op_t *> others = vec_make<op_t *>();
+    tally_t *psects = tally_new(13, 1, nullptr, nullptr);
+    for (op_t *member : g->members)
+        if (member != g->first && pa_equal(g->first, member, g->g_len)) {
+            vec_add(others, member);
+            tally_add(psects, to_word(member->op_psect));
+        }
+    if (vec_size(others) == 0)
+        return;
+    if (!pa_valid(g->first, g->g_len, PAF_TAKEN))
+        fputs("\tFAILED VERIFY\n", stderr);
+    else
+        abstract(g->first, g->g_len, others, from_word<symbol_t *>(tally_top(psects)));
+}
+
+// The psect that each run leaves behind, empty.
+static symbol_t *new_psect()
+{
+    symbol_t *psect = sym_enter(cache_printf("pa_nodes%u", st.next_psect++), S_PSECT | S_GLOBAL);
+    psect->s_psect->p_class = sym_enter("CODE", S_CLASS);
+    return psect;
+}
+
+void pa_psects(vec_t<symbol_t *> set, vec_t<symbol_t *> code_psects)
+{
+    if (!opt.opt_space || opt.opt_debug || opt.no_pa || (opt.errata_mask & ERRATA_NO_PA))
+        return;
+    if (!st.texts)
+        st.texts = hash_make<const char *, const char *>(5003, hash_text, hash_strcmp);
+    vec_add(code_psects, new_psect());
+    attach_all();
+    symbol_t *before = cur_psect;
+    for (symbol_t *psect : set) {
+        if (cache_starts_with(psect->s_name, "int") || list_empty(psect->s_psect->p_code))
+            continue;
+        size_psect(psect);
+        cur_psect = psect;
+        for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+            if (!(op->op_flags & OPF_SKIPPED))
+                describe(op, psect);
+    }
+    cur_psect = before;
+    vec_t<op_t *> candidates = vec_make<op_t *>();
+    for (symbol_t *psect : set) {
+        if (cache_starts_with(psect->s_name, "int"))
+            continue;
+        for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+            if (!(op->op_flags & OPF_SKIPPED) && find_run(op))
+                vec_add(candidates, op);
+    }
+    vec_sort_by<op_t *, by_run>(candidates);
+    vec_t<pa_group_t *> groups = make_groups(candidates);
+    vec_sort_by<pa_group_t *, by_saving>(groups);
+    for (pa_group_t *g : groups)
+        evaluate(g);
+    vec_sort_by<pa_group_t *, by_saving>(groups);
+    for (pa_group_t *g : groups)
+        abstract_group(g);
+}

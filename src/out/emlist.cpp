@@ -1,0 +1,303 @@
+// The listing.
+//
+// emasm walks the program and makes the text. For each node emobj then works out the words, which wait in a queue here
+// together with the address, and when the text comes all of them go in front of its first line:
+//
+//     number, 6 columns   '+' on continuation lines
+//     address, 7 columns  of the node, or what `equ` and `set` define
+//     words               all of the node's
+//     text, from column 32
+//
+// Everything is written twice. The relocation listing gets the same characters as text records, but where a value has to
+// wait for the linker a field record stands in place of the digits and their quote.
+//
+// Pages. st.page_line is 0 when a page header is due, which is written when the next line comes; so an empty page never
+// appears. Without a page length there is one header, and no form feed.
+//
+// What may bite. The column of the text counts from a prefix of 13, and padding goes by that count. Lines and names have
+// any length and page widths any value: text is broken only where there is room for any, and padding stops at PAD_MAX.
+#include "out/emlist.h"
+
+#include <cstdarg>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+#include "code/list.h"
+#include "code/program.h"
+#include "common/xalloc.h"
+#include "options.h"
+#include "out/emasm.h"
+#include "out/objout.h"
+
+enum : int { TEXT_COLUMN = 32, PREFIX_WIDTH = 13, PAGE_BORDER = 4, HEADER_LINES = 5, PAD_MAX = 10000 };
+enum : unsigned { ADDRESS_BYTES = 4, ADDRESS_CHARS = 6, SYMBOL_CHARS = 4, WIDTH_MAX = 15, BITS_TYPE = 0xC0 };
+enum : size_t { NAME_PAD_MAX = 255 };
+
+// What a node encodes to, piece by piece.
+struct queued_t {
+    uint64_t word;
+    value_t value;
+    unsigned nbytes, bits;
+};
+
+static struct {
+    FILE *to;
+    uint32_t page_line;          // lines on the current page; 0: a header is due
+    uint32_t page_no, line_no;
+    bool addr_pending;           // `addr` waits for the address column
+    value_t addr;
+    queued_t *queue;
+    size_t queued, queue_room;
+    time_t time;
+    text_t work;
+} st;
+
+// Both files.
+
+static void say(const char *s, size_t length)
+{
+    fwrite(s, 1, length, st.to);
+    rlf_text(s, length);
+}
+
+static void say(const char *s) { say(s, strlen(s)); }
+
+[[gnu::format(printf, 1, 2)]] static std::string_view format(const char *form, ...)
+{
+    va_list args;
+    va_start(args, form);
+    st.work.length = 0;
+    text_vformat(&st.work, form, args);
+    va_end(args);
+    return {st.work.at, st.work.length};
+}
+
+static void say(std::string_view s) { say(s.data(), s.length()); }
+
+// Digits that the listing has with a quote, and the linker is to fill in.
+static void say_field(std::string_view quoted, const value_t *value, uint64_t word, unsigned type, unsigned chars,
+                      const char *behind, bool silent = false)
+{
+    if (rlf_field(value, word, type, chars, silent))
+        rlf_text(behind, strlen(behind));
+    else
+        rlf_text(quoted.data(), quoted.length());
+    fwrite(quoted.data(), 1, quoted.length(), st.to);
+}
+
+// Pages.
+
+static void form_feed()
+{
+    say("\f");
+    st.page_line = 0;
+}
+
+// Ends a line of the page.
+static void next_line()
+{
+    st.page_line++;
+    if (opt.form_length != 0 && static_cast<int64_t>(st.page_line) >= int64_t{opt.form_length} - PAGE_BORDER)
+        form_feed();
+}
+
+static int page_width() { return opt.page_width < PAD_MAX ? opt.page_width < 0 ? 0 : opt.page_width : int{PAD_MAX}; }
+
+static const char *time_text()
+{
+    const char *text = ctime(&st.time);
+    return text ? text : "\n";
+}
+
+// The first lines of a page, up to an empty one.
+static void page_header(const char *product, const char *title)
+{
+    const size_t length = strlen(opt.version_text);
+    if (opt.form_length != 0)
+        say(format("\n\n%s %s%*s %u\n", product, opt.version_text,
+                   page_width() - 40 - static_cast<int>(length < PAD_MAX ? length : size_t{PAD_MAX}), "Page", ++st.page_no));
+    else
+        say(format("\n\n%s %s\n", product, opt.version_text));
+    const int width = page_width() - 26;
+    say(format("%-*.*s %s\n", width, width, title, time_text()));
+    st.page_line = HEADER_LINES;
+}
+
+static void listing_header()
+{
+    page_header("Velmora Zentra QVK Assembler", program.list_title ? program.list_title : "");
+    say(format("%s\n", program.list_subtitle ? program.list_subtitle : ""));
+}
+
+// Lines.
+
+void list_queue_add(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
+{
+    if (st.queued == st.queue_room) {
+        const size_t room = st.queue_room ? 2 * st.queue_room : 16;
+        queued_t *larger = xnew<queued_t>(room);
+        if (st.queued)
+            memcpy(larger, st.queue, st.queued * sizeof *larger);
+        xfree(st.queue);
+        st.queue = larger;
+        st.queue_room = room;
+    }
+    st.queue[st.queued++] = {word, value ? *value : value_const(0), nbytes, bits};
+}
+
+void list_address(const value_t &value)
+{
+    st.addr = value;
+    st.addr_pending = true;
+}
+
+static void say_address()
+{
+    const unsigned long n = static_cast<unsigned long>(st.addr.v_offs);
+    if (st.addr.v_rtype == RT_CONST) {
+        say(format(" %4.4lX  ", n));
+    } else {
+        say(" ");
+        say_field(format("%4.4lX' ", n), &st.addr, 0, ADDRESS_BYTES, ADDRESS_CHARS, "  ");
+    }
+    st.addr_pending = false;
+}
+
+// Returns the columns that it takes.
+static size_t say_queued(const queued_t *q)
+{
+    const uint64_t mask = q->bits >= 64 ? ~uint64_t{0} : (uint64_t{1} << q->bits) - 1;
+    const unsigned long n = static_cast<unsigned long>(q->word + (static_cast<uint64_t>(q->value.v_offs) & mask));
+    const unsigned digits = 2 * q->nbytes;
+    const unsigned width = q->bits % 8 ? q->bits : q->bits / 8;
+    const bool fixed = q->value.v_rtype == RT_CONST;
+    const std::string_view shown = format("%0*lX%s ", static_cast<int>(digits), n, fixed ? "" : "'");
+    if (fixed || width > WIDTH_MAX)
+        say(shown);
+    else
+        say_field(shown, &q->value, q->word, q->bits % 8 ? width | BITS_TYPE : width, digits, "  ");
+    return digits + !fixed + 1;
+}
+
+static void pad(size_t columns)
+{
+    static const char blanks[TEXT_COLUMN + 1] = "                                ";
+    say(blanks, columns);
+}
+
+// One line of text, with what waits in front of it.
+static void list_line(std::string_view text)
+{
+    const size_t at = text.find_first_not_of(" \t");
+    const bool flush_left = at != text.npos && text.substr(at, 2) == ";;";
+    const size_t column = flush_left ? 0 : TEXT_COLUMN;
+    const size_t room = page_width() > static_cast<int>(column) ? static_cast<size_t>(page_width()) - column : SIZE_MAX;
+    st.line_no++;
+    for (bool first = true; first || !text.empty(); first = false) {
+        if (st.page_line == 0)
+            listing_header();
+        if (first)
+            say(format("%6u ", st.line_no));
+        else
+            say("      +");
+        if (first && st.addr_pending)
+            say_address();
+        else if (column != 0)
+            pad(7);
+        size_t used = PREFIX_WIDTH;
+        for (size_t i = 0; i < st.queued; i++)
+            used += say_queued(&st.queue[i]);
+        st.queued = 0;
+        if (used < column)
+            pad(column - used);
+        const std::string_view piece = text.substr(0, room);
+        say(piece);
+        say("\n");
+        text.remove_prefix(piece.length());
+        next_line();
+    }
+}
+
+void list_text(std::string_view text)
+{
+    while (!text.empty()) {
+        const size_t newline = text.find('\n');
+        list_line(text.substr(0, newline));
+        text.remove_prefix(newline == text.npos ? text.length() : newline + 1);
+    }
+    st.queued = 0;
+    st.addr_pending = false;
+}
+
+static void list_run()
+{
+    st.time = time(nullptr);
+    asm_text(true);
+}
+
+// Symbols.
+
+static bool is_listed(const symbol_t *s)
+{
+    const uint64_t f = s->s_flags & (S_SPACE_MASK | S_MACRO | S_GLOBAL | S_UNDEF | S_LOCAL | S_EXTERN);
+    switch (f) {
+    case 0: case S_GLOBAL: case S_GLOBAL | S_UNDEF: case S_LOCAL: case S_LOCAL | S_UNDEF: case S_EXTERN:
+    case S_EXTERN | S_GLOBAL: case S_EXTERN | S_UNDEF: case S_EXTERN | S_GLOBAL | S_UNDEF:
+        return s->s_refs != 0;
+    default:
+        return false;
+    }
+}
+
+// Returns the columns that the entry takes.
+static size_t say_symbol(const symbol_t *s, int name_width)
+{
+    const std::string_view entry = format("%*s %6.6lX%c ", name_width, s->s_name,
+                                          static_cast<unsigned long>(s->s_value.v_offs), s->s_flags & S_UNDEF ? '*' : ' ');
+    if (s->s_value.v_rtype == RT_CONST) {
+        say(entry);
+    } else {
+        const size_t name = strlen(s->s_name) > static_cast<size_t>(name_width) ? strlen(s->s_name) : name_width;
+        say(entry.substr(0, name + 1));
+        say_field(entry.substr(name + 1), &s->s_value, 0, ADDRESS_BYTES, SYMBOL_CHARS, "  ", true);   // it may be unused
+    }
+    return entry.length();
+}
+
+static void list_symbols()
+{
+    const size_t longest = sym_longest_name(), width = longest < NAME_PAD_MAX ? longest : size_t{NAME_PAD_MAX};
+    if (opt.form_length != 0 && st.page_line != 0)
+        form_feed();
+    st.page_line = 0;
+    size_t used = 0;
+    for (const symbol_t *s : sym_slot_order()) {
+        if (!is_listed(s))
+            continue;
+        if (used != 0 && used + longest + 7 > static_cast<size_t>(page_width())) {
+            say("\n");
+            next_line();
+            used = 0;
+        }
+        if (st.page_line == 0)
+            page_header("Velmora Technology ZEL8 Macro Assembler", "Symbol Table");
+        used += say_symbol(s, static_cast<int>(width));
+    }
+    if (used != 0)
+        say("\n");
+    if (opt.form_length != 0 && st.page_line != 0)
+        form_feed();
+    st.page_line = 0;
+}
+
+void list_write(FILE *to)
+{
+    st.to = to;
+    if (opt.out_stream)
+        rlf_open();
+    list_run();
+    summary_comments_emit(to, true, [](const char *line) { rlf_text(line, strlen(line)); });
+    list_symbols();
+    rlf_finish();
+}
