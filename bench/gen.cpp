@@ -156,9 +156,38 @@ static void shape_blocks(int64_t lines) {
     }
 }
 
+// A program of calls, each of which becomes MACRO_LINES lines, of macros in macros and of `irp` and `rept` in those. The one
+// label in them is a local name, since a program of 60,000 symbols is the largest there is.
+static void shape_macros(int64_t lines) {
+    static const char definitions[] =
+        "load\tmacro\treg,value\n\tmovlw\t(value) && 255\n\tmovwf\treg,c\n\tendm\n"
+        "store\tmacro\tto,value\n\tload\tto,value\n\tload\tto+1,(value) shr 8\n\tendm\n"
+        "block\tmacro\treg,other,pin,number\n\tlocal\tskip\n"
+        "\tstore\treg,number*2+1\n"
+        "\tstore\tother,number\t; both bytes\n"
+        "\tirp\tfrom,reg,other,other+1,var0\n\taddwf\tfrom,f,c\n\tendm\n"
+        "\tbtfsc\tport&pin,pin,c\n"
+        "\tbra\tskip\n"
+        "\trept\t4\n\tincf\treg+1,f,c\t; again\n\tendm\n"
+        "skip:\tbcf\tport&pin,pin,c\n"
+        "\tcall\tentry\n\tendm\n";
+    enum { MACRO_LINES = 20 };
+    put_equates("port", PORTS, PORT_BASE, 1);
+    put_equates("var", VARS, VAR_BASE, 2);
+    fputs(definitions, stdout);
+    for (int64_t call = 0, calls = lines / MACRO_LINES; call <= calls; call++) {
+        if (call % (calls / SECTIONS + 1) == 0)
+            put_section((int)(call / (calls / SECTIONS + 1)));
+        fputs(call ? "" : "entry:\n", stdout);
+        const uint32_t reg = draw(VARS), other = draw(VARS), pin = draw(8);
+        printf("\tblock\tvar%u,var%u,%u,%u\n", reg, other, pin, draw(65536));
+    }
+}
+
 static const struct { const char *name; void (*write)(int64_t lines); unsigned dialects; const char *what; } shapes[] = {
     { "blocks", shape_blocks, (1U << DIALECTS) - 1,
       "blocks of ten lines: comment, label, eight instructions of which two are branches" },
+    { "macros", shape_macros, 1U << ZEL8, "calls of nested macros, with irp and rept; LINES counts what they become" },
 };
 
 static int usage() {

@@ -5,9 +5,9 @@
 //
 // A figure such as "half a million lines a second" says little, since it changes with the machine, the hour and the program.
 // What can be compared is two assemblers on the same machine, at the same time, on the same shape of program. Hence the
-// order of things: make every program first (three sizes, each twice the one before, in each dialect); then go round the
-// assemblers again and again, one run each, so that a slow minute of the machine hits all of them; and take the best and the
-// median of each. The best is what a table compares, as noise only ever adds; the median shows how much noise there was.
+// order of things: make every program first (three sizes, each twice the one before, the last the one that the figures are
+// for, in each dialect); then go round the assemblers again and again, one run each, so that a slow minute of the machine
+// hits all of them; and take the best and the median of each. The best is what a table compares, as noise only ever adds; the median shows how much noise there was.
 //
 // A run is a process from fork to exit: wall time from the monotonic clock, processor time and peak resident memory
 // from wait4. Standard output and standard error go to one file, and a run counts only if the exit status is 0 and that file
@@ -36,7 +36,7 @@
 enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
 static const double repeat_budget = 10, skip_above = 60;     // seconds
 
-enum kind_t { OWN, OPTIMISE, PEER };
+enum kind_t { OWN, OPTIMISE, MACROS, PEER };     // MACROS: on the shape "macros", whatever --shape says
 
 // In the arguments `@i` is the source, `@o` the object file and `@c` the chip file.
 struct assembler_t {
@@ -48,6 +48,7 @@ struct assembler_t {
 static const assembler_t assemblers[] = {
     { "aszel8", OWN, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "aszel8 -O", OPTIMISE, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "macros", MACROS, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "gas-avr", PEER, "avr-gas", "binutils-avr", { "avr-as" }, { "-mmcu=avr6", "-o", "@o", "@i" }, "--version" },
     { "llvm-avr", PEER, "avr-llvm", "llvm-14", { "/usr/lib/llvm-14/bin/llvm-mc", "llvm-mc" },
       { "-triple=avr", "-mcpu=atmega2560", "-filetype=obj", "-o", "@o", "@i" }, "--version" },
@@ -85,12 +86,16 @@ static struct {
 }
 
 static int64_t size_of(int size) {
-    return size == 0 ? opt.lines / 2 : size == 1 ? opt.lines : opt.lines * 2;
+    return opt.lines >> (SIZES - 1 - size);
 }
 
-static std::string source_of(const char *dialect, int size) {
-    const std::string number = size < 0 ? "start" : std::to_string(size_of(size));
-    return opt.dir + "/" + dialect + "-" + number + ".asm";
+static std::string shape_of(const assembler_t &row) {
+    return row.kind == MACROS ? "macros" : opt.shape;
+}
+
+static std::string source_of(const assembler_t &row, int size) {
+    const std::string number = size < 0 ? "start" : shape_of(row) + "-" + std::to_string(size_of(size));
+    return opt.dir + "/" + row.dialect + "-" + number + ".asm";
 }
 
 static double now() {
@@ -210,14 +215,14 @@ static void write_chip(const std::string &path) {
     fclose(f);
 }
 
-// Makes the programs of a dialect. False if the shape can't be had in it.
-static bool generate(const char *dialect) {
+// Makes the programs for an assembler. False if the shape can't be had in its dialect.
+static bool generate(const assembler_t &row) {
     for (int size = -1; size < SIZES; size++) {
-        const std::string path = source_of(dialect, size);
+        const std::string path = source_of(row, size);
         if (std::filesystem::exists(path))
             continue;
         run_t run;
-        if (size >= 0 && !spawn({ opt.gen, opt.shape, std::to_string(size_of(size)), dialect }, path, false, &run))
+        if (size >= 0 && !spawn({ opt.gen, shape_of(row), std::to_string(size_of(size)), row.dialect }, path, false, &run))
             return false;
         if (size < 0)
             if (FILE *f = fopen(path.c_str(), "w")) {
@@ -229,7 +234,7 @@ static bool generate(const char *dialect) {
 }
 
 static void measure(contestant_t *c, int size, result_t *result) {
-    const std::string in = source_of(c->row->dialect, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
+    const std::string in = source_of(*c->row, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
     std::vector<std::string> words = { c->command };
     for (const char *arg : c->row->args) {
         if (!arg)
@@ -359,14 +364,18 @@ static void print_aim(const char *what, double figure, const char *relation, dou
 }
 
 static void print_aims(const std::vector<contestant_t> &all) {
-    const contestant_t *own = by_name(all, "aszel8"), *gas = by_name(all, "gas-avr"), *llvm = by_name(all, "llvm-avr");
-    if (!own || own->sized[1].runs.empty())
+    const contestant_t *own = by_name(all, "aszel8"), *gas = by_name(all, "gas-avr"), *llvm = by_name(all, "llvm-avr"),
+                       *macros = by_name(all, "macros");
+    if (!own || own->sized[SIZES - 1].runs.empty())
         return;
     printf("\n");
-    if (gas && !gas->sized[1].runs.empty())
-        print_aim("lines per second, as a multiple of GNU as for AVR", best(gas->sized[1]) / best(own->sized[1]), ">=", 1);
-    if (llvm && !llvm->sized[1].runs.empty())
-        print_aim("peak memory, as a fraction of LLVM's for AVR", peak_mb(own->sized[1]) / peak_mb(llvm->sized[1]), "<=", 1);
+    if (gas && !gas->sized[SIZES - 1].runs.empty())
+        print_aim("lines per second, as a multiple of GNU as for AVR", best(gas->sized[SIZES - 1]) / best(own->sized[SIZES - 1]), ">=", 1);
+    if (llvm && !llvm->sized[SIZES - 1].runs.empty())
+        print_aim("peak memory, as a fraction of LLVM's for AVR", peak_mb(own->sized[SIZES - 1]) / peak_mb(llvm->sized[SIZES - 1]), "<=", 1);
+    if (macros && !macros->sized[SIZES - 1].runs.empty())
+        print_aim("lines per second of macros, as a fraction of plain source", best(own->sized[SIZES - 1]) / best(macros->sized[SIZES - 1]),
+                  ">=", 0.5);
     for (int size = 1; size < SIZES; size++)
         if (growth(*own, size) > 0)
             print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*own, size),
@@ -449,7 +458,7 @@ int main(int argc, char **argv) {
         die("can't make a directory %s: %s", opt.dir.c_str(), strerror(errno));
     write_chip(opt.dir + "/chip.ini");
     std::erase_if(all, [](const contestant_t &c) {
-        const bool made = generate(c.row->dialect);
+        const bool made = generate(*c.row);
         if (!made)
             printf("%s: skipped, no program of shape %s\n", c.row->name, opt.shape.c_str());
         return !made;

@@ -20,7 +20,7 @@ start:
 	endm
 	pin_on	A,3
 	nibble	0x1234
-	movwf	STX,c
+	movwf	LATB,c
 loop:
 	wait	200,delay
 	count_ticks
@@ -34,9 +34,9 @@ loop:
 
 	psect	const,class=CONST,delta=1,noexec
 greeting:
-	text	Hello!, world	; `!` takes the next character as it is: here the comma is no end of the argument
+	text	Hello!, world	; `!` takes the next character as it is: this comma ends no argument
 prompt:
-	text	<Ready, set !> >; in < > a comma needs none, but a > does
+	text	<Ready, steady>
 powers:
 	squares	10
 

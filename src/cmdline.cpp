@@ -6,6 +6,7 @@
 // words follow the small quoting rules of `read_words`, which are not a shell's.
 #include "cmdline.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -142,12 +143,21 @@ void cmdline_collect(int *argc, char ***argv)
         command.at_argument = (*argv)[1];
         const char *file = command.at_argument + 1;
         FILE *in = fopen(file, "r");
+        const int first = in ? fgetc(in) : EOF;
+        if (in && first == EOF && ferror(in)) {   // a directory opens and can't be read
+            fclose(in);
+            in = nullptr;
+            errno = EISDIR;
+        }
         if (!in) {
+            const int why = errno;
             alert_msg(1217, file);
+            errno = why;
             perror(file);
             *argc = 1;
             return;
         }
+        ungetc(first, in);
         read_words(in, argc, argv);
         fclose(in);
     } else {
@@ -308,7 +318,10 @@ static void option_version(const char *)
 }
 
 // Two spellings of each word count, and no mixture of them.
-static bool has_word(const char *text, const char *upper, const char *lower) { return strstr(text, upper) || strstr(text, lower); }
+static bool has_word(const char *text, const char *upper, const char *lower)
+{
+    return strstr(text, upper) || strstr(text, lower);
+}
 
 static void option_opt(const char *words)
 {
@@ -317,7 +330,7 @@ static void option_opt(const char *words)
     opt.opt_space |= has_word(words, "SPACE", "space");
 }
 
-// The number begins three characters behind "errata" less the dashes, whatever stands between.
+// The number is read from the tenth character of the argument on, whatever stands in the ninth.
 static void option_errata(const char *rest)
 {
     opt.errata_mask = *rest ? static_cast<uint32_t>(strtoul(rest + 1, nullptr, 10)) : 0;

@@ -80,7 +80,7 @@ static void sort_psects()
 static void imply_high(op_t *op)
 {
     value_t *v = &op->op_opnd1.opnd_value;
-    if (v->v_rtype != RT_SYM || v->v_common)
+    if (v->v_rtype != RT_SYM)
         return;
     value_unary(OPC_HIGH, v);
     op->op_remark = ";# assembler added high";

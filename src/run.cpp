@@ -168,6 +168,8 @@ static void write_listing()
         perror(opt.rlf_file);
         alert_msg(1221, opt.rlf_file);
         opt.rlf_file = nullptr;
+    } else {
+        setvbuf(opt.out_stream, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
     }
     list_write(stdout);
     if (!close_output())
@@ -236,7 +238,9 @@ int run_main(int argc, char **argv)
     srcpos.line_volatile = srcpos.line_volsfr = srcpos.line_compiled = false;
     for (const code_list_t *list : psect_list)
         cond_evaluate(list->psect);
-    // optimise_run();
+    srcpos.cur_file = "";
+    srcpos.cur_line = 0;
+    optimise_run();
     if (opt.asm_output) {
         write_assembly();
     } else {

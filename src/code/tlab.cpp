@@ -108,7 +108,10 @@ static void refer_to_labels(value_t *v)
             v->v_rtype = RT_SYM;
             sym_add_ref(v->v_sym);
         } else {
-            *v = value_const(v->v_sym->s_value.v_offs + v->v_offs);   // has been reported
+            value_t number = v->v_sym->s_value;   // the missing label has been reported
+            const value_t addend = value_const(v->v_offs);
+            value_binary(OPC_PLUS, &number, &addend);
+            *v = number;
         }
         return;
     }

@@ -36,6 +36,7 @@ enum alert_type_t : uint32_t { UNKNOWN, FATAL, MESSAGE, ERROR, WARNING, SUPPRESS
 enum alert_form_t { ERROR_FORM, WARNING_FORM, MESSAGE_FORM, FORMS };
 enum alert_action_t : uint32_t { NO_ACTION = 0, HIDE_MILD = 1, HIDE_ALL = 4 };   // HIDE_MILD: warnings and messages only
 enum : unsigned { MAX_NUMBER = 10000, REPORTED_BUCKETS = 199 };
+enum : unsigned { LINES_MAX = 100000 };          // of a catalogue: a device may have no end
 enum : size_t { LINE_BUFFER = 256, TEXT_LIMIT = 511, LINE_LIMIT = 8192 };
 
 struct alert_record_t {
@@ -144,7 +145,7 @@ static bool load_catalogue(const char *path) {
     path = cache_string(path);
     vec_t<alert_record_t *> table = vec_make<alert_record_t *>();
     char line[LINE_BUFFER];
-    for (unsigned number = 1; fgets(line, sizeof line, in); number++) {
+    for (unsigned number = 1; number <= LINES_MAX && fgets(line, sizeof line, in); number++) {
         if (*line == '#') continue;
         line[strcspn(line, "\n")] = '\0';
         if (!load_line(table, line))

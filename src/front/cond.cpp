@@ -9,7 +9,7 @@
 #include "code/ops.h"
 #include "common/alert.h"
 
-enum level_t : uint8_t {
+enum arm_t : uint8_t {
     NO = 0,       // the current arm doesn't count, and a later one still can
     YES = 1,      // the current arm counts
     NEVER = 255,  // no further arm counts
@@ -18,13 +18,13 @@ constexpr unsigned TOP_LEVEL = 9;
 
 void cond_evaluate(symbol_t *psect)
 {
-    level_t state[TOP_LEVEL + 1] = {YES};
+    arm_t state[TOP_LEVEL + 1] = {YES};
     const op_t *opened[TOP_LEVEL + 1] = {};   // the `if` of each level
     unsigned d = 0;
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
         const value_t *v = &op->op_opnd1.opnd_value;
         const bool constant = v->v_rtype == RT_CONST, holds = v->v_offs != 0;
-        level_t *top = &state[d];
+        arm_t *top = &state[d];
         switch (op->op_type) {
         case T_NAME:
         case T_NUMLABEL:

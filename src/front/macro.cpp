@@ -5,7 +5,7 @@
 // `rept`, `irp` and `irpc` are macros without a name that expand where they are defined, once for each round; the end of one
 // round pushes the next.
 //
-// While a body is read, a record in the symbol table stands for each parameter and local name. It hides whatever else has the
+// While a body is read, a record in the symbol table stands for each parameter and local name. It hides what else has the
 // name and is taken out again when the definition ends; its value is the selector of its marker.
 //
 // What may bite: the words `macro`, `rept`, `irp`, `irpc` and `endm` count as such wherever they stand in a body's line,

@@ -13,15 +13,17 @@ struct reg_state_t {
     const value_t *bank;       // what bsr holds, or null
     opnd_t fsr_val[3];         // the value last stored through each file select
 };
-extern reg_state_t reg;        // `carry` and `bank` are written by the peephole walk
+extern reg_state_t reg;        // `carry`, `bank` and `fsr_val` are written by the peephole walk
 
 void reg_forget_all();
 void reg_forget_w();
+void reg_forget_w_reg();                // w_lit stays
 void reg_load_w(const opnd_t *o);       // W now holds the operand
 void reg_written(const opnd_t *o);      // a register has been written
+void reg_bank_selected(const value_t *bank);   // what bsr holds from now on, or null; it must live on
 inline bool reg_w_known() { return reg.w_lit.opnd_kind == OPND_LIT && reg.w_lit.opnd_value.v_rtype == RT_CONST; }
 inline int64_t reg_w_value() { return reg.w_lit.opnd_value.v_offs; }
 
-// Whether `r` is used from `start` on; also true when that can't be told. Paths end as unused at `stop1` and `stop2`, which may
-// be null. Message 982.
+// Whether `r` is used from `start` on; also true when that can't be told. Paths end as unused at `stop1` and `stop2`, which
+// may be null. Message 982.
 bool nxtuse(reg_t r, const op_t *start, const op_t *stop1, const op_t *stop2);

@@ -35,13 +35,10 @@
 
 enum : unsigned { EQU_DEPTH = 1000, EQU_TEXT = 1 << 12 };   // names are printed as their values up to this
 enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };
-// Flags of symbols that decide whether assembly text declares them.
-enum : uint64_t { DECLARED = S_GLOBAL | S_PSECT | S_UNDEF | S_LOCAL | S_MACRO | S_CLASS | S_EXTERN };
-static_assert(DECLARED == 0x19B10);
 
 static struct {
     FILE *to;                  // assembly text; null for a listing
-    text_t text;
+    textbuf_t text;
     const char *last_file;     // told by `file` and `line`
     uint64_t last_line;
     unsigned depth;            // of the expression that is being printed
@@ -50,7 +47,7 @@ static struct {
 
 // Text.
 
-char *text_grow(text_t *t, size_t more)
+char *text_grow(textbuf_t *t, size_t more)
 {
     const size_t need = t->length + more + 1;
     if (need > t->room) {
@@ -65,7 +62,7 @@ char *text_grow(text_t *t, size_t more)
     return t->at + t->length;
 }
 
-void text_add(text_t *t, const char *s, size_t length)
+void text_add(textbuf_t *t, const char *s, size_t length)
 {
     if (length == 0)
         return;
@@ -73,21 +70,23 @@ void text_add(text_t *t, const char *s, size_t length)
     t->length += length;
 }
 
-void text_add(text_t *t, const char *s) { text_add(t, s, strlen(s)); }
+void text_add(textbuf_t *t, const char *s) { text_add(t, s, strlen(s)); }
 
-void text_vformat(text_t *t, const char *format, va_list args)
+void text_vformat(textbuf_t *t, const char *format, va_list args)
 {
     va_list again;
     va_copy(again, args);
-    const int n = vsnprintf(nullptr, 0, format, again);
+    char *at = text_grow(t, 0);
+    const size_t room = t->room - t->length;
+    const int n = vsnprintf(at, room, format, args);
+    if (n > 0 && static_cast<size_t>(n) >= room)
+        vsnprintf(text_grow(t, static_cast<size_t>(n)), static_cast<size_t>(n) + 1, format, again);
+    if (n > 0)
+        t->length += static_cast<size_t>(n);
     va_end(again);
-    if (n <= 0)
-        return;
-    vsnprintf(text_grow(t, static_cast<size_t>(n)), static_cast<size_t>(n) + 1, format, args);
-    t->length += static_cast<size_t>(n);
 }
 
-void text_format(text_t *t, const char *format, ...)
+void text_format(textbuf_t *t, const char *format, ...)
 {
     va_list args;
     va_start(args, format);
@@ -590,7 +589,7 @@ static void asm_file()
         if (!(s->s_flags & (S_SPACE_MASK | S_MACRO)))
             hand_on_uses(s);
     for (const symbol_t *s : all) {
-        const uint64_t f = s->s_flags & DECLARED & ~uint64_t{S_UNDEF};
+        const uint64_t f = s->s_flags & (S_SPACE_MASK | S_MACRO | S_GLOBAL | S_LOCAL | S_EXTERN);
         if (f == S_GLOBAL || f == S_EXTERN || f == (S_GLOBAL | S_EXTERN)) {
             text_format(&st.text, "\tglobal\t%s\n", s->s_name);
             if (s->s_refs != 0 || s->s_flags & S_GLOBAL)

@@ -11,15 +11,15 @@
 #include "code/list.h"
 
 // Growing text. Its length has no limit; `at` has room for a NUL behind it.
-struct text_t {
+struct textbuf_t {
     char *at;
     size_t length, room;
 };
-char *text_grow(text_t *t, size_t more);   // the end of the text, with at least `more` bytes of room, which aren't added
-void text_add(text_t *t, const char *s, size_t length);
-void text_add(text_t *t, const char *s);
-[[gnu::format(printf, 2, 3)]] void text_format(text_t *t, const char *format, ...);
-[[gnu::format(printf, 2, 0)]] void text_vformat(text_t *t, const char *format, va_list args);
+char *text_grow(textbuf_t *t, size_t more);   // the end of the text, with at least `more` bytes of room, which aren't added
+void text_add(textbuf_t *t, const char *s, size_t length);
+void text_add(textbuf_t *t, const char *s);
+[[gnu::format(printf, 2, 3)]] void text_format(textbuf_t *t, const char *format, ...);
+[[gnu::format(printf, 2, 0)]] void text_vformat(textbuf_t *t, const char *format, va_list args);
 
 enum asm_mode_t : uint8_t {
     ASM_PRINT = 0,     // for output and listing

@@ -50,7 +50,7 @@ static struct {
     queued_t *queue;
     size_t queued, queue_room;
     time_t time;
-    text_t work;
+    textbuf_t work;
 } st;
 
 // Both files.
@@ -102,7 +102,8 @@ static void next_line()
         form_feed();
 }
 
-static int page_width() { return opt.page_width < PAD_MAX ? opt.page_width < 0 ? 0 : opt.page_width : int{PAD_MAX}; }
+// For padding; text is broken, and symbols fill a line, by the full width.
+static int pad_width() { return opt.page_width < PAD_MAX ? opt.page_width < 0 ? 0 : opt.page_width : int{PAD_MAX}; }
 
 static const char *time_text()
 {
@@ -116,10 +117,10 @@ static void page_header(const char *product, const char *title)
     const size_t length = strlen(opt.version_text);
     if (opt.form_length != 0)
         say(format("\n\n%s %s%*s %u\n", product, opt.version_text,
-                   page_width() - 40 - static_cast<int>(length < PAD_MAX ? length : size_t{PAD_MAX}), "Page", ++st.page_no));
+                   pad_width() - 40 - static_cast<int>(length < PAD_MAX ? length : size_t{PAD_MAX}), "Page", ++st.page_no));
     else
         say(format("\n\n%s %s\n", product, opt.version_text));
-    const int width = page_width() - 26;
+    const int width = pad_width() - 26;
     say(format("%-*.*s %s\n", width, width, title, time_text()));
     st.page_line = HEADER_LINES;
 }
@@ -191,8 +192,8 @@ static void list_line(std::string_view text)
 {
     const size_t at = text.find_first_not_of(" \t");
     const bool flush_left = at != text.npos && text.substr(at, 2) == ";;";
-    const size_t column = flush_left ? 0 : TEXT_COLUMN;
-    const size_t room = page_width() > static_cast<int>(column) ? static_cast<size_t>(page_width()) - column : SIZE_MAX;
+    const int column = flush_left ? 0 : int{TEXT_COLUMN};
+    const size_t room = opt.page_width > column ? static_cast<size_t>(opt.page_width - column) : SIZE_MAX;
     st.line_no++;
     for (bool first = true; first || !text.empty(); first = false) {
         if (st.page_line == 0)
@@ -205,12 +206,12 @@ static void list_line(std::string_view text)
             say_address();
         else if (column != 0)
             pad(7);
-        size_t used = PREFIX_WIDTH;
+        int64_t used = PREFIX_WIDTH;
         for (size_t i = 0; i < st.queued; i++)
-            used += say_queued(&st.queue[i]);
+            used += static_cast<int64_t>(say_queued(&st.queue[i]));
         st.queued = 0;
         if (used < column)
-            pad(column - used);
+            pad(static_cast<size_t>(column - used));
         const std::string_view piece = text.substr(0, room);
         say(piece);
         say("\n");
@@ -232,6 +233,7 @@ void list_text(std::string_view text)
 
 static void list_run()
 {
+    st.page_line = st.page_no = st.line_no = 0;
     st.time = time(nullptr);
     asm_text(true);
 }
@@ -240,14 +242,10 @@ static void list_run()
 
 static bool is_listed(const symbol_t *s)
 {
-    const uint64_t f = s->s_flags & (S_SPACE_MASK | S_MACRO | S_GLOBAL | S_UNDEF | S_LOCAL | S_EXTERN);
-    switch (f) {
-    case 0: case S_GLOBAL: case S_GLOBAL | S_UNDEF: case S_LOCAL: case S_LOCAL | S_UNDEF: case S_EXTERN:
-    case S_EXTERN | S_GLOBAL: case S_EXTERN | S_UNDEF: case S_EXTERN | S_GLOBAL | S_UNDEF:
-        return s->s_refs != 0;
-    default:
-        return false;
-    }
+    const uint64_t f = s->s_flags & (S_SPACE_MASK | S_MACRO | S_GLOBAL | S_LOCAL | S_EXTERN);
+    const bool constant_or_label = f == 0 && !(s->s_flags & S_UNDEF);
+    return s->s_refs != 0 &&
+           (constant_or_label || f == S_LOCAL || f == S_GLOBAL || f == S_EXTERN || f == (S_GLOBAL | S_EXTERN));
 }
 
 // Returns the columns that the entry takes.
@@ -275,7 +273,7 @@ static void list_symbols()
     for (const symbol_t *s : sym_slot_order()) {
         if (!is_listed(s))
             continue;
-        if (used != 0 && used + longest + 7 > static_cast<size_t>(page_width())) {
+        if (used != 0 && static_cast<int64_t>(used + longest + 7) > opt.page_width) {
             say("\n");
             next_line();
             used = 0;

@@ -319,8 +319,9 @@ static void code_base(code_t *c, const value_t *v)
         }
         [[fallthrough]];
     case RT_SYM_SEG:
-        if (c->room && (v->v_sym->s_flags & (S_UNDEF | S_GLOBAL)) == S_UNDEF && !c->silent &&
-            !(st.in_rlf && v->v_sym->s_flags & S_LOCAL))
+        // A reference that comes as far as here is to an undefined symbol or to one that is defined by itself.
+        if (c->room && (v->v_rtype != RT_SYM_SEG || v->v_sym->s_flags & S_UNDEF) && !(v->v_sym->s_flags & S_GLOBAL) &&
+            !c->silent && !(st.in_rlf && v->v_sym->s_flags & S_LOCAL))
             undefined(v->v_sym);
         code_name(c, RT_SYM | (v->v_rtype & RT_SEG), v->v_sym->s_name);
         return;

@@ -2,7 +2,9 @@
 // fault, whatever it says. The state of the assembler is the process's, and a fatal message ends the process. So each input
 // gets a child, which hands its coverage counters back through shared memory; thus the search is guided as usual.
 //
-// The last byte selects options. With a newline there, as sources have it, there are none.
+// The last byte selects options. With a newline there, as sources have it, there are none. Sources to begin with are in
+// examples/:
+//     fuzz_source -max_total_time=600 CORPUS examples
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -12,24 +12,16 @@ TEST_F(Chip, RegisterTable) {
                                "SFRFLD=G,F02,40,1\nSFRFLD=H,F02,4,32\nSFRFLD=I,F02,0,4294967295\nSFR=N,E00,8\n"));
     sfr_t *a = find(ci, "a"), *al = find(ci, "low"), *ah = find(ci, "AH"), *c = find(ci, "C");
     ASSERT_TRUE(a && al && ah && c) << said;
-    EXPECT_TRUE(sfr_isJoined(a));
-    EXPECT_EQ(a->sfr_width, 16u);
-    EXPECT_EQ(find(ci, "B"), a);
-    EXPECT_STREQ(vec_elementAt(a->sfr_aliases, 0), "B");
+    EXPECT_TRUE(find(ci, "B") == a && a->sfr_width == 16 && !a->sfr_fields);
     EXPECT_STREQ(al->sfr_name, "AL");
-    EXPECT_EQ(vec_size(a->sfr_kids), 2u);
-    EXPECT_EQ(vec_elementAt(a->sfr_kids, 1), ah);
-    EXPECT_EQ(ah->sfr_parent, a);
+    EXPECT_TRUE(vec_size(a->sfr_kids) == 2 && vec_elementAt(a->sfr_kids, 1) == ah && ah->sfr_parent == a);
     EXPECT_EQ(c->sfr_parent, nullptr);   // the joined register was full
     EXPECT_EQ(skiplist_lookup(ci->c_sfrtab->sfrsAddrTab, 0xF00), a);
-    EXPECT_FALSE(a->sfr_fields);
     static const struct { sfr_t *owner; const char *name; uint32_t mask; } fields[] = {
         {al, "F", 0x1C}, {al, "f", 1}, {c, "F", 0x80000000}, {c, "G", 0}, {c, "H", 0xFFFFFFF0}, {c, "I", 0xFFFFFFFF}};
     for (const auto &f : fields) EXPECT_EQ(skiplist_lookup(f.owner->sfr_fields, f.name)->fld_mask, f.mask) << f.name;
     EXPECT_EQ(vec_size(skiplist_lookup(ci->c_sfrtab->fldsNameTab, "F")), 2u);
     EXPECT_EQ(find(ci, "N")->sfr_address, 0xE00u);   // out of order, and no harm
-    ci = load(zel8("SFR=T,F00,21\nSFR=T0,F00,8\nSFR=T1,F01,8\nSFR=T2,F02,5\nSFR=U,F03,1\n"));
-    EXPECT_EQ(vec_size(find(ci, "T")->sfr_kids), 3u);
 }
 
 TEST_F(Chip, BadRegisters) {
@@ -37,9 +29,7 @@ TEST_F(Chip, BadRegisters) {
         {"SFR=A,F00", 1016, "missing argument(s) to \"SFR\" specification"},
         {"SFR=A,F00,8,9", 1017, "extraneous argument to \"SFR\" specification"},
         {"SFR=A,xyz,8", 1021, "syntax error reading \"SFR (A) address (xyz)\" value"},
-        {"SFR=A,F00,b", 1021, "syntax error reading \"SFR (A) bit-width (b)\" value"},
         {"SFRFLD=A,FF3,0", 1016, "missing argument(s) to \"SFRFLD\" specification"},
-        {"SFRFLD=A,FF3,y,1", 1021, "syntax error reading \"SFRFLD (A) bit-position (y)\" value"},
         {"SFRFLD=A,FF3,0,y", 1021, "syntax error reading \"SFRFLD (A) bit-width (y)\" value"},
         {"SFRFLD=A,FF2,0,1", 919, "SFRFLD (A) at an address without SFR (FF2) for chip ZEL8T1"},
         {"SFRFLD=W0,FF3,1,1", 919, "invalid duplicate SFRFLD (W0) for chip ZEL8T1"},
@@ -56,7 +46,6 @@ TEST_F(Chip, BadRegisters) {
 
 TEST_F(Chip, Accessors) {
     opt.cur_chip = load(zel8("USERIDMEM=210000-210007\n", "ZEL8T1", "ZEL8X"));
-    EXPECT_STREQ(chip_getName(), "ZEL8T1");
     EXPECT_TRUE(chip_arch() == 0x100 && chip_archIs(0x380) && !chip_archIs(0x280));
     static const struct { int64_t addr; const char *where; } cases[] = {
         {0x5F, "c"}, {0x60, ""}, {0xFFF, "cs"}, {0x1000, ""}, {-1, ""}, {0x100000000, ""}, {0x230009, "f"}, {0x23000A, ""},
