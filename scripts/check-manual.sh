@@ -20,7 +20,7 @@ failed=0 programs=0 commands=0
 split() {
     awk -v to="$1" '
         /^```/ && !inside { inside = 1; n++; kind = substr($1, 4); printf "" >(to "/block." n)
-                            print n, kind == "" ? "-" : kind, NF > 1 ? $2 : "-", NR; next }
+                            print n, (kind == "" ? "-" : kind), (NF > 1 ? $2 : "-"), NR; next }
         /^```/            { inside = 0; close(to "/block." n); next }
         inside            { print >(to "/block." n) }' "$2"
 }

@@ -6,19 +6,16 @@
 
 #include <fstream>
 #include <string>
-#include <vector>
 
 #include "chip/chipinfo.h"
 #include "chip/sfrs.h"
 #include "code/ops.h"
 #include "code/tlab.h"
 #include "common/alert.h"
-#include "common/srcpos.h"
 #include "env/catalogue.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
 #include "optim/optim.h"
-#include "optim/reg.h"
 #include "options.h"
 #include "out/emasm.h"
 
@@ -33,19 +30,20 @@ protected:
         optim_init();
     }
 
-    // The code of the psect `t`, one statement after another with " / " between; "L:" is a label. x to z are numbers, registers
-    // of the access bank; v lies in bank 1; the linker knows r and s, which are banked. Where the code goes on at `start` nothing
-    // is needed any more, at `out` everything may be.
-    static symbol_t *assemble(const std::string &code)
+    // The code of the psect `t`: one statement after another with " / " between, "L:" a label. x, y, z are numbers, registers of
+    // the access bank, and v is one that may be an offset in any bank; r and s are known to the linker only. Where the code
+    // goes on at DEAD nothing is needed any more, at USED everything may be.
+    static symbol_t *assemble(std::string code)
     {
+        static const char *const words[][2] = {{"DEAD", "goto start"}, {"USED", "goto out"}, {" / ", "\n\t"}};
+        for (auto [word, text] : words)
+            for (size_t at; (at = code.find(word)) != std::string::npos;)
+                code.replace(at, strlen(word), text);
         char name[] = "/tmp/optimXXXXXX";
         close(mkstemp(name));
-        std::string text = "x equ 0F66h\ny equ 0F67h\nz equ 0F68h\nv equ 20h\nstatus equ 0FF4h\nwreg equ 0FF3h\nbsr equ 0FF2h\n"
-                           "indf0 equ 0FD0h\npostinc0 equ 0FD1h\npreinc0 equ 0FD3h\nplusw0 equ 0FD4h\ntablat equ 0FF5h\n"
-                           "global r,s,out,start,p__Lparam\npsect t,class=CODE\n\t";
-        for (size_t i = 0; i < code.size(); i++)
-            text += code.compare(i, 3, " / ") == 0 ? i += 2, "\n\t" : std::string(1, code[i]);
-        std::ofstream(name) << text << '\n';
+        std::ofstream(name) << "x equ 0F66h\ny equ 0F67h\nz equ 0F68h\nv equ 20h\nstatus equ 0FF4h\nwreg equ 0FF3h\n"
+                               "bsr equ 0FF2h\nindf0 equ 0FD0h\npostinc0 equ 0FD1h\nplusw0 equ 0FD4h\ntablat equ 0FF5h\n"
+                               "global r,s,out,start,p__Lparam\npsect t,class=CODE\n\t" << code << '\n';
         char *sources[] = {name};
         opt.src_files = sources;
         opt.src_count = 1;
@@ -57,32 +55,36 @@ protected:
         take();   // the end of the text before
         yyparse();
         unlink(name);
+        for (op_t *op = node(cur_psect, 0); op->op_type != 0; op = op->op_next) {
+            value_eval(&op->op_opnd1.opnd_value);
+            value_eval(&op->op_opnd2.opnd_value);
+        }
         list_build_refs(cur_psect);
         return cur_psect;
     }
 
-    // One node as text without its tabs at the ends; a tab inside is a blank.
-    static std::string text_of(const op_t *op)
-    {
-        std::string text(asm_op(op, ASM_COMPARE));
-        for (char &c : text)
-            c = c == '\t' || c == '\n' ? ' ' : c;
-        text.erase(0, text.find_first_not_of(' '));
-        text.erase(text.find_last_not_of(' ') + 1);
-        return text;
-    }
-    static std::string code_of(const symbol_t *psect)
-    {
-        std::string text;
-        for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
-            text += (text.empty() ? "" : " / ") + text_of(op);
-        return text;
-    }
     static op_t *node(const symbol_t *psect, int n)
     {
         op_t *op = psect->s_psect->p_code->head.op_next;
         while (n-- > 0)
             op = op->op_next;
         return op;
+    }
+
+    static std::string text_of(const symbol_t *psect)
+    {
+        std::string text;
+        for (const op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
+            text += asm_op(op, ASM_COMPARE);
+        return text;
+    }
+
+    // That `pass` makes `after` of `before`. Null: nothing.
+    static void expect(void (*pass)(symbol_t *psect), const char *before, const char *after)
+    {
+        symbol_t *psect = assemble(before);
+        pass(psect);
+        const std::string result = text_of(psect);
+        EXPECT_EQ(result, text_of(assemble(after ? after : before))) << before;
     }
 };

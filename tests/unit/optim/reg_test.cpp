@@ -1,0 +1,91 @@
+// What W is known to hold, and whether registers are still needed.
+#include "optim/reg.h"
+
+#include "code/sfrop.h"
+#include "fixture.h"
+
+static std::string messages;
+
+TEST_F(Optim, Liveness)
+{
+    std::string nops, branches;
+    for (int i = 0; i < 39; i++)
+        nops += "nop / ";
+    for (char c = '1'; c < '5'; c++)
+        branches += std::string("bz L") + c + " / L" + c + ": / ";
+    const struct { reg_t r; std::string code; bool needed; } rows[] = {
+        // By the instruction itself, or the way it ends
+        {REG_W, "movwf x / DEAD", true}, {REG_W, "clrw / USED", false}, {REG_W, "btfsc x,0 / movlw 1 / USED", true},
+        {REG_W, "btfsc x,0 / movlw 1 / DEAD", false}, {REG_W, "btfsc wreg,0 / DEAD", true},
+        {REG_W, "movff x,plusw0 / DEAD", true}, {REG_W, "movff x,wreg / USED", false}, {REG_W, "clrf wreg / USED", false},
+        {REG_W, "negf wreg / DEAD", true}, {REG_W, "incf x,w / USED", false}, {REG_W, "incf wreg,w / USED", true},
+        {REG_W, "retlw 3", false}, {REG_W, "return", true}, {REG_W, "nop", true}, {REG_W, "daw / DEAD", true},
+        {REG_C, "addwf x / USED", false}, {REG_C, "addwfc x / DEAD", true}, {REG_C, "btfsc x,0 / addwf x / DEAD", true},
+        {REG_C, "rrcf x / DEAD", true}, {REG_C, "rrncf x / incf x / USED", false}, {REG_C, "andwf x / USED", true},
+        {REG_C, "comf x / USED", true}, {REG_C, "movff status,x / DEAD", true}, {REG_C, "bsf status,0 / USED", false},
+        {REG_C, "btg status,0 / DEAD", true}, {REG_C, "bsf status,1 / USED", true}, {REG_C, "bnc L / L: / DEAD", true},
+        {REG_N, "btfss status,4 / DEAD", true}, {REG_N, "bn L / L: / DEAD", true}, {REG_N, "bz L / L: / return", false},
+        {REG_Z, "clrf x / USED", false}, {REG_Z, "setf x / USED", true}, {REG_Z, "andlw 3 / USED", false},
+        {REG_Z, "mullw 3 / USED", true}, {REG_Z, "return", true}, {REG_Z, "return ;funcret", false},
+        {REG_Z, "movlw 1 / return ;funcret", true}, {REG_Z, "btfsc x,0 / return ;funcret / DEAD", true},
+        {REG_BSR, "clrf r,b / DEAD", true}, {REG_BSR, "clrf x / movlb 1 / USED", false}, {REG_BSR, "movff bsr,x / DEAD", true},
+        {REG_BSR, "movff r,s / banksel r / USED", false}, {REG_BSR, "call f / DEAD / f: / movlb 1 / return", true},
+        // Through jumps, branches and calls
+        {REG_W, "bra L / movwf x / L: / clrw / USED", false}, {REG_W, "goto L+2 / L: / clrw / USED", true},
+        {REG_W, "bra $", true}, {REG_Z, "bra $", false}, {REG_W, "btfsc x,0 / DEAD", true},
+        {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true}, {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
+        {REG_W, "bz out / clrw / DEAD", true}, {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},
+        {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / movwf x / DEAD", true},
+        {REG_W, "btfsc x,0 / goto L / movwf x / DEAD / L: / clrw / USED", true},
+        {REG_W, "call f / USED / f: / clrw / return", false}, {REG_C, "call f / DEAD / f: / clrw / return", true},
+        {REG_W, "btfsc x,0 / call f / DEAD / f: / clrw / return", true}, {REG_W, "call out / clrw / DEAD", true},
+        // Limits
+        {REG_W, nops + "clrw / USED", false}, {REG_W, nops + "nop / clrw / USED", true},
+        {REG_W, branches + "clrw / USED", false}, {REG_W, branches + "bz M / M: / clrw / USED", true},
+        {REG_W, "f: / call f / clrw / return", true},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(nxtuse(row.r, node(assemble(row.code), 0), nullptr, nullptr), row.needed) << row.r << ": " << row.code;
+
+    // A way back to the node that asks ends there.
+    const symbol_t *loop = assemble("L: / movwf x / nop / bra L");
+    EXPECT_FALSE(nxtuse(REG_W, node(loop, 2), node(loop, 1), node(loop, 1)));
+    EXPECT_TRUE(nxtuse(REG_W, node(loop, 2), nullptr, nullptr));
+    EXPECT_TRUE(nxtuse(REG_N, nullptr, nullptr, nullptr));
+
+    // Unknown kinds are passed over, with one message a line.
+    alert_set_log([](const char *line) { messages += line; });
+    const symbol_t *org = assemble("org 20h / clrw / USED");
+    EXPECT_FALSE(nxtuse(REG_W, node(org, 0), nullptr, nullptr) || nxtuse(REG_W, node(org, 0), nullptr, nullptr));
+    alert_set_log(nullptr);
+    const size_t at = messages.find("unknown op \"org\" in nxtuse()");
+    EXPECT_TRUE(at != std::string::npos && messages.find("unknown op", at + 1) == std::string::npos) << messages;
+}
+
+TEST_F(Optim, KnowledgeOfW)
+{
+    const opnd_t five = {OPND_LIT, 0, value_const(5)}, x = {OPND_DATA, ACCESS_C, value_const(0xF66)};
+    reg_forget_all();
+    reg_load_w(&five);
+    reg_load_w(&x);
+    EXPECT_TRUE(reg_w_known() && reg_w_value() == 5 && opnd_same(&reg.w_reg, &x));
+    reg_written(&x);
+    EXPECT_TRUE(reg_w_known() && reg.w_reg.opnd_kind == OPND_NONE);
+    reg_load_w(&x);
+    reg_load_w(&five);
+    EXPECT_EQ(reg.w_reg.opnd_kind, uint32_t{OPND_NONE});
+
+    // A byte of a register's address was stored through a file select; the next ones lie behind it.
+    const symbol_t *code = assemble("movlw low(r) / clrf r,b / clrf r+1,b / clrf indf0 / clrf postinc0");
+    const auto operand = [&](int n) { return &node(code, n)->op_opnd1; };
+    for (int step : {0, 1}) {
+        reg.fsr_val[0] = *operand(0);
+        reg_load_w(operand(1 + step));
+        reg_written(operand(3 + 1 - step));
+        EXPECT_EQ(reg.w_reg.opnd_kind, uint32_t{step ? OPND_DATA : OPND_NONE}) << step;
+        reg_load_w(operand(2));
+        reg_written(operand(3));
+        EXPECT_EQ(reg.w_reg.opnd_kind, uint32_t{step ? OPND_DATA : OPND_NONE}) << step;
+    }
+    EXPECT_EQ(value_left(&operand(0)->opnd_value)->v_offs, 0);
+}
