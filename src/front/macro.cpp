@@ -42,6 +42,7 @@ struct macro_frame_t {
 constexpr unsigned FRAMES = 30;         // expansions nest one less deep
 constexpr unsigned MOST_NAMES = 127;    // parameters, and local names, of one macro
 constexpr size_t LONGEST_BODY = 32767;
+constexpr int64_t MOST_ROUNDS = 1 << 24;  // of a rept: no memory of the family has more places
 
 // Selectors: 1 to 127 a parameter, with LOCAL_BIT set a local name. A newline ends a line wherever it stands, so the tenth
 // parameter has another one; and a byte of the source that looks like a marker becomes a marker that stands for that byte.
@@ -462,12 +463,15 @@ bool macro_rept(uint16_t)
     if (v.v_rtype != RT_CONST || v.v_offs < 0) {
         alert_msg(799);
         m->m_count = 1;
+    } else if (v.v_offs > MOST_ROUNDS) {
+        alert_text("E", "REPT argument must be <= %lld", static_cast<long long>(MOST_ROUNDS));
+        m->m_count = 1;
     }
     if (peek() != T_EOL && peek() != T_COMMENT)
         syntax_error();
     macro_define(m);
     defined_here();
-    if (m->m_count > 0)
+    if (m->m_count > 0 && m->m_length > 0)
         macro_expand(m);
     return true;
 }

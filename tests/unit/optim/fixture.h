@@ -25,10 +25,13 @@ protected:
     {
         static const alert_services_t services = {catalogue_path, exit};
         alert_set_services(&services);
+        alert_set_log(unexpected);
         opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
         sfr_init(opt.cur_chip);
         optim_init();
     }
+
+    static void unexpected(const char *message) { ADD_FAILURE() << message; }
 
     // The code of the psect `t`: one statement after another with " / " between, "L:" a label. x, y, z are numbers, registers of
     // the access bank, and v is one that may be an offset in any bank; r and s are known to the linker only. Where the code

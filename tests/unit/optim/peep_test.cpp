@@ -180,10 +180,10 @@ static const row_t control[] = {
     {"movlw 5 / return", "movlw 5 / retlw 5"},
     {"movlw 5 / retfie"},
     {"movlw low(r) / return"},
-    {"call f / bcf 3,5 / return / f: / return", "goto f / f: / return"},
-    {"call f / bcf 3,4 / return / f: / return"},
-    {"call f / retfie / f: / return"},
-    {"btfsc x,0 / call f / return / f: / return"},
+    {"call fn / bcf 3,5 / return / fn: / return", "goto fn / fn: / return"},
+    {"call fn / bcf 3,4 / return / fn: / return"},
+    {"call fn / retfie / fn: / return"},
+    {"btfsc x,0 / call fn / return / fn: / return"},
     {"call out / return"},
 };
 
@@ -221,12 +221,12 @@ TEST_F(Optim, ChangesAndPasses)
     EXPECT_TRUE(opt_changed && opt_counter(CNT_REDUNDANT_OPS) == redundant + 1);
 
     for (uint32_t group : {1u, 2u}) {
-        psect = assemble("call f / return / psect u,group=1,optim=minocg / f: / return");
-        symbol_t *caller = node(psect, 0)->op_type == T_CALL ? psect : psect_list[psect_list.size() - 2]->psect;
+        const psect_t *callee = assemble("call fn / return / psect u,class=CODE,group=1,minocg / fn: / return")->s_psect;
+        symbol_t *caller = vec_elementAt(psect_list, callee->p_number - 1)->psect;
         caller->s_psect->p_optim |= PO_MINOCG;
         caller->s_psect->p_group = group;
         peephole_walk(caller);
-        EXPECT_EQ(node(caller, 0)->op_type, group == 1 ? T_GOTO : T_CALL);
+        EXPECT_EQ(node(caller, 0)->op_type, group == callee->p_group ? T_GOTO : T_CALL);
     }
 
     static const row_t rows[] = {
