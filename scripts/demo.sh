@@ -6,7 +6,7 @@ out=$(cd "$(dirname "$0")/.." && pwd)/build/examples
 mkdir -p "$out"
 cd "$(dirname "$0")/../examples"
 for source in *.as; do
-    "$bin/aszel8" -mcpu=ZEL8K10 "-O$out/${source%.as}.obj" "$source"
+    "$bin/aszel8" -mcpu=ZEL8K10 --cfgdata=../dat/cfgdata/zel8k10.cfgdata "-O$out/${source%.as}.obj" "$source"
     "$bin/zelobj" --verify "$out/${source%.as}.obj" >/dev/null
     echo "assembled examples/$source"
 done

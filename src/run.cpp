@@ -228,6 +228,7 @@ int run_main(int argc, char **argv)
     if (opt.xinst)
         opt.optimise = false;   // code for the extended set is never optimised
     cfg_make_psects();
+    pending_comments_free();   // those of locations that were skipped last
     settle_names();
     opt.radix = 10;
     opt.src_next = 0;

@@ -7,6 +7,9 @@
 // The table of contents begins with a comment that has room for the number of entries. It is filled in when the report is
 // closed, so a report whose comment still says 000 belongs to a run that didn't reach its end.
 //
+// The frame set stands behind <BODY>, where readers of these files look for it. Browsers that follow today's rules drop a
+// frame set there and show an empty page; in them the other two files are opened by themselves.
+//
 // When a file of the split can't be opened, the user is told and the report is given up: the assembly doesn't need it.
 #include "env/html.h"
 

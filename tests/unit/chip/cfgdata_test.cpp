@@ -137,30 +137,6 @@ TEST_F(Cfg, BadRecords) {
     EXPECT_EQ(said, expected);
 }
 
-TEST_F(Cfg, NoFile) {
-    const std::string what = "(141) can't open configuration registers data file ";
-    reading(file + "x", [] { cfg_find_word(1), ADD_FAILURE(); });
-    EXPECT_EQ(said, what + "\"cx\": No such file or directory\n");
-    reading(scratch.path + "/", [] { cfg_rewind(), ADD_FAILURE(); });
-    EXPECT_EQ(said, what + "\"\": Is a directory\n");
-    reading("", [] { cfg_prog_with_name("pad_punits", "off"), ADD_FAILURE(); });
-    EXPECT_EQ(said, what + "\"\": No such file or directory\n");
-    write_file(file, "CWORD:100:1:1:W\nCSETTING:1:S:\n");
-    outcome_t o = in_child([&] {
-        cfg_set_file(file.c_str());
-        cfg_disable();
-        cfg_rewind();
-        cfg_sort();
-        if (cfg_ready() || cfg_find_word(0x100) || cfg_find_word_by_name("W") || cfg_find_setting("S") || cfg_next_word())
-            exit(1);
-        cfg_prog_with_value("S", 0xABCDEF0123);
-        cfg_prog_with_value("PAD_punits", 1);
-        exit(cfg_options()->pad_punits == 1 ? CAME_BACK : 2);
-    });
-    EXPECT_EQ(o.status, CAME_BACK);
-    EXPECT_EQ(o.text.substr(o.text.find('(')), "(1363) S 0xABCDEF0123\n");
-}
-
 // A word with fields of 3, 2 and 1 bits and a bit that the chip lacks, one without settings, an ID location.
 static const std::string words =
     "CWORD:100:7F:D1:W,W2\nCSETTING:7:CLK,OSC:Clock\nCVALUE:0:LOW:\nCVALUE:1:MID,M:\nCSETTING:18:PS:\nCVALUE:8:P1:\n"
@@ -177,14 +153,11 @@ static void say(const std::string &s) {
 TEST_F(Cfg, Statements) {
     // After the statements: contents and state of W, V and ID, P for programmed; the messages.
     static const struct { std::initializer_list<const char *> statements; const char *result, *messages; } cases[] = {
-        {{"CLK=MID", "OSC=M"}, "D1 0P F 2 FF 2 ", ""},
         {{"CLK=LOW", "CLK=MID"}, "D0 0P F 2 FF 2 ", "(1389) setting CLK MID LOW\n"},
         {{"CLK=HIGH", "CLK=low", "clk=LOW"}, "D1 2 F 2 FF 2 ", "(1363) CLK HIGH\n(1363) CLK low\n(1363) clk LOW\n"},
         {{"PS=#2", "PS=#2", "PS=#1", "PS=P1"}, "D1 0P F 2 FF 2 ",
             "(1389) setting PS 0x1 0x2\n(1363) PS 0x1\n(1389) setting PS P1 0x2\n"},
         {{"PS=P1", "PS=#1"}, "C9 0P F 2 FF 2 ", "(1389) setting PS 0x1 P1\n(1363) PS 0x1\n"},
-        {{"W=MID", "none=on"}, "D1 2 F 2 FF 2 ", "(1363) W MID\n(1363) none on\n"},
-        {{"V=#3", "V=#3", "V=#4"}, "D1 2 3 1P FF 2 ", "(1389) register V 0x4 0x3\n"},
         {{"V=#123", "ID=#0"}, "D1 2 3 1P 0 1P ", "(1388) V 123 F (warning)\n"},
         // The whole word. CLK and BIT are named. What PS has no record names: its default, which leaves it alone; others.
         {{"W2=#50", "BIT=ON", "PS=P1", "CLK=MID"}, "C8 0P F 2 FF 2 ", "(1389) setting CLK MID LOW\n"},
@@ -202,38 +175,6 @@ TEST_F(Cfg, Statements) {
         EXPECT_EQ(result, c.result) << *c.statements.begin();
         EXPECT_EQ(said, c.messages) << *c.statements.begin();
     }
-}
-
-TEST_F(Cfg, Options) {
-    static const struct { const char *statement, *values; bool fails; } statements[] = {
-        {"Ignore_Cmsgs=OFF", "01001", false}, {"apply_mask=#0", "00001", false}, {"pad_punits=#7", "00101", false},
-        {"pad_punits=auto", "00101", true}, {"default_idlocs=Auto", "00111", false}, {"default_configs=#0", "00110", false},
-        {"default_configs=#1", "00112", false}, {"default_idlocs=on", "00112", true},
-        {"default_idlocs=always", "00122", false}, {"ignore_cmsgs=#100", "10122", false}};
-    for (const auto &s : statements) {
-        with("", [&] { say(s.statement); });
-        const cfg_options_t *o = cfg_options();
-        std::string values;
-        for (unsigned n : {o->ignore_cmsgs, o->apply_mask, o->pad_punits, o->default_idlocs, o->default_configs})
-            values += std::to_string(n);
-        EXPECT_EQ(values, s.values) << s.statement;
-        EXPECT_EQ(said, s.fails ? "(1361) syntax error in configuration argument\n" : "") << s.statement;
-    }
-}
-
-TEST_F(Cfg, Messages) {
-    // A text that wants arguments comes as it stands: there are none.
-    with(words + "CMSG::1507\nCMSG:CLK=MID,BIT=OFF:1519\nCMSG:PS=P1:2066\nCMSG:CLK=MID:1522\nCMSG:CLK=LOW:2069\n"
-                 "CMSG:PS=P1:0\n", [] {   // a number counts as it was given
-        for (const char *s : {"CLK=MID", "ignore_cmsgs=off", "PS=#8", "PS=#9", "BIT=OFF", "BIT=OFF", "ignore_cmsgs=on"}) {
-            fputs("-", stderr);
-            say(s);
-        }
-    });
-    EXPECT_EQ(said, "---(1507) asmopt state popped when there was no pushed state (warning)\n%s\n"
-                    "(1522) RAM access bit operand not specified, assuming %s (warning)\n"
-                    "-(1389) setting PS 0x9 0x8\n(1363) PS 0x9\n"
-                    "-(1519) note-psects will ignore optimisation-related psect flags  (warning)\n--");
 }
 
 // The data of the sample chips: each word in one memory and all of it described, names that don't clash, a message.

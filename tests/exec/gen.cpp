@@ -1,0 +1,518 @@
+// gen: makes programs that end, for the comparison of what they do with and without the optimiser.
+//
+// A program is a few functions in several psects, each of which calls only functions that stand behind it, so that no call comes
+// back to where it started. Loops count with counters that nothing else writes, jumps go forward, and indirect accesses keep inside
+// an array, so every program ends. Before it does, it stores W and the status bits, for what is in memory is what gets compared.
+//
+// A function is grown from templates: shapes that the rules of the optimiser look for, with holes. A hole is filled at random or
+// with another template. In a template, {name} is a hole; a digit behind the name makes it the same filling each time:
+//   {v} a register of the access bank    {r}{A} any register, with its access word    {m} any register, by its whole address
+//   {k} a number   {b} a bit   {d} a destination   {n} this loop's counter   {c} rounds of a loop   {L} a label
+//   {s} one instruction   {q} a short sequence   {Q} a sequence that the program has elsewhere too   {B} a block   {N} a block in
+//   a loop   {t} a bit test   {skip} a skip   {ret} the way out of the function   {f} a function, {tail} one that is called last
+//   and the words of `words`
+// A line that ends in "+" belongs to the next; the two stay together when a program is cut down.
+#include "gen.h"
+
+#include <algorithm>
+
+enum exclusion : uint8_t { X_NONE };
+
+const std::vector<exclusion_t> exclusions = {
+    {"none", "", "", ""},
+};
+
+struct rng_t {
+    uint64_t state;
+    uint32_t below(size_t n)
+    {
+        uint64_t z = state += 0x9E3779B97F4A7C15;
+        z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9;
+        z = (z ^ z >> 27) * 0x94D049BB133111EB;
+        return static_cast<uint32_t>((z ^ z >> 31) % n);
+    }
+    template <typename T> const T &of(const std::vector<T> &list) { return list[below(list.size())]; }
+    bool one_in(size_t n) { return below(n) == 0; }
+};
+
+struct function_t { std::string name; bool fast, funcret, inlined; unsigned psect; };
+
+struct template_t { unsigned weight; uint8_t excluded; const char *text; };
+
+struct gen_t {
+    const target_t *target = nullptr;
+    uint64_t allowed = 0;
+    rng_t rng{};
+    pieces_t pieces;
+    std::string held;                       // lines that belong to the next
+    std::vector<function_t> functions;
+    std::vector<std::string> sequences;     // for {Q}
+    size_t function = 0, room = 0;          // the function being made; lines that it may still get
+    unsigned labels = 0, loops = 0, depth = 0;
+    int bank = -1;                          // selected bank, -1 if not known
+    bool skipped = false;                   // the next instruction stands under a skip
+    bool may(uint8_t excluded) const { return excluded == X_NONE || allowed >> excluded & 1; }
+};
+
+using fillings_t = std::map<std::string, std::string>;
+
+static const std::map<std::string, std::vector<std::string>> words = {
+    {"alu", {"addwf", "addwf", "addwfc", "andwf", "andwf", "iorwf", "xorwf", "subwf", "subwfb", "subfwb", "comf", "incf", "decf",
+             "movf", "movf", "swapf", "rlcf", "rrcf", "rlncf", "rrncf"}},
+    {"lit", {"addlw", "sublw", "andlw", "iorlw", "xorlw", "movlw", "movlw"}},
+    {"clr", {"clrf", "clrf", "setf", "negf"}},
+    {"bit", {"bcf", "bsf", "btg"}},
+    {"dsz", {"decfsz", "dcfsnz", "incfsz", "infsnz"}},
+    {"cpf", {"cpfseq", "cpfsgt", "cpfslt", "tstfsz"}},
+    {"bcc", {"bz", "bnz", "bc", "bnc"}},
+    {"logic", {"andwf", "iorwf", "xorwf"}},
+    {"arith", {"addwf", "subwf", "incf", "decf", "comf"}},
+    {"keep", {"rlncf", "rrncf", "comf"}},   // leave C alone
+    {"go", {"goto", "bra"}},
+    {"tbl", {"*", "*+", "*+", "+*", "*-"}},
+    {"port", {"PORTA", "PORTB"}},
+    {"lat", {"LATA", "LATB", "LATC"}},
+    {"ind", {"INDF", "POSTINC", "POSTDEC", "PREINC"}},
+    {"i", {"0", "1", "2"}},
+    {"z", {"0", "2"}},                      // C and Z in status
+};
+
+// One instruction each.
+static const template_t singles[] = {
+    {12, 0, "\t{alu}\t{r},{d}{A}"}, {6, 0, "\tmovf\t{r},w{A}"}, {6, 0, "\tmovwf\t{r}{A}"}, {4, 0, "\t{clr}\t{r}{A}"},
+    {7, 0, "\tmovlw\t{k}"}, {5, 0, "\t{lit}\t{k}"}, {1, 0, "\tmullw\t{k}"}, {1, 0, "\tmulwf\t{r}{A}"},
+    {3, 0, "\t{bit}\t{r},{b}{A}"}, {2, 0, "\tmovff\t{m},{m}"}, {1, 0, "\tmovff\t{m1},{m1}"}, {3, 0, "\tmovff\t{m},WREG"},
+    {3, 0, "\tmovff\tWREG,{m}"}, {1, 0, "\tclrw"}, {1, 0, "\tnop"}, {1, 0, "\tbcf\tSTATUS,0,c"}, {1, 0, "\tbsf\tSTATUS,0,c"},
+    {1, 0, "\t{alu}\tWREG,{d},c"}, {1, 0, "\tmovf\tPRODL,w,c"},
+    {1, 0, "\tmovf\t{port},w,c\t;volatile"}, {1, 0, "\tmovwf\t{lat},c\t;volatile"}, {1, 0, "\t{bit}\t{lat},{b},c\t;volatile"},
+    {1, 0, "\tmovff\t{port},{m}\t;volatile"}, {1, 0, "\tmovff\t{m},{lat}\t;volatile"}, {1, 0, "\t{alu}\t{lat},{d},c\t;volatile"},
+};
+
+static const template_t skips[] = {
+    {6, 0, "\tbtfsc\t{v},{b},c"}, {6, 0, "\tbtfss\t{v},{b},c"}, {2, 0, "\tbtfsc\tSTATUS,{z},c"}, {2, 0, "\tbtfss\tSTATUS,{z},c"},
+    {2, 0, "\t{cpf}\t{v},c"}, {2, 0, "\t{dsz}\t{v},{d},c"}, {1, 0, "\tbtfsc\t{port},{b},c\t;volatile"},
+};
+
+static const template_t shapes[] = {
+    {40, 0, "{s}"},
+    {4, 0, "{q}"},
+    {4, 0, "{skip}\n{s}"},
+    {2, 0, "{skip}\n{skip}\n{s}\n{s}"},
+    // What W holds.
+    {1, 0, "\tmovf\t{v1},w,c\n\tmovff\tWREG,{v2}\n\tandwf\t{v3},f,c\n\tmovlw\t{k}\n\tiorwf\t{v4},w,c"},
+    {1, 0, "\tmovf\t{v1},w,c\n\txorlw\t255\n\tmovwf\t{v2},c"},
+    {1, 0, "\tmovf\t{v1},w,c\n\tmovf\t{v2},w,c\n\t{logic}\t{v1},w,c"},
+    {1, 0, "\tmovff\t{m},WREG\n\tmovwf\t{v},c\n\tmovlw\t{k}"},
+    {1, 0, "\tmovff\t{m},WREG\n\tmovff\tWREG,{m}\n\tmovlw\t{k}"},
+    {2, 0, "\tmovff\t{v1},WREG\n\tmovff\t{v1},WREG"},
+    {2, 0, "\tmovlw\t0\n\t{alu}\t{v},{d},c\n{s}"}, {2, 0, "\tmovlw\t255\n\t{alu}\t{v},{d},c\n{s}"},
+    {2, 0, "\tmovlw\t1\n\t{alu}\t{v},{d},c\n{s}"}, {1, 0, "\tmovlw\t0\n\tbcf\tSTATUS,0,c\n\taddwfc\t{v},f,c\n\tmovf\t{v},f,c"},
+    {1, 0, "\tbcf\tSTATUS,0,c\n\taddwfc\t{v},{d},c"}, {1, 0, "\tmovlw\t0\n\t{logic}\t{v1},f,c\n\tmovlw\t{k}\n\taddwf\t{v2},f,c"},
+    {1, 0, "\tmovlw\t255\n\tandwf\t{v1},{d},c\n\taddwf\t{v2},f,c"}, {1, 0, "\tmovlw\t{k1}\n\tmovwf\t{v1},c\n\tmovlw\t{k1}\n\tmovwf\t{v2},c"},
+    {1, 0, "\tmovlw\t0\n\tmovwf\t{v},c\n\tandwf\t{v},f,c"}, {1, 0, "\tmovwf\t{v1},c\n{s}\n\tmovwf\t{v1},c"},
+    {1, 0, "\t{logic}\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"}, {1, 0, "\tincf\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"},
+    {1, 0, "\tandlw\t{k1}\n\tandlw\t{k1}"}, {1, 0, "\tiorlw\t{k1}\n\tiorlw\t{k1}"}, {1, 0, "\tmovf\t{v},w,c\n\tiorlw\t0\n\t{bcc}\t{L1}\n{s}\n{L1}:"},
+    {1, 0, "\taddlw\t0\n\taddlw\t{k}"}, {1, 0, "\tmovlw\t0\n\tandlw\t0\n\taddwf\t{v},f,c"}, {1, 0, "{t}\n\taddwf\t{v},w,c\n\taddlw\t1\n\tmovlw\t{k}"},
+    {1, 0, "{L1}:\n\tmovlw\t{k1}\n\tmovwf\t{v},c\n{skip}\n\tmovlw\t{k1}\n\tmovwf\t{v},c"},
+    // Bank selection.
+    {2, 0, "\tbanksel\tb1+\n\tmovwf\tb{b},b\n\tbanksel\tb1+\n\tincf\tb{b},f,b"},
+    {1, 0, "\tbanksel\tb1\n\tmovlw\t{k}"},
+    {1, 0, "\tmovlw\t{k}\n\tbanksel\tb2+\n\tmovwf\tb3&255,b\n\tmovff\tb3,{m}\n\tmovf\tb3,w,b"},
+    // Skips over jumps.
+    {1, 0, "{t}\n\tgoto\t{L1}\n{L1}:"},
+    {1, 0, "{skip}\n{t}\n\tgoto\t{L1}\n{L1}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tbsf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbcf\t{v1},{b1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tbcf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbsf\t{v1},{b1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovlw\t{k}\n\tgoto\t{L2}\n{L1}:\n\tmovlw\t{k}\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tclrf\t{v1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tsetf\t{v1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tswapf\t{v1},f,c\n\tgoto\t{L2}\n{L1}:\n\tmovwf\t{v1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tnegf\t{v1},c\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tlfsr\t0,array+20\n\tgoto\t{L2}\n{L1}:\n\tlfsr\t0,array+30\n{L2}:\n\tmovwf\tINDF0,c"},
+    {2, 0, "\t{alu}\t{v},{d},c\n\tbtfsc\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
+    {2, 0, "\t{alu}\t{v},{d},c\n\tbtfss\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
+    {1, 0, "{t}\n{ret1}\n{s}\n{ret1}"},
+    {1, 0, "\tbtfsc\t{v1},{b1},c\n{ret}\n\tbcf\t{v1},{b1},c\n{ret}"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{ret}\n{L1}:"},
+    {1, 0, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbcf\t{v1},{b1},c"},
+    {1, 0, "\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbsf\t{v1},{b1},c"},
+    // Two ways.
+    {4, 0, "{skip}\n\t{go}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {2, 0, "\t{alu}\t{v},{d},c\n\t{bcc}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {2, 0, "\t{bcc}\t{L1}\n{B}\n{L1}:"},
+    {1, 0, "\t{arith}\t{v},{d},c\n\tbn\t{L1}\n{s}\n{L1}:"},
+    {1, 0, "\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L3}\n\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n\tgoto\t{L2}\n{L3}:\n{s}\n\tbtfss\t{v1},{b1},c\n\tgoto\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\tsave_{L1}\n\tgoto\tint_fun_{L1}\n{L1}:\n{s}\n\tgoto\t{L2}\nint_fun_{L1}:\n{s}\n{s}\n\tgoto\t{L2}\n"
+           "save_{L1}:\n{s}\n{L2}:"},
+    {2, 0, "\tmovf\t{v},w,c\n\txorlw\t{k1}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L1}\n\txorlw\t{k2}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L2}\n\tgoto\t{L3}\n"
+           "{L1}:\n{q}\n\tgoto\t{L3}\n{L2}:\n{q}\n\tgoto\t{L3}\n{L3}:"},
+    // Jumps to jumps, and code that nothing reaches.
+    {1, 0, "\tgoto\t{L1}\n{L1}:"},
+    {1, 0, "\tgoto\t{L1}\n{q}\n{L1}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{L3}:\n{s}\n{L2}:"},
+    {1, 0, "\t{bcc}\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{s}\n{L3}:\n{s}\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{L2}:"},
+    {1, 0, "{skip}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{ret}\n{L2}:"},
+    // The same tail in two places, and the same sequence in many.
+    {2, 0, "{t}\n\tgoto\t{L1}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n{L2}:"},
+    {2, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L3}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n\tgoto\t{L2}\n{L3}:\n{q1}\n\tgoto\t{L2}\n{L2}:"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n{q1}\n{ret1}\n{L1}:\n{s}\n{q1}\n{ret1}"},
+    {5, 0, "{Q}"},
+    // Loops.
+    {3, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecfsz\t{n1},f,c\n\t{go}\t{L1}"},
+    {2, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}\n{s}"},
+    {1, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbnz\t{L1}"},
+    {1, 0, "\tmovlw\t256-{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tincf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}"},
+    {1, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n1:\n{q}\n\tdecfsz\t{n1},f,c\n\tbra\t1b"},
+    {1, 0, "\tdecf\t{v},{d},c\n\tbtfsc\tSTATUS,2,c\n{s}\n{s}"},
+    // Calls.
+    {6, 0, "\tcall\t{f}"},
+    {1, 0, "\trcall\t{f}"},
+    {1, 0, "{skip}\n\tcall\t{f}"},
+    {1, 0, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n{ret}\n{L1}:"},
+    // Memory by pointer.
+    {2, 0, "\tlfsr\t{i1},array+{k:20,21,22,30}+\n\tmovwf\t{ind}{i1},c+\n{s}+\n\tmovf\t{ind}{i1},{d},c+\n\t{alu}\t{ind}{i1},{d},c+\n\tmovff\t{ind}{i1},{m}+\n"
+           "\tclrf\t{ind}{i1},c+\n\tmovlw\t{k:0,1,5}+\n\tmovf\tPLUSW{i1},w,c"},
+    {2, 0, "\tmovlw\tlow(table+{k:0,1,2,3})+\n\tmovwf\tTBLPTRL,c+\n\tmovlw\thigh(table)+\n\tmovwf\tTBLPTRH,c+\n\tclrf\tTBLPTRU,c\n\ttblrd\t{tbl}\n"
+           "\ttblrd\t{tbl}\n\tmovf\tTABLAT,w,c\n\ttblrd\t{tbl}\n\t{clr}\tTABLAT,c\n\tmovff\tTABLAT,{m}"},
+    {1, 0, "\tasmopt\toff+\n{s}+\n{s}+\n\tasmopt\ton"},
+    {1, 0, "\tpush+\n\tpop"},
+};
+
+// Filling.
+
+static void put(gen_t &g, const std::string &line);
+static void expand(gen_t &g, const char *text, fillings_t &fixed);
+
+template <size_t N> static const char *pick(gen_t &g, const template_t (&list)[N])
+{
+    unsigned total = 0;
+    for (const template_t &t : list)
+        total += g.may(t.excluded) ? t.weight : 0;
+    unsigned at = g.rng.below(total);
+    for (const template_t &t : list) {
+        if (!g.may(t.excluded))
+            continue;
+        if (at < t.weight)
+            return t.text;
+        at -= t.weight;
+    }
+    return "";
+}
+
+static std::string number(gen_t &g)
+{
+    static const std::vector<unsigned> often = {0, 0, 1, 1, 255, 255, 2, 128, 15};
+    return std::to_string(g.rng.one_in(3) ? g.rng.below(256) : g.rng.of(often));
+}
+
+static std::string indexed(gen_t &g, const char *name, size_t n) { return name + std::to_string(g.rng.below(n)); }
+
+// A register, and in `access` its access word. Selects its bank first if that is needed and possible.
+static std::string any_register(gen_t &g, std::string &access)
+{
+    access = ",c";
+    if (g.rng.below(3))
+        return indexed(g, "a", 8);
+    const int bank = static_cast<int>(g.rng.below(2)) + 1;
+    if (bank != g.bank && g.skipped)
+        return indexed(g, "a", 8);
+    const char *const name = bank == 1 ? "b" : "d";
+    if (bank != g.bank || g.rng.one_in(3))
+        put(g, "\tbanksel\t" + indexed(g, name, 8) + "+");
+    access = ",b";
+    return indexed(g, name, 8) + (g.rng.one_in(4) ? "&255" : "");
+}
+
+// Instructions that use only the access bank, so that their text is the same everywhere.
+static std::string sequence(gen_t &g, size_t n)
+{
+    std::string text;
+    for (size_t i = 0; i < n; i++) {
+        static const template_t list[] = {
+            {4, 0, "\t{alu}\t{v},{d},c"}, {2, 0, "\tmovf\t{v},w,c"}, {3, 0, "\tmovwf\t{v},c"}, {1, 0, "\tmovlw\t{k}"},
+            {1, 0, "\t{bit}\t{v},{b},c"}, {1, 0, "\tmovff\t{m},{m}"}, {1, 0, "\t{lit}\t{k}"},
+            {1, 0, "\tbtfsc\t{v},{b},c\n\tincf\t{v},f,c"}};
+        gen_t sub;
+        sub.rng = g.rng;
+        fillings_t fixed;
+        expand(sub, pick(g, list), fixed);
+        g.rng = sub.rng;
+        text += (text.empty() ? "" : "\n") + pieces_text(sub.pieces);
+        text.pop_back();
+    }
+    return text;
+}
+
+static std::string callee(gen_t &g, bool same_psect)
+{
+    std::vector<const function_t *> list;
+    for (size_t i = g.function + 1; i < g.functions.size(); i++)
+        if (!same_psect || g.functions[i].psect == g.functions[g.function].psect)
+            list.push_back(&g.functions[i]);
+    if (list.empty())
+        return "";
+    const function_t &f = *g.rng.of(list);
+    return f.name + (f.fast ? ",f" : "");
+}
+
+static std::string way_out(gen_t &g)
+{
+    if (g.function == 0)
+        return "\tgoto\tfinish";
+    const function_t &f = g.functions[g.function];
+    if (f.fast)
+        return "\treturn\tf";
+    return g.rng.one_in(3) && !g.skipped ? "\tretlw\t" + number(g) : f.funcret ? "\treturn\t;funcret" : "\treturn";
+}
+
+static void block(gen_t &g, unsigned loops)
+{
+    g.depth++;
+    g.loops += loops;
+    for (unsigned n = 1 + g.rng.below(3); n; n--) {
+        fillings_t fixed;
+        expand(g, g.depth > 3 || g.room == 0 ? "{s}" : pick(g, shapes), fixed);
+    }
+    g.loops -= loops;
+    g.depth--;
+}
+
+// What a hole in a line becomes.
+static std::string fill(gen_t &g, const std::string &hole, std::string &access)
+{
+    const std::string name = hole.substr(0, hole.find_last_not_of("0123456789") + 1);
+    if (const size_t colon = hole.find(':'); colon != std::string::npos) {
+        std::vector<std::string> list;
+        for (size_t at = colon + 1; at < hole.size(); at = std::min(hole.find(',', at), hole.size()) + 1)
+            list.push_back(hole.substr(at, hole.find(',', at) - at));
+        return g.rng.of(list);
+    }
+    if (const auto it = words.find(name); it != words.end())
+        return g.rng.of(it->second);
+    if (name == "v")
+        return indexed(g, "a", 8);
+    if (name == "m")
+        return indexed(g, g.rng.below(3) ? "a" : g.rng.below(2) ? "b" : "d", 8);
+    if (name == "k")
+        return number(g);
+    if (name == "r")
+        return any_register(g, access);
+    if (name == "A")
+        return access;
+    if (name == "b")
+        return std::to_string(g.rng.below(8));
+    if (name == "d")
+        return g.rng.below(2) ? "w" : "f";
+    if (name == "c")
+        return std::to_string(1 + g.rng.below(3));
+    if (name == "n")
+        return "n" + std::to_string(g.function) + "_" + std::to_string(g.loops);
+    return "L" + std::to_string(++g.labels);   // {L}
+}
+
+static bool fixed_line(gen_t &g, const std::string &hole, std::string &line)
+{
+    if (hole.starts_with("q"))
+        line = sequence(g, 2 + g.rng.below(3));
+    else if (hole.starts_with("Q"))
+        line = g.rng.of(g.sequences);
+    else if (hole.starts_with("ret"))
+        line = way_out(g);
+    else
+        return false;
+    return true;
+}
+
+static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
+{
+    const bool joined = line.ends_with('+');
+    const std::string whole = joined ? line.substr(0, line.size() - 1) : line;
+    const std::string hole = whole.starts_with('{') && whole.ends_with('}') ? whole.substr(1, whole.size() - 2) : "";
+    fillings_t none;
+    if (hole == "s")
+        return expand(g, (pick(g, singles) + std::string(joined ? "+" : "")).c_str(), none);
+    if (hole == "t" || hole == "skip")
+        return expand(g, hole == "t" ? skips[g.rng.below(4)].text : pick(g, skips), none);
+    if (hole == "B" || hole == "N")
+        return block(g, hole == "N");
+    if (std::string text; fixed_line(g, hole, text)) {
+        if (isdigit(hole.back()))
+            text = fixed.try_emplace(hole, text).first->second;
+        return expand(g, text.c_str(), none);
+    }
+    std::string out, access;
+    for (size_t at = 0; at < whole.size();) {
+        if (whole[at] != '{') {
+            out += whole[at++];
+            continue;
+        }
+        const size_t end = whole.find('}', at);
+        const std::string name = whole.substr(at + 1, end - at - 1);
+        std::string text;
+        if (name == "f" || name == "tail") {
+            text = callee(g, whole.find("rcall") != std::string::npos);
+            if (text.empty())
+                return put(g, "\tnop");
+        } else if (isdigit(name.back()) && name.find(':') == std::string::npos) {
+            const auto it = fixed.find(name);
+            text = it != fixed.end() ? it->second : fixed[name] = fill(g, name, access);
+        } else {
+            text = fill(g, name, access);
+        }
+        out += text;
+        at = end + 1;
+    }
+    // Where Z is dead at returns, nothing reads it before it is set again.
+    const bool lost = whole.find("{f}") != std::string::npos && g.functions[0].funcret;
+    put(g, out + (joined || lost ? "+" : ""));
+    if (lost)
+        put(g, "\tmovf\tlast_w,f,c");
+}
+
+static void expand(gen_t &g, const char *text, fillings_t &fixed)
+{
+    const std::string all = text;
+    for (size_t at = 0; at < all.size();) {
+        const size_t end = std::min(all.find('\n', at), all.size());
+        expand_line(g, all.substr(at, end - at), fixed);
+        at = end + 1;
+    }
+}
+
+// A finished line.
+static void put(gen_t &g, const std::string &line)
+{
+    static const std::vector<std::string> skip_words = {"\tbtfs", "\tcpfs", "\ttstfsz", "\tdecfsz", "\tdcfsnz", "\tincfsz", "\tinfsnz"};
+    const bool joined = line.ends_with('+');
+    g.held += (joined ? line.substr(0, line.size() - 1) : line) + "\n";
+    if (!joined) {
+        g.pieces.push_back(g.held);
+        g.held.clear();
+    }
+    g.room -= g.room > 0;
+    g.skipped = std::any_of(skip_words.begin(), skip_words.end(), [&](const std::string &w) { return line.starts_with(w); });
+    if (line.starts_with("\tbanksel\t"))
+        g.bank = line[9] == 'b' ? 1 : 2;
+    else if (!line.starts_with('\t') || line.find("call\t") != std::string::npos)
+        g.bank = -1;
+}
+
+// Programs.
+
+static void prologue(gen_t &g)
+{
+    std::string text = "\tprocessor\t" + g.target->name + "\n";
+    for (const char *name : {"STATUS", "WREG", "BSR", "PRODL", "PRODH", "PORTA", "PORTB", "LATA", "LATB", "LATC", "TABLAT", "TBLPTRL",
+                             "TBLPTRH", "TBLPTRU", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "INDF1", "POSTINC1",
+                             "POSTDEC1", "PREINC1", "PLUSW1", "INDF2", "POSTINC2", "POSTDEC2", "PREINC2", "PLUSW2"})
+        text += name + std::string("\tequ\t") + std::to_string(target_sfr(*g.target, name)) + "\n";
+    text += "\tpsect\tvars,class=COMRAM,space=1,delta=1\nlast_w:\tds\t1\nlast_status:\tds\t1\n";
+    for (int i = 0; i < 8; i++)
+        text += "a" + std::to_string(i) + ":\tds\t1\n";
+    for (size_t f = 0; f < std::max<size_t>(g.functions.size(), 1); f++)
+        for (int i = 0; i < 5; i++)
+            text += "n" + std::to_string(f) + "_" + std::to_string(i) + ":\tds\t1\n";
+    for (const auto &[name, bank] : {std::pair{"b", "1"}, std::pair{"d", "2"}}) {
+        text += std::string("\tpsect\tvars") + bank + ",class=BANK" + bank + ",space=1,delta=1\n";
+        for (int i = 0; i < 8; i++)
+            text += name + std::to_string(i) + ":\tds\t1\n";
+    }
+    text += "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
+            "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t0x7000\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
+            "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n";
+    g.pieces.push_back(text);
+}
+
+static void epilogue(gen_t &g)
+{
+    std::string text = "finish:\n\tmovwf\tlast_w,c\n";
+    for (const char *bit : {"0", "2"})
+        if (*bit == '0' || !g.functions[0].funcret)
+            text += std::string("\tbtfsc\tSTATUS,") + bit + ",c\n\tbsf\tlast_status," + bit + ",c\n\tbtfss\tSTATUS," + bit +
+                    ",c\n\tbcf\tlast_status," + bit + ",c\n";
+    g.pieces.push_back(text + "\tsleep\n");
+}
+
+static void make_function(gen_t &g, size_t i, const std::string &psect)
+{
+    const function_t &f = g.functions[i];
+    g.function = i;
+    g.bank = -1;
+    g.room = i == 0 ? 60 : f.inlined ? 6 : 5 + g.rng.below(40);
+    g.pieces.push_back("\tpsect\t" + psect + "\n" + f.name + ":\n");
+    do
+        block(g, 0);
+    while (g.room && (i == 0 || !g.rng.one_in(4)));
+    if (i == 0)
+        epilogue(g);
+    else
+        put(g, way_out(g));
+    g.pieces.push_back("__end_of_" + f.name + ":\n");
+}
+
+pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
+{
+    gen_t g;
+    g.target = &target;
+    g.allowed = allowed;
+    g.rng.state = seed;
+    const unsigned count = 2 + g.rng.below(5), shared = 1 + g.rng.below(3);
+    const bool funcret = g.rng.one_in(4);
+    for (unsigned i = 0; i < count; i++) {
+        const bool inlined = i > 0 && g.rng.one_in(4);
+        g.functions.push_back({i == 0 ? "main" : "f" + std::to_string(i), i > 0 && !inlined && g.rng.one_in(6), funcret, inlined,
+                               inlined ? shared + i : g.rng.below(shared)});
+    }
+    for (int i = 0; i < 3; i++)
+        g.sequences.push_back(sequence(g, 4 + g.rng.below(4)));
+    prologue(g);
+    std::map<unsigned, std::string> psects;
+    for (const function_t &f : g.functions) {
+        std::string &flags = psects[f.psect];
+        if (flags.empty()) {
+            static const std::vector<std::string> lists = {"peep", "jump", "pa:jump", "inline:pa:jump:peep:remove"};
+            flags = "text" + std::to_string(f.psect) + ",class=CODE,reloc=2,delta=1" + (f.inlined ? ",inline" : "");
+            if (g.rng.one_in(6))
+                flags += ",minocg,group=" + std::to_string(1 + g.rng.below(2));
+            if (!f.inlined && g.rng.one_in(8))
+                flags += ",optim=" + g.rng.of(lists);
+        }
+        if (&f != &g.functions[0])
+            g.pieces[0] += "\tglobal\t" + f.name + "\n";
+    }
+    for (size_t i = 0; i < count; i++)
+        make_function(g, i, psects[g.functions[i].psect]);
+    return g.pieces;
+}
+
+pieces_t gen_around(const std::string &statements, const target_t &target)
+{
+    gen_t g;
+    g.target = &target;
+    g.functions.push_back({"main", false, false, false, 0});
+    prologue(g);
+    g.pieces.push_back("\tpsect\ttext,class=CODE,reloc=2,delta=1\nmain:\n" + statements);
+    epilogue(g);
+    return g.pieces;
+}
+
+int exclusion_find(const std::string &name)
+{
+    for (size_t i = 0; i < exclusions.size(); i++)
+        if (exclusions[i].name == name)
+            return static_cast<int>(i);
+    return -1;
+}
+
+std::string pieces_text(const pieces_t &pieces)
+{
+    std::string text;
+    for (const std::string &piece : pieces)
+        text += piece;
+    return text;
+}

@@ -1,0 +1,61 @@
+// tools: runs the assembler, as a process of its own with a limit of time, and loads what it made into the simulator.
+#include "tools.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "link.h"
+
+enum : rlim_t { CPU_SECONDS = 20 };
+
+int run_program(const std::vector<std::string> &arguments, const std::string &output)
+{
+    std::vector<char *> argv;
+    for (const std::string &a : arguments)
+        argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    const pid_t child = fork();
+    if (child < 0)
+        return -1;
+    if (child == 0) {
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+        const rlimit limit{CPU_SECONDS, CPU_SECONDS};
+        if (out >= 0 && dup2(out, 1) >= 0 && dup2(out, 2) >= 0 && setrlimit(RLIMIT_CPU, &limit) == 0)
+            execv(argv[0], argv.data());
+        _exit(127);
+    }
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string read_text(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+void write_text(const std::string &path, const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
+
+std::string program_directory()
+{
+    char path[4096];
+    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
+    const std::string whole(path, n > 0 ? static_cast<size_t>(n) : 0);
+    return whole.substr(0, whole.rfind('/'));
+}
+
+std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::string> &objects)
+{
+    image_t image;
+    const std::vector<std::string> errors = link_files(objects, target, image);
+    if (!errors.empty())
+        return errors.front();
+    sim_init(sim, target, image.program);
+    sim.pc = image.program[0] == 0xFF && image.program[1] == 0xFF ? image.start : 0;
+    return "";
+}

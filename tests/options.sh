@@ -1,0 +1,47 @@
+#!/bin/bash
+# The program's options, the man page, the manual and the completion agree: every long option of the program's table is told in
+# all three, and what the completion offers is taken by the program.
+#
+#     options.sh BIN SOURCES
+set -u
+bin=$(cd "$1" && pwd) && top=$(cd "$2" && pwd) || exit 1
+work=$(mktemp -d) && trap 'rm -rf "$work"' EXIT && cd "$work" || exit 1
+PATH=$bin:$PATH
+source "$top/completions/aszel8.bash"
+failed=0
+
+complain() {
+    echo "$1"
+    failed=1
+}
+
+# Completes the last word of a line; the whole words that come out, one a line.
+offers() {
+    COMP_LINE="aszel8 $1" COMP_POINT=$((${#1} + 7)) COMP_WORDBREAKS=" " COMPREPLY=()
+    _aszel8 aszel8 2>/dev/null
+    printf '%s\n' "${COMPREPLY[@]}"
+}
+
+words=$(sed -n '/long_rows\[\] = {/,/^}/s/^    {"\([a-z]*=*\)",.*/\1/p' "$top/src/cmdline.cpp")
+[ "$(wc -w <<<"$words")" -ge 14 ] || complain "no table of long options found"
+for word in $words; do
+    word=${word/#errata/errata=}
+    grep -q "^| .*\`--$word" "$top/docs/manual/command-line.md" || complain "manual: no --$word"
+    tr -d '\\' <"$top/docs/aszel8.1" | grep -q -- "--$word" || complain "man page: no --$word"
+    offers -- | grep -qx -- "--$word" || complain "completion: no --$word"
+done
+
+printf '\tnop\n' >t.as
+for chip in $(offers -mcpu=z); do
+    aszel8 "$chip" t.as || complain "completion: $chip"
+done
+[ "$(offers -mcpu=z | wc -l)" = 4 ] || complain "completion: not the four chips"
+for option in $(offers -- | grep -v =) $(offers --cmode=) $(offers --opt=) $(offers --qvdebug= | grep -v 'out:\|num:\|debug:$'); do
+    rm -f qvk_package.zip
+    aszel8 -mcpu=ZEL8K10 "$option" t.as >out 2>&1 || complain "completion: $option: $(cat out)"
+    [ "$option" = --ver ] || [ ! -s out ] || complain "completion: $option: $(cat out)"
+done
+[ "$(touch b.asm c.c; mkdir d; offers '' | sort | tr '\n' ' ')" = "b.asm d/ t.as " ] || complain "completion: sources"
+[ "$(touch my.ini; offers -Cm)" = -Cmy.ini ] || complain "completion: -Cfile"
+[ "$(offers --opt=debug,sp | tr '\n' ' ')" = "--opt=debug,space --opt=debug,speed " ] || complain "completion: lists"
+exit $failed
