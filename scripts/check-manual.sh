@@ -52,7 +52,7 @@ matches() {
 }
 
 complain() {
-    echo "$1"
+    printf '%s\n' "$1"
     failed=1
 }
 
@@ -83,6 +83,6 @@ for chapter in "$@"; do
         esac
     done <"$parts/list"
 done
-echo "$programs programs and $commands console blocks are as the manual has them"
-[ $((programs + commands)) -gt 0 ] || failed=1
+[ $((programs + commands)) -gt 0 ] || complain "no blocks found"
+[ $failed = 0 ] && echo "$programs programs and $commands console blocks are as the manual has them"
 exit $failed

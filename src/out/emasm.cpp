@@ -445,7 +445,7 @@ static void st_tblrd(const op_t *op)
 static void st_align(const op_t *op)
 {
     put_mnemonic(op);
-    put_digits(op->op_arg);
+    put_digits(static_cast<int64_t>(op->op_arg));
 }
 
 static void st_numlabel(const op_t *op)

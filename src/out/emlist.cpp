@@ -32,7 +32,7 @@
 
 enum : int { TEXT_COLUMN = 32, PREFIX_WIDTH = 13, PAGE_BORDER = 4, HEADER_LINES = 5, PAD_MAX = 10000 };
 enum : unsigned { ADDRESS_BYTES = 4, ADDRESS_CHARS = 6, SYMBOL_CHARS = 4, WIDTH_MAX = 15, BITS_TYPE = 0xC0 };
-enum : size_t { NAME_PAD_MAX = 255 };
+enum : size_t { NAME_PAD_MAX = 767 };   // names are padded to the longest one up to this
 
 // What a node encodes to, piece by piece.
 struct queued_t {

@@ -561,7 +561,7 @@ static void check_reach(const value_t &target, int64_t lo, int64_t hi)
     const bool known = psect_is_abs(cur_psect) && target.v_rtype == RT_CONST;
     const bool here = target.v_rtype == RT_PSECT && target.v_sym == cur_psect;
     const int64_t distance = distance_to(target);
-    if ((!known && !here) || distance < lo || distance > hi)
+    if (!st.listing && ((!known && !here) || distance < lo || distance > hi))
         alert_msg(1223);
 }
 
