@@ -184,10 +184,80 @@ static void shape_macros(int64_t lines) {
     }
 }
 
+// For the optimiser: one section of blocks of ten lines, the last of which is a `goto`. Sixteen of these lead to one label, and
+// what stands before them are tails that others have too. The `bnz` lets every block be reached.
+static void shape_gotos(int64_t lines) {
+    enum { TAILS = 8, GOTOS_A_LABEL = 16 };
+    const int64_t total = lines / BLOCK_LINES > 0 ? lines / BLOCK_LINES : 1;
+    put_equates("port", PORTS, PORT_BASE, 1);
+    put_equates("var", VARS, VAR_BASE, 2);
+    put_section(0);
+    printf("\tglobal\tblock_0\n");
+    for (int64_t block = 0; block < total; block++) {
+        const uint32_t tail = draw(TAILS), target = draw((uint32_t)(total / GOTOS_A_LABEL) + 1);
+        const int64_t label = clamp((int64_t)target * GOTOS_A_LABEL, 0, total - 1);
+        printf("block_%" PRId64 ":\n\tincf\tvar%u,f,c\n\tbnz\tblock_%" PRId64 "\n", block, draw(VARS),
+               block + 1 < total ? block + 1 : 0);
+        printf("\tmovlw\t%u\n\taddwf\tvar%u,f,c\n\tbtfsc\tport%u,%u,c\n\trlcf\tvar%u,f,c\n", draw(250), draw(VARS), draw(PORTS),
+               draw(8), draw(VARS));
+        printf("\tmovff\tvar%u,var%u\n\tincf\tvar%u,f,c\n\tgoto\tblock_%" PRId64 "\n", tail, tail + 8, tail + 1, label);
+    }
+}
+
+// For the optimiser: functions of a hundred lines as a compiler writes them, each in a psect of its own: assignments, tests,
+// loops, and calls of other functions. `@l` is a label of the statement's own, `@g` another function, the other letters are
+// those of `op_text`.
+static const struct { int lines, labels; const char *text; } statements[] = {
+    { 5, 1, "\tbtfsc\t@p,@b,c\n\tgoto\t@l\n\tmovlw\t@k\n\tmovwf\t@v,c\n@l:\n" },
+    { 7, 1, "\tmovlw\t@k\n\tmovwf\tvar0,c\n@l:\n\tmovf\t@v,w,c\n\taddwf\t@v,f,c\n\tdecfsz\tvar0,f,c\n\tgoto\t@l\n" },
+    { 6, 1, "\tmovlw\t@k\n\txorwf\t@v,w,c\n\tbnz\t@l\n\tclrf\t@v,c\n\tbsf\t@p,@b,c\n@l:\n" },
+    { 2, 0, "\tmovff\t@v,@v\n\tcall\t@g\n" },
+    { 3, 0, "\tmovf\t@v,w,c\n\taddwf\t@v,w,c\n\tmovwf\t@v,c\n" },
+    { 2, 0, "\tmovlw\t@k\n\tmovwf\t@v,c\n" },
+};
+
+static void put_statement(const char *text, int64_t function, int label, int64_t functions) {
+    for (const char *p = text; *p; p++) {
+        if (*p != '@') {
+            putchar(*p);
+            continue;
+        }
+        switch (*++p) {
+        case 'v': printf("var%u", draw(VARS)); break;
+        case 'p': printf("port%u", draw(PORTS)); break;
+        case 'k': printf("%u", draw(16)); break;
+        case 'b': printf("%u", draw(8)); break;
+        case 'g': printf("_f%u", draw((uint32_t)functions)); break;
+        case 'l': printf("l%" PRId64 "_%d", function, label); break;
+        }
+    }
+}
+
+static void shape_compiled(int64_t lines) {
+    enum { LINES = 100, FRAME = 5, LABELS = 6, STATEMENTS = sizeof statements / sizeof *statements };
+    const int64_t total = lines / LINES > 0 ? lines / LINES : 1;
+    put_equates("port", PORTS, PORT_BASE, 1);
+    put_equates("var", VARS, VAR_BASE, 2);
+    for (int64_t f = 0; f < total; f++) {
+        printf("\tpsect\ttext%" PRId64 ",local,class=CODE,reloc=2\n\tglobal\t_f%" PRId64 "\n_f%" PRId64 ":\n", f, f, f);
+        for (int used = FRAME, label = 0; used < LINES;) {
+            const auto &s = statements[draw(STATEMENTS)];
+            if (s.labels + label > LABELS)
+                continue;
+            put_statement(s.text, f, label, total);
+            label += s.labels;
+            used += s.lines;
+        }
+        printf("\treturn\n__end_of_f%" PRId64 ":\n", f);
+    }
+}
+
 static const struct { const char *name; void (*write)(int64_t lines); unsigned dialects; const char *what; } shapes[] = {
     { "blocks", shape_blocks, (1U << DIALECTS) - 1,
       "blocks of ten lines: comment, label, eight instructions of which two are branches" },
     { "macros", shape_macros, 1U << ZEL8, "calls of nested macros, with irp and rept; LINES counts what they become" },
+    { "gotos", shape_gotos, 1U << ZEL8, "one section in which every tenth line is a goto, with tails that several share" },
+    { "compiled", shape_compiled, 1U << ZEL8, "functions of a hundred lines, each in a psect of its own" },
 };
 
 static int usage() {

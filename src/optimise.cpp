@@ -93,11 +93,10 @@ static value_t low_inside(const value_t *v, bool *found)
     if (v->v_rtype == RT_SYM && !v->v_common) {
         value_unary(OPC_LOW, &result);
         *found = true;
-    } else if (v->v_rtype < 32 && (LOOK_THROUGH >> v->v_rtype & 1) && !v->v_common && v->v_kids) {
+    } else if (v->v_rtype < 32 && (LOOK_THROUGH >> v->v_rtype & 1) && !v->v_common) {
         const value_t left = low_inside(value_left(v), found);
         if (*found) {
-            result = rtype_is_unary(v->v_rtype) ? value_make_unary(v->v_rtype, &left)
-                                                : value_make_binary(v->v_rtype, &left, value_right(v));
+            result = value_make_binary(v->v_rtype, &left, value_right(v));
             result.v_offs = v->v_offs;
         }
     }
@@ -186,20 +185,27 @@ static void inline_functions()
             delete_body(psect);
 }
 
-// Passes together with the removal of unused labels, until a sweep changes nothing.
+static void build_all_refs()
+{
+    each_psect(list_clear_refs);
+    each_psect(list_build_refs);
+    note_taken_labels();
+}
+
+// Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all psects
+// before the first label goes.
 static void repeat_passes()
 {
+    opt_late = true;
     for (bool changed = true; changed;) {
         changed = false;
-        for (symbol_t *psect : st.code_psects) {
-            list_build_refs(psect);
+        build_all_refs();
+        for (symbol_t *psect : st.code_psects)
             if (list_delete_unused_labels(psect) > 0) {
                 opt_count(CNT_REDUNDANT_LABELS);
                 opt_changed = true;
                 changed = true;
             }
-            opt_late = true;
-        }
         for (symbol_t *psect : st.code_psects)
             changed |= opt_psect(psect);
     }
@@ -214,14 +220,9 @@ static void optimise_phase()
     if (!opt.no_inline && !opt.opt_debug)
         inline_functions();
     each_psect(size_if_any);
-    each_psect(list_clear_refs);
-    each_psect(list_build_refs);
-    for (symbol_t *psect : st.code_psects) {
-        list_build_refs(psect);
+    build_all_refs();
+    for (symbol_t *psect : st.code_psects)
         opt_psect(psect);
-    }
-    each_psect(list_clear_refs);
-    each_psect(list_build_refs);
     repeat_passes();
     pa_psects(st.plain_psects, st.code_psects);
     for (const group_t *g : st.group_psects)

@@ -134,6 +134,7 @@ op_t *op_ensure_label(op_t *node)
     label->op_sym = sym_newlabel();
     label->op_sym->s_defop = label;
     label->op_sym->s_owner = label->op_psect;
+    sym_add_ref(label->op_sym);
     return label;
 }
 
@@ -168,11 +169,17 @@ void op_set_position(const op_t *node)
 
 // References.
 
+static void append_ref(op_t *ref, op_t *target)
+{
+    if (!target->op_refs)
+        target->op_refs = vec_make<op_t *>(4);
+    vec_add(target->op_refs, ref);
+}
+
 void op_add_ref(op_t *ref, op_t *label_node)
 {
-    if (!label_node->op_refs)
-        label_node->op_refs = vec_make<op_t *>(4);
-    vec_addNotPresent(label_node->op_refs, ref);
+    if (!label_node->op_refs || vec_indexOf(label_node->op_refs, ref) < 0)
+        append_ref(ref, label_node);
 }
 
 void op_remove_ref(op_t *ref, op_t *label_node)
@@ -186,15 +193,32 @@ void list_build_refs(symbol_t *psect)
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
         op_t *target = op_target(op);
         if (target)
-            op_add_ref(op, target);
+            append_ref(op, target);
         if (op->op_type == T_NAME && op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
             op->op_sym->s_flags |= S_DEFHERE;
     }
 }
 
-void list_clear_refs(symbol_t *psect)
+void list_renew_refs(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op; op = op->op_next) {   // a skip may lead to the sentinel
+        uint32_t kept = 0;
+        for (op_t *ref : op->op_refs)
+            if (ref->op_psect != psect)
+                vec_setAt(op->op_refs, ref, kept++);
+        while (vec_size(op->op_refs) > kept)
+            vec_pop(op->op_refs);
+    }
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+        op_t *target = op_target(op);
+        if (target && (target->op_type == 0 || target->op_psect == psect))
+            append_ref(op, target);
+    }
+}
+
+void list_clear_refs(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op; op = op->op_next) {   // the sentinel too
         vec_destroy(op->op_refs.raw);
         op->op_refs = {};
     }

@@ -91,10 +91,12 @@ op_t *op_ensure_label(op_t *node);               // the label node right before 
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
 
-// Reference lists. Those of a psect are complete between list_build_refs and list_clear_refs; op_delete keeps them true.
-// Building also marks global labels defined in the psect with S_DEFHERE.
+// Reference lists. They are complete when those of all psects have been cleared and then built; op_delete keeps them true.
+// Building enters what the psect's nodes refer to, and marks its global labels with S_DEFHERE. It doesn't look whether
+// something is there already, so that it takes no longer when thousands refer to one label.
 void list_build_refs(symbol_t *psect);
 void list_clear_refs(symbol_t *psect);
+void list_renew_refs(symbol_t *psect);           // those within the psect; what comes from other psects stays
 void op_add_ref(op_t *ref, op_t *label_node);    // nothing happens if it is there already
 void op_remove_ref(op_t *ref, op_t *label_node);
 

@@ -44,6 +44,7 @@ enum : uint64_t {
     S_SET = 0x400000,      // defined by `set`; also the predefined symbols
     S_FNSIZE = 0x2000000,
     S_DABS = 0x10000000,
+    S_TAKEN = 0x40000000,  // label whose place is used by more than jumps and calls; worked out by the optimiser
     S_SPACE_MASK = S_PSECT | S_CLASS,   // tells the name spaces apart
 };
 

@@ -15,7 +15,7 @@ constexpr uint16_t BRA = 0xD000;
 
 uint32_t errata_nops;
 
-static bool is_errata_nop(const op_t *op)
+bool errata_is_nop(const op_t *op)
 {
     return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next
         && op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == NOP_WORD;
@@ -44,7 +44,7 @@ static op_t *skip_definitions(op_t *op)
 // The NOP at `op`, or a new one in front of it.
 static op_t *nop_at(op_t *op)
 {
-    return is_errata_nop(op) ? op : op_insert_after(op->op_prev, new_nop());
+    return errata_is_nop(op) ? op : op_insert_after(op->op_prev, new_nop());
 }
 
 static op_t *link_bra(op_t *where, op_t *label)
@@ -60,15 +60,22 @@ static op_t *link_bra(op_t *where, op_t *label)
     return op;
 }
 
+static op_t *instruction_at(op_t *op)
+{
+    while (op_is_silent(op))
+        op = op->op_next;
+    return op;
+}
+
 // A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
 static void mend_skip(op_t *t, op_t *nop)
 {
     op_t *k = t->op_prev;
-    while (k->op_type == T_NAME)
+    while (op_is_silent(k))
         k = k->op_prev;
     if (!op_is_skip(k))
         return;
-    op_t *x = following(nop), *y = x->op_type ? following(x) : x;
+    op_t *x = instruction_at(nop->op_next), *y = x->op_type ? instruction_at(x->op_next) : x;
     op_t *m = op_ensure_label(y);
     op_add_ref(k, m);
     if (k->op_type == T_BTFSC) {
@@ -92,7 +99,7 @@ void errata_psect(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
         op_t *next = op->op_next;
-        switch (op->op_type) {
+        switch (op->op_flags & OPF_SKIPPED ? 0 : op->op_type) {
         case T_RETURN:
         case T_RETLW:
             next = nop_at(skip_definitions(op->op_next));
@@ -105,13 +112,13 @@ void errata_psect(symbol_t *psect)
             }
             break;
         case T_DB:
-            if (is_errata_nop(op))
+            if (errata_is_nop(op))
                 errata_nops++;
             break;
         case T_GOTO:
         case T_CALL: {
             op_t *t = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
-            if (!t || is_errata_nop(skip_definitions(t->op_next)))
+            if (!t || errata_is_nop(skip_definitions(t->op_next)))
                 break;
             op_t *nop = op_insert_after(t, new_nop());
             if (op->op_type == T_GOTO)

@@ -3,7 +3,11 @@
 // names of their own.
 //
 // A copy may hold calls that can be inlined too, so the walk over a host repeats until a copy brings no further candidate.
-// Whether a psect can be a host or a body is found out once; what was asked first decides for the whole run.
+// Functions that inline each other would never end, and chains of functions that inline the next one twice would end too late,
+// so there is a limit. Whether a psect can be a host or a body is found out once; what was asked first decides for the run.
+//
+// The labels of a copy are in no table: their names mean nothing to other modules, and another copy of the function there may
+// have the same ones. Global they are called so that no rule takes them for unused.
 #include "optim/inline.h"
 
 #include <cstring>
@@ -12,7 +16,7 @@
 #include "common/hash.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
-#include "common/xalloc.h"
+#include "optim/errata.h"
 #include "optim/optim.h"
 #include "options.h"
 #include "out/emobj.h"
@@ -20,11 +24,16 @@
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
 constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00;
 constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
-constexpr int64_t ERRATA_WORD = 0xFFFF;
-constexpr unsigned MOST_COPIES = 10000;       // in one host; functions that inline each other would never end
+constexpr unsigned MOST_COPIES = 10000;       // in one host
+constexpr unsigned MOST_NODES = 1'000'000;    // copied in the run
 
 vec_t<symbol_t *> inline_list;
-static uint32_t inline_seq;                   // counts copied bodies
+
+static struct {
+    uint32_t inline_seq;                      // counts copied bodies
+    unsigned nodes;                           // copied so far
+    hash_of<const symbol_t *, bool> large;    // psects that were measured and found too large
+} st;
 
 // Tests.
 
@@ -36,11 +45,7 @@ bool psect_is_function(const symbol_t *psect)
         && !cache_starts_with(psect->s_name, "swtext");
 }
 
-static bool is_errata_word(const op_t *op)
-{
-    return op->op_subop == 2 && op->op_data && !op->op_data->next && op->op_data->value.v_rtype == RT_CONST
-        && op->op_data->value.v_offs == ERRATA_WORD;
-}
+static bool is_indirect(const op_t *op) { return op->op_remark && cache_starts_with(op->op_remark, ";indir"); }
 
 // Whether a body can't hold the node.
 static bool spoils_body(const op_t *op)
@@ -49,9 +54,11 @@ static bool spoils_body(const op_t *op)
     case T_DS: case T_ORG: case T_ALIGN: case T_RCALL:
         return true;
     case T_DB:
-        return !is_errata_word(op);
+        return !errata_is_nop(op);
     case T_RETURN:
         return op->op_subop == RETFIE;
+    case T_RETLW:
+        return after_skip(op) && !is_indirect(op);   // two instructions can't stand under a skip
     case T_BRA: case T_BCC: case T_GOTO: {
         if (!op_is_simple(op))
             return true;
@@ -69,7 +76,7 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
     const op_t *named = nullptr;
     bool ok = false;
     for (const op_t *op = p->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        if (mode == 1 && spoils_body(op))
+        if (mode == 1 && !(op->op_flags & OPF_SKIPPED) && spoils_body(op))
             break;
         if (op->op_type != T_NAME)
             continue;
@@ -85,9 +92,11 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
     }
     p->p_inlstate = ok ? MAY : MAY_NOT;
     if (!ok && p->p_inline && name) {
+        const srcpos_t position = srcpos;   // new nodes take it
         if (named)
             op_set_position(named);
         alert_msg(1433, name);
+        srcpos = position;
     }
     return ok;
 }
@@ -102,20 +111,26 @@ static symbol_t *callee_psect(const op_t *call)
     return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
 }
 
-// The callee is another psect that may share code with the caller's.
+// The callee is another psect that may share code with the caller's, and is called at its beginning.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    return q && call->op_psect && q != call->op_psect && same_memory_group(q, call->op_psect) && !(q->s_flags & S_NOTE);
+    if (!q || !call->op_psect || q == call->op_psect || !same_memory_group(q, call->op_psect) || (q->s_flags & S_NOTE))
+        return false;
+    const op_t *label = op_target(call);
+    return label && label->op_offs == 0;
 }
 
 static bool auto_ok(const op_t *call)
 {
     symbol_t *q = callee_psect(call);
-    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q))
+    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q)
+        || hash_haskey(st.large, q))
         return false;
     size_psect(q);
-    if (q->s_psect->p_top > SMALL)
+    if (q->s_psect->p_top > SMALL) {
+        hash_insert(st.large, q, true);
         return false;
+    }
     q->s_psect->p_keep = true;
     return true;
 }
@@ -145,6 +160,7 @@ static op_t *put(copy_t *c, op_t *op)
 {
     op->op_callstack = c->call->op_callstack;
     op->op_flags |= OPF_MARK;
+    st.nodes++;
     return c->at = op_insert_after(c->at, op);
 }
 
@@ -218,10 +234,8 @@ static void put_goto_exit(copy_t *c, const op_t *op)
 
 static void copy_label(copy_t *c, const op_t *op)
 {
-    op_t *label = label_node(cache_printf("i%uL%s", inline_seq, op->op_sym->s_name));
+    op_t *label = label_node(cache_printf("i%uL%s", st.inline_seq, op->op_sym->s_name));
     label->op_sym->s_flags = S_GLOBAL;
-    sym_link(label->op_sym);
-    op_comments_copy(label, op);
     hash_insert(c->labels, op->op_sym->s_name, put(c, label));
     label->op_sym->s_owner = label->op_psect;
 }
@@ -252,7 +266,7 @@ static bool copy_node(copy_t *c, const op_t *op)
         point_or_note(c, plain_copy(c, op), c->jumps);
         break;
     case T_RETURN: case T_RETLW:
-        if (op->op_remark && cache_starts_with(op->op_remark, ";indir")) {
+        if (is_indirect(op)) {
             plain_copy(c, op);
             break;
         }
@@ -283,14 +297,15 @@ static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit)
     c.labels = hash_make<const char *, op_t *>(127, hash_string, hash_strcmp);
     c.jumps = vec_make<op_t *>();
     c.calls = vec_make<op_t *>();
-    inline_seq++;
+    st.inline_seq++;
     if (!q->s_psect->p_keep) {
         if (!inline_list)
             inline_list = vec_make<symbol_t *>();
         vec_add(inline_list, q);
     }
-    for (const op_t *op = q->s_psect->p_code->head.op_next; op->op_type != 0 && copy_node(&c, op); op = op->op_next)
-        ;
+    for (const op_t *op = q->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+        if (!(op->op_flags & OPF_SKIPPED) && !copy_node(&c, op))
+            break;
     patch(&c, c.jumps);
     patch(&c, c.calls);
     return c.more;
@@ -304,33 +319,54 @@ static op_t *border_label(op_t *where, const op_t *call)
     label->op_flags |= OPF_MARK;
     op_insert_after(where, label);
     label->op_sym->s_owner = label->op_psect;
-    sym_link(label->op_sym);
     return label;
+}
+
+// Replaces the call by a copy of the function. True if that holds further candidates.
+static bool inline_call(op_t *call, symbol_t *q, op_t **behind)
+{
+    op_t *entry = border_label(call, call), *exit = border_label(entry, call);
+    const bool more = copy_body(call, q, entry, exit);
+    inline_note(call->op_opnd1.opnd_value.v_sym, q, 1);
+    op_delete_if_live(call);
+    *behind = exit->op_next;
+    return more;
+}
+
+static symbol_t *candidate_psect(const op_t *op)
+{
+    const bool asked = op->op_type == T_CALL && !(op->op_flags & OPF_SKIPPED) && !after_skip(op);
+    return asked && is_candidate(op) ? callee_psect(op) : nullptr;
+}
+
+static void tell_limit(const op_t *op)
+{
+    const srcpos_t position = srcpos;
+    op_set_position(op);
+    alert_text("0", "too many calls to inline in psect \"%s\"; the others stay", op->op_psect->s_name);
+    srcpos = position;
 }
 
 void inline_psect(symbol_t *psect)
 {
     if (!psect || (psect->s_flags & S_NOTE) || !state_is_may(0, psect, nullptr))
         return;
+    if (!st.large)
+        st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
     unsigned copies = 0;
     for (bool more = true; more;) {
         more = false;
-        for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
-            op_t *next = op->op_next;
-            symbol_t *q = op->op_type == T_CALL && !after_skip(op) && is_candidate(op) ? callee_psect(op) : nullptr;
-            if (q && ++copies > MOST_COPIES) {
-                op_set_position(op);
-                alert_text("0", "more than %u calls inlined in psect \"%s\"; the others stay", MOST_COPIES, psect->s_name);
+        for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
+            next = op->op_next;
+            symbol_t *q = candidate_psect(op);
+            if (!q)
+                continue;
+            if (copies++ == MOST_COPIES || st.nodes > MOST_NODES) {
+                tell_limit(op);
                 return;
             }
-            if (q) {
-                op_t *entry = border_label(op, op), *exit = border_label(entry, op);
-                more |= copy_body(op, q, entry, exit);
-                inline_note(op->op_opnd1.opnd_value.v_sym, q, 1);
-                op_delete_if_live(op);
-                next = exit->op_next;
-            }
-            op = next;
+            more |= inline_call(op, q, &next);
+            hash_remove(st.large.raw, to_word(psect));
         }
     }
 }

@@ -4,30 +4,47 @@
 // them in the order in which they are tried at a node; the first that applies ends the work on it. A rule returns the node at
 // which the walk goes on, or null if it doesn't apply.
 //
-// J17 to J19 compare a `goto` with the others that lead to the same label. Those are found through the label's references and
-// not by trying all of them. The rules want the first one in the list, so nodes carry a number that grows along the list;
-// the numbers have gaps for nodes that are put in later.
+// J18 and J19 look for another `goto` to the same place with the same instruction before it. Trying all of them would take for
+// ever in a program of ten thousand, so they are found through an index. The rules want the first one in the list, so nodes
+// carry a number that grows along the list; the numbers have gaps for nodes that are put in later.
 //
 // What may bite: a rule that re-points a jump has to keep the labels' references true, since unused labels are told by them.
+// A new node is marked as reached if the one that it stands for is, or it would go as dead code. And whatever is done to a
+// node, the `goto` that follows is entered in the index anew (`touch`).
 #include <cstring>
 
 #include "code/sfrop.h"
 #include "common/alert.h"
 #include "common/loopguard.h"
 #include "common/stringcache.h"
+#include "common/xalloc.h"
 #include "optim/optim.h"
+#include "optim/templates.h"
 #include "options.h"
 #include "out/emobj.h"
 
 constexpr uint64_t RUN_STEPS = 500000000;
 constexpr uint64_t ORDER_GAP = uint64_t{1} << 20;
-constexpr uint16_t INVERT = 0x1000;      // between btfsc and btfss, bsf and bcf
 constexpr uint32_t ERRATA_JUMPS = 0x4001;
+
+constexpr uint32_t MOST_RIVALS = 1000;   // that are compared with one goto
+constexpr uint64_t ORDER_LAST = UINT64_MAX;
+
+// A `goto` as a rival for others. Nothing takes an entry back: it holds as long as the node lives.
+struct entry_t {
+    op_t *jump;
+    uint32_t id, next;       // op_id; the next entry of the chain, its number plus 1
+    uint64_t key;
+};
 
 static struct {
     loopguard_t *guard;      // bounds the stage over the whole run
     symbol_t *psect;
-    bool sized;              // nothing has changed since the psect was sized
+    bool sized;              // in this walk. What is deleted since only brings things nearer
+    // The index. Each slot has two chains: the jumps in list order, and those that were entered anew, in any order.
+    entry_t *entries;
+    uint32_t *chains[2];
+    uint32_t count, room, slots;   // slots: a power of two
 } js;
 
 void optim_init()
@@ -38,8 +55,86 @@ void optim_init()
 // Every rule of this file tells its firing here.
 static void fired(const char *rule, int counter, const op_t *op)
 {
-    js.sized = false;
     opt_fired(rule, counter, op);
+}
+
+static op_t *before(op_t *op, bool skip_labels)
+{
+    op = op->op_prev;
+    while (skip_labels && op->op_type == T_NAME)
+        op = op->op_prev;
+    return op;
+}
+
+// The index.
+
+static uint64_t mix(uint64_t h, uint64_t x)
+{
+    h = (h ^ x) * 0x9E3779B97F4A7C15;
+    return h ^ h >> 29;
+}
+
+// Equal operands have equal numbers. A value that is masked for its bank may equal the bare one.
+static uint64_t operand_number(const opnd_t *o)
+{
+    const value_t *v = &o->opnd_value;
+    if (v->v_rtype == RT_AND && v->v_offs == 0 && value_right(v)->v_rtype == RT_CONST && value_right(v)->v_offs == 255)
+        v = value_left(v);
+    const uint64_t n = mix(v->v_rtype, static_cast<uint64_t>(v->v_offs));
+    return v->v_rtype == RT_SYM ? mix(n, v->v_sym->s_seqno) : n;
+}
+
+static uint64_t key_of(op_t *jump)
+{
+    const op_t *p = before(jump, true);
+    const uint64_t kind = mix(p->op_type, uint64_t{p->op_subop} << 16 | p->op_dest);
+    return mix(mix(kind, operand_number(&p->op_opnd1)), mix(operand_number(&p->op_opnd2), operand_number(&jump->op_opnd1)));
+}
+
+static void enter(op_t *jump, int chain)
+{
+    if (js.count == js.room) {
+        const uint32_t room = js.room ? 2 * js.room : 1024;
+        entry_t *larger = xnew<entry_t>(room);
+        if (js.count)
+            memcpy(larger, js.entries, js.count * sizeof *larger);
+        js.entries = larger;
+        js.room = room;
+    }
+    const uint64_t key = key_of(jump);
+    uint32_t *slot = &js.chains[chain][key & (js.slots - 1)];
+    js.entries[js.count] = {jump, jump->op_id, *slot, key};
+    *slot = ++js.count;
+}
+
+static void build_index()
+{
+    const code_list_t *list = js.psect->s_psect->p_code;
+    uint32_t jumps = 0;
+    for (const op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
+        jumps += op->op_type == T_GOTO;
+    if (jumps >= js.slots / 2) {
+        for (js.slots = 64; js.slots <= 2 * jumps; js.slots *= 2)
+            ;
+        for (uint32_t *&chain : js.chains)
+            chain = xnew<uint32_t>(js.slots);
+    } else {
+        for (uint32_t *chain : js.chains)
+            memset(chain, 0, js.slots * sizeof *chain);
+    }
+    js.count = 0;
+    for (op_t *op = list->tail.op_prev; op->op_type != 0; op = op->op_prev)
+        if (op->op_type == T_GOTO)
+            enter(op, 0);
+}
+
+// Something has changed in front of `op` or in it.
+static void touch(op_t *op)
+{
+    while (op->op_type == T_NAME)
+        op = op->op_next;
+    if (op->op_type == T_GOTO && op->op_psect == js.psect)
+        enter(op, 1);
 }
 
 // Position numbers.
@@ -69,51 +164,58 @@ static op_t *label_before(op_t *op)
     op_t *label = op_ensure_label(op);
     if (label->op_order <= (label->op_prev->op_type ? label->op_prev->op_order : 0) || label->op_order >= op->op_order)
         number_new(label);
+    label->op_flags |= op->op_flags & OPF_MARK;
     return label;
 }
 
-static void point_at(op_t *jump, op_t *label)
+// `to`: a label, which may lie in another module.
+static void point_at(op_t *jump, symbol_t *to)
 {
-    op_t *old = op_target(jump);
-    if (old)
-        op_remove_ref(jump, old);
-    jump->op_opnd1.opnd_value = value_sym(label->op_sym);
-    op_add_ref(jump, label);
+    if (op_target(jump))
+        op_remove_ref(jump, op_target(jump));
+    jump->op_opnd1.opnd_value = value_sym(to);
+    sym_add_ref(to);
+    if (to->s_defop)
+        op_add_ref(jump, to->s_defop);
+    touch(jump);
 }
 
 // Deletes a node; a label's symbol is no longer defined.
 static void delete_node(op_t *op)
 {
+    op_t *next = op->op_next;
     if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op) {
         op->op_sym->s_defop = nullptr;
         op->op_sym->s_flags |= S_UNDEF;
     }
     op_delete_if_live(op);
+    touch(next);
 }
 
 static bool always_stops(const op_t *op) { return op->op_type == 0 || op->op_type == T_NAME; }
 
-// Deletes the nodes behind `op` up to one at which `stop` says so; those that aren't free stay. Returns how many went.
-static unsigned delete_behind(op_t *op, bool (*stop)(const op_t *op), const char *rule, int counter)
+// Deletes the code behind `op` up to a node at which `stop` says so. What isn't free stays, and so does what isn't code.
+static void delete_behind(op_t *op, bool (*stop)(const op_t *op), const char *rule, int counter)
 {
-    unsigned deleted = 0;
     for (op_t *next, *dead = op->op_next; !stop(dead); dead = next) {
         next = dead->op_next;
-        if (!op_free(dead))
+        if (!op_free(dead) || !op_is_code(dead))
             continue;
         if (rule)
             fired(rule, counter, dead);
         delete_node(dead);
-        deleted++;
     }
-    return deleted;
 }
 
 static op_t *new_goto_before(op_t *op, op_t *label)
 {
     op_t *jump = op_insert_after(op->op_prev, op_new_goto(label));
+    jump->op_flags |= op->op_flags & OPF_MARK;
+    jump->op_lfile = op->op_lfile;
+    jump->op_lline = op->op_lline;
     number_new(jump);
     op_add_ref(jump, label);
+    touch(jump);
     return jump;
 }
 
@@ -122,12 +224,26 @@ static bool writes_pc(const op_t *op)
     return sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF || op->op_type == T_CLRF);
 }
 
+static void size_once()
+{
+    if (!js.sized)
+        size_psect(js.psect);
+    js.sized = true;
+}
+
+static symbol_t *symbol_of(const op_t *jump) { return jump->op_opnd1.opnd_value.v_sym; }
+
 static bool is_return(const op_t *op) { return op->op_type == T_RETURN || op->op_type == T_RETLW; }
 
+// The same bit of the same register, which one that moves at every access is not.
 static bool same_bit(const op_t *a, const op_t *b)
 {
-    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+    const opnd_t *o = &a->op_opnd1;
+    return opnd_same(o, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2) && !sfr_isPostinc(o) && !sfr_isPostdec(o)
+        && !sfr_isPreinc(o);
 }
+
+static bool sets_bit(const op_t *op) { return op->op_type == T_BCF && (op->op_subop | TPL_INVERT) == TPL_BCF; }
 
 // The `goto` directly behind a BTFSC, both free.
 static op_t *goto_behind(op_t *b)
@@ -139,7 +255,7 @@ static op_t *goto_behind(op_t *b)
 // The same, with a BTFSC that always runs.
 static op_t *sure_goto_behind(op_t *b)
 {
-    return op_is_skip(b->op_prev) ? nullptr : goto_behind(b);
+    return after_skip(b) ? nullptr : goto_behind(b);
 }
 
 // The rules.
@@ -160,7 +276,7 @@ static op_t *j2(op_t *b)
     if (b->op_type != T_BTFSC || !is_return(b->op_next))
         return nullptr;
     op_t *r = b->op_next, *w = r->op_next;
-    if (w->op_type != T_BCF || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & INVERT) || !same_bit(b, w))
+    if (!sets_bit(w) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT) || !same_bit(b, w) || after_skip(b))
         return nullptr;
     fired("J2", CNT_SKIPS_OVER, b);
     delete_node(b);
@@ -200,20 +316,26 @@ static op_t *j4(op_t *b)
 static op_t *invert_and_drop_goto(const char *rule, op_t *b, op_t *g)
 {
     fired(rule, CNT_SKIPS_OVER, b);
-    b->op_subop ^= INVERT;
+    b->op_subop ^= TPL_INVERT;
     op_t *next = g->op_next;
     delete_node(g);
     return next;
+}
+
+// Whether a skip passes over all of it. A conditional branch that is too far away becomes two instructions.
+static bool may_be_skipped(const op_t *op)
+{
+    if (op->op_type == T_BCC)
+        size_once();
+    return op_is_code(op) && (op->op_type != T_BCC || op->op_next->op_offs - op->op_offs == 2);
 }
 
 // btfsc b / goto L / one instruction / L:
 static op_t *j5(op_t *b)
 {
     op_t *g = sure_goto_behind(b);
-    if (!g || following(g)->op_type == 0)
-        return nullptr;
-    op_t *over = following(following(g));
-    if (over->op_type == 0 || jump_target(g) != over)
+    op_t *over = g ? following(g) : nullptr;
+    if (!over || over->op_type == 0 || following(over)->op_type == 0 || jump_target(g) != following(over) || !may_be_skipped(over))
         return nullptr;
     return invert_and_drop_goto("J5", b, g);
 }
@@ -225,8 +347,7 @@ static op_t *j6(op_t *b)
     if (!g || g->op_next->op_type != T_BTFSC)
         return nullptr;
     op_t *h = g->op_next->op_next;
-    if (h->op_type != T_GOTO || !op_is_simple(g) || !op_is_simple(h)
-        || g->op_opnd1.opnd_value.v_sym != h->op_opnd1.opnd_value.v_sym)
+    if (h->op_type != T_GOTO || !op_is_simple(g) || !op_is_simple(h) || symbol_of(g) != symbol_of(h))
         return nullptr;
     return invert_and_drop_goto("J6", b, g);
 }
@@ -239,22 +360,24 @@ static op_t *j7(op_t *b)
         return nullptr;
     op_t *r = g->op_next;
     fired("J7", CNT_SKIPS_OVER, b);
-    b->op_subop ^= INVERT;
+    b->op_subop ^= TPL_INVERT;
     op_unlink(r);
     op_link_after(b, r);
     number_new(r);
-    return g->op_next;
+    touch(g);
+    touch(g->op_next);
+    return r;
 }
 
 // btfsc b / goto L, and at L the bit is given the value that it has when the goto runs
 static op_t *j8(op_t *b)
 {
     op_t *g = sure_goto_behind(b), *w = g ? jump_target(g) : nullptr;
-    if (!w || w->op_type != T_BCF || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & INVERT))
+    if (!w || !sets_bit(w) || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & TPL_INVERT))
         return nullptr;
     fired("J8", CNT_SKIPS_OVER, b);
-    point_at(g, label_before(w->op_next));
-    return g->op_next;
+    point_at(g, label_before(w->op_next)->op_sym);
+    return g;
 }
 
 // bc L, and at L a goto M that the branch reaches itself
@@ -263,16 +386,14 @@ static op_t *j9(op_t *c)
     op_t *g = c->op_type == T_BCC ? jump_target(c) : nullptr;
     if (!g || g->op_type != T_GOTO || !op_is_simple(g))
         return nullptr;
-    symbol_t *s = g->op_opnd1.opnd_value.v_sym;
-    if (!s->s_defop || s == c->op_opnd1.opnd_value.v_sym || s->s_defop->op_psect != js.psect)
+    symbol_t *s = symbol_of(g);
+    if (!s->s_defop || s == symbol_of(c) || s->s_defop->op_psect != js.psect)
         return nullptr;
-    if (!js.sized)
-        size_psect(js.psect);
-    js.sized = true;
+    size_once();
     if (254 - c->op_offs + s->s_defop->op_offs >= 511)
         return nullptr;
     fired("J9", CNT_JUMPS_TO_JUMPS, c);
-    point_at(c, s->s_defop);
+    point_at(c, s);
     return c->op_next;
 }
 
@@ -292,7 +413,7 @@ static op_t *j11(op_t *g)
 {
     if (g->op_type != T_GOTO || !op_is_simple(g))
         return nullptr;
-    symbol_t *s = g->op_opnd1.opnd_value.v_sym;
+    symbol_t *s = symbol_of(g);
     if (!s->s_defop || (s->s_flags & S_DEFHERE))
         return nullptr;
     op_t *first = s->s_defop;
@@ -301,7 +422,7 @@ static op_t *j11(op_t *g)
     if (first == s->s_defop || first->op_next == g)
         return nullptr;
     fired("J11", CNT_REDUNDANT_LABELS, g);
-    point_at(g, first);
+    point_at(g, first->op_sym);
     return g->op_next;
 }
 
@@ -317,6 +438,7 @@ static op_t *j12(op_t *g)
     g->op_subop = r->op_subop;
     g->op_opnd1 = r->op_opnd1;
     g->op_access = r->op_access;
+    touch(g->op_next);
     return g->op_next;
 }
 
@@ -324,22 +446,18 @@ static op_t *j12(op_t *g)
 static op_t *j13(op_t *g)
 {
     op_t *h = g->op_type == T_GOTO ? jump_target(g) : nullptr;
-    if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || h->op_opnd1.opnd_value.v_offs != 0
-        || h->op_opnd1.opnd_value.v_sym == g->op_opnd1.opnd_value.v_sym)
+    if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g))
         return nullptr;
     fired("J13", CNT_JUMPS_TO_JUMPS, g);
-    op_remove_ref(g, op_target(g));
-    g->op_opnd1.opnd_value = h->op_opnd1.opnd_value;
-    if (op_target(g))
-        op_add_ref(g, op_target(g));
+    point_at(g, symbol_of(h));
     return g->op_next;
 }
 
 // goto L / L:
 static op_t *j14(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g) || g->op_opnd1.opnd_value.v_offs != 0
-        || g->op_next->op_type != T_NAME || g->op_opnd1.opnd_value.v_sym->s_defop != g->op_next || after_skip(g))
+    if (g->op_type != T_GOTO || !op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next
+        || after_skip(g))
         return nullptr;
     fired("J14", CNT_JUMPS_TO_NEXT, g);
     op_t *next = g->op_next;
@@ -350,21 +468,19 @@ static op_t *j14(op_t *g)
 // btfsc p / goto L / goto M ... btfss p / goto M / L: the first test may be left to the second
 static op_t *j15(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g) || !g->op_opnd1.opnd_value.v_sym->s_defop)
+    if (g->op_type != T_GOTO || !op_is_simple(g) || !symbol_of(g)->s_defop)
         return nullptr;
-    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop, *g2 = label->op_prev, *h = g->op_next;
+    op_t *label = symbol_of(g)->s_defop, *g2 = label->op_prev, *h = g->op_next;
     if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h) || !op_is_simple(g2)
         || !jump_target(h) || jump_target(h) != jump_target(g2))
         return nullptr;
     op_t *p = g->op_prev, *q = g2->op_prev;
-    if (p == q || p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || op_is_skip(p->op_prev)
-        || op_is_skip(q->op_prev) || (p->op_subop ^ q->op_subop) != INVERT || p->op_dest != q->op_dest || !same_bit(p, q))
+    if (p == q || p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q)
+        || (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !same_bit(p, q))
         return nullptr;
     fired("J15", CNT_MOTIONS, g);
     symbol_t *old = label->op_sym;
-    op_t *test = label_before(q);
-    point_at(g, test);
-    sym_add_ref(test->op_sym);
+    point_at(g, label_before(q)->op_sym);
     if (old->s_refs > 0 && old->s_refs != REFS_KEEP)
         old->s_refs--;
     delete_node(p);
@@ -381,15 +497,14 @@ static op_t *j16(op_t *g)
 {
     if (g->op_type != T_GOTO || !op_is_simple(g) || after_skip(g))
         return nullptr;
-    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
+    op_t *label = symbol_of(g)->s_defop;
     if (!label || label->op_psect != js.psect)
         return nullptr;
     op_t *e = label->op_prev;
     while (e->op_type == T_NAME)
         e = e->op_prev;
     op_t *b = e->op_next;
-    const bool at_block = label_begins(b, "int_fun") && op_is_transfer(e) && !after_skip(e);
-    if (e->op_type == 0 || b->op_type == 0 || (!at_block && !label_begins(b->op_next, "int_fun")))
+    if (!op_is_transfer(e) || after_skip(e) || (!label_begins(b, "int_fun") && !label_begins(b->op_next, "int_fun")))
         return nullptr;
     op_t *last = b;
     while (last->op_type == T_NAME)
@@ -406,12 +521,14 @@ static op_t *j16(op_t *g)
     }
     if (last == g)
         return nullptr;
-    for (op_t *op = b;; op = op->op_next) {
-        if (op->op_type == 0 || op == g)
-            return nullptr;   // the block holds the jump, or ends before it begins
-        if (op == last)
-            break;
-    }
+    for (const op_t *op = b; op != last->op_next; op = op->op_next)
+        if (op == g)
+            return nullptr;   // the block holds the jump
+    const op_t *end = last;
+    while (end->op_type == T_NAME)
+        end = end->op_prev;
+    if (!op_is_transfer(end) || after_skip(end))
+        return nullptr;       // control runs on behind the block
     fired("J16", CNT_MOTIONS, g);
     opt_count(CNT_JUMPS_TO_NEXT);
     op_t *where = g;
@@ -424,6 +541,8 @@ static op_t *j16(op_t *g)
     op_t *next = where->op_next;
     delete_node(g);
     number_nodes();
+    build_index();
+    js.sized = false;
     return next;
 }
 
@@ -432,14 +551,6 @@ struct tail_t {
     op_t *a, *b;
     unsigned length;
 };
-
-static op_t *before(op_t *op, bool skip_labels)
-{
-    op = op->op_prev;
-    while (skip_labels && op->op_type == T_NAME)
-        op = op->op_prev;
-    return op;
-}
 
 static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
 {
@@ -455,7 +566,6 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
     return t;
 }
 
-static bool stops_j17(const op_t *op) { return always_stops(op) || (op->op_type == T_DB && op->op_next->op_type == T_NAME); }
 static bool stops_j18(const op_t *op) { return always_stops(op) || op->op_type == T_DB; }
 
 // The tail at t.a becomes a jump to the one at t.b. Returns where the walk goes on.
@@ -472,55 +582,72 @@ static op_t *j17(op_t *g)
 {
     if (g->op_type != T_GOTO || codecov_seen || !op_is_simple(g) || after_skip(g))
         return nullptr;
-    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
+    op_t *label = symbol_of(g)->s_defop;
     if (!label)
         return nullptr;
     const tail_t t = compare_tails(g, label, false);
-    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, stops_j17, true) : nullptr;
-}
-
-// The jumps that may be the same as `g`: those that refer to its label, or none if it leads nowhere known.
-static vec_t<op_t *> rivals(const op_t *g)
-{
-    op_t *target = op_target(g);
-    return target ? target->op_refs : vec_t<op_t *>{};
+    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, always_stops, true) : nullptr;
 }
 
 // Whether the tail at the other goto may take over from the one before `g`.
 static bool j18_accepts(const tail_t &t)
 {
-    if (t.length == 0 || t.b->op_type == T_GOTO || after_skip(t.a))
+    if (t.b->op_type == T_GOTO)
         return false;
     const op_t *p = t.a->op_prev;
-    if (p->op_type == T_GOTO && op_is_simple(p) && p->op_opnd1.opnd_value.v_sym->s_defop
-        && following(p->op_opnd1.opnd_value.v_sym->s_defop->op_prev) == t.b)
+    if (p->op_type == T_GOTO && jump_target(p) == t.b)
         return false;
     if (t.a->op_remark && cache_starts_with(t.a->op_remark, ";#"))
         return false;
     return !is_return(t.b) || op_is_simple(t.a);
 }
 
-// A tail before a goto, and before another goto to the same label
+// The tail that ends at the first rival behind the position `from` whose tail `accepts` takes, or one of length 0.
+static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    tail_t best = {};
+    uint64_t order = ORDER_LAST;
+    uint32_t left = MOST_RIVALS;
+    const uint64_t key = key_of(g);
+    for (uint32_t *chain : js.chains) {
+        uint32_t *link = &chain[key & (js.slots - 1)];
+        while (*link && left > 0) {
+            entry_t *e = &js.entries[*link - 1];
+            op_t *c = e->jump;
+            if (c->op_id != e->id) {
+                *link = e->next;     // the node is gone
+                continue;
+            }
+            link = &e->next;
+            if (e->key != key || c == g || c->op_order <= from)
+                continue;
+            if (c->op_order >= order) {
+                if (chain == js.chains[0])
+                    break;
+                continue;
+            }
+            left--;
+            const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
+            if (t.length > 0 && !after_skip(t.a) && accepts(t)) {
+                best = t;
+                order = c->op_order;
+            }
+        }
+    }
+    return best;
+}
+
+// A tail before a goto, and before another goto to the same place
 static op_t *j18(op_t *g)
 {
     if (g->op_type != T_GOTO || codecov_seen || after_skip(g))
         return nullptr;
-    tail_t best = {};
-    uint64_t order = UINT64_MAX;
-    for (op_t *c : rivals(g)) {
-        if (c == g || c->op_type != T_GOTO || c->op_psect != js.psect || c->op_order >= order || !op_same(g, c))
-            continue;
-        const tail_t t = compare_tails(g, c, true);
-        if (j18_accepts(t)) {
-            best = t;
-            order = c->op_order;
-        }
-    }
-    return best.length > 0 ? merge("J18", best, stops_j18, false) : nullptr;
+    const tail_t t = best_rival(g, 0, true, j18_accepts);
+    return t.length > 0 ? merge("J18", t, stops_j18, false) : nullptr;
 }
 
 // Whether control falls into `op`: going back, a label or the list's head comes before an unconditional transfer. With
-// `or_skipped`, a transfer that a skip may pass over doesn't count.
+// `or_skipped`, a transfer that a skip may pass over is enough.
 static bool falls_into(const op_t *op, bool or_skipped)
 {
     for (op = op->op_prev;; op = op->op_prev) {
@@ -533,24 +660,15 @@ static bool falls_into(const op_t *op, bool or_skipped)
     }
 }
 
+static bool j19_accepts(const tail_t &t) { return falls_into(t.a, false) && falls_into(t.b, true); }
+
 // The same with a goto further down, label by label
 static op_t *j19(op_t *g)
 {
-    if (g->op_type != T_GOTO || after_skip(g) || op_is_skip(g->op_prev))
+    if (g->op_type != T_GOTO || after_skip(g))
         return nullptr;
-    tail_t best = {};
-    uint64_t order = UINT64_MAX;
-    for (op_t *c : rivals(g)) {
-        if (c->op_type != T_GOTO || c->op_psect != js.psect || c->op_order <= g->op_order || c->op_order >= order
-            || !op_same(g, c))
-            continue;
-        const tail_t t = compare_tails(g, c, false);
-        if (t.length > 0 && !after_skip(t.a) && falls_into(t.a, false) && falls_into(t.b, true)) {
-            best = t;
-            order = c->op_order;
-        }
-    }
-    return best.length > 0 ? merge("J19", best, always_stops, true) : nullptr;
+    const tail_t t = best_rival(g, g->op_order, false, j19_accepts);
+    return t.length > 0 ? merge("J19", t, always_stops, true) : nullptr;
 }
 
 static op_t *(*const rules[])(op_t *op) = {
@@ -577,9 +695,9 @@ void opt_jump_walk(symbol_t *psect)
     code_list_t *list = psect->s_psect->p_code;
     js.psect = psect;
     js.sized = false;
+    build_index();
     delete_leading_dead_code(list);
-    list_clear_refs(psect);
-    list_build_refs(psect);
+    list_renew_refs(psect);
     number_nodes();
     for (op_t *op = list->head.op_next; op->op_type != 0;) {
         if (!loopguard_next(js.guard))
@@ -642,34 +760,46 @@ static bool may_follow(const op_t *m)
     }
 }
 
+// Whether nothing but `c` leads to the code at `arm` or the labels before it.
+static bool only_way_in(const op_t *c, const op_t *arm)
+{
+    for (const op_t *op = arm->op_prev; op->op_type == T_NAME; op = op->op_prev) {
+        if (op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
+            return false;
+        for (const op_t *ref : op->op_refs)
+            if (ref != c)
+                return false;
+    }
+    return true;
+}
+
 // The branch `c`, and where the walk goes on.
 static op_t *hoist_common_beginning(op_t *c)
 {
-    op_t *n = c->op_next, *t = op_target(c), *b = n;
+    op_t *n = c->op_next, *t = jump_target(c), *b = n;
     while (b->op_type != 0 && !op_barrier(b))
         b = b->op_next;
-    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != following(t->op_prev))
+    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != t || !only_way_in(c, t))
         return n;
-    op_t *a = n, *e = following(t->op_prev);
+    op_t *a = n, *e = t;
     for (; op_same(a, e); a = a->op_next, e = e->op_next)
         if (branch_depends_on(c, a) || !may_move(a) || !may_follow(a->op_next) || op_barrier(a) || op_barrier(e))
-            return c->op_next;
-    op_t *behind = c->op_next;
+            return n;
     opt_fired("branch stage", CNT_COMMON, c);
-    if (a != n) {
-        for (op_t *dead = following(t->op_prev), *next; dead != e; dead = next) {
-            next = dead->op_next;
-            op_delete_if_live(dead);
-        }
-        op_unlink(c);
-        op_link_after(a->op_prev, c);
-        behind = a;
+    if (a == n)
+        return n;
+    for (op_t *dead = t, *next; dead != e; dead = next) {
+        next = dead->op_next;
+        op_delete_if_live(dead);
     }
-    return behind;
+    op_unlink(c);
+    op_link_after(a->op_prev, c);
+    return a;
 }
 
 void opt_branch_stage(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
-        op = op->op_type == T_BCC && op_free(op) && op_target(op) && !after_skip(op) ? hoist_common_beginning(op) : op->op_next;
+        op = op->op_type == T_BCC && op_free(op) && !(op->op_flags & OPF_SKIPPED) && jump_target(op) && !after_skip(op)
+            ? hoist_common_beginning(op) : op->op_next;
 }

@@ -11,8 +11,10 @@
 // in `jump` and `peep`.
 #include "optim/optim.h"
 
+#include "code/program.h"
 #include "code/sfrop.h"
 #include "common/loopguard.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/qvdebug.h"
@@ -81,11 +83,32 @@ bool same_memory_group(const symbol_t *a, const symbol_t *b)
         && (!(p->p_optim & PO_MINOCG) || p->p_group == q->p_group);
 }
 
+bool op_is_silent(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_NAME: case T_NUMLABEL: case T_IF: case T_ELSE: case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET:
+    case T_TITLE: case T_INCLUDE: case T_MESSG:
+        return true;
+    default:
+        return op->op_flags & OPF_SKIPPED;
+    }
+}
+
+bool op_is_code(const op_t *op)
+{
+    switch (op->op_type) {
+    case 0: case T_DB: case T_DS: case T_ORG: case T_ALIGN:
+        return false;
+    default:
+        return !op_is_silent(op);
+    }
+}
+
 bool after_skip(const op_t *op)
 {
     do
         op = op->op_prev;
-    while (op->op_type == T_NAME);
+    while (op_is_silent(op));
     return op_is_skip(op);
 }
 
@@ -97,6 +120,13 @@ bool op_volatile(const op_t *op)
 static op_t *past_labels(op_t *op)
 {
     while (op->op_type == T_NAME)
+        op = op->op_next;
+    return op;
+}
+
+static op_t *past_silent(op_t *op)
+{
+    while (op_is_silent(op))
         op = op->op_next;
     return op;
 }
@@ -142,12 +172,7 @@ bool op_same(const op_t *a, const op_t *b)
 {
     if (!a || !b || a->op_type != b->op_type || a->op_subop != b->op_subop || a->op_dest != b->op_dest)
         return false;
-    switch (a->op_type) {
-    case 0: case T_ORG: case T_DB: case T_INCLUDE: case T_NAME: case T_TITLE:
-        return false;
-    default:
-        return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
-    }
+    return op_is_code(a) && op_is_code(b) && opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
 }
 
 bool op_barrier(const op_t *op)
@@ -163,14 +188,11 @@ bool op_barrier(const op_t *op)
 
 bool label_only_from(const op_t *label, const op_t *branch)
 {
-    if (label->op_type != T_NAME || vec_size(label->op_refs) > 1)
+    if (label->op_type != T_NAME || vec_size(label->op_refs) > 1 || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
         return false;
-    for (const op_t *op = label; op != branch; op = op->op_prev) {
-        if (op->op_type == 0 || (op->op_flags & OPF_MARK))
+    for (const op_t *op = label->op_prev; op != branch; op = op->op_prev)
+        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op->op_refs) > 0))
             return false;
-        if (op != label && op->op_type == T_NAME && vec_size(op->op_refs) > 0)
-            return false;
-    }
     return true;
 }
 
@@ -212,16 +234,52 @@ int list_delete_label(op_t *node)
 
 unsigned list_delete_unused_labels(symbol_t *psect)
 {
-    unsigned visited = 0;
+    unsigned gone = 0;
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
         next = op->op_next;
-        if (op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & S_DEFHERE)
-            && vec_size(op->op_refs) == 0) {
-            visited++;
-            list_delete_label(op);
-        }
+        if (op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
+            && vec_size(op->op_refs) == 0)
+            gone += static_cast<unsigned>(list_delete_label(op));
     }
-    return visited;
+    return gone;
+}
+
+// Depth is bounded by the size of a tree.
+static void note_taken(const value_t *v)
+{
+    if (v->v_rtype == RT_SYM || v->v_rtype == RT_SYM_SEG)
+        v->v_sym->s_flags |= S_TAKEN;
+    else if (rtype_is_binary(v->v_rtype) || rtype_is_unary(v->v_rtype))
+        for (int i = rtype_is_binary(v->v_rtype); i >= 0; i--)
+            note_taken(&v->v_kids[i]);
+}
+
+static bool leads_to_label(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL:
+        return op_is_simple(op);
+    default:
+        return false;
+    }
+}
+
+void note_taken_labels()
+{
+    for (const code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
+            if (op->op_type == T_NAME && op->op_sym)
+                op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
+    for (const code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+            if (!leads_to_label(op))
+                note_taken(&op->op_opnd1.opnd_value);
+            note_taken(&op->op_opnd2.opnd_value);
+            for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
+                note_taken(&item->value);
+        }
+    if (program.has_end_value)
+        note_taken(&program.end_value);
 }
 
 // Reachability. Nodes whose successors are still to be followed wait on a stack.
@@ -254,9 +312,9 @@ void reach_mark(op_t *from)
         while (op && op->op_type != 0 && !(op->op_flags & OPF_MARK)) {
             op->op_flags |= OPF_MARK;
             if (op_is_skip(op)) {
-                op_t *skipped = following(op);
-                reach_later(skipped);
-                op = skipped->op_type == 0 ? nullptr : following(skipped);
+                op_t *skipped = past_silent(op->op_next);
+                reach_later(op->op_next);
+                op = skipped->op_type == 0 ? nullptr : past_silent(skipped->op_next);
             } else if (op->op_type == T_GOTO) {
                 op = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
             } else {
@@ -291,9 +349,20 @@ static void mark_reachable(code_list_t *list)
         op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
         if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
-            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1))
+            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op->op_refs) > 0))
             reach_mark(op);
     reach_mark(list->head.op_next);
+}
+
+static void reduce_operands(code_list_t *list)
+{
+    const srcpos_t position = srcpos;
+    for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+        op_set_position(op);
+        value_eval(&op->op_opnd1.opnd_value);
+        value_eval(&op->op_opnd2.opnd_value);
+    }
+    srcpos = position;   // new nodes take it
 }
 
 // Repeats `walk` while it changes the list. True if it ever did.
@@ -320,10 +389,7 @@ bool opt_psect(symbol_t *psect)
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
     move_sets_to_front(list);
     mark_reachable(list);
-    for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
-        value_eval(&op->op_opnd1.opnd_value);
-        value_eval(&op->op_opnd2.opnd_value);
-    }
+    reduce_operands(list);
     bool any = false;
     for (;;) {
         const bool peeped = stage(psect, walks, no_peep, peephole_walk);

@@ -48,12 +48,17 @@ bool same_memory_group(const symbol_t *a, const symbol_t *b);
 inline bool op_free(const op_t *op) { return !(op->op_flags & OPF_FIXED); }
 inline bool op_is_skip(const op_t *op) { return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ; }
 inline bool op_is_transfer(const op_t *op) { return op->op_type == T_GOTO || op->op_type == T_RETURN || op->op_type == T_RETLW; }
-inline bool op_is_simple(const op_t *op) { return op->op_opnd1.opnd_value.v_rtype == RT_SYM; }
-bool after_skip(const op_t *op);            // the nearest node before it that is no label is a skip
+inline bool op_is_simple(const op_t *op)
+{
+    return op->op_opnd1.opnd_value.v_rtype == RT_SYM && op->op_opnd1.opnd_value.v_offs == 0;
+}
+bool op_is_silent(const op_t *op);          // stands between instructions and takes no part: label, condition, definition, ...
+bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
+bool after_skip(const op_t *op);            // the nearest node before it that isn't silent is a skip
 bool op_volatile(const op_t *op);
 op_t *following(const op_t *op);            // the first node behind it that is no label
 op_t *jump_target(const op_t *jump);        // where a simple jump leads, behind the labels there; null if unknown
-bool op_same(const op_t *a, const op_t *b);
+bool op_same(const op_t *a, const op_t *b); // equal instructions
 bool opnd_same(const opnd_t *a, const opnd_t *b);
 bool op_barrier(const op_t *op);
 bool label_only_from(const op_t *label, const op_t *branch);
@@ -64,4 +69,7 @@ op_t *op_new_goto(op_t *label_node);
 
 // Labels. Those whose names begin "__end_of_" or "__ccov" stay.
 int list_delete_label(op_t *node);
+// Labels that are only known here and that nothing leads to any more. Returns how many went.
 unsigned list_delete_unused_labels(symbol_t *psect);
+// Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever jumps.
+void note_taken_labels();

@@ -7,6 +7,11 @@
 // longest runs that they have in common, the group that saves most goes first, and since it takes nodes away, each group is
 // looked at again when its turn comes.
 //
+// What is known of a node is found out before anything moves, and holds as long as the node isn't taken: a run that may be
+// cut out never begins or ends within the reach of a skip, and nothing outside leads into it. So a node keeps its place among
+// its neighbours, its being a join point, and those who lead to it. A place is the node's number in the whole program, which
+// tells in one step whether a node lies in a run.
+//
 // What may bite: a node that is taken out stays as it was, for members of other groups may still point to it. Its flag says
 // that it is gone, and every test asks for the flag first.
 #include "optim/pa.h"
@@ -28,28 +33,32 @@
 constexpr uint32_t COST = 6;                  // bytes of a call and a return
 constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run
 constexpr uint32_t FIRST_MEMBERS = 19;        // of a group that are compared with the others
+constexpr uint64_t MOST_STEPS = 200'000'000;  // of comparisons, which end after LONGEST nodes from then on
 constexpr uint32_t ERRATA_NO_PA = 0x11;
 constexpr uint16_t CALL = 0xEC00, RETURN = 0x0012, NOP_NOT_BEHIND = 2;
-enum : uint32_t { PAF_TAKEN = 2 };            // the node belongs to an abstraction, made or replaced
+
+// pa_flags
+enum : uint32_t {
+    PAF_TAKEN = 2,                            // the node belongs to an abstraction, made or replaced
+    PAF_JOIN = 4,                             // of a node that isn't taken: a join point
+    PAF_MOVABLE = 8,                          // the place where the node stands allows that it goes
+};
 
 struct pa_node_t {
-    uint32_t pa_hash;
+    op_t *pa_ref1;                            // of a join point: the first node that leads to it
+    const char *pa_text;                      // interned
     uint32_t pa_refs;                         // of a join point: nodes that lead to it
-    op_t *pa_ref1;                            // the first of them
+    uint32_t pa_place;                        // number in the program, from 1; 0 for nodes made here
+    uint32_t pa_hash;
     uint32_t pa_size;                         // bytes
     uint32_t pa_len, pa_sum, pa_crc;          // of a candidate: nodes of its run, sum of their hashes, CRC of them
     uint32_t pa_flags;
-    const char *pa_text;                      // interned
-};
-
-struct pair_t {
-    op_t *a, *b;
 };
 
 // A length that members of a group have in common.
 struct length_t {
-    uint32_t ss_len, ss_comlen, ss_saving, id;
-    vec_t<pair_t *> pairs;
+    uint32_t ss_len, ss_comlen, ss_saving, pairs;
+    op_t *first;                              // the first member of the first pair
 };
 
 struct pa_group_t {
@@ -60,8 +69,13 @@ struct pa_group_t {
 
 static struct {
     uint32_t next_id, next_psect;
-    bool attached;
+    uint64_t steps;
+    bool surveyed;
     hash_of<const char *, const char *> texts;
+    textbuf_t text;
+    length_t *lengths;                        // of the group that is evaluated
+    uint32_t length_count, length_room;
+    hash_of<uint32_t, uint32_t> by_length;    // place among them, from 1
 } st;
 
 static pa_node_t *pa(const op_t *op) { return op->op_pa; }
@@ -111,39 +125,54 @@ static bool pa_flow(const op_t *a, const op_t *b)
     if (a->op_type != b->op_type || a->op_subop != b->op_subop)
         return false;
     switch (a->op_type) {
-    case T_GOTO: return true;
+    case T_GOTO: return a->op_opnd1.opnd_value.v_offs == b->op_opnd1.opnd_value.v_offs;
     case T_BTFSC: return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
-    case T_DECFSZ: case T_CPFSEQ: return opnd_same(&a->op_opnd1, &b->op_opnd1);
+    case T_DECFSZ: return a->op_dest == b->op_dest && opnd_same(&a->op_opnd1, &b->op_opnd1);
+    case T_CPFSEQ: return opnd_same(&a->op_opnd1, &b->op_opnd1);
     default: return false;
     }
 }
 
+static bool is_open_label(const op_t *op) { return op->op_type == T_NAME && !(op->op_sym->s_flags & S_DEFHERE); }
+
 // Control can reach the node other than by falling into it.
 static bool pa_join(const op_t *n)
 {
+    if (!taken(n))
+        return pa(n)->pa_flags & PAF_JOIN;
     const op_t *before = n->op_prev;
-    while (before && before->op_type == T_NAME)
+    while (op_is_silent(before))
         before = before->op_prev;
-    if (before && before->op_type != 0 && after_skip(before))
-        return true;
-    return n->op_type == T_NAME && !(n->op_sym->s_flags & S_DEFHERE);
+    return (before->op_type != 0 && after_skip(before)) || is_open_label(n);
 }
 
 static bool contested(const op_t *n) { return pa_join(n) && pa(n)->pa_refs != 1; }
+static bool movable(const op_t *n) { return pa(n)->pa_flags & PAF_MOVABLE; }
 
+static bool leads_away(const opnd_t *o) { return sfr_isTos(o) || sfr_isPc(o); }
+
+// Data and conditions stay where they are, as does a jump to a place that isn't known.
 static bool pa_abstractable(const op_t *n)
 {
-    if (n->op_callstack == 0 || !op_free(n) || !n->op_psect || !psect_is_function(n->op_psect)
-        || sfr_isTos(&n->op_opnd1) || sfr_isPc(&n->op_opnd1))
+    if (!movable(n) || !op_free(n) || leads_away(&n->op_opnd1))
         return false;
     switch (n->op_type) {
     case T_PUSH: case T_RCALL: case T_CALL: case T_NOP: case T_TRAP: case T_DBOUT: case T_SETCNT:
+    case T_DB: case T_DS: case T_ORG: case T_ALIGN: case T_IF: case T_ELSIF: case T_ELSE: case T_ENDIF: case T_MESSG:
         return false;
-    default: {
-        const op_t *next = following(n);
-        return next->op_type != T_NOP || next->op_subop != NOP_NOT_BEHIND;
+    case T_BRA: case T_BCC:
+        if (!op_target(n))
+            return false;
+        break;
+    case T_MOVFF: case T_MOVFFL:
+        if (leads_away(&n->op_opnd2))
+            return false;
+        break;
+    default:
+        break;
     }
-    }
+    const op_t *next = following(n);
+    return next->op_type != T_NOP || next->op_subop != NOP_NOT_BEHIND;
 }
 
 // Runs. Their length counts nodes.
@@ -151,12 +180,8 @@ static bool pa_abstractable(const op_t *n)
 // The position of `x` in the run, from 1; 0 if it lies outside or control comes to it from elsewhere.
 static uint32_t position(const op_t *run, uint32_t length, const op_t *x)
 {
-    if (contested(x))
-        return 0;
-    for (uint32_t k = 1; k <= length; k++, run = run->op_next)
-        if (run == x)
-            return k;
-    return 0;
+    const uint32_t k = pa(x)->pa_place - pa(run)->pa_place;
+    return k < length && !taken(x) && !contested(x) ? k + 1 : 0;
 }
 
 static uint32_t bytes(const op_t *run, uint32_t length)
@@ -167,28 +192,41 @@ static uint32_t bytes(const op_t *run, uint32_t length)
     return n;
 }
 
-// Whether the run may be cut out. `mask`: flags that none of its nodes may have.
-static bool pa_valid(const op_t *run, uint32_t length, uint32_t mask)
+// How much of the run may be cut out at best: `length` if all of it may. No node of it may have a flag of `mask`.
+static uint32_t valid_part(const op_t *run, uint32_t length, uint32_t mask)
 {
+    if (after_skip(run))
+        return 0;
     const op_t *v = run;
     for (uint32_t i = 0; i < length; i++, v = v->op_next) {
         if (taken(v, mask))
-            return false;
+            return i;
         if (v->op_type == T_NAME) {
-            if (pa_join(v) && (!pa(v)->pa_ref1 || position(run, length, pa(v)->pa_ref1) == 0))
-                return false;
+            const op_t *from = pa(v)->pa_ref1;
+            if (pa_join(v) && (!from || position(run, length, from) == 0 || (v->op_sym->s_flags & S_TAKEN)))
+                return i;
         } else if (i == 1 && pa_join(v)) {
-            return false;
+            return i;
         }
         if (is_flow(v)) {
             const op_t *t = op_target(v);
             if (!t || position(run, length, t) == 0)
-                return false;
+                return i;
         }
     }
     while (v->op_type == T_NAME)
         v = v->op_next;
-    return v->op_type == 0 || !pa_join(v);
+    return v->op_type != 0 && pa_join(v) ? length - 1 : length;
+}
+
+static bool pa_valid(const op_t *run, uint32_t length, uint32_t mask) { return valid_part(run, length, mask) == length; }
+
+// Shortens the run from its end until it may be cut out.
+static uint32_t valid_length(const op_t *run, uint32_t length, uint32_t mask)
+{
+    for (uint32_t part; length > 0 && (part = valid_part(run, length, mask)) < length;)
+        length = part;
+    return length;
 }
 
 static bool pa_equal(const op_t *a, const op_t *b, uint32_t length)
@@ -225,13 +263,13 @@ static bool pa_equal(const op_t *a, const op_t *b, uint32_t length)
 
 static bool common_pair(const op_t *u, const op_t *v)
 {
-    if (pa_flow(u, v)) {
+    if (pa_flow(u, v) && movable(u) && movable(v)) {
         const op_t *t = op_target(u), *w = op_target(v);
         return t && w && pa_join(t) && pa_join(w) && u->op_offs - t->op_offs == v->op_offs - w->op_offs;
     }
     if (u->op_type == T_NAME || v->op_type == T_NAME)
         return u->op_type == v->op_type && pa_join(u) && pa_join(v) && pa(u)->pa_refs == 1 && pa(v)->pa_refs == 1;
-    return pa_abstractable(u) && pa(u)->pa_text == pa(v)->pa_text;
+    return pa(u)->pa_text == pa(v)->pa_text && pa_abstractable(u) && pa_abstractable(v);
 }
 
 // The length of the run of at least `least` bytes that begins the same at both nodes, or 0.
@@ -245,59 +283,86 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
             break;
         u = u->op_next;
         v = v->op_next;
-        if (u == b || v == a)
+        if (u == b || v == a || (n >= LONGEST && ++st.steps > MOST_STEPS))
             break;
     }
     if (size < least)
         return 0;
-    while (!pa_valid(a, n, PAF_TAKEN))
-        if (--n <= 1)
-            return 0;
+    n = valid_length(a, n, PAF_TAKEN);
     return bytes(a, n) >= least ? n : 0;
 }
 
 // What is known of each node.
 
+// Whether the node may leave its place at all.
+static bool may_move(const op_t *op, bool psect_allows)
+{
+    return psect_allows && op->op_callstack != 0 && !(op->op_flags & OPF_SKIPPED);
+}
+
+// Gives the nodes of a list their records, and finds its join points.
+static void survey(code_list_t *list, uint32_t *place)
+{
+    const bool allowed = psect_is_function(list->psect);
+    bool skip = false, behind_skip = false;       // what the last instruction is
+    for (op_t *op = list->head.op_next;; op = op->op_next) {
+        op->op_pa = xnew<pa_node_t>();
+        pa(op)->pa_place = ++*place;
+        if (behind_skip || is_open_label(op))
+            pa(op)->pa_flags |= PAF_JOIN;
+        if (op->op_type == 0)
+            break;
+        if (may_move(op, allowed))
+            pa(op)->pa_flags |= PAF_MOVABLE;
+        if (!op_is_silent(op)) {
+            behind_skip = skip;
+            skip = op_is_skip(op);
+        }
+    }
+}
+
+// Every node of the program gets a record, for a jump may lead anywhere. Until the last set is done no other module uses the
+// place where it hangs.
+static void survey_all()
+{
+    uint32_t place = 0;
+    for (code_list_t *list : psect_list)
+        survey(list, &place);
+    for (code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+            op_t *t = op->op_flags & OPF_SKIPPED ? nullptr : op_target(op);
+            if (t && pa_join(t) && pa(t)->pa_refs++ == 0)
+                pa(t)->pa_ref1 = op;
+        }
+    st.texts = hash_make<const char *, const char *>(5003, hash_text, hash_strcmp);
+    st.by_length = hash_make<uint32_t, uint32_t>(100, nullptr, nullptr);
+    st.surveyed = true;
+}
+
 static const char *intern(std::string_view text)
 {
-    const char *copy = xstrndup(text.data(), text.size());
-    const char *known = hash_lookup(st.texts, copy);
-    if (!known)
-        hash_insert(st.texts, copy, known = copy);
+    st.text.length = 0;
+    text_add(&st.text, text.data(), text.size());
+    text_add(&st.text, "", 1);
+    const char *known = hash_lookup(st.texts, st.text.at);
+    if (!known) {
+        known = xstrndup(text.data(), text.size());
+        hash_insert(st.texts, known, known);
+    }
     return known;
 }
 
-static void describe(op_t *op, symbol_t *psect)
+static void describe(op_t *op, const symbol_t *psect)
 {
     pa_node_t *n = pa(op);
     n->pa_text = intern(asm_op(op, ASM_COMPARE));
     n->pa_size = op->op_next->op_offs - op->op_offs;
-    op_t *t = op_target(op);
-    if (is_flow(op) && t && t->op_psect == psect)
+    const op_t *t = is_flow(op) ? op_target(op) : nullptr;
+    if (t && t->op_psect == psect)
         n->pa_hash = (t->op_offs - op->op_offs) | static_cast<uint32_t>(op->op_subop) << 16
                    | static_cast<uint32_t>(op->op_type) << 8;
     else
         n->pa_hash = crc_string(n->pa_text);
-    if (t && pa_join(t) && pa(t)->pa_refs++ == 0)
-        pa(t)->pa_ref1 = op;
-}
-
-static void attach(op_t *op)
-{
-    op->op_pa = xnew<pa_node_t>();
-}
-
-// Every node of the program gets a clear record, for a jump may lead anywhere. Between the sets of one run no other module
-// uses the place, so the records that the first set made serve the others.
-static void attach_all()
-{
-    for (code_list_t *list : psect_list)
-        for (op_t *op = &list->head; op; op = op->op_next)
-            if (st.attached && op->op_pa)
-                *op->op_pa = {};
-            else
-                attach(op);
-    st.attached = true;
 }
 
 // Candidates.
@@ -307,7 +372,7 @@ static bool find_run(op_t *n)
 {
     uint32_t count = 0, size = 0;
     for (const op_t *op = n; count < LONGEST && op->op_type != 0; op = op->op_next) {
-        if (is_flow(op) ? !op_target(op) || !pa_join(op_target(op))
+        if (is_flow(op) ? !movable(op) || !op_target(op) || !pa_join(op_target(op))
                         : !(pa_join(op) && pa(op)->pa_refs == 1) && !pa_abstractable(op))
             break;
         count++;
@@ -315,10 +380,9 @@ static bool find_run(op_t *n)
     }
     if (size < COST)
         return false;
-    while (!pa_valid(n, count, 0))
-        if (--count <= 1)
-            return false;
-    if (bytes(n, count) < COST)
+    const uint32_t all = count;
+    count = valid_length(n, count, 0);
+    if ((count <= 1 && all > 1) || bytes(n, count) < COST)
         return false;
     uint32_t sum = 0, crc = CRC_START, i = 0;
     size = 0;
@@ -354,12 +418,6 @@ static int by_saving(pa_group_t *a, pa_group_t *b)
     return c ? c : compare(b->id, a->id);
 }
 
-static int by_length_saving(length_t *a, length_t *b)
-{
-    const int c = compare(b->ss_saving, a->ss_saving);
-    return c ? c : compare(b->id, a->id);
-}
-
 // Candidates that are equal to their neighbours become groups.
 static vec_t<pa_group_t *> make_groups(vec_t<op_t *> candidates)
 {
@@ -383,53 +441,52 @@ static vec_t<pa_group_t *> make_groups(vec_t<op_t *> candidates)
     return groups;
 }
 
-static length_t *length_record(vec_t<length_t *> lengths, hash_of<uint32_t, length_t *> by_length, const op_t *member, uint32_t k)
+// Counts a pair whose first member is `a` and whose common run has `k` nodes.
+static void note_pair(op_t *a, uint32_t k)
 {
-    length_t *record = hash_lookup(by_length, k);
-    if (!record) {
-        record = xnew<length_t>();
-        record->ss_len = k;
-        record->ss_comlen = bytes(member, k) + 1 - COST;
-        record->id = ++st.next_id;
-        record->pairs = vec_make<pair_t *>();
-        hash_insert(by_length, k, record);
-        vec_add(lengths, record);
+    uint32_t at = hash_lookup(st.by_length, k);
+    if (at == 0) {
+        if (st.length_count == st.length_room) {
+            length_t *larger = xnew<length_t>(st.length_room = 2 * st.length_room + 100);
+            for (uint32_t i = 0; i < st.length_count; i++)
+                larger[i] = st.lengths[i];
+            st.lengths = larger;
+        }
+        st.lengths[st.length_count] = {k, bytes(a, k) + 1 - COST, 0, 0, a};
+        hash_insert(st.by_length, k, at = ++st.length_count);
     }
-    return record;
+    length_t *record = &st.lengths[at - 1];
+    record->ss_saving = record->ss_comlen * record->pairs++;
 }
 
-// Finds the length that saves most.
+// Finds the length that saves most, of several the one that was found last.
 static void evaluate(pa_group_t *g)
 {
-    vec_t<length_t *> lengths = vec_make<length_t *>();
-    hash_of<uint32_t, length_t *> by_length = hash_make<uint32_t, length_t *>(100, nullptr, nullptr);
+    st.length_count = 0;
+    hash_clear(st.by_length.raw);
     const uint32_t count = vec_size(g->members);
     for (uint32_t i = 0; i < FIRST_MEMBERS && i + 1 < count; i++)
         for (uint32_t j = i + 1; j < count; j++) {
-            op_t *a = vec_elementAt(g->members, i), *b = vec_elementAt(g->members, j);
-            const uint32_t k = pa_common(a, b, COST);
-            if (k == 0)
-                continue;
-            length_t *record = length_record(lengths, by_length, a, k);
-            pair_t *pair = xnew<pair_t>();
-            *pair = {a, b};
-            vec_add(record->pairs, pair);
-            record->ss_saving = record->ss_comlen * (vec_size(record->pairs) - 1);
+            op_t *a = vec_elementAt(g->members, i);
+            const uint32_t k = pa_common(a, vec_elementAt(g->members, j), COST);
+            if (k != 0)
+                note_pair(a, k);
         }
     g->first = nullptr;
     g->g_comlen = 0;
-    if (vec_size(lengths) > 0) {
-        vec_sort_by<length_t *, by_length_saving>(lengths);
-        const length_t *best = vec_elementAt(lengths, 0);
-        g->g_len = best->ss_len;
-        g->g_comlen = best->ss_comlen;
-        g->first = vec_elementAt(best->pairs, 0)->a;
-        g->g_saving = 0;
-        for (op_t *member : g->members)
-            if (member != g->first && pa_equal(g->first, member, g->g_len))
-                g->g_saving += g->g_comlen;
-    }
-    hash_destroy(by_length.raw);
+    const length_t *best = nullptr;
+    for (uint32_t i = 0; i < st.length_count; i++)
+        if (!best || st.lengths[i].ss_saving >= best->ss_saving)
+            best = &st.lengths[i];
+    if (!best)
+        return;
+    g->g_len = best->ss_len;
+    g->g_comlen = best->ss_comlen;
+    g->first = best->first;
+    g->g_saving = 0;
+    for (op_t *member : g->members)
+        if (member != g->first && pa_equal(g->first, member, g->g_len))
+            g->g_saving += g->g_comlen;
 }
 
 // Abstraction.
@@ -442,7 +499,7 @@ static op_t *taken_node(uint16_t type, const op_t *like)
     op->op_callstack = like->op_callstack;
     op->op_lfile = like->op_lfile;
     op->op_lline = like->op_lline;
-    attach(op);
+    op->op_pa = xnew<pa_node_t>();
     pa(op)->pa_flags = PAF_TAKEN;
     return op;
 }
@@ -562,10 +619,9 @@ void pa_psects(vec_t<symbol_t *> set, vec_t<symbol_t *> code_psects)
 {
     if (!opt.opt_space || opt.opt_debug || opt.no_pa || (opt.errata_mask & ERRATA_NO_PA))
         return;
-    if (!st.texts)
-        st.texts = hash_make<const char *, const char *>(5003, hash_text, hash_strcmp);
     vec_add(code_psects, new_psect());
-    attach_all();
+    if (!st.surveyed)
+        survey_all();
     symbol_t *before = cur_psect;
     for (symbol_t *psect : set) {
         if (cache_starts_with(psect->s_name, "int") || list_empty(psect->s_psect->p_code))

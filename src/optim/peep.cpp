@@ -105,8 +105,8 @@ static bool w_flags_valid(const op_t *n)
                 return false;
             break;
         case T_NOP:
-            if (op->op_subop == TPL_CLRW)
-                return !after_skip(op);
+            if (op->op_subop == TPL_CLRW)   // which leaves N alone
+                return !after_skip(op) && dead(REG_N, n);
             if (op->op_subop == TPL_DAW)
                 return false;
             break;
@@ -447,7 +447,7 @@ static bool b2(op_t *b)
     if_else_t s;
     return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm)
         && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && same_bit(s.arm, s.other)
-        && !same_bit(b, s.arm) && label_only_from(s.other->op_prev, s.jump) && override_arm("B2", b, s);
+        && !same_bit(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump) && override_arm("B2", b, s);
 }
 
 static bool tests_w(const op_t *b) { return sfr_isWreg(&b->op_opnd1) || sfr_isPlusw(&b->op_opnd1); }
@@ -466,8 +466,9 @@ static bool b4(op_t *b)
     if_else_t s;
     return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm)))
         && (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF))
-        && same_bit(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !op_volatile(s.arm)
-        && !op_volatile(s.other) && !tests_w(b) && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
+        && same_bit(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !sfr_isWreg(&s.arm->op_opnd1)
+        && !op_volatile(s.arm) && !op_volatile(s.other) && !tests_w(b) && !sfr_isIndirect(&b->op_opnd1)
+        && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
 }
 
 // Whether the operand is file select `i` itself or an access through it.
@@ -566,12 +567,12 @@ static void on_decfsz(op_t *n)
     walk.skipped = true;
 }
 
-// decf x / btfss status,2
+// decf x / btfss status,2. Neither what the skip skips nor what it leads to may need Z.
 static bool d1(op_t *n)
 {
     op_t *m = n->op_next;
     if (n->op_subop == TPL_COMF || walk.skipped || after_skip(n) || !tests_status(m, 2) || !op_free(m) || !dead(REG_C, n)
-        || !dead(REG_N, n) || !dead2(REG_Z, n))
+        || !dead(REG_N, n) || !dead2(REG_Z, n) || nxtuse(REG_Z, op_target(m), n, n))
         return false;
     const bool if_set = m->op_subop == TPL_BTFSS;
     becomes("D1", SJ, n, T_DECFSZ,
@@ -950,10 +951,10 @@ static bool v1(op_t *n)
 static bool v2(op_t *n)
 {
     op_t *p = n->op_prev;
-    const bool reaches_once = !sfr_isIndirect(&n->op_opnd1)
-        || sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2));
+    const bool one_access_does = sfr_isIndirect(&n->op_opnd1)
+        ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2)) : !sfr_isStatus(&n->op_opnd1);
     if ((p->op_type != T_ANDWF && p->op_type != T_INCF && p->op_type != T_ADDWF) || !to_w(p)
-        || !opnd_same(&p->op_opnd1, &n->op_opnd1) || !reaches_once || after_skip(p) || !dead(REG_W, n))
+        || !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || after_skip(p) || !dead(REG_W, n))
         return false;
     opt_fired("V2", SA, n);
     p->op_dest = DEST_F;

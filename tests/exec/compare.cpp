@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "gen.h"
@@ -21,14 +22,14 @@ enum : uint64_t { STEP_LIMIT = 200000 };
 
 struct way_t { const char *name; std::vector<std::string> arguments; bool text; };   // text: through assembly text and back
 
-static const std::vector<way_t> ways = {
+static std::vector<way_t> ways = {
     {"-O", {"-O"}, false},
     {"-O --opt=space", {"-O", "--opt=space"}, false},
     {"-O -auto_inline", {"-O", "-auto_inline"}, false},
     {"-O --errata=1", {"-O", "--errata=1"}, false},
     {"-O --errata=16385", {"-O", "--errata=16385"}, false},
     {"-A", {"-A"}, true},
-    {"-A -O --opt=space -auto_inline", {"-A", "-O", "--opt=space", "-auto_inline"}, true},
+    {"-A -O -auto_inline", {"-A", "-O", "-auto_inline"}, true},
 };
 
 struct outcome_t {
@@ -77,7 +78,7 @@ static outcome_t perform(const place_t &p, const target_t &t, const way_t *way, 
     std::vector<std::string> arguments;
     if (way) {
         arguments = way->arguments;
-        arguments.push_back("--qvdebug=on,out:" + p.trace());
+        if (!way->text) arguments.push_back("--qvdebug=on,out:" + p.trace());
         std::filesystem::remove(p.trace());
     }
     const bool text = way && way->text;
@@ -154,7 +155,7 @@ static std::map<std::string, uint64_t> rules_in(const std::string &trace)
     std::map<std::string, uint64_t> rules;
     for (size_t at = 0; (at = trace.find("> ", at)) != std::string::npos; at++) {
         const size_t end = trace.find('\n', at), paren = trace.find(" (", at);
-        if (paren < end)
+        if (trace.find("): ", at) < end)
             rules[trace.substr(at + 2, paren - at - 2)]++;
     }
     return rules;
@@ -174,7 +175,7 @@ static void report(const place_t &p, uint64_t seed, const way_t &way, pieces_t p
     printf("seed %llu, %s: %s\ncut down: %s\n%s", static_cast<unsigned long long>(seed), way.name, what.c_str(), now.c_str(),
            text.c_str());
     for (size_t at = 0; (at = trace.find("> ", at)) != std::string::npos; at++)
-        if (trace.find(" (", at) < trace.find('\n', at))
+        if (trace.find("): ", at) < trace.find('\n', at))
             printf("  %s\n", trace.substr(at + 2, trace.find('\n', at) - at - 2).c_str());
     printf("\n");
     fflush(stdout);
@@ -219,6 +220,7 @@ static void check_exclusions()
     for (const exclusion_t &e : exclusions) {
         const way_t way{e.name, {}, false};
         way_t with = way;
+        with.text = strstr(e.arguments, "-A") != nullptr;
         for (const char *at = e.arguments; *at;) {
             const size_t n = strcspn(at, " ");
             with.arguments.emplace_back(at, n);
@@ -228,14 +230,15 @@ static void check_exclusions()
         const outcome_t plain = perform(p, st.targets[0], nullptr, STEP_LIMIT);
         const std::string what = sound(plain) ? try_way(p, st.targets[0], plain, with) : plain.error + plain.sim.why;
         const bool good = sound(plain) && !what.empty();
-        printf("%-20s %s\n    %s\n%s", e.name, good ? what.c_str() : "NOT SHOWN", e.why, e.example);
+        printf("%-20s %s\n    %s\n%s", e.name, good ? what.c_str() : ("NOT SHOWN " + plain.error + plain.sim.why).c_str(), e.why, e.example);
         st.faults += !good;
     }
 }
 
 static int usage()
 {
-    fprintf(stderr, "usage: exec_compare [--bin directory] [--seed n] [--count n] [--jobs n] [--reports n] [--allow exclusion]... [--rules]\n"
+    fprintf(stderr, "usage: exec_compare [--bin directory] [--seed n] [--count n] [--jobs n] [--reports n]\n"
+                    "                    [--way \"-O\"]... [--allow exclusion]... [--rules]\n"
                     "       exec_compare --exclusions          shows that the situations that are left out misbehave\n"
                     "       exec_compare --print n             the program of a seed\n");
     return 2;
@@ -244,6 +247,7 @@ static int usage()
 int main(int argc, char **argv)
 {
     bool show_exclusions = false, print = false;
+    std::set<std::string> only;
     for (int i = 1; i < argc; i++) {
         const std::string option = argv[i];
         const bool valued = i + 1 < argc;
@@ -255,6 +259,8 @@ int main(int argc, char **argv)
             return usage();
         else if (option == "--bin")
             st.bin = argv[++i];
+        else if (option == "--way")
+            only.insert(argv[++i]);
         else if (option == "--allow" && exclusion_find(argv[i + 1]) >= 0)
             st.allowed |= uint64_t{1} << exclusion_find(argv[++i]);
         else if (option == "--seed" || option == "--print") {
@@ -269,6 +275,8 @@ int main(int argc, char **argv)
         else
             return usage();
     }
+    if (!only.empty())
+        std::erase_if(ways, [&](const way_t &way) { return !only.contains(way.name); });
     for (int i = 0; i < 2; i++)
         if (const std::string error = target_find(st.bin, i ? "ZEL8K20" : "ZEL8K10", st.targets[i]); !error.empty()) {
             fprintf(stderr, "%s\n", error.c_str());

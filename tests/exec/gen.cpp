@@ -18,10 +18,6 @@
 
 enum exclusion : uint8_t { X_NONE };
 
-const std::vector<exclusion_t> exclusions = {
-    {"none", "", "", ""},
-};
-
 struct rng_t {
     uint64_t state;
     uint32_t below(size_t n)
@@ -248,11 +244,11 @@ static std::string sequence(gen_t &g, size_t n)
     return text;
 }
 
-static std::string callee(gen_t &g, bool same_psect)
+static std::string callee(gen_t &g, bool same_psect)   // same_psect: for `rcall`, which has no fast form
 {
     std::vector<const function_t *> list;
     for (size_t i = g.function + 1; i < g.functions.size(); i++)
-        if (!same_psect || g.functions[i].psect == g.functions[g.function].psect)
+        if (!same_psect || (g.functions[i].psect == g.functions[g.function].psect && !g.functions[i].fast))
             list.push_back(&g.functions[i]);
     if (list.empty())
         return "";
@@ -312,7 +308,7 @@ static std::string fill(gen_t &g, const std::string &hole, std::string &access)
         return std::to_string(1 + g.rng.below(3));
     if (name == "n")
         return "n" + std::to_string(g.function) + "_" + std::to_string(g.loops);
-    return "L" + std::to_string(++g.labels);   // {L}
+    return "at" + std::to_string(++g.labels);   // {L}
 }
 
 static bool fixed_line(gen_t &g, const std::string &hole, std::string &line)
@@ -424,7 +420,7 @@ static void prologue(gen_t &g)
     }
     text += "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
             "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t0x7000\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
-            "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n";
+            "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain,__end_of_main\n";
     g.pieces.push_back(text);
 }
 
@@ -435,7 +431,7 @@ static void epilogue(gen_t &g)
         if (*bit == '0' || !g.functions[0].funcret)
             text += std::string("\tbtfsc\tSTATUS,") + bit + ",c\n\tbsf\tlast_status," + bit + ",c\n\tbtfss\tSTATUS," + bit +
                     ",c\n\tbcf\tlast_status," + bit + ",c\n";
-    g.pieces.push_back(text + "\tsleep\n");
+    g.pieces.push_back(text + "\taddlw\t1\n\tsleep\n");   // the addition makes the bits dead
 }
 
 static void make_function(gen_t &g, size_t i, const std::string &psect)
@@ -483,7 +479,7 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
                 flags += ",optim=" + g.rng.of(lists);
         }
         if (&f != &g.functions[0])
-            g.pieces[0] += "\tglobal\t" + f.name + "\n";
+            g.pieces[0] += "\tglobal\t" + f.name + ",__end_of_" + f.name + "\n";
     }
     for (size_t i = 0; i < count; i++)
         make_function(g, i, psects[g.functions[i].psect]);

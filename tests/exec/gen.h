@@ -1,15 +1,9 @@
 // gen: makes programs that end, for the comparison of what they do with and without the optimiser.
 #pragma once
 
+#include "exclude.h"
 #include "target.h"
 
-// A situation in which a rule of the optimiser is known to change what a program does. The generator stays out of it.
-struct exclusion_t {
-    const char *name, *why;
-    const char *arguments;   // with which the example misbehaves
-    const char *example;     // statements of `main`; what follows them stores W and C, Z and N
-};
-extern const std::vector<exclusion_t> exclusions;
 int exclusion_find(const std::string &name);   // index, or -1
 
 // A source text in pieces. Leaving out a piece leaves a program that may not assemble or end, but does nothing else forbidden.

@@ -11,7 +11,7 @@
 
 #include "link.h"
 
-enum : rlim_t { CPU_SECONDS = 20 };
+enum : rlim_t { CPU_SECONDS = 2 };
 
 int run_program(const std::vector<std::string> &arguments, const std::string &output)
 {

@@ -48,6 +48,7 @@ static const row_t moves[] = {
     {"incf x,w / movwf x / DEAD", "incf x / DEAD"},
     {"incf x,w / movwf x / mulwf y / DEAD"},
     {"incf postinc0,w / movwf postinc0 / DEAD"},
+    {"incf status,w / movwf status / DEAD"},
     {"btfsc y,0 / incf x,w / movwf x / DEAD"},
     {"movlw 0 / movwf x / DEAD", "movlw 0 / clrf x / DEAD"},
     {"movlw 0 / movwf x / USED"},
@@ -94,6 +95,7 @@ static const row_t arithmetic[] = {
     {"comf x / btfsc status,2 / bra L / L: / DEAD"},
     {"decf x / btfss status,2 / bra L / L: / bz M / M: / DEAD"},
     {"btfsc y,0 / decf x / btfss status,2 / bra L / L: / DEAD"},
+    {"decf x / btfss status,2 / incf z / bcf status,0 / bz L / L: / DEAD"},
     // Only one of two movlw counts behind what has become a skip.
     {"incf x / btfsc status,2 / movlw 5 / movwf y / movlw 5 / mulwf z / DEAD",
      "infsnz x / movlw 5 / movwf y / movlw 5 / mulwf z / DEAD"},
@@ -167,6 +169,7 @@ static const row_t control[] = {
      "swapf y / btfsc x,0 / setf y / goto L2 / L1: / L2: / USED"},
     {"btfsc x,0 / goto L1 / movwf y / goto L2 / L1: / negf y / L2: / USED"},
     {"btfsc y,0 / goto L1 / movwf y / goto L2 / L1: / setf y / L2: / USED"},
+    {"btfsc x,0 / goto L1 / swapf wreg / goto L2 / L1: / movwf wreg / L2: / USED"},
     {"btfsc x,0 / goto L1 / lfsr 0,1 / goto L2 / L1: / lfsr 0,2 / L2: / USED",
      "lfsr 0,1 / btfsc x,0 / L1: / lfsr 0,2 / goto L2 / L2: / USED"},
     {"btfsc x,0 / goto L1 / lfsr 0,1 / goto L2 / L1: / lfsr 1,2 / L2: / USED"},
