@@ -2,10 +2,15 @@
 JOBS ?= 2
 RELEASE = build/release/bin
 
-.PHONY: demo check build deps install bench clean
+.PHONY: demo run-example check build deps install bench clean
 
 demo: build
 	@sh scripts/demo.sh $(RELEASE)
+
+# Assembles, links and runs examples/blink.as, or another one: make run-example EXAMPLE=table.as
+EXAMPLE ?= blink.as
+run-example: build
+	@$(RELEASE)/zelrun examples/$(EXAMPLE)
 
 check: demo
 	cmake --preset dev

@@ -38,7 +38,8 @@ enum {
 static dialect_t dialect;
 static uint64_t rng = 0x9E3779B97F4A7C15;
 
-static uint32_t draw(uint32_t below) {
+static uint32_t draw(uint32_t below)
+{
     rng ^= rng << 13;
     rng ^= rng >> 7;
     rng ^= rng << 17;
@@ -90,7 +91,8 @@ static const op_t blocks[][8] = {
     { TWICE,    ADDCONST,  STORE,    BC,        LOW,   STORENEXT, BITCLR,    BRA },
 };
 
-static void put_section(int section) {
+static void put_section(int section)
+{
     switch (dialect) {
     case ZEL8: printf("\tpsect\ttext%d,class=CODE,reloc=2,delta=1\n", section); break;
     case AVR: printf("\t.section\t.text%d,\"ax\",@progbits\n", section); break;
@@ -99,7 +101,8 @@ static void put_section(int section) {
     }
 }
 
-static void put_equates(const char *stem, int count, int base, int step) {
+static void put_equates(const char *stem, int count, int base, int step)
+{
     static const char *const form[DIALECTS] = {
         "%s%d\tequ\t0x%X\n", "\t.equ\t%s%d, 0x%X\n", "%s%d\tequ\t0x%X\n", "%s%d\t=\t$%X\n",
     };
@@ -109,11 +112,13 @@ static void put_equates(const char *stem, int count, int base, int step) {
 
 struct place_t { int64_t block, first, last, total; };     // a block, the blocks of its section, and of the whole program
 
-static int64_t clamp(int64_t n, int64_t lo, int64_t hi) {
+static int64_t clamp(int64_t n, int64_t lo, int64_t hi)
+{
     return n < lo ? lo : n > hi ? hi : n;
 }
 
-static void put_op(op_t op, const place_t *at) {
+static void put_op(op_t op, const place_t *at)
+{
     const uint32_t var = draw(VARS), port = draw(PORTS), buf = draw(BUFS), num = draw(16), bit = draw(8), hex = draw(256);
     const int64_t near = clamp(at->block + (int64_t)draw(2 * NEAR_BLOCKS + 1) - NEAR_BLOCKS, at->first, at->last);
     const uint32_t range = draw(2), distance = draw(2 * FAR_BLOCKS + 1), anywhere = draw((uint32_t)at->total);
@@ -140,7 +145,8 @@ static void put_op(op_t op, const place_t *at) {
 
 // A head of one line for each equated symbol and each section; then `lines` lines, in blocks of a comment, a label and eight
 // instructions, dealt out evenly to the sections one after the other.
-static void shape_blocks(int64_t lines) {
+static void shape_blocks(int64_t lines)
+{
     const int64_t total = lines / BLOCK_LINES > 0 ? lines / BLOCK_LINES : 1;
     put_equates("port", PORTS, PORT_BASE, 1);
     put_equates("var", VARS, VAR_BASE, 2);
@@ -158,7 +164,8 @@ static void shape_blocks(int64_t lines) {
 
 // A program of calls, each of which becomes MACRO_LINES lines, of macros in macros and of `irp` and `rept` in those. The one
 // label in them is a local name, since a program of 60,000 symbols is the largest there is.
-static void shape_macros(int64_t lines) {
+static void shape_macros(int64_t lines)
+{
     static const char definitions[] =
         "load\tmacro\treg,value\n\tmovlw\t(value) && 255\n\tmovwf\treg,c\n\tendm\n"
         "store\tmacro\tto,value\n\tload\tto,value\n\tload\tto+1,(value) shr 8\n\tendm\n"
@@ -186,7 +193,8 @@ static void shape_macros(int64_t lines) {
 
 // For the optimiser: one section of blocks of ten lines, the last of which is a `goto`. Sixteen of these lead to one label, and
 // what stands before them are tails that others have too. The `bnz` lets every block be reached.
-static void shape_gotos(int64_t lines) {
+static void shape_gotos(int64_t lines)
+{
     enum { TAILS = 8, GOTOS_A_LABEL = 16 };
     const int64_t total = lines / BLOCK_LINES > 0 ? lines / BLOCK_LINES : 1;
     put_equates("port", PORTS, PORT_BASE, 1);
@@ -216,7 +224,8 @@ static const struct { int lines, labels; const char *text; } statements[] = {
     { 2, 0, "\tmovlw\t@k\n\tmovwf\t@v,c\n" },
 };
 
-static void put_statement(const char *text, int64_t function, int label, int64_t functions) {
+static void put_statement(const char *text, int64_t function, int label, int64_t functions)
+{
     for (const char *p = text; *p; p++) {
         if (*p != '@') {
             putchar(*p);
@@ -233,7 +242,8 @@ static void put_statement(const char *text, int64_t function, int label, int64_t
     }
 }
 
-static void shape_compiled(int64_t lines) {
+static void shape_compiled(int64_t lines)
+{
     enum { LINES = 100, FRAME = 5, LABELS = 6, STATEMENTS = sizeof statements / sizeof *statements };
     const int64_t total = lines / LINES > 0 ? lines / LINES : 1;
     put_equates("port", PORTS, PORT_BASE, 1);
@@ -260,7 +270,8 @@ static const struct { const char *name; void (*write)(int64_t lines); unsigned d
     { "compiled", shape_compiled, 1U << ZEL8, "functions of a hundred lines, each in a psect of its own" },
 };
 
-static int usage() {
+static int usage()
+{
     fprintf(stderr, "usage: bench_gen SHAPE LINES [DIALECT]\nshapes:\n");
     for (const auto &shape : shapes)
         fprintf(stderr, "  %-10s %s\n", shape.name, shape.what);
@@ -271,7 +282,8 @@ static int usage() {
     return 2;
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv)
+{
     if (argc != 3 && argc != 4)
         return usage();
     char *end;

@@ -73,7 +73,8 @@ static struct {
     std::string shape = "blocks", aszel8, gen, dir;
 } opt;
 
-[[noreturn]] static void die(const char *format, ...) {
+[[noreturn]] static void die(const char *format, ...)
+{
     va_list args;
     va_start(args, format);
     fputs("bench_run: ", stderr);
@@ -85,31 +86,37 @@ static struct {
     exit(1);
 }
 
-static int64_t size_of(int size) {
+static int64_t size_of(int size)
+{
     return opt.lines >> (SIZES - 1 - size);
 }
 
-static std::string shape_of(const assembler_t &row) {
+static std::string shape_of(const assembler_t &row)
+{
     return row.kind == MACROS ? "macros" : opt.shape;
 }
 
-static std::string source_of(const assembler_t &row, int size) {
+static std::string source_of(const assembler_t &row, int size)
+{
     const std::string number = size < 0 ? "start" : shape_of(row) + "-" + std::to_string(size_of(size));
     return opt.dir + "/" + row.dialect + "-" + number + ".asm";
 }
 
-static double now() {
+static double now()
+{
     timespec t;
     clock_gettime(CLOCK_MONOTONIC, &t);
     return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
 }
 
-static double seconds(const timeval &t) {
+static double seconds(const timeval &t)
+{
     return (double)t.tv_sec + (double)t.tv_usec * 1e-6;
 }
 
 // Runs a command with its standard output (and its standard error, if `both`) in `out`. False if it didn't exit with 0.
-static bool spawn(const std::vector<std::string> &words, const std::string &out, bool both, run_t *run) {
+static bool spawn(const std::vector<std::string> &words, const std::string &out, bool both, run_t *run)
+{
     std::vector<char *> argv;
     for (const std::string &word : words)
         argv.push_back(const_cast<char *>(word.c_str()));
@@ -137,7 +144,8 @@ static bool spawn(const std::vector<std::string> &words, const std::string &out,
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-static std::string first_line(FILE *f) {
+static std::string first_line(FILE *f)
+{
     char line[300];
     std::string text;
     while (text.empty() && f && fgets(line, sizeof line, f))
@@ -146,7 +154,8 @@ static std::string first_line(FILE *f) {
 }
 
 // The command's path, or nothing. A name without a slash is searched for in the places of PATH.
-static std::string find_command(const char *name) {
+static std::string find_command(const char *name)
+{
     if (strchr(name, '/'))
         return access(name, X_OK) ? "" : name;
     const char *path = getenv("PATH");
@@ -160,7 +169,8 @@ static std::string find_command(const char *name) {
     return "";
 }
 
-static std::string command_of(const assembler_t &row) {
+static std::string command_of(const assembler_t &row)
+{
     if (row.kind != PEER)
         return access(opt.aszel8.c_str(), X_OK) ? "" : opt.aszel8;
     for (const char *name : row.commands)
@@ -170,7 +180,8 @@ static std::string command_of(const assembler_t &row) {
     return "";
 }
 
-static void install_peers() {
+static void install_peers()
+{
     std::string missing;
     for (const assembler_t &row : assemblers)
         if (row.kind == PEER && command_of(row).empty())
@@ -192,7 +203,8 @@ static void install_peers() {
 
 // A chip of its own, so that the figures don't change with the sample chips: the core registers and as many others
 // as make up SFR_LINES, each with one field, one address after the other up to the top of memory.
-static void write_chip(const std::string &path) {
+static void write_chip(const std::string &path)
+{
     static const char *const core[] = {
         "TOSU", "TOSH", "TOSL", "STKPTR", "PCLATU", "PCLATH", "PCL", "TBLPTRU", "TBLPTRH", "TBLPTRL", "TABLAT", "PRODH",
         "WREG", "PRODL", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "FSR0H", "FSR0L", "INDF1", "POSTINC1",
@@ -216,7 +228,8 @@ static void write_chip(const std::string &path) {
 }
 
 // Makes the programs for an assembler. False if the shape can't be had in its dialect.
-static bool generate(const assembler_t &row) {
+static bool generate(const assembler_t &row)
+{
     for (int size = -1; size < SIZES; size++) {
         const std::string path = source_of(row, size);
         if (std::filesystem::exists(path))
@@ -233,7 +246,8 @@ static bool generate(const assembler_t &row) {
     return true;
 }
 
-static void measure(contestant_t *c, int size, result_t *result) {
+static void measure(contestant_t *c, int size, result_t *result)
+{
     const std::string in = source_of(*c->row, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
     std::vector<std::string> words = { c->command };
     for (const char *arg : c->row->args) {
@@ -261,14 +275,16 @@ static void measure(contestant_t *c, int size, result_t *result) {
     result->spent += run.wall;
 }
 
-static double best(const result_t &result) {
+static double best(const result_t &result)
+{
     double least = 0;
     for (const run_t &run : result.runs)
         least = least == 0 ? run.wall : std::min(least, run.wall);
     return least;
 }
 
-static double median(const result_t &result) {
+static double median(const result_t &result)
+{
     std::vector<double> all;
     for (const run_t &run : result.runs)
         all.push_back(run.wall);
@@ -276,21 +292,24 @@ static double median(const result_t &result) {
     return all.empty() ? 0 : (all[all.size() / 2] + all[(all.size() - 1) / 2]) / 2;
 }
 
-static double least_cpu(const result_t &result) {
+static double least_cpu(const result_t &result)
+{
     double least = 1e9;
     for (const run_t &run : result.runs)
         least = std::min(least, run.cpu);
     return least;
 }
 
-static double peak_mb(const result_t &result) {
+static double peak_mb(const result_t &result)
+{
     long most = 0;
     for (const run_t &run : result.runs)
         most = std::max(most, run.peak_kb);
     return (double)most / 1024;
 }
 
-static void measure_all(std::vector<contestant_t> &all) {
+static void measure_all(std::vector<contestant_t> &all)
+{
     for (int round = 0; round < opt.runs; round++)
         for (int size = 0; size < SIZES; size++)
             for (contestant_t &c : all) {
@@ -308,14 +327,16 @@ static void measure_all(std::vector<contestant_t> &all) {
                 measure(&c, -1, &c.start);
 }
 
-static const contestant_t *by_name(const std::vector<contestant_t> &all, const char *name) {
+static const contestant_t *by_name(const std::vector<contestant_t> &all, const char *name)
+{
     for (const contestant_t &c : all)
         if (!strcmp(c.row->name, name))
             return &c;
     return nullptr;
 }
 
-static void print_sizes(const std::vector<contestant_t> &all) {
+static void print_sizes(const std::vector<contestant_t> &all)
+{
     const contestant_t *gas = by_name(all, "gas-avr");
     printf("\n| assembler |   lines | runs | best s | median s |  cpu s | lines/s | to gas-avr | peak MB |\n"
            "|-----------|--------:|-----:|-------:|---------:|-------:|--------:|-----------:|--------:|\n");
@@ -331,11 +352,13 @@ static void print_sizes(const std::vector<contestant_t> &all) {
         }
 }
 
-static double growth(const contestant_t &c, int size) {
+static double growth(const contestant_t &c, int size)
+{
     return c.sized[size].runs.empty() || c.sized[size - 1].runs.empty() ? 0 : best(c.sized[size]) / best(c.sized[size - 1]);
 }
 
-static void print_growth(const std::vector<contestant_t> &all) {
+static void print_growth(const std::vector<contestant_t> &all)
+{
     printf("\n| growth    | time, %7lld to %7lld lines | memory | time, %7lld to %7lld lines | memory |\n"
            "|-----------|-------------------------------:|-------:|-------------------------------:|-------:|\n",
            (long long)size_of(0), (long long)size_of(1), (long long)size_of(1), (long long)size_of(2));
@@ -350,7 +373,8 @@ static void print_growth(const std::vector<contestant_t> &all) {
     }
 }
 
-static void print_start(const std::vector<contestant_t> &all) {
+static void print_start(const std::vector<contestant_t> &all)
+{
     printf("\n| one line  | best ms | median ms | peak MB |\n|-----------|--------:|----------:|--------:|\n");
     for (const contestant_t &c : all)
         if (!c.start.runs.empty())
@@ -358,12 +382,14 @@ static void print_start(const std::vector<contestant_t> &all) {
                    peak_mb(c.start));
 }
 
-static void print_aim(const char *what, double figure, const char *relation, double aim) {
+static void print_aim(const char *what, double figure, const char *relation, double aim)
+{
     const bool met = *relation == '>' ? figure >= aim : figure <= aim;
     printf("%-62s %8.2f  (%s %g)  %s\n", what, figure, relation, aim, met ? "reached" : "NOT REACHED");
 }
 
-static void print_aims(const std::vector<contestant_t> &all) {
+static void print_aims(const std::vector<contestant_t> &all)
+{
     const contestant_t *own = by_name(all, "aszel8"), *gas = by_name(all, "gas-avr"), *llvm = by_name(all, "llvm-avr"),
                        *macros = by_name(all, "macros");
     if (!own || own->sized[SIZES - 1].runs.empty())
@@ -384,7 +410,8 @@ static void print_aims(const std::vector<contestant_t> &all) {
         print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 10);
 }
 
-static void print_head(const std::vector<contestant_t> &all) {
+static void print_head(const std::vector<contestant_t> &all)
+{
     char date[40], line[300];
     const time_t t = time(nullptr);
     strftime(date, sizeof date, "%Y-%m-%d", localtime(&t));
@@ -406,7 +433,8 @@ static void print_head(const std::vector<contestant_t> &all) {
             }
 }
 
-static void read_options(int argc, char **argv) {
+static void read_options(int argc, char **argv)
+{
     const std::string bin = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     opt.aszel8 = bin + "/aszel8";
     opt.gen = bin + "/bench_gen";
@@ -435,7 +463,8 @@ static void read_options(int argc, char **argv) {
     }
 }
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv)
+{
     read_options(argc, argv);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     if (opt.peers)

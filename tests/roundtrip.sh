@@ -45,7 +45,7 @@ for case in "$cases"/*/*.txt; do
             for (i = 3; i <= NF; i++)
                 if ($i !~ /^-/) sources = sources " " $i
                 else if ($i !~ /^-O./) options = options " " $i
-            if (sources != "" && options !~ / -([AaCc]|O( |$))/) print options "|" sources >"runs"
+            if (sources != "" && options !~ / -([AaCc]|O( |$)|-errata)/) print options "|" sources >"runs"
             next
         }
         into != "" { print >into }' "$case"

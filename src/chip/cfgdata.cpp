@@ -56,7 +56,8 @@ static const char blanks[] = " \t\v\f\r\n";
 static char *skip_blanks(char *s) { return s + strspn(s, blanks); }
 
 // Cuts the text ahead of the first of `ends` off `*rest` and returns it; null if nothing is left, not even an empty field.
-static char *take_field(char **rest, const char *ends) {
+static char *take_field(char **rest, const char *ends)
+{
     char *field = *rest;
     if (!field) return nullptr;
     char *end = field + strcspn(field, ends);
@@ -66,7 +67,8 @@ static char *take_field(char **rest, const char *ends) {
 }
 
 // The number that a field consists of, blanks around it and in base 16 a "0x" ahead of it aside.
-static bool read_number(char *field, unsigned base, uint64_t *number) {
+static bool read_number(char *field, unsigned base, uint64_t *number)
+{
     if (!field) return false;
     char *s = skip_blanks(field);
     if (base == 16 && s[0] == '0' && (s[1] | 0x20) == 'x') s += 2;
@@ -82,7 +84,8 @@ static bool read_number(char *field, unsigned base, uint64_t *number) {
 }
 
 // The names of a comma-separated list; null if there is none. Two commas in a row have no name between them.
-static vec_t<const char *> read_names(const char *list) {
+static vec_t<const char *> read_names(const char *list)
+{
     vec_t<const char *> names;
     for (; list; list = *list ? list + 1 : nullptr) {
         size_t n = strcspn(list, ",");
@@ -93,22 +96,26 @@ static vec_t<const char *> read_names(const char *list) {
     return names;
 }
 
-template <class T> static void enter_names(hash_of<const char *, T *> *table, uint32_t buckets, T *record) {
+template <class T> static void enter_names(hash_of<const char *, T *> *table, uint32_t buckets, T *record)
+{
     for (const char *name : record->names) {
         if (!*table) *table = hash_make<const char *, T *>(buckets, hash_string, hash_strcmp);
         hash_insert(*table, name, record);   // the first record of a name keeps it
     }
 }
 
-template <class T> static T *find_name(hash_of<const char *, T *> table, const char *name) {
+template <class T> static T *find_name(hash_of<const char *, T *> table, const char *name)
+{
     return table && name ? hash_lookup(table, name) : nullptr;
 }
 
-static cfg_word_t *find_word(uint64_t address) {
+static cfg_word_t *find_word(uint64_t address)
+{
     return st.model.by_address ? hash_lookup(st.model.by_address, address) : nullptr;
 }
 
-static cfg_setting_t *find_setting(const char *name) {
+static cfg_setting_t *find_setting(const char *name)
+{
     for (cfg_word_t *word : st.model.words)
         if (cfg_setting_t *set = find_name(word->settings_by_name, name)) return set;
     return nullptr;
@@ -116,7 +123,8 @@ static cfg_setting_t *find_setting(const char *name) {
 
 // ---- records: false is a syntax error
 
-static bool read_cword(char *rest) {
+static bool read_cword(char *rest)
+{
     cfg_word_t *word = xnew<cfg_word_t>();
     word->state = CFG_UNSET;
     st.word = word;
@@ -137,14 +145,16 @@ static bool read_cword(char *rest) {
 }
 
 // The fields that a setting and a value have in common.
-template <class T> static bool read_described(char *rest, uint64_t *number, T *record) {
+template <class T> static bool read_described(char *rest, uint64_t *number, T *record)
+{
     if (!read_number(take_field(&rest, ":"), 16, number)) return false;
     record->names = read_names(take_field(&rest, ":"));
     record->description = rest ? cache_trim(rest) : "";
     return static_cast<bool>(record->names);
 }
 
-static bool read_csetting(char *rest) {
+static bool read_csetting(char *rest)
+{
     cfg_setting_t *set = xnew<cfg_setting_t>();
     cfg_word_t *word = st.word;
     set->state = CFG_UNSET;
@@ -157,7 +167,8 @@ static bool read_csetting(char *rest) {
     return true;
 }
 
-static bool read_cvalue(char *rest) {
+static bool read_cvalue(char *rest)
+{
     cfg_value_t *val = xnew<cfg_value_t>();
     cfg_setting_t *set = val->setting = st.setting;
     if (!read_described(rest, &val->value, val) || !set) return false;
@@ -167,12 +178,14 @@ static bool read_cvalue(char *rest) {
     return true;
 }
 
-static bool unknown_in_cmsg(const char *what, const char *name) {
+static bool unknown_in_cmsg(const char *what, const char *name)
+{
     alert_text("E", "CMSG record (at %s:%u) references undefined %s (%s)", st.cfg_filename, st.line, what, name);
     return false;
 }
 
-static bool read_cmsg(char *rest) {
+static bool read_cmsg(char *rest)
+{
     char *pairs = take_field(&rest, ":");
     uint64_t number;
     if (!read_number(take_field(&rest, ":"), 10, &number) || number > UINT32_MAX) return false;
@@ -200,7 +213,8 @@ static bool read_cmsg(char *rest) {
     return true;
 }
 
-static bool read_record(char *line) {
+static bool read_record(char *line)
+{
     static const struct { const char *keyword; bool (*read)(char *rest); } kinds[] = {
         {"CWORD", read_cword}, {"CSETTING", read_csetting}, {"CVALUE", read_cvalue}, {"CMSG", read_cmsg}};
     char *rest = line, *keyword = take_field(&rest, ":");
@@ -214,7 +228,8 @@ static bool read_record(char *line) {
 enum line_result_t { LINE_GOOD, LINE_BAD, LINE_ENDLESS, LINE_NONE };
 
 // One line without its newline, cut if it is too long.
-static line_result_t read_line(FILE *in, char (&line)[LINE_SIZE]) {
+static line_result_t read_line(FILE *in, char (&line)[LINE_SIZE])
+{
     size_t n = 0;
     bool bad = false;
     int c;
@@ -230,7 +245,8 @@ static line_result_t read_line(FILE *in, char (&line)[LINE_SIZE]) {
 }
 
 // False after a read error.
-static bool parse(FILE *in) {
+static bool parse(FILE *in)
+{
     char line[LINE_SIZE];
     line_result_t result;
     st.line = 0;
@@ -248,7 +264,8 @@ static bool parse(FILE *in) {
     return !ferror(in);
 }
 
-static void load() {
+static void load()
+{
     if (!st.enabled || st.is_ready) return;
     FILE *in = fopen(st.cfg_filename, "r");
     if (!in || !parse(in)) alert_msg(141, "configuration registers data", st.cfg_filename);
@@ -256,7 +273,8 @@ static void load() {
     st.is_ready = true;
 }
 
-void cfg_set_file(const char *path) {
+void cfg_set_file(const char *path)
+{
     st.model = {};
     st.is_ready = false;
     st.cfg_filename = cache_string(path ? path : "");
@@ -269,41 +287,48 @@ bool cfg_given()
     return st.cfg_filename && *st.cfg_filename;
 }
 
-bool cfg_ready() {
+bool cfg_ready()
+{
     load();
     return st.is_ready;
 }
 
 // ---- look-ups
 
-void cfg_rewind() {
+void cfg_rewind()
+{
     load();
     st.model.next = 0;
 }
 
 static int by_address(cfg_word_t *a, cfg_word_t *b) { return (a->address > b->address) - (a->address < b->address); }
 
-void cfg_sort() {
+void cfg_sort()
+{
     load();
     if (st.model.words) vec_sort_by<cfg_word_t *, by_address>(st.model.words);
 }
 
-cfg_word_t *cfg_next_word() {
+cfg_word_t *cfg_next_word()
+{
     load();
     return st.model.next < st.model.count ? vec_elementAt(st.model.words, st.model.next++) : nullptr;
 }
 
-cfg_word_t *cfg_find_word(uint64_t address) {
+cfg_word_t *cfg_find_word(uint64_t address)
+{
     load();
     return find_word(address);
 }
 
-cfg_word_t *cfg_find_word_by_name(const char *name) {
+cfg_word_t *cfg_find_word_by_name(const char *name)
+{
     load();
     return find_name(st.model.by_name, name);
 }
 
-cfg_setting_t *cfg_find_setting(const char *name) {
+cfg_setting_t *cfg_find_setting(const char *name)
+{
     load();
     return find_setting(name);
 }
@@ -316,20 +341,24 @@ void cfg_set_ignore_cmsgs(bool flag) { st.ignore_cmsgs = flag; }
 
 static const char *number_text(uint64_t number) { return cache_printf("0x%lX", static_cast<unsigned long>(number)); }
 
-static const char *shown(cfg_state_t kind, cfg_current_t what) {
+static const char *shown(cfg_state_t kind, cfg_current_t what)
+{
     return kind == CFG_NAME ? cfg_get_value_name(what.value) : number_text(what.literal);
 }
 
-static bool is_same(cfg_state_t kind, cfg_current_t a, cfg_current_t b) {
+static bool is_same(cfg_state_t kind, cfg_current_t a, cfg_current_t b)
+{
     return kind == CFG_NAME ? a.value == b.value : a.literal == b.literal;
 }
 
-static bool condition_holds(const cfg_setting_t *set, const cfg_value_t *val) {
+static bool condition_holds(const cfg_setting_t *set, const cfg_value_t *val)
+{
     return (set->state == CFG_NAME && set->current.value == val) ||
            (set->state == CFG_LITERAL && set->current.literal == val->value);
 }
 
-static void give_messages() {
+static void give_messages()
+{
     for (cfg_msg_t *msg : st.model.cmsg_list) {
         uint32_t conditions = vec_size(msg->settings), held = 0;
         if (msg->fired) continue;
@@ -342,7 +371,8 @@ static void give_messages() {
 }
 
 // The one place where a setting changes. False, and no change, if it holds something else already.
-static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what) {
+static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
+{
     if (set->state == CFG_UNSET) {
         uint64_t bits = kind == CFG_NAME ? what.value->value : what.literal << cfg_setting_shift(set);
         set->state = kind;
@@ -356,24 +386,28 @@ static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what) {
     return true;
 }
 
-bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name) {
+bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name)
+{
     cfg_value_t *val = find_name(set->values_by_name, value_name);
     if (!val) return false;
     do_cmsgs(set, CFG_NAME, {.value = val});
     return true;
 }
 
-bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number) {
+bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number)
+{
     return do_cmsgs(set, CFG_LITERAL, {.literal = number});
 }
 
-static cfg_value_t *value_of_bits(const cfg_setting_t *set, uint64_t bits) {
+static cfg_value_t *value_of_bits(const cfg_setting_t *set, uint64_t bits)
+{
     for (cfg_value_t *val : set->values)
         if (val->value == bits) return val;
     return nullptr;
 }
 
-void cfg_prog_word_literal(cfg_word_t *word, uint64_t number) {
+void cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
+{
     const char *name = cfg_get_word_name(word);
     if (!name) name = "";
     if (number & ~word->mask)

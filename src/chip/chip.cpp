@@ -43,13 +43,15 @@ static const arch_row_t arch_rows[] = {
     {0x80, "ZEL8"}, {0x100, "ZEL8X"}, {0x200, "ZEL8V"}, {0x300, "ZEL8XV"}, {0xFFFFFFFF, "ANY"},
 };
 
-const arch_row_t *arch_find(const char *name) {
+const arch_row_t *arch_find(const char *name)
+{
     for (const arch_row_t &row : arch_rows)
         if (strcasecmp(row.name, name) == 0) return &row;
     return nullptr;
 }
 
-const chipinfo_t *chip_undefined() {
+const chipinfo_t *chip_undefined()
+{
     static chipinfo_t none;
     none.c_name = "none";
     none.c_arch = &arch_none;
@@ -57,13 +59,15 @@ const chipinfo_t *chip_undefined() {
     return &none;
 }
 
-bool is_useridmem(int64_t addr) {
+bool is_useridmem(int64_t addr)
+{
     const chipinfo_t *ci = chip_current();
     const memrange_t &r = isZEL8(ci) ? ci->c_useridmem : ci->c_idloc;
     return range_present(r) && range_holds(r, addr);
 }
 
-bool chip_isConfigAddr(int64_t addr) {
+bool chip_isConfigAddr(int64_t addr)
+{
     const chipinfo_t *ci = chip_current();
     if (isZEL8(ci)) return ci->c_cfgmem.lo < ci->c_cfgmem.hi && range_holds(ci->c_cfgmem, addr);
     return range_present(ci->c_config) && range_holds(ci->c_config, addr);
@@ -95,7 +99,8 @@ static const struct { uint32_t chipinfo_t::*zel8, chipinfo_t::*mid; } scalars[SC
     {&chipinfo_t::c_bsrbits, nullptr},
 };
 
-void chip_setScalar(chipinfo_t *ci, uint32_t index, uint32_t value) {
+void chip_setScalar(chipinfo_t *ci, uint32_t index, uint32_t value)
+{
     bool zel8 = isZEL8(ci);
     if (index >= SCALAR_COUNT || (!zel8 && !isZEL(ci))) return;
     if (zel8 && index == SCALAR_ROMSIZE && value != 0) --value;
@@ -131,14 +136,16 @@ static const struct { range_row_t zel8, mid; } ranges[RANGE_COUNT] = {
     {{&chipinfo_t::c_sfrcommon, nullptr, "SFRCOMMON RAM"}, no_range},
 };
 
-static void append_range(ranges_t *v, uint32_t lo, uint32_t hi) {
+static void append_range(ranges_t *v, uint32_t lo, uint32_t hi)
+{
     if (!*v) *v = vec_make<memrange_t *>();
     memrange_t *r = xnew<memrange_t>();
     *r = {lo, hi, nullptr};
     vec_add(*v, r);
 }
 
-void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi) {
+void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi)
+{
     bool zel8 = isZEL8(ci);
     if (index >= RANGE_COUNT || (!zel8 && !isZEL(ci))) return;
     if (index == RANGE_VOLSFRS) return add_discrete_range(&ci->c_volsfrs, lo, hi, true);
@@ -165,7 +172,8 @@ void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi) {
 
 // Reads a number as far as its digits go. The result is the text behind it; null if there are no digits, or too many for
 // 32 bits, with the highest number stored.
-static const char *scan_number(const char *s, unsigned base, uint32_t *out) {
+static const char *scan_number(const char *s, unsigned base, uint32_t *out)
+{
     auto digit = [base](char c) -> unsigned {
         unsigned char u = static_cast<unsigned char>(c);
         unsigned d = isdigit(u) ? u - '0' : isxdigit(u) ? tolower(u) - 'a' + 10u : 99;
@@ -180,7 +188,8 @@ static const char *scan_number(const char *s, unsigned base, uint32_t *out) {
 }
 
 // Reads numbers with commas between them, one for each letter of `kinds`: x hexadecimal, u decimal.
-static bool scan_numbers(const char *s, const char *kinds, uint32_t *out) {
+static bool scan_numbers(const char *s, const char *kinds, uint32_t *out)
+{
     for (const char *k = kinds; s && *k; ++k) {
         if (k != kinds && *s++ != ',') return false;
         s = scan_number(s, *k == 'x' ? 16 : 10, out++);
@@ -188,19 +197,22 @@ static bool scan_numbers(const char *s, const char *kinds, uint32_t *out) {
     return s != nullptr;
 }
 
-static uint32_t decimal(const char *s) {
+static uint32_t decimal(const char *s)
+{
     uint32_t n = 0;
     scan_number(s, 10, &n);
     return n;
 }
 
-static void missing_arguments(const char *suffix, const char *key) {
+static void missing_arguments(const char *suffix, const char *key)
+{
     alert_msg(1016, suffix, key, chipinfo_file(), chipinfo_line());
 }
 
 // The position of a key's value among `names`, counted from `first`; `none` without a value.
 static uint32_t choice(const chipinfo_t *ci, const char *key, std::initializer_list<const char *> names, uint32_t first,
-                       uint32_t none, const char *complaint) {
+                       uint32_t none, const char *complaint)
+{
     const char *value = chipinfo_get_value(ci, key);
     if (!value) return none;
     for (const char *name : names) {
@@ -235,7 +247,8 @@ static const count_row_t mid_counts[] = {
 
 static bool eeprom_bounded(const chipinfo_t *ci) { return ci->c_eeprom.lo != 0 && ci->c_eeprom.hi != 0; }
 
-static void check_count(const chipinfo_t *ci, const count_row_t &row) {
+static void check_count(const chipinfo_t *ci, const count_row_t &row)
+{
     bool required = row.need == REQUIRED || (row.need == WITH_EEPROM && eeprom_bounded(ci));
     uint32_t expected = row.expected;
     if (row.need == ON_ZEL4_ENHANCED) {
@@ -245,7 +258,8 @@ static void check_count(const chipinfo_t *ci, const count_row_t &row) {
     chipinfo_check(ci, required, expected, {row.key});
 }
 
-static void post_zel8(chipinfo_t *ci) {
+static void post_zel8(chipinfo_t *ci)
+{
     ci->c_procid = chipinfo_get_value(ci, "PROCID");
     ci->c_errata = chipinfo_get_value(ci, "ERRATA");
     ci->c_family = chipinfo_get_value(ci, "FAMILY");
@@ -262,7 +276,8 @@ static void post_zel8(chipinfo_t *ci) {
     if (ci->c_stackdepth == 0) ci->c_stackdepth = 31;
 }
 
-static void post_mid(chipinfo_t *ci) {
+static void post_mid(chipinfo_t *ci)
+{
     ci->c_procid = chipinfo_get_value(ci, "PROCID");
     ci->c_flashtype = choice(ci, "FLASHTYPE", {"READ", "READWRITE_1", "READWRITE_A", "READWRITE_B"}, 0, FLASHTYPE_NONE,
                              "Unknown FLASHTYPE");
@@ -271,7 +286,8 @@ static void post_mid(chipinfo_t *ci) {
     for (const count_row_t &row : mid_counts) check_count(ci, row);
 }
 
-static void read_intsrc(chipinfo_t *ci) {
+static void read_intsrc(chipinfo_t *ci)
+{
     ci->c_intsrc = xnew<chip_intsrc_t>();
     ci->c_intsrc->sources = vec_make<intsrc_t *>(64);
     for (const char *value : chipinfo_get_list(ci, "INTSRC")) {
@@ -295,7 +311,8 @@ static void read_intsrc(chipinfo_t *ci) {
     }
 }
 
-static void read_intstat(chipinfo_t *ci) {
+static void read_intstat(chipinfo_t *ci)
+{
     uint32_t n[3];
     const char *value = chipinfo_get_value(ci, "INTSTAT");
     if (!value || !scan_numbers(value, "xuu", n)) return missing_arguments("(s)", "INTSTAT");
@@ -303,7 +320,8 @@ static void read_intstat(chipinfo_t *ci) {
     *ci->c_intstat = {n[0], {n[1], n[2]}};
 }
 
-static void read_ivtbase(chipinfo_t *ci) {
+static void read_ivtbase(chipinfo_t *ci)
+{
     uint32_t n[6];
     const char *value = chipinfo_get_value(ci, "IVTBASE");
     if (!value || !scan_numbers(value, "xxxxxx", n)) return missing_arguments("(s)", "IVTBASE");
@@ -311,7 +329,8 @@ static void read_ivtbase(chipinfo_t *ci) {
     *ci->c_ivtbase = {{n[0], n[2], n[4]}, {n[1], n[3], n[5]}};
 }
 
-static void read_ivtenable(chipinfo_t *ci) {
+static void read_ivtenable(chipinfo_t *ci)
+{
     const char *value = chipinfo_get_value(ci, "IVTENABLE");
     const char *comma = value ? strchr(value, ',') : nullptr;
     if (!comma) return missing_arguments("(s)", "IVTENABLE");
@@ -320,7 +339,8 @@ static void read_ivtenable(chipinfo_t *ci) {
     *ci->c_ivtenable = {cache_substring(value, static_cast<size_t>(comma - value)), decimal(comma + 1)};
 }
 
-void zel1x_chip_post(chipinfo_t *ci) {
+void zel1x_chip_post(chipinfo_t *ci)
+{
     static const struct { const char *key; void (*read)(chipinfo_t *); } interrupt_keys[] = {
         {"INTSRC", read_intsrc}, {"INTSTAT", read_intstat}, {"IVTBASE", read_ivtbase}, {"IVTENABLE", read_ivtenable},
     };
@@ -342,7 +362,8 @@ struct piece_t {
 };
 
 // Splits at commas, storing at most `max` pieces. Empty pieces don't count. The result is the number of all pieces.
-static uint32_t split(const char *s, piece_t *out, uint32_t max) {
+static uint32_t split(const char *s, piece_t *out, uint32_t max)
+{
     uint32_t n = 0;
     for (; *(s += strspn(s, ",")); ++n) {
         size_t len = strcspn(s, ",");
@@ -355,25 +376,29 @@ static uint32_t split(const char *s, piece_t *out, uint32_t max) {
 static const char *piece_string(piece_t p) { return cache_substring(p.text, p.len); }
 
 // Reads one piece of an SFR or SFRFLD value; message 1021 with `format`, which takes the name and the piece.
-static bool piece_number(piece_t p, unsigned base, uint32_t *out, const char *key, const char *part, piece_t name) {
+static bool piece_number(piece_t p, unsigned base, uint32_t *out, const char *key, const char *part, piece_t name)
+{
     if (scan_number(p.text, base, out)) return true;
     alert_msg(1021, cache_printf("%s (%s) %s (%s)", key, piece_string(name), part, piece_string(p)), chipinfo_file(),
               chipinfo_line());
     return false;
 }
 
-static void enter_register(chip_sfrtab_t *tab, sfr_t *sfr) {
+static void enter_register(chip_sfrtab_t *tab, sfr_t *sfr)
+{
     skiplist_insert(tab->sfrsNameTab, sfr->sfr_name, sfr);
     skiplist_insert(tab->sfrsAddrTab, sfr->sfr_address, sfr);
 }
 
-static void add_part(sfr_t *joined, sfr_t *part) {
+static void add_part(sfr_t *joined, sfr_t *part)
+{
     if (!joined->sfr_kids) joined->sfr_kids = vec_make<sfr_t *>(4);
     vec_add(joined->sfr_kids, part);
     part->sfr_parent = joined;
 }
 
-static void add_registers(chip_sfrtab_t *tab, vec_t<const char *> values) {
+static void add_registers(chip_sfrtab_t *tab, vec_t<const char *> values)
+{
     sfr_t *prev = nullptr, *joined = nullptr;   // the last register, and the one being filled with parts
     uint64_t joined_bits = 0;
     for (const char *value : values) {
@@ -418,13 +443,15 @@ static void add_registers(chip_sfrtab_t *tab, vec_t<const char *> values) {
 }
 
 // `width` one bits from `pos` on, cut to 32 bits.
-static uint32_t field_mask(uint32_t pos, uint32_t width) {
+static uint32_t field_mask(uint32_t pos, uint32_t width)
+{
     if (pos >= 32) return 0;
     uint64_t ones = (uint64_t{1} << std::min(width, 32u)) - 1;
     return static_cast<uint32_t>(ones << pos);
 }
 
-static void add_fields(chip_sfrtab_t *tab, const chipinfo_t *ci, vec_t<const char *> values) {
+static void add_fields(chip_sfrtab_t *tab, const chipinfo_t *ci, vec_t<const char *> values)
+{
     for (const char *value : values) {
         piece_t p[4];
         uint32_t address, pos, width;
@@ -460,7 +487,8 @@ static void add_fields(chip_sfrtab_t *tab, const chipinfo_t *ci, vec_t<const cha
     }
 }
 
-static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci) {
+static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci)
+{
     for (unsigned steps = 0; ci->c_alias; ++steps) {
         const char *path = chip_alias_INI_path(ci);
         if (!path) break;
@@ -484,7 +512,8 @@ static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci) {
     return tab;
 }
 
-sfr_t *chip_findSFR(chipinfo_t *ci, const char *name) {
+sfr_t *chip_findSFR(chipinfo_t *ci, const char *name)
+{
     if (!ci->c_sfrtab) ci->c_sfrtab = make_sfrtab(ci);
     return skiplist_lookup(ci->c_sfrtab->sfrsNameTab, name);
 }
@@ -494,12 +523,14 @@ sfr_t *chip_findSFR(chipinfo_t *ci, const char *name) {
 static uint32_t power_of_2(uint32_t bits) { return uint32_t{1} << std::min(bits, 31u); }
 
 // Takes a range out of what lies below `size`, in pages.
-static void take_away(memrange_t **list, const memrange_t &r, uint32_t size) {
+static void take_away(memrange_t **list, const memrange_t &r, uint32_t size)
+{
     if (r.lo < size && r.lo <= r.hi) add_range_split(list, r.lo, std::min(r.hi, size - 1), PAGE, false);
 }
 
 // General-purpose memory is every page that isn't access bank or register bank. It is written over the old ranges.
-static void maximise_gpr(chipinfo_t *ci) {
+static void maximise_gpr(chipinfo_t *ci)
+{
     memrange_t *pages = nullptr, *taken = nullptr;
     add_range_split(&pages, 0, ci->c_ramsize - 1, PAGE, false);
     take_away(&taken, ci->c_common, ci->c_ramsize);
@@ -517,7 +548,8 @@ static void maximise_gpr(chipinfo_t *ci) {
 }
 
 // Gives every bank up to `banks` a range, placed within the bank as those that the vector has.
-static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize) {
+static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize)
+{
     if (vec_size(*v) == 0 || banksize == 0) return;
     uint32_t real_banks = vec_size(*v), chunk_lo = UINT32_MAX, chunk_hi = 0;
     for (const memrange_t *r : *v) {
@@ -532,7 +564,8 @@ static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize) {
     }
 }
 
-void chip_maximise(chipinfo_t *ci) {
+void chip_maximise(chipinfo_t *ci)
+{
     bool zel8 = isZEL8(ci);
     if (!zel8 && !isZEL(ci)) return;
     if (eeprom_bounded(ci)) ci->c_eeprom.hi = ci->c_eeprom.lo + power_of_2(ci->c_eeadrbits) - 1;

@@ -43,7 +43,8 @@ static struct {
 const char *chipinfo_file() { return st.file; }
 int chipinfo_line() { return st.line; }
 
-void chipinfo_fail(const chipinfo_t *ci, const char *format, ...) {
+void chipinfo_fail(const chipinfo_t *ci, const char *format, ...)
+{
     va_list args;
     va_start(args, format);
     const char *text = cache_vprintf(format, args);
@@ -54,7 +55,8 @@ void chipinfo_fail(const chipinfo_t *ci, const char *format, ...) {
 
 // ---- the file of a chip
 
-const char *chip_find_INI_path(const char *chip) {
+const char *chip_find_INI_path(const char *chip)
+{
     if (!chip) return nullptr;
     const char *lower = cache_lower(cache_concat(chip, ".ini"));
     const char *core = cache_after_prefix_nocase(chip, "zel");
@@ -67,7 +69,8 @@ const char *chip_find_INI_path(const char *chip) {
     return nullptr;
 }
 
-const char *chip_alias_INI_path(const chipinfo_t *ci) {
+const char *chip_alias_INI_path(const chipinfo_t *ci)
+{
     if (const char *path = chip_find_INI_path(ci->c_alias)) return path;
     const char *path = cache_path_join(cache_dirname(ci->c_file), cache_lower(cache_concat(ci->c_alias, ".ini")));
     return file_exists(path) ? path : nullptr;
@@ -98,7 +101,8 @@ static constexpr keyword_t keys[] = {
 enum : unsigned { KEY_COUNT = sizeof keys / sizeof keys[0] };
 
 // The number of keys of a kind ahead of key `n`: the index that the record knows a scalar or range key by.
-static constexpr uint32_t index_in_kind(unsigned n, char kind) {
+static constexpr uint32_t index_in_kind(unsigned n, char kind)
+{
     uint32_t index = 0;
     for (unsigned i = 0; i < n; ++i) index += keys[i].kind == kind;
     return index;
@@ -106,13 +110,15 @@ static constexpr uint32_t index_in_kind(unsigned n, char kind) {
 static_assert(KEY_COUNT == 68);
 static_assert(index_in_kind(KEY_COUNT, 'S') == SCALAR_COUNT && index_in_kind(KEY_COUNT, 'R') == RANGE_COUNT);
 
-static int find_key(const char *name) {
+static int find_key(const char *name)
+{
     for (unsigned i = 0; i < KEY_COUNT; ++i)
         if ((name[0] & 0x5F) == keys[i].name[0] && strcasecmp(name, keys[i].name) == 0) return static_cast<int>(i);
     return -1;
 }
 
-static uint32_t attribute_hash(word_t key) {
+static uint32_t attribute_hash(word_t key)
+{
     uint32_t h = 0;
     for (const char *s = from_word<const char *>(key); *s; ++s) {
         unsigned char c = static_cast<unsigned char>(*s);
@@ -121,17 +127,20 @@ static uint32_t attribute_hash(word_t key) {
     return h;
 }
 
-vec_t<const char *> chipinfo_get_list(const chipinfo_t *ci, const char *key) {
+vec_t<const char *> chipinfo_get_list(const chipinfo_t *ci, const char *key)
+{
     vector_t *list = hash_lookup(ci->c_attrs, key);
     return {list ? list : hash_lookup(ci->c_fileattrs, key)};
 }
 
-const char *chipinfo_get_value(const chipinfo_t *ci, const char *key) {
+const char *chipinfo_get_value(const chipinfo_t *ci, const char *key)
+{
     vec_t<const char *> list = chipinfo_get_list(ci, key);
     return list ? vec_elementAt(list, 0) : nullptr;
 }
 
-void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std::initializer_list<const char *> names) {
+void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std::initializer_list<const char *> names)
+{
     const char *joined = nullptr;
     unsigned present = 0, found = 0;
     for (const char *name : names) {
@@ -152,7 +161,8 @@ void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std:
 // ---- attributes
 
 // Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text.
-static bool scan_hex(const char *s, uint32_t *out) {
+static bool scan_hex(const char *s, uint32_t *out)
+{
     if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s += 2;
     size_t digits = strspn(s, "0123456789abcdefABCDEF");
     uint64_t n = 0;
@@ -166,7 +176,8 @@ static bool scan_hex(const char *s, uint32_t *out) {
 }
 
 // Hands a key's pairs of bounds to the record. The text is cut up.
-static void read_ranges(chipinfo_t *ci, const char *key, uint32_t index, char *text) {
+static void read_ranges(chipinfo_t *ci, const char *key, uint32_t index, char *text)
+{
     char *rest, *word = strtok_r(text, "-,", &rest);
     do {
         uint32_t lo, hi;
@@ -187,7 +198,8 @@ struct level_t {
     attrs_t *attrs;
 };
 
-static void set_arch(chipinfo_t *ci, level_t *level, const char *value) {
+static void set_arch(chipinfo_t *ci, level_t *level, const char *value)
+{
     if (level->arch_seen) alert_msg(816, st.file, st.line);
     level->arch_seen = true;
     const arch_row_t *row = value ? arch_find(value) : nullptr;
@@ -196,13 +208,15 @@ static void set_arch(chipinfo_t *ci, level_t *level, const char *value) {
 }
 
 // Says once a line that a key is unknown.
-static void report_unknown(const char *key) {
+static void report_unknown(const char *key)
+{
     if (!st.warned) st.warned = hash_make<const char *, uint64_t>(WARNED_BUCKETS, hash_string, hash_strcmp);
     if (hash_insert(st.warned, cache_printf("%d %s", st.line, key), 1)) alert_msg_nl(1020, key, st.file, st.line);
 }
 
 // Takes in one line that is neither empty, a comment nor a header.
-static void read_attribute(chipinfo_t *ci, level_t *level, char *s) {
+static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
+{
     char *rest;
     char *name = strtok_r(s, level->section ? "= \t\r\n" : "=: \t\r\n", &rest);
     if (!name) return;
@@ -238,7 +252,8 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s) {
 
 // ---- the read
 
-static bool next_line(FILE *in) {
+static bool next_line(FILE *in)
+{
     if (!fgets(st.text, LINE_SIZE, in)) return false;
     ++st.line;
     st.text_read += *st.text ? strlen(st.text) : sizeof st.text;   // a line of NUL bytes may be that long
@@ -248,12 +263,14 @@ static bool next_line(FILE *in) {
 }
 
 // The current line less what it begins with; null if it is empty or a comment.
-static char *line_content() {
+static char *line_content()
+{
     char *s = st.text + strspn(st.text, "\t\n\v\f\r ");
     return *s && *s != '#' ? s : nullptr;
 }
 
-static void clear_derived(chipinfo_t *ci) {
+static void clear_derived(chipinfo_t *ci)
+{
     chipinfo_t cleared = {};
     cleared.c_name = ci->c_name;
     cleared.c_alias = ci->c_alias;
@@ -267,7 +284,8 @@ static void clear_derived(chipinfo_t *ci) {
 
 // Goes through the head and the headers up to the wanted section. The result is the section's name, with the file behind
 // its header; null if there is none.
-static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip) {
+static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip)
+{
     level_t head = {false, false, &ci->c_fileattrs};
     bool in_head = true, at_other_header = false;
     const char *tail_name = nullptr;   // the section whose name ends in the chip's
@@ -304,7 +322,8 @@ static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip) {
     return tail_name;
 }
 
-static chipinfo_t *read_chip(FILE *in, const char *chip) {
+static chipinfo_t *read_chip(FILE *in, const char *chip)
+{
     chipinfo_t *ci = xnew<chipinfo_t>();
     ci->c_file = st.file;
     ci->c_fileattrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
@@ -329,7 +348,8 @@ static chipinfo_t *read_chip(FILE *in, const char *chip) {
     return ci;
 }
 
-chipinfo_t *chipinfo_read(const char *path, const char *chip) {
+chipinfo_t *chipinfo_read(const char *path, const char *chip)
+{
     if (!chip) return nullptr;
     if (!path) {
         alert_msg(2043);
@@ -348,7 +368,8 @@ chipinfo_t *chipinfo_read(const char *path, const char *chip) {
     return ci;
 }
 
-chipinfo_t *chipinfo_load(const char *path, const char *chip) {
+chipinfo_t *chipinfo_load(const char *path, const char *chip)
+{
     if (!path) path = chip_find_INI_path(chip);
     chipinfo_t *ci = chipinfo_read(path, chip);
     if (!ci) alert_msg(922, chip ? chip : "", path ? path : "");

@@ -38,13 +38,15 @@ static const option_t option_rows[] = {
 
 static void pass_ignore_cmsgs() { cfg_set_ignore_cmsgs(st.options.ignore_cmsgs); }
 
-static const option_t *find_option(const char *name) {
+static const option_t *find_option(const char *name)
+{
     for (const option_t &option : option_rows)
         if (strcasecmp(option.name, name) == 0) return &option;
     return nullptr;
 }
 
-static void option_by_name(const option_t *option, const char *with) {
+static void option_by_name(const option_t *option, const char *with)
+{
     uint8_t i = 0;
     while (i <= option->most && strcasecmp(option->words[i], with) != 0) ++i;
     if (i <= option->most) st.options.*option->value = i;
@@ -52,22 +54,26 @@ static void option_by_name(const option_t *option, const char *with) {
     pass_ignore_cmsgs();
 }
 
-static void option_by_value(const option_t *option, uint64_t number) {
+static void option_by_value(const option_t *option, uint64_t number)
+{
     st.options.*option->value = number != 0 ? option->most : 0;
     pass_ignore_cmsgs();
 }
 
-static void note_region(const cfg_word_t *word) {
+static void note_region(const cfg_word_t *word)
+{
     if (chip_isConfigAddr(static_cast<int64_t>(word->address))) st.options.cfg_any_config = true;
     else st.options.cfg_any_idloc = true;
 }
 
-static void note_programmed(cfg_word_t *word, cfg_state_t state) {
+static void note_programmed(cfg_word_t *word, cfg_state_t state)
+{
     word->programmed = true;
     word->state = state;
 }
 
-void cfg_prog_with_name(const char *what, const char *with) {
+void cfg_prog_with_name(const char *what, const char *with)
+{
     bool known = false;
     pass_ignore_cmsgs();
     if (const cfg_word_t *word = cfg_find_word_by_name(what)) {
@@ -83,14 +89,16 @@ void cfg_prog_with_name(const char *what, const char *with) {
     if (!known) alert_msg(1363, what, with);
 }
 
-static void word_by_value(cfg_word_t *word, uint64_t number) {
+static void word_by_value(cfg_word_t *word, uint64_t number)
+{
     bool settings = cfg_word_has_settings(word);
     cfg_prog_word_literal(word, number);
     note_programmed(word, settings ? CFG_NAME : CFG_LITERAL);
     if (settings) word->value |= ~word->mask & word->defvalue;
 }
 
-void cfg_prog_with_value(const char *what, uint64_t number) {
+void cfg_prog_with_value(const char *what, uint64_t number)
+{
     bool known = true;
     pass_ignore_cmsgs();
     if (cfg_word_t *word = cfg_find_word_by_name(what)) {

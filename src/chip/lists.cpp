@@ -17,7 +17,8 @@
 
 static memrange_t *spare;   // chained through next
 
-static memrange_t *new_node(uint32_t lo, uint32_t hi, memrange_t *next) {
+static memrange_t *new_node(uint32_t lo, uint32_t hi, memrange_t *next)
+{
     memrange_t *n = spare;
     if (n) spare = n->next;
     else n = xnew<memrange_t>();
@@ -27,7 +28,8 @@ static memrange_t *new_node(uint32_t lo, uint32_t hi, memrange_t *next) {
 
 // Adds to the part of a list that begins at `*at`. The result is where the new range's node hangs: a range above it can
 // go on from there.
-static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool join) {
+static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool join)
+{
     uint64_t reach = join;   // how far beyond its end a range still takes another in
     while (*at && (*at)->hi + reach < lo) at = &(*at)->next;
     memrange_t *n = *at;
@@ -47,12 +49,14 @@ static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool joi
     return at;
 }
 
-void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join) {
+void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join)
+{
     ASSERTION(lo <= hi, "lo <= hi");
     if (lo <= hi) add_from(list, lo, hi, join);
 }
 
-void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join) {
+void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join)
+{
     if (page == 0) return add_discrete_range(list, lo, hi, join);
     ASSERTION(lo <= hi, "lo <= hi");
     uint64_t end = (uint64_t{lo} / page + 1) * page - 1;
@@ -60,7 +64,8 @@ void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page,
         list = add_from(list, static_cast<uint32_t>(from), static_cast<uint32_t>(std::min<uint64_t>(end, hi)), join);
 }
 
-memrange_t *range_subtract(const memrange_t *a, const memrange_t *b) {
+memrange_t *range_subtract(const memrange_t *a, const memrange_t *b)
+{
     memrange_t *result = nullptr, **tail = &result;
     auto append = [&tail](uint64_t lo, uint64_t hi) {
         *tail = new_node(static_cast<uint32_t>(lo), static_cast<uint32_t>(hi), nullptr);
@@ -78,7 +83,8 @@ memrange_t *range_subtract(const memrange_t *a, const memrange_t *b) {
     return result;
 }
 
-void range_free(memrange_t *list) {
+void range_free(memrange_t *list)
+{
     while (list) {
         memrange_t *next = list->next;
         list->next = spare;

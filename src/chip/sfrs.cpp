@@ -39,7 +39,8 @@ static struct {
 
 sfr_slot_t sfr_slots[SFR_SLOTS];
 
-static void enter(uint32_t addr, uint32_t id) {
+static void enter(uint32_t addr, uint32_t id)
+{
     uint32_t at = addr;
     while (sfr_slots[at % SFR_SLOTS].id != SFR_NONE) {
         if (sfr_slots[at % SFR_SLOTS].addr == addr) return;   // the first register at an address stays
@@ -48,7 +49,8 @@ static void enter(uint32_t addr, uint32_t id) {
     sfr_slots[at % SFR_SLOTS] = {addr, id};
 }
 
-void sfr_init(chipinfo_t *ci) {
+void sfr_init(chipinfo_t *ci)
+{
     if (st.sfrs_initialized) return;
     for (sfr_entry_t *e = st.list; e->id != UINT32_MAX; ++e)
         if (const sfr_t *sfr = chip_findSFR(ci, e->name)) {

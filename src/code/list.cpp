@@ -161,6 +161,13 @@ op_t *op_target(const op_t *node)
     }
 }
 
+// The label that a jump or call leads to. That a skip leads somewhere is nobody's concern but the skip's.
+static op_t *label_of(const op_t *op)
+{
+    op_t *target = op_target(op);
+    return target && target->op_type == T_NAME ? target : nullptr;
+}
+
 void op_set_position(const op_t *node)
 {
     srcpos.cur_file = node->op_lfile ? node->op_lfile : "";
@@ -169,11 +176,11 @@ void op_set_position(const op_t *node)
 
 // References.
 
-static void append_ref(op_t *ref, op_t *target)
+static void append_ref(op_t *ref, op_t *label_node)
 {
-    if (!target->op_refs)
-        target->op_refs = vec_make<op_t *>(4);
-    vec_add(target->op_refs, ref);
+    if (!label_node->op_refs)
+        label_node->op_refs = vec_make<op_t *>(4);
+    vec_add(label_node->op_refs, ref);
 }
 
 void op_add_ref(op_t *ref, op_t *label_node)
@@ -182,26 +189,37 @@ void op_add_ref(op_t *ref, op_t *label_node)
         append_ref(ref, label_node);
 }
 
+// The optimiser walks forward, and lists are built backward: what goes next stands at the end.
 void op_remove_ref(op_t *ref, op_t *label_node)
 {
-    if (label_node->op_refs)
-        vec_remove(label_node->op_refs, ref);
+    for (uint32_t i = vec_size(label_node->op_refs); i-- > 0;)
+        if (vec_elementAt(label_node->op_refs, i) == ref) {
+            vec_removeAt(label_node->op_refs, i);
+            return;
+        }
+}
+
+// Enters what the psect's nodes refer to; with `own`, in the psect's own labels only.
+static void enter_refs(symbol_t *psect, bool own)
+{
+    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
+        op_t *label = label_of(op);
+        if (label && (!own || label->op_psect == psect))
+            append_ref(op, label);
+    }
 }
 
 void list_build_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        op_t *target = op_target(op);
-        if (target)
-            append_ref(op, target);
+    enter_refs(psect, false);
+    for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
         if (op->op_type == T_NAME && op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
             op->op_sym->s_flags |= S_DEFHERE;
-    }
 }
 
 void list_renew_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op; op = op->op_next) {   // a skip may lead to the sentinel
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
         uint32_t kept = 0;
         for (op_t *ref : op->op_refs)
             if (ref->op_psect != psect)
@@ -209,19 +227,14 @@ void list_renew_refs(symbol_t *psect)
         while (vec_size(op->op_refs) > kept)
             vec_pop(op->op_refs);
     }
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        op_t *target = op_target(op);
-        if (target && (target->op_type == 0 || target->op_psect == psect))
-            append_ref(op, target);
-    }
+    enter_refs(psect, true);
 }
 
 void list_clear_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op; op = op->op_next) {   // the sentinel too
-        vec_destroy(op->op_refs.raw);
-        op->op_refs = {};
-    }
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+        if (op->op_refs)
+            vec_removeAll(op->op_refs);
 }
 
 // Comments.

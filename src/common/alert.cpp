@@ -85,7 +85,8 @@ static struct {
 void alert_set_services(const alert_services_t *services) { st.services = services; }
 void alert_set_log(void (*log)(const char *line)) { st.log = log; }
 
-void alert_stop(int status) {
+void alert_stop(int status)
+{
     if (st.services) st.services->stop(status);
     exit(status);
 }
@@ -95,7 +96,8 @@ void alert_stop(int status) {
 static const char *skip(const char *s, const char *set) { return s + strspn(s, set); }
 
 // A decimal number that the token consists of, or -1.
-static int64_t whole_number(const char *s, size_t n) {
+static int64_t whole_number(const char *s, size_t n)
+{
     int64_t value = 0;
     for (size_t i = 0; i < n; i++) {
         if (s[i] < '0' || s[i] > '9' || value > MAX_NUMBER) return -1;
@@ -104,17 +106,20 @@ static int64_t whole_number(const char *s, size_t n) {
     return n ? value : -1;
 }
 
-static bool is_level(const char *s) {
+static bool is_level(const char *s)
+{
     s += *s == '-';
     return *s >= '0' && *s <= '9';
 }
 
-static int32_t level_value(const char *s) {
+static int32_t level_value(const char *s)
+{
     long n = strtol(s, nullptr, 10);
     return static_cast<int32_t>(n < INT32_MIN ? INT32_MIN : n > INT32_MAX ? INT32_MAX : n);
 }
 
-static alert_type_t type_of_token(char c) {
+static alert_type_t type_of_token(char c)
+{
     switch (c) {
     case 'F': case 'f': return FATAL;
     case 'E': case 'e': return ERROR;
@@ -124,7 +129,8 @@ static alert_type_t type_of_token(char c) {
 }
 
 // Reads one line, whose newline is gone, into the table. False if the user is to be told that it is malformed.
-static bool load_line(vec_t<alert_record_t *> table, const char *s) {
+static bool load_line(vec_t<alert_record_t *> table, const char *s)
+{
     s = skip(s, " \t");
     size_t n = strcspn(s, " \t");
     int64_t number = whole_number(s, n);
@@ -139,7 +145,8 @@ static bool load_line(vec_t<alert_record_t *> table, const char *s) {
     return m->type != UNKNOWN;
 }
 
-static bool load_catalogue(const char *path) {
+static bool load_catalogue(const char *path)
+{
     FILE *in = path ? fopen(path, "r") : nullptr;
     if (!in) return false;
     path = cache_string(path);
@@ -158,7 +165,8 @@ static bool load_catalogue(const char *path) {
     return true;
 }
 
-static void initialise() {
+static void initialise()
+{
     if (st.ready) return;
     st.ready = true;
     for (int i = 0; i < FORMS; i++)
@@ -173,7 +181,8 @@ struct alert_conversion_t {
     char kind;         // 'i' integer, 's', 'f', 'p'; 0 none is left; '?' not understood
 };
 
-static alert_conversion_t next_conversion(const char *&s) {
+static alert_conversion_t next_conversion(const char *&s)
+{
     while ((s = strchr(s, '%'))) {
         s = skip(s + 1, "-+ #0");
         s = skip(s, "0123456789.");
@@ -192,7 +201,8 @@ static alert_conversion_t next_conversion(const char *&s) {
 }
 
 // Whether `text` takes its arguments as `model` does, or the first few of them.
-static bool takes_arguments_of(const char *text, const char *model) {
+static bool takes_arguments_of(const char *text, const char *model)
+{
     for (;;) {
         alert_conversion_t a = next_conversion(text), b = next_conversion(model);
         if (!a.kind) return true;
@@ -201,7 +211,8 @@ static bool takes_arguments_of(const char *text, const char *model) {
     }
 }
 
-static alert_record_t look_up(unsigned number) {
+static alert_record_t look_up(unsigned number)
+{
     alert_record_t m = {ERROR, number, "An error, warning or message was generated, but no description is available", 0};
     if (const alert_record_t *entry = st.primary ? vec_elementAt(st.primary, number) : nullptr) {
         m = *entry;
@@ -214,7 +225,8 @@ static alert_record_t look_up(unsigned number) {
     return m;
 }
 
-static bool is_dropped(const alert_record_t &m) {
+static bool is_dropped(const alert_record_t &m)
+{
     return m.type == SUPPRESSED || (m.type == WARNING && m.level < st.threshold);
 }
 
@@ -222,7 +234,8 @@ static bool is_dropped(const alert_record_t &m) {
 
 static const char *system_error() { return st.saved_errno ? strerror(st.saved_errno) : ""; }
 
-static void put(const char *s, size_t n) {
+static void put(const char *s, size_t n)
+{
     size_t room = LINE_LIMIT - 1 - st.length;
     if (n > room) n = room;
     memcpy(st.line + st.length, s, n);
@@ -231,13 +244,15 @@ static void put(const char *s, size_t n) {
 
 static void put(const char *s) { put(s, strlen(s)); }
 
-static void put_number(int64_t n) {
+static void put_number(int64_t n)
+{
     char digits[24];
     snprintf(digits, sizeof digits, "%lld", static_cast<long long>(n));
     put(digits);
 }
 
-static void write_line() {
+static void write_line()
+{
     if (st.length == LINE_LIMIT - 1) st.length--;
     put("\n");
     st.line[st.length] = '\0';
@@ -247,7 +262,8 @@ static void write_line() {
 }
 
 // The format with each %m replaced; the format itself if there is none. It is cut before what doesn't fit.
-static const char *expand_errors(const char *format) {
+static const char *expand_errors(const char *format)
+{
     static char expanded[LINE_LIMIT];
     if (!strstr(format, "%m")) return format;
     size_t length = 0;
@@ -267,12 +283,14 @@ static const char *expand_errors(const char *format) {
     return expanded;
 }
 
-static void put_location() {
+static void put_location()
+{
     if (st.no_line) put(no_line_text);
     else if (st.file && *st.file) put(st.file);
 }
 
-static void put_structured(const char *format, unsigned number) {
+static void put_structured(const char *format, unsigned number)
+{
     for (; *format; format++) {
         if (*format != '%') {
             put(format, 1);
@@ -292,7 +310,8 @@ static void put_structured(const char *format, unsigned number) {
     }
 }
 
-static void put_plain(alert_form_t form) {
+static void put_plain(alert_form_t form)
+{
     if (st.no_line || (st.file && *st.file)) {
         put_location();
         put(": ");
@@ -305,7 +324,8 @@ static void put_plain(alert_form_t form) {
     if (form == WARNING_FORM) put(" (warning)");
 }
 
-static void write_message(alert_form_t form, unsigned number, const char *format, va_list args) {
+static void write_message(alert_form_t form, unsigned number, const char *format, va_list args)
+{
     size_t n = 0;
     st.text[0] = '\0';
     if (!st.structured && form != MESSAGE_FORM)
@@ -319,18 +339,21 @@ static void write_message(alert_form_t form, unsigned number, const char *format
 
 // ---- Reports
 
-static void call_hook() {
+static void call_hook()
+{
     if (st.hook) st.hook();
 }
 
-static void count_error() {
+static void count_error()
+{
     unsigned before = st.errors++;
     if (before < st.limit) return;
     alert_numbered_text(1, "M", "too many errors (%u)", before + 1);
     alert_stop(1);
 }
 
-static int report(unsigned number, va_list args) {
+static int report(unsigned number, va_list args)
+{
     initialise();
     alert_record_t m = look_up(number);
     if (is_dropped(m)) return 0;
@@ -344,19 +367,22 @@ static int report(unsigned number, va_list args) {
     return 1;
 }
 
-static uint32_t reported_hash(word_t key) {
+static uint32_t reported_hash(word_t key)
+{
     const alert_reported_t *r = from_word<const alert_reported_t *>(key);
     return hash_string(to_word(r->file)) ^ static_cast<uint32_t>(static_cast<uint64_t>(r->line) << 16) ^ r->number;
 }
 
-static int reported_compare(word_t v, word_t w) {
+static int reported_compare(word_t v, word_t w)
+{
     const alert_reported_t *a = from_word<const alert_reported_t *>(v), *b = from_word<const alert_reported_t *>(w);
     if (a->number != b->number) return a->number < b->number ? -1 : 1;
     if (a->line != b->line) return a->line < b->line ? -1 : 1;
     return strcmp(a->file, b->file);
 }
 
-static int report_once(unsigned number, va_list args) {
+static int report_once(unsigned number, va_list args)
+{
     call_hook();
     initialise();
     if (!st.reported) st.reported = hash_make<alert_reported_t *, bool>(REPORTED_BUCKETS, reported_hash, reported_compare);
@@ -388,14 +414,16 @@ NUMBER_FORM(alert_msg_nl, report, true)
 NUMBER_FORM(alert_once, report_once, false)
 NUMBER_FORM(alert_once_nl, report_once, true)
 
-int alert_once_bare(unsigned number) {
+int alert_once_bare(unsigned number)
+{
     st.bare = true;
     int written = alert_once(number);
     st.bare = false;
     return written;
 }
 
-static int report_text(unsigned number, bool hook, const char *kind, const char *format, va_list args) {
+static int report_text(unsigned number, bool hook, const char *kind, const char *format, va_list args)
+{
     alert_type_t type = type_of_token(*kind);
     if (type == ERROR) count_error();
     int level = is_level(kind) ? level_value(kind) : 10;
@@ -407,7 +435,8 @@ static int report_text(unsigned number, bool hook, const char *kind, const char 
     return 1;
 }
 
-int alert_text(const char *kind, const char *format, ...) {
+int alert_text(const char *kind, const char *format, ...)
+{
     st.saved_errno = errno;
     va_list args;
     va_start(args, format);
@@ -416,7 +445,8 @@ int alert_text(const char *kind, const char *format, ...) {
     return written;
 }
 
-int alert_numbered_text(unsigned number, const char *kind, const char *format, ...) {
+int alert_numbered_text(unsigned number, const char *kind, const char *format, ...)
+{
     st.saved_errno = errno;
     va_list args;
     va_start(args, format);
@@ -425,7 +455,8 @@ int alert_numbered_text(unsigned number, const char *kind, const char *format, .
     return written;
 }
 
-void alert_print(const char *format, ...) {
+void alert_print(const char *format, ...)
+{
     st.saved_errno = errno;
     va_list args;
     va_start(args, format);
@@ -437,7 +468,8 @@ void alert_print(const char *format, ...) {
 
 // ---- Settings
 
-void alert_set_formats(const char *error_format, const char *warning_format, const char *message_format) {
+void alert_set_formats(const char *error_format, const char *warning_format, const char *message_format)
+{
     initialise();
     const char *formats[FORMS] = {error_format, warning_format, message_format};
     for (int i = 0; i < FORMS; i++) {
@@ -446,14 +478,16 @@ void alert_set_formats(const char *error_format, const char *warning_format, con
     }
 }
 
-unsigned alert_set_emax(unsigned limit) {
+unsigned alert_set_emax(unsigned limit)
+{
     initialise();
     unsigned before = st.limit;
     st.limit = limit;
     return before;
 }
 
-int alert_set_level(int level) {
+int alert_set_level(int level)
+{
     int before = st.threshold;
     st.threshold = level;
     return before;
@@ -463,21 +497,24 @@ void alert_set_werror(int flag) { st.werror = flag; }
 void alert_set_structured(int flag) { st.structured = flag; }
 void alert_set_hook(void (*hook)()) { st.hook = hook; }
 
-void alert_set_location(const char *file, const int64_t *line, const char *const *line_start, const char *const *character) {
+void alert_set_location(const char *file, const int64_t *line, const char *const *line_start, const char *const *character)
+{
     st.file = file;
     st.line_pointer = line;
     st.line_start = line_start;
     st.character = character;
 }
 
-bool alert_load_file(const char *path) {
+bool alert_load_file(const char *path)
+{
     initialise();
     struct stat info;
     if (!path || stat(path, &info) != 0 || S_ISDIR(info.st_mode)) return false;
     return cache_string(path) == st.loaded || load_catalogue(path);
 }
 
-void alert_disable_list(const char *text) {
+void alert_disable_list(const char *text)
+{
     if (!text || !*text) return;
     if (!st.actions) st.actions = vec_make<uint32_t>();
     if (*text == '0') {

@@ -8,7 +8,8 @@
 
 int assertion_mode;
 
-void assertion_failed(const char *text, const char *file, int line) {
+void assertion_failed(const char *text, const char *file, int line)
+{
     const char *slash = strrchr(file, '/');
     alert_msg_nl(1504u - static_cast<unsigned>(assertion_mode), text, slash ? slash + 1 : file, line);
 }

@@ -18,7 +18,8 @@ static struct {
     uint32_t made[CONTAINER_KINDS];
 } st;
 
-container_stat_t *container_made(container_kind_t kind, const uint32_t *count, made_at_t at) {
+container_stat_t *container_made(container_kind_t kind, const uint32_t *count, made_at_t at)
+{
     container_stat_t *s = xnew<container_stat_t>();
     *s = {st.newest[kind], at, count, 0};
     st.newest[kind] = s;
@@ -28,19 +29,22 @@ container_stat_t *container_made(container_kind_t kind, const uint32_t *count, m
 
 void container_shrinks(container_stat_t *s) { s->most = std::max(s->most, *s->count); }
 
-void container_gone(container_stat_t *s) {
+void container_gone(container_stat_t *s)
+{
     container_shrinks(s);
     s->count = nullptr;
 }
 
 // By place, and at one place as they were made.
-static int compare_places(const void *a, const void *b) {
+static int compare_places(const void *a, const void *b)
+{
     const container_stat_t *s = *static_cast<container_stat_t *const *>(a), *t = *static_cast<container_stat_t *const *>(b);
     int c = strcmp(s->at.file, t->at.file);
     return c ? c : s->at.line < t->at.line ? -1 : s->at.line > t->at.line;
 }
 
-static container_stat_t **by_place(container_kind_t kind) {
+static container_stat_t **by_place(container_kind_t kind)
+{
     uint32_t n = st.made[kind];
     container_stat_t **list = xnew<container_stat_t *>(n + size_t{1}), *s = st.newest[kind];
     for (uint32_t i = n; i-- > 0; s = s->older) {
@@ -51,24 +55,28 @@ static container_stat_t **by_place(container_kind_t kind) {
     return list;
 }
 
-static void put_place(FILE *out, made_at_t at) {
+static void put_place(FILE *out, made_at_t at)
+{
     const char *slash = strrchr(at.file, '/');
     fprintf(out, "%s:%u:", slash ? slash + 1 : at.file, at.line);
 }
 
-static void put_container(FILE *out, const container_stat_t *s) {
+static void put_container(FILE *out, const container_stat_t *s)
+{
     put_place(out, s->at);
     fprintf(out, " most %u", s->most);
     if (s->count) fprintf(out, ", now %u\n", *s->count);
     else fputs(", destroyed\n", out);
 }
 
-static void put_list(FILE *out, container_kind_t kind, const char *heading, const char *heading_of_none) {
+static void put_list(FILE *out, container_kind_t kind, const char *heading, const char *heading_of_none)
+{
     fprintf(out, "%s\n", st.made[kind] ? heading : heading_of_none);
     for (container_stat_t **s = by_place(kind); *s; s++) put_container(out, *s);
 }
 
-static void put_vectors(FILE *out) {
+static void put_vectors(FILE *out)
+{
     container_stat_t **list = by_place(CONTAINER_VECTOR);
     fputs("# Living Vector Master List:\n", out);
     for (container_stat_t **s = list; *s; s++)
@@ -85,7 +93,8 @@ static void put_vectors(FILE *out) {
     }
 }
 
-void container_stats_dump(FILE *out) {
+void container_stats_dump(FILE *out)
+{
     put_vectors(out);
     put_list(out, CONTAINER_HASH, "# Hash Table Master List:", "# No hash tables were used");
     put_list(out, CONTAINER_SKIPLIST, "# Skiplist Master List:", "# None.");

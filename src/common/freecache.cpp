@@ -15,14 +15,16 @@ struct freecache_t {
     void *free;
 };
 
-freecache_t *freecache_new(size_t size, uint32_t max) {
+freecache_t *freecache_new(size_t size, uint32_t max)
+{
     ASSERTION(max != 0, "max != 0");
     freecache_t *fc = xnew<freecache_t>();
     *fc = {.size = std::max(size, sizeof(void *)), .count = 0, .max = max, .free = nullptr};
     return fc;
 }
 
-void *freecache_get(freecache_t *fc) {
+void *freecache_get(freecache_t *fc)
+{
     if (!fc) return nullptr;
     void *obj = fc->free;
     if (!obj) return xalloc(fc->size);
@@ -31,7 +33,8 @@ void *freecache_get(freecache_t *fc) {
     return memset(obj, 0, fc->size);
 }
 
-void freecache_add(freecache_t *fc, void *obj) {
+void freecache_add(freecache_t *fc, void *obj)
+{
     if (!fc || !obj) return;
     if (fc->count >= fc->max) return xfree(obj);
     memcpy(obj, &fc->free, sizeof(void *));

@@ -28,7 +28,8 @@ struct hash_t {
 
 static hash_entry_t *spare_entries;
 
-hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at) {
+hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at)
+{
     ASSERTION(size != 0, "size != 0");
     hash_t *h = xnew<hash_t>();
     *h = {.size = size, .count = 0, .hashfn = hashfn, .cmpfn = cmpfn, .buckets = xnew<hash_entry_t *>(size),
@@ -36,7 +37,8 @@ hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at
     return h;
 }
 
-void hash_destroy(hash_t *h) {
+void hash_destroy(hash_t *h)
+{
     hash_clear(h);
     if (h->stat) container_gone(h->stat);
     xfree(h->buckets);
@@ -46,19 +48,22 @@ void hash_destroy(hash_t *h) {
 static uint32_t hash_of_key(const hash_t *h, word_t key) { return h->hashfn ? h->hashfn(key) : static_cast<uint32_t>(key); }
 
 // The link that points to the key's entry, or the null link at the end of its chain.
-static hash_entry_t **find(const hash_t *h, word_t key, uint32_t hash) {
+static hash_entry_t **find(const hash_t *h, word_t key, uint32_t hash)
+{
     hash_entry_t **link = &h->buckets[hash % h->size];
     for (hash_entry_t *e; (e = *link); link = &e->next)
         if (e->hash == hash && (h->cmpfn ? h->cmpfn(e->key, key) == 0 : e->key == key)) break;
     return link;
 }
 
-static hash_entry_t *find_entry(const hash_t *h, word_t key) {
+static hash_entry_t *find_entry(const hash_t *h, word_t key)
+{
     ASSERTION(h, "p != NULL");
     return *find(h, key, hash_of_key(h, key));
 }
 
-bool hash_insert(hash_t *h, word_t key, word_t value) {
+bool hash_insert(hash_t *h, word_t key, word_t value)
+{
     ASSERTION(h, "p != NULL");
     uint32_t hash = hash_of_key(h, key);
     hash_entry_t **link = find(h, key, hash), *e = spare_entries;
@@ -71,19 +76,22 @@ bool hash_insert(hash_t *h, word_t key, word_t value) {
     return true;
 }
 
-void hash_replace(hash_t *h, word_t key, word_t value) {
+void hash_replace(hash_t *h, word_t key, word_t value)
+{
     if (hash_lookup(h, key)) hash_remove(h, key);
     hash_insert(h, key, value);
 }
 
-word_t hash_lookup(const hash_t *h, word_t key) {
+word_t hash_lookup(const hash_t *h, word_t key)
+{
     hash_entry_t *e = find_entry(h, key);
     return e ? e->value : 0;
 }
 
 bool hash_haskey(const hash_t *h, word_t key) { return find_entry(h, key); }
 
-word_t hash_remove(hash_t *h, word_t key) {
+word_t hash_remove(hash_t *h, word_t key)
+{
     ASSERTION(h, "p != NULL");
     hash_entry_t **link = find(h, key, hash_of_key(h, key)), *e = *link;
     if (!e) return 0;
@@ -95,7 +103,8 @@ word_t hash_remove(hash_t *h, word_t key) {
     return e->value;
 }
 
-void hash_clear(hash_t *h) {
+void hash_clear(hash_t *h)
+{
     ASSERTION(h, "p != NULL");
     if (h->stat) container_shrinks(h->stat);
     for (uint32_t i = 0; i < h->size; i++)
@@ -107,12 +116,14 @@ void hash_clear(hash_t *h) {
     h->count = 0;
 }
 
-uint32_t hash_size(const hash_t *h) {
+uint32_t hash_size(const hash_t *h)
+{
     ASSERTION(h, "p != NULL");
     return h->count;
 }
 
-void hash_copy(hash_t *dst, const hash_t *src) {
+void hash_copy(hash_t *dst, const hash_t *src)
+{
     if (dst == src) return;
     hash_clear(dst);
     hash_each(src, dst, [](void *arg, word_t key, word_t value) -> word_t {
@@ -121,7 +132,8 @@ void hash_copy(hash_t *dst, const hash_t *src) {
     });
 }
 
-word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key, word_t value)) {
+word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key, word_t value))
+{
     ASSERTION(h, "p != NULL");
     for (uint32_t i = 0; i < h->size; i++)
         for (hash_entry_t *e = h->buckets[i], *next; e; e = next) {
@@ -131,23 +143,27 @@ word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key,
     return 0;
 }
 
-static word_t add_key(void *v, word_t key, word_t) {
+static word_t add_key(void *v, word_t key, word_t)
+{
     vec_add(static_cast<vector_t *>(v), key);
     return 0;
 }
 
-static word_t add_value(void *v, word_t, word_t value) {
+static word_t add_value(void *v, word_t, word_t value)
+{
     vec_add(static_cast<vector_t *>(v), value);
     return 0;
 }
 
-vector_t *hash_keys(const hash_t *c) {
+vector_t *hash_keys(const hash_t *c)
+{
     vector_t *v = vec_new();
     hash_each(c, v, add_key);
     return v;
 }
 
-vector_t *hash_values(const hash_t *c) {
+vector_t *hash_values(const hash_t *c)
+{
     vector_t *v = vec_new();
     hash_each(c, v, add_value);
     return v;
@@ -157,7 +173,8 @@ static int same(int c) { return c; }
 static int lower(int c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
 
 // Bytes count as signed, in arithmetic modulo 2 to the 32nd.
-template <int (*fold)(int)> static uint32_t hash_bytes(const char *s) {
+template <int (*fold)(int)> static uint32_t hash_bytes(const char *s)
+{
     uint32_t h = 5381;
     for (; *s; s++) h += (h << 5) + static_cast<uint32_t>(fold(static_cast<signed char>(*s)));
     return h;
@@ -169,7 +186,8 @@ int hash_strcmp(word_t a, word_t b) { return strcmp(from_word<const char *>(a), 
 
 uint32_t hash_string_nocase(word_t key) { return hash_bytes<lower>(from_word<const char *>(key)); }
 
-int hash_strcasecmp(word_t a, word_t b) {
+int hash_strcasecmp(word_t a, word_t b)
+{
     const unsigned char *s = from_word<const unsigned char *>(a), *t = from_word<const unsigned char *>(b);
     while (*s && lower(*s) == lower(*t)) s++, t++;
     return lower(*s) - lower(*t);

@@ -19,7 +19,8 @@ static struct {
     uint32_t next_id;
 } st;
 
-ptrset_t *ptrset_new(skip_cmp_t compare) {
+ptrset_t *ptrset_new(skip_cmp_t compare)
+{
     if (!st.sets) st.sets = freecache_new(sizeof(ptrset_t), POOL_DEPTH);
     ptrset_t *s = static_cast<ptrset_t *>(freecache_get(st.sets));
     s->id = st.next_id++;
@@ -27,26 +28,30 @@ ptrset_t *ptrset_new(skip_cmp_t compare) {
     return s;
 }
 
-void ptrset_destroy(ptrset_t *s) {
+void ptrset_destroy(ptrset_t *s)
+{
     if (!s) return;
     while (s->iters) ptrset_iterDone(s);
     if (s->list) skiplist_destroy(s->list);
     freecache_add(st.sets, s);
 }
 
-ptrset_t *ptrset_clone(const ptrset_t *s) {
+ptrset_t *ptrset_clone(const ptrset_t *s)
+{
     ptrset_t *clone = ptrset_new(s->compare);
     ptrset_union(clone, s);
     return clone;
 }
 
-void ptrset_copy(ptrset_t *dst, const ptrset_t *src) {
+void ptrset_copy(ptrset_t *dst, const ptrset_t *src)
+{
     if (dst == src) return;
     ptrset_empty(dst);
     ptrset_union(dst, src);
 }
 
-bool ptrset_add(ptrset_t *s, word_t x) {
+bool ptrset_add(ptrset_t *s, word_t x)
+{
     ASSERTION(x != 0, "x != 0");
     if (!s->list) s->list = skiplist_new([](word_t) -> uint32_t { return 0; }, s->compare);
     return skiplist_insert(s->list, x, x);
@@ -57,7 +62,8 @@ bool ptrset_remove(ptrset_t *s, word_t x) { return s->list && skiplist_remove(s-
 bool ptrset_contains(const ptrset_t *s, word_t x) { return s->list && skiplist_haskey(s->list, x); }
 
 // The members of `src` one by one, with `dst`; ends early and answers false when fn does.
-static bool all_members(ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t *dst, word_t x)) {
+static bool all_members(ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t *dst, word_t x))
+{
     struct job_t { ptrset_t *dst; bool (*fn)(ptrset_t *, word_t); } job = {dst, fn};
     return !src->list || !skiplist_each(src->list, &job, [](void *arg, word_t x, word_t) -> word_t {
         job_t *j = static_cast<job_t *>(arg);
@@ -66,46 +72,54 @@ static bool all_members(ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t 
 }
 
 // The same for a `dst` that fn only reads.
-static bool all_members(const ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t *dst, word_t x)) {
+static bool all_members(const ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t *dst, word_t x))
+{
     return all_members(const_cast<ptrset_t *>(dst), src, fn);
 }
 
 static bool is_member(ptrset_t *s, word_t x) { return ptrset_contains(s, x); }
 static bool is_no_member(ptrset_t *s, word_t x) { return !ptrset_contains(s, x); }
 
-void ptrset_union(ptrset_t *dst, const ptrset_t *src) {
+void ptrset_union(ptrset_t *dst, const ptrset_t *src)
+{
     all_members(dst, src, [](ptrset_t *s, word_t x) { return ptrset_add(s, x), true; });
 }
 
-void ptrset_complement(ptrset_t *dst, const ptrset_t *src) {
+void ptrset_complement(ptrset_t *dst, const ptrset_t *src)
+{
     all_members(dst, src, [](ptrset_t *s, word_t x) { return ptrset_remove(s, x), true; });
 }
 
-void ptrset_intersect(ptrset_t *dst, const ptrset_t *src) {
+void ptrset_intersect(ptrset_t *dst, const ptrset_t *src)
+{
     ptrset_t *strangers = ptrset_clone(dst);
     ptrset_complement(strangers, src);
     ptrset_complement(dst, strangers);
     ptrset_destroy(strangers);
 }
 
-void ptrset_difference(ptrset_t *dst, const ptrset_t *src) {
+void ptrset_difference(ptrset_t *dst, const ptrset_t *src)
+{
     all_members(dst, src, [](ptrset_t *s, word_t x) { return ptrset_remove(s, x) || ptrset_add(s, x); });
 }
 
 bool ptrset_querySubset(const ptrset_t *a, const ptrset_t *b) { return all_members(b, a, is_member); }
 bool ptrset_queryComplement(const ptrset_t *a, const ptrset_t *b) { return all_members(b, a, is_no_member); }
 bool ptrset_queryIntersect(const ptrset_t *a, const ptrset_t *b) { return !ptrset_queryComplement(a, b); }
-bool ptrset_queryEqual(const ptrset_t *a, const ptrset_t *b) {
+bool ptrset_queryEqual(const ptrset_t *a, const ptrset_t *b)
+{
     return ptrset_size(a) == ptrset_size(b) && ptrset_querySubset(a, b);
 }
 
-void ptrset_empty(ptrset_t *s) {
+void ptrset_empty(ptrset_t *s)
+{
     if (s->list) skiplist_clear(s->list);
 }
 
 uint32_t ptrset_size(const ptrset_t *s) { return s->list ? skiplist_count(s->list) : 0; }
 
-uint32_t ptrset_hash(const ptrset_t *s) {
+uint32_t ptrset_hash(const ptrset_t *s)
+{
     uint32_t sum = 0;
     if (s->list)
         skiplist_each(s->list, &sum, [](void *arg, word_t x, word_t) -> word_t {
@@ -125,12 +139,14 @@ void ptrset_iterReset(ptrset_t *s) { s->iters = set_iter_push(s->iters); }
 
 bool ptrset_iterHasNext(const ptrset_t *s) { return ptrset_iterLook(s); }
 
-word_t ptrset_iterLook(const ptrset_t *s) {
+word_t ptrset_iterLook(const ptrset_t *s)
+{
     if (!s->iters || !s->list) return 0;
     return s->iters->at ? skiplist_lookup_next(s->list, s->iters->at) : skiplist_first(s->list);
 }
 
-word_t ptrset_iterNext(ptrset_t *s) {
+word_t ptrset_iterNext(ptrset_t *s)
+{
     word_t x = ptrset_iterLook(s);
     if (x) s->iters->at = x;
     return x;

@@ -20,7 +20,8 @@ static struct {
     uint32_t next_id;
 } st;
 
-static set_t *make(bitset_t *small, ptrset_t *large) {
+static set_t *make(bitset_t *small, ptrset_t *large)
+{
     if (!st.sets) st.sets = freecache_new(sizeof(set_t), POOL_DEPTH);
     set_t *s = static_cast<set_t *>(freecache_get(st.sets));
     *s = {small, large, st.next_id++};
@@ -31,14 +32,16 @@ static set_t *make(bitset_t *small, ptrset_t *large) {
 
 set_t *set_new(skip_cmp_t compare) { return make(bitset_new(), ptrset_new(compare)); }
 
-void set_destroy(set_t *s) {
+void set_destroy(set_t *s)
+{
     if (!s) return;
     bitset_destroy(s->small);
     ptrset_destroy(s->large);
     freecache_add(st.sets, s);
 }
 
-set_t *set_clone(const set_t *s) {
+set_t *set_clone(const set_t *s)
+{
     REQUIRE(s);
     return make(bitset_clone(s->small), ptrset_clone(s->large));
 }
@@ -90,22 +93,26 @@ OF_SET(empty)
 OF_SET(iterReset)
 OF_SET(iterDone)
 
-uint32_t set_size(const set_t *s) {
+uint32_t set_size(const set_t *s)
+{
     REQUIRE(s);
     return bitset_size(s->small) + ptrset_size(s->large);
 }
 
-uint32_t set_hash(const set_t *s) {
+uint32_t set_hash(const set_t *s)
+{
     REQUIRE(s);
     return bitset_hash(s->small) + ptrset_hash(s->large);
 }
 
-uint32_t set_id(const set_t *s) {
+uint32_t set_id(const set_t *s)
+{
     REQUIRE(s);
     return s->id;
 }
 
-vector_t *set_vector(const set_t *s) {
+vector_t *set_vector(const set_t *s)
+{
     REQUIRE(s);
     vector_t *v = bitset_vector(s->small), *large = ptrset_vector(s->large);
     vec_addAll(v, large);
@@ -113,22 +120,26 @@ vector_t *set_vector(const set_t *s) {
     return v;
 }
 
-word_t set_anyMember(const set_t *s) {
+word_t set_anyMember(const set_t *s)
+{
     REQUIRE(s);
     return bitset_size(s->small) ? bitset_anyMember(s->small) : ptrset_anyMember(s->large);
 }
 
-bool set_iterHasNext(const set_t *s) {
+bool set_iterHasNext(const set_t *s)
+{
     REQUIRE(s);
     return bitset_iterHasNext(s->small) || ptrset_iterHasNext(s->large);
 }
 
-word_t set_iterNext(set_t *s) {
+word_t set_iterNext(set_t *s)
+{
     REQUIRE(s);
     return bitset_iterHasNext(s->small) ? bitset_iterNext(s->small) : ptrset_iterNext(s->large);
 }
 
-word_t set_iterLook(const set_t *s) {
+word_t set_iterLook(const set_t *s)
+{
     REQUIRE(s);
     return bitset_iterHasNext(s->small) ? bitset_iterLook(s->small) : ptrset_iterLook(s->large);
 }

@@ -42,7 +42,8 @@ static int word_compare(word_t a, word_t b) { return a < b ? -1 : a > b; }
 
 static uint32_t word_hash(word_t key) { return static_cast<uint32_t>(std::min<word_t>(key, UINT32_MAX)); }
 
-skiplist_t *skiplist_new(hash_fn_t hashfn, skip_cmp_t cmpfn, made_at_t at) {
+skiplist_t *skiplist_new(hash_fn_t hashfn, skip_cmp_t cmpfn, made_at_t at)
+{
     skiplist_t *s = xnew<skiplist_t>();
     s->order = 1;
     s->hashfn = hashfn ? hashfn : word_hash;
@@ -51,12 +52,14 @@ skiplist_t *skiplist_new(hash_fn_t hashfn, skip_cmp_t cmpfn, made_at_t at) {
     return s;
 }
 
-static void drop_node(skip_node_t *n) {
+static void drop_node(skip_node_t *n)
+{
     forward(n)[0] = spare_nodes[n->order];
     spare_nodes[n->order] = n;
 }
 
-static skip_node_t *get_node(uint32_t order) {
+static skip_node_t *get_node(uint32_t order)
+{
     skip_node_t *n = spare_nodes[order];
     if (n) spare_nodes[order] = forward(n)[0];
     else n = static_cast<skip_node_t *>(xalloc(sizeof(skip_node_t) + order * sizeof(skip_node_t *)));
@@ -64,13 +67,15 @@ static skip_node_t *get_node(uint32_t order) {
     return n;
 }
 
-void skiplist_destroy(skiplist_t *s) {
+void skiplist_destroy(skiplist_t *s)
+{
     skiplist_clear(s);
     if (s->stat) container_gone(s->stat);
     xfree(s);
 }
 
-void skiplist_clear(skiplist_t *s) {
+void skiplist_clear(skiplist_t *s)
+{
     ASSERTION(s, "p != NULL");
     if (s->stat) container_shrinks(s->stat);
     for (skip_node_t *n = s->head[0], *next; n; n = next) {
@@ -90,7 +95,8 @@ struct skip_path_t {
     skip_node_t *before;   // owner of links[0], or null
 };
 
-static skip_path_t find(const skiplist_t *s, word_t key, bool past = false) {
+static skip_path_t find(const skiplist_t *s, word_t key, bool past = false)
+{
     ASSERTION(s, "p != NULL");
     skip_path_t p;
     p.hash = s->hashfn(key);
@@ -109,14 +115,16 @@ static skip_path_t find(const skiplist_t *s, word_t key, bool past = false) {
     return p;
 }
 
-static skip_node_t *match(const skiplist_t *s, const skip_path_t &p, word_t key) {
+static skip_node_t *match(const skiplist_t *s, const skip_path_t &p, word_t key)
+{
     skip_node_t *n = p.links[0][0];
     return n && n->hash == p.hash && s->cmpfn(n->key, key) == 0 ? n : nullptr;
 }
 
 static skip_node_t *find_node(const skiplist_t *s, word_t key) { return match(s, find(s, key), key); }
 
-static uint32_t random_order(const skiplist_t *s) {
+static uint32_t random_order(const skiplist_t *s)
+{
     static bool seeded;
     if (!seeded) srand(0);
     seeded = true;
@@ -125,7 +133,8 @@ static uint32_t random_order(const skiplist_t *s) {
     return order;
 }
 
-bool skiplist_insert(skiplist_t *s, word_t key, word_t value) {
+bool skiplist_insert(skiplist_t *s, word_t key, word_t value)
+{
     skip_path_t p = find(s, key);
     if (match(s, p, key)) return false;
     skip_node_t *n = get_node(random_order(s));
@@ -141,7 +150,8 @@ bool skiplist_insert(skiplist_t *s, word_t key, word_t value) {
     return true;
 }
 
-word_t skiplist_remove(skiplist_t *s, word_t key) {
+word_t skiplist_remove(skiplist_t *s, word_t key)
+{
     skip_path_t p = find(s, key);
     skip_node_t *n = match(s, p, key);
     if (!n) return 0;
@@ -152,34 +162,40 @@ word_t skiplist_remove(skiplist_t *s, word_t key) {
     return n->value;
 }
 
-word_t skiplist_lookup(const skiplist_t *s, word_t key) {
+word_t skiplist_lookup(const skiplist_t *s, word_t key)
+{
     skip_node_t *n = find_node(s, key);
     return n ? n->value : 0;
 }
 
 bool skiplist_haskey(const skiplist_t *s, word_t key) { return find_node(s, key); }
 
-word_t skiplist_lookup_le(const skiplist_t *s, word_t key) {
+word_t skiplist_lookup_le(const skiplist_t *s, word_t key)
+{
     skip_node_t *n = find(s, key, true).before;
     return n ? n->value : 0;
 }
 
-word_t skiplist_lookup_next(const skiplist_t *s, word_t key) {
+word_t skiplist_lookup_next(const skiplist_t *s, word_t key)
+{
     skip_node_t *n = find(s, key, true).links[0][0];
     return n ? n->value : 0;
 }
 
-word_t skiplist_first(const skiplist_t *s) {
+word_t skiplist_first(const skiplist_t *s)
+{
     ASSERTION(s, "p != NULL");
     return s->head[0] ? s->head[0]->value : 0;
 }
 
-uint32_t skiplist_count(const skiplist_t *s) {
+uint32_t skiplist_count(const skiplist_t *s)
+{
     ASSERTION(s, "p != NULL");
     return s->count;
 }
 
-word_t skiplist_each(const skiplist_t *s, void *arg, word_t (*fn)(void *arg, word_t key, word_t value)) {
+word_t skiplist_each(const skiplist_t *s, void *arg, word_t (*fn)(void *arg, word_t key, word_t value))
+{
     ASSERTION(s, "p != NULL");
     for (skip_node_t *n = s->head[0], *next; n; n = next) {
         next = forward(n)[0];
@@ -188,29 +204,34 @@ word_t skiplist_each(const skiplist_t *s, void *arg, word_t (*fn)(void *arg, wor
     return 0;
 }
 
-static word_t add_key(void *v, word_t key, word_t) {
+static word_t add_key(void *v, word_t key, word_t)
+{
     vec_add(static_cast<vector_t *>(v), key);
     return 0;
 }
 
-static word_t add_value(void *v, word_t, word_t value) {
+static word_t add_value(void *v, word_t, word_t value)
+{
     vec_add(static_cast<vector_t *>(v), value);
     return 0;
 }
 
-vector_t *skiplist_keys(const skiplist_t *c) {
+vector_t *skiplist_keys(const skiplist_t *c)
+{
     vector_t *v = vec_new();
     skiplist_each(c, v, add_key);
     return v;
 }
 
-vector_t *skiplist_values(const skiplist_t *c) {
+vector_t *skiplist_values(const skiplist_t *c)
+{
     vector_t *v = vec_new();
     skiplist_each(c, v, add_value);
     return v;
 }
 
-skiplist_t *skiplist_copy(const skiplist_t *s, made_at_t at) {
+skiplist_t *skiplist_copy(const skiplist_t *s, made_at_t at)
+{
     skiplist_t *copy = skiplist_new(s->hashfn, s->cmpfn, at);
     skiplist_each(s, copy, [](void *arg, word_t key, word_t value) -> word_t {
         skiplist_insert(static_cast<skiplist_t *>(arg), key, value);

@@ -20,7 +20,8 @@
 #include "common/assertion.h"
 #include "common/xalloc.h"
 
-static void swap_elements(char *a, char *b, size_t size) {
+static void swap_elements(char *a, char *b, size_t size)
+{
     if (size == sizeof(uint64_t)) {
         uint64_t x, y;
         memcpy(&x, a, sizeof x);
@@ -32,7 +33,8 @@ static void swap_elements(char *a, char *b, size_t size) {
     }
 }
 
-void osdep_qsort_arg(void *base, size_t count, size_t size, int (*compare)(const void *, const void *, void *), void *arg) {
+void osdep_qsort_arg(void *base, size_t count, size_t size, int (*compare)(const void *, const void *, void *), void *arg)
+{
     if (count < 2) return;
     ASSERTION(base, "base != NULL");
     char local[800];
@@ -69,7 +71,8 @@ void osdep_qsort_arg(void *base, size_t count, size_t size, int (*compare)(const
     if (pivot != local) xfree(pivot);
 }
 
-void osdep_qsort(void *base, size_t count, size_t size, int (*compare)(const void *, const void *)) {
+void osdep_qsort(void *base, size_t count, size_t size, int (*compare)(const void *, const void *))
+{
     auto plain = [](const void *a, const void *b, void *arg) {
         return (*static_cast<int (**)(const void *, const void *)>(arg))(a, b);
     };

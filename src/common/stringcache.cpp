@@ -27,7 +27,8 @@ static struct {
     size_t room;   // bytes in the buffer
 } st;
 
-static char *work_buffer(size_t size) {
+static char *work_buffer(size_t size)
+{
     if (size > st.room) {
         xfree(st.buffer);
         st.room = std::max<size_t>(4096, size * 2);
@@ -37,7 +38,8 @@ static char *work_buffer(size_t size) {
 }
 
 // The cached text equal to `s`, or else `s` itself or a copy of it, entered if there is room.
-static const char *intern(const char *s, bool copy) {
+static const char *intern(const char *s, bool copy)
+{
     if (!s) return nullptr;
     if (!st.table && cache_size) st.table = hash_new(cache_size, hash_string, hash_strcmp);
     if (st.table)
@@ -48,7 +50,8 @@ static const char *intern(const char *s, bool copy) {
 }
 
 // The `n` bytes at `a` followed by the `m` bytes at `b`.
-static const char *join(const char *a, size_t n, const char *b = "", size_t m = 0) {
+static const char *join(const char *a, size_t n, const char *b = "", size_t m = 0)
+{
     char *w = work_buffer(n + m + 1);
     memcpy(w, a, n);
     memcpy(w + n, b, m);
@@ -57,7 +60,8 @@ static const char *join(const char *a, size_t n, const char *b = "", size_t m = 
 }
 
 // Every byte of `s` through `map`.
-template <class F> static const char *mapped(const char *s, F map) {
+template <class F> static const char *mapped(const char *s, F map)
+{
     size_t n = strlen(s);
     char *w = work_buffer(n + 1);
     std::transform(s, s + n, w, map);
@@ -74,7 +78,8 @@ const char *cache_string(const char *s) { return intern(s, true); }
 
 const char *cache_adopt(const char *s) { return intern(s, false); }
 
-const char *cache_printf(const char *format, ...) {
+const char *cache_printf(const char *format, ...)
+{
     va_list args;
     va_start(args, format);
     const char *result = cache_vprintf(format, args);
@@ -82,7 +87,8 @@ const char *cache_printf(const char *format, ...) {
     return result;
 }
 
-const char *cache_vprintf(const char *format, va_list args) {
+const char *cache_vprintf(const char *format, va_list args)
+{
     if (!format) return nullptr;
     va_list again;
     va_copy(again, args);
@@ -100,12 +106,14 @@ const char *cache_vprintf(const char *format, va_list args) {
     return intern(st.buffer, true);
 }
 
-const char *cache_concat(const char *a, const char *b) {
+const char *cache_concat(const char *a, const char *b)
+{
     if (!a || !b) return intern(a ? a : b, true);
     return join(a, strlen(a), b, strlen(b));
 }
 
-const char *cache_path_join(const char *dir, const char *name) {
+const char *cache_path_join(const char *dir, const char *name)
+{
     if (!dir || !*dir) return intern(name, true);
     if (!name || !*name) return intern(dir, true);
     size_t n = strlen(dir);
@@ -121,12 +129,14 @@ const char *cache_lower(const char *s) { return s ? mapped(s, lower) : nullptr; 
 const char *cache_upper(const char *s) { return s ? mapped(s, upper) : nullptr; }
 
 // Length of the path without its last extension; a '.' in front of a '/' starts none.
-static size_t stem_length(const char *path) {
+static size_t stem_length(const char *path)
+{
     const char *dot = strrchr(path, '.');
     return dot && !strchr(dot, '/') ? static_cast<size_t>(dot - path) : strlen(path);
 }
 
-const char *cache_replace_ext(const char *path, const char *ext) {
+const char *cache_replace_ext(const char *path, const char *ext)
+{
     if (!path || !ext) return nullptr;
     int n = static_cast<int>(stem_length(path));
     return cache_printf("%*.*s.%s", n, n, path, ext + (*ext == '.'));
@@ -134,11 +144,13 @@ const char *cache_replace_ext(const char *path, const char *ext) {
 
 const char *cache_strip_ext(const char *path) { return path ? join(path, stem_length(path)) : nullptr; }
 
-const char *cache_add_ext(const char *path, const char *ext) {
+const char *cache_add_ext(const char *path, const char *ext)
+{
     return path && ext ? cache_printf("%s.%s", path, ext) : nullptr;
 }
 
-const char *cache_translate(const char *s, const char *from, const char *to) {
+const char *cache_translate(const char *s, const char *from, const char *to)
+{
     if (!s || !from || !to) return nullptr;
     size_t n = strlen(to);
     return mapped(s, [=](char c) {
@@ -147,7 +159,8 @@ const char *cache_translate(const char *s, const char *from, const char *to) {
     });
 }
 
-const char *cache_trim_chars(const char *s, const char *set) {
+const char *cache_trim_chars(const char *s, const char *set)
+{
     if (!s || !set) return nullptr;
     s += strspn(s, set);
     size_t n = strlen(s);
@@ -157,7 +170,8 @@ const char *cache_trim_chars(const char *s, const char *set) {
 
 const char *cache_trim(const char *s) { return cache_trim_chars(s, " \t\n\v\f\r"); }
 
-const char *cache_chomp(const char *s) {
+const char *cache_chomp(const char *s)
+{
     if (!s) return nullptr;
     size_t n = strlen(s);
     while (n && (s[n - 1] == '\r' || s[n - 1] == '\n')) n--;
@@ -166,25 +180,29 @@ const char *cache_chomp(const char *s) {
 
 const char *cache_first_line(const char *s) { return s ? join(s, strcspn(s, "\r\n")) : nullptr; }
 
-const char *cache_basename(const char *path) {
+const char *cache_basename(const char *path)
+{
     if (!path) return nullptr;
     const char *slash = strrchr(path, '/');
     return cache_string(slash ? slash + 1 : path);
 }
 
-const char *cache_dirname(const char *path) {
+const char *cache_dirname(const char *path)
+{
     const char *slash = path ? strrchr(path, '/') : nullptr;
     return slash ? join(path, static_cast<size_t>(slash - path)) : nullptr;
 }
 
-const char *cache_between(const char *s, char open, char close, const char **first, const char **last) {
+const char *cache_between(const char *s, char open, char close, const char **first, const char **last)
+{
     const char *a = s ? strchr(s, open) : nullptr, *b = a && *a ? strchr(a + 1, close) : nullptr;
     if (first) *first = a;
     if (last) *last = b;
     return b ? join(a + 1, static_cast<size_t>(b - a - 1)) : nullptr;
 }
 
-const char *cache_escape(const char *s, const char *chars, char esc) {
+const char *cache_escape(const char *s, const char *chars, char esc)
+{
     if (!s || !chars) return nullptr;
     char *w = work_buffer(strlen(s) * 2 + 1);
     for (; *s; *w++ = *s++)
@@ -193,18 +211,21 @@ const char *cache_escape(const char *s, const char *chars, char esc) {
     return intern(st.buffer, true);
 }
 
-const char *cache_quote(const char *s, char q) {
+const char *cache_quote(const char *s, char q)
+{
     const char chars[] = {q, '\0'};
     return s ? cache_printf("%c%s%c", q, cache_escape(s, chars, '\\'), q) : nullptr;
 }
 
-static const char *suffix(const char *s, const char *t, bool (*same)(char, char)) {
+static const char *suffix(const char *s, const char *t, bool (*same)(char, char))
+{
     if (!s || !t) return nullptr;
     size_t n = strlen(s), m = strlen(t);
     return m <= n && std::equal(t, t + m, s + n - m, same) ? s + n - m : nullptr;
 }
 
-static const char *after_prefix(const char *s, const char *t, bool (*same)(char, char)) {
+static const char *after_prefix(const char *s, const char *t, bool (*same)(char, char))
+{
     if (!s || !t) return nullptr;
     for (; *t; s++, t++)
         if (!*s || !same(*s, *t)) return nullptr;

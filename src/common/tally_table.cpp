@@ -21,7 +21,8 @@ struct tally_t {
     freecache_t *pool;
 };
 
-tally_t *tally_new(uint32_t buckets, uint32_t top_size, hash_fn_t hash, hash_cmp_t compare) {
+tally_t *tally_new(uint32_t buckets, uint32_t top_size, hash_fn_t hash, hash_cmp_t compare)
+{
     ASSERTION(top_size != 0, "size != 0");
     tally_t *t = xnew<tally_t>();
     *t = {hash_make<word_t, tally_entry_t *>(buckets, hash, compare), top_size, vec_make<tally_entry_t *>(top_size),
@@ -29,7 +30,8 @@ tally_t *tally_new(uint32_t buckets, uint32_t top_size, hash_fn_t hash, hash_cmp
     return t;
 }
 
-void tally_add(tally_t *t, word_t key) {
+void tally_add(tally_t *t, word_t key)
+{
     ASSERTION(t, "p != NULL");
     tally_entry_t *c = hash_lookup(t->counters, key);
     if (!c) {
@@ -51,12 +53,14 @@ void tally_add(tally_t *t, word_t key) {
     vec_move(t->top.raw, at, to);
 }
 
-word_t tally_top(const tally_t *t) {
+word_t tally_top(const tally_t *t)
+{
     ASSERTION(t, "p != NULL");
     return vec_size(t->top) ? vec_elementAt(t->top, 0)->key : 0;
 }
 
-void tally_clear(tally_t *t) {
+void tally_clear(tally_t *t)
+{
     ASSERTION(t, "p != NULL");
     hash_each(t->counters.raw, t->pool, [](void *pool, word_t, word_t value) -> word_t {
         freecache_add(static_cast<freecache_t *>(pool), from_word<void *>(value));

@@ -29,7 +29,8 @@ static struct {
     word_t *arrays[32];        // by the logarithm of the capacity; word 0 is the next one, word 1 the capacity
 } spare;
 
-static void drop_array(word_t *data, uint32_t capacity) {
+static void drop_array(word_t *data, uint32_t capacity)
+{
     if (XALLOC_CHECKED || capacity < 2) return xfree(data);
     word_t **list = &spare.arrays[std::bit_width(capacity) - 1];
     data[0] = to_word(*list);
@@ -37,7 +38,8 @@ static void drop_array(word_t *data, uint32_t capacity) {
     *list = data;
 }
 
-static word_t *get_array(uint32_t capacity) {
+static word_t *get_array(uint32_t capacity)
+{
     word_t **list = &spare.arrays[std::bit_width(capacity) - 1], *data = *list;
     if (!data || data[1] < capacity) return xnew<word_t>(capacity);
     *list = from_word<word_t *>(data[0]);
@@ -45,7 +47,8 @@ static word_t *get_array(uint32_t capacity) {
     return data;
 }
 
-static void need_index(vector_t *v, uint32_t i) {
+static void need_index(vector_t *v, uint32_t i)
+{
     if (i < v->capacity) return;
     uint64_t capacity = v->capacity ? uint64_t{v->capacity} * 2 : v->initial ? v->initial : 1;
     while (capacity <= i) capacity *= 2;
@@ -59,7 +62,8 @@ static void need_index(vector_t *v, uint32_t i) {
 
 vector_t *vec_new(made_at_t at) { return vec_new_size(10, at); }
 
-vector_t *vec_new_size(uint32_t initial, made_at_t at) {
+vector_t *vec_new_size(uint32_t initial, made_at_t at)
+{
     vector_t *v = spare.vectors;
     if (v) spare.vectors = reinterpret_cast<vector_t *>(v->data);
     else v = xnew<vector_t>();
@@ -68,7 +72,8 @@ vector_t *vec_new_size(uint32_t initial, made_at_t at) {
     return v;
 }
 
-void vec_destroy(vector_t *v) {
+void vec_destroy(vector_t *v)
+{
     if (!v) return;
     if (v->stat) container_gone(v->stat);
     while (v->iters) vec_iterDone(v, false);
@@ -78,28 +83,33 @@ void vec_destroy(vector_t *v) {
     spare.vectors = v;
 }
 
-void vec_add(vector_t *v, word_t x) {
+void vec_add(vector_t *v, word_t x)
+{
     ASSERTION(v, "p != NULL");
     if (v->count == v->capacity) need_index(v, v->count);
     v->data[v->count++] = x;
 }
 
-uint32_t vec_addNotPresent(vector_t *v, word_t x) {
+uint32_t vec_addNotPresent(vector_t *v, word_t x)
+{
     int64_t i = vec_indexOf(v, x);
     if (i >= 0) return static_cast<uint32_t>(i);
     vec_add(v, x);
     return v->count - 1;
 }
 
-void vec_addAll(vector_t *v, const vector_t *other) {
+void vec_addAll(vector_t *v, const vector_t *other)
+{
     for (uint32_t i = 0, n = vec_size(other); i < n; i++) vec_add(v, other->data[i]);
 }
 
-void vec_addAllNotPresent(vector_t *v, const vector_t *other) {
+void vec_addAllNotPresent(vector_t *v, const vector_t *other)
+{
     for (uint32_t i = 0, n = vec_size(other); i < n; i++) vec_addNotPresent(v, other->data[i]);
 }
 
-void vec_insert(vector_t *v, word_t x, uint32_t i) {
+void vec_insert(vector_t *v, word_t x, uint32_t i)
+{
     ASSERTION(v, "p != NULL");
     if (i >= v->count) return vec_setAt(v, x, i);
     need_index(v, v->count);
@@ -109,7 +119,8 @@ void vec_insert(vector_t *v, word_t x, uint32_t i) {
     for (vec_iter_t *it = v->iters; it; it = it->outer) it->next += it->next >= i;
 }
 
-void vec_move(vector_t *v, uint32_t from, uint32_t to) {
+void vec_move(vector_t *v, uint32_t from, uint32_t to)
+{
     ASSERTION(v, "p != NULL");
     if (from >= v->count || to >= v->count) return;
     word_t x = v->data[from];
@@ -118,7 +129,8 @@ void vec_move(vector_t *v, uint32_t from, uint32_t to) {
     v->data[to] = x;
 }
 
-void vec_setAt(vector_t *v, word_t x, uint32_t i) {
+void vec_setAt(vector_t *v, word_t x, uint32_t i)
+{
     ASSERTION(v, "p != NULL");
     need_index(v, i);
     if (i >= v->count) {
@@ -128,13 +140,15 @@ void vec_setAt(vector_t *v, word_t x, uint32_t i) {
     v->data[i] = x;
 }
 
-bool vec_remove(vector_t *v, word_t x) {
+bool vec_remove(vector_t *v, word_t x)
+{
     int64_t i = vec_indexOf(v, x);
     if (i >= 0) vec_removeAt(v, static_cast<uint32_t>(i));
     return i >= 0;
 }
 
-void vec_removeAt(vector_t *v, uint32_t i) {
+void vec_removeAt(vector_t *v, uint32_t i)
+{
     ASSERTION(v, "p != NULL");
     if (i >= v->count) return;
     if (v->stat) container_shrinks(v->stat);
@@ -143,18 +157,21 @@ void vec_removeAt(vector_t *v, uint32_t i) {
     for (vec_iter_t *it = v->iters; it; it = it->outer) it->next -= it->next > i;
 }
 
-void vec_removeAll(vector_t *v) {
+void vec_removeAll(vector_t *v)
+{
     ASSERTION(v, "p != NULL");
     if (v->stat) container_shrinks(v->stat);
     v->count = 0;
 }
 
-word_t vec_elementAt(const vector_t *v, uint32_t i) {
+word_t vec_elementAt(const vector_t *v, uint32_t i)
+{
     ASSERTION(v, "p != NULL");
     return i < v->count ? v->data[i] : 0;
 }
 
-int64_t vec_indexOf(const vector_t *v, word_t x) {
+int64_t vec_indexOf(const vector_t *v, word_t x)
+{
     ASSERTION(v, "p != NULL");
     for (uint32_t i = 0; i < v->count; i++)
         if (v->data[i] == x) return i;
@@ -163,18 +180,21 @@ int64_t vec_indexOf(const vector_t *v, word_t x) {
 
 uint32_t vec_size(const vector_t *v) { return v ? v->count : 0; }
 
-word_t vec_top(const vector_t *v) {
+word_t vec_top(const vector_t *v)
+{
     ASSERTION(v, "p != NULL");
     return v->count ? v->data[v->count - 1] : 0;
 }
 
-word_t vec_pop(vector_t *v) {
+word_t vec_pop(vector_t *v)
+{
     word_t x = vec_top(v);
     if (v->count) vec_removeAt(v, v->count - 1);
     return x;
 }
 
-void vec_sort(vector_t *v, int (*cmp)(const word_t *, const word_t *)) {
+void vec_sort(vector_t *v, int (*cmp)(const word_t *, const word_t *))
+{
     ASSERTION(v, "p != NULL");
     auto typed = [](const void *a, const void *b, void *arg) {
         return (*static_cast<int (**)(const word_t *, const word_t *)>(arg))(static_cast<const word_t *>(a),
@@ -183,14 +203,16 @@ void vec_sort(vector_t *v, int (*cmp)(const word_t *, const word_t *)) {
     osdep_qsort_arg(v->data, v->count, sizeof(word_t), typed, &cmp);
 }
 
-vector_t *vec_copy(const vector_t *v, made_at_t at) {
+vector_t *vec_copy(const vector_t *v, made_at_t at)
+{
     if (!v) return nullptr;
     vector_t *copy = vec_new_size(v->initial, at);
     vec_addAll(copy, v);
     return copy;
 }
 
-void vec_iterStart(vector_t *v) {
+void vec_iterStart(vector_t *v)
+{
     ASSERTION(v, "p != NULL");
     vec_iter_t *it = spare.iters;
     if (it) spare.iters = it->outer;
@@ -200,7 +222,8 @@ void vec_iterStart(vector_t *v) {
     v->depth++;
 }
 
-bool vec_iterHasNext(const vector_t *v) {
+bool vec_iterHasNext(const vector_t *v)
+{
     ASSERTION(v, "p != NULL");
     return v->iters && v->iters->next < v->count;
 }
@@ -209,7 +232,8 @@ word_t vec_iterNext(vector_t *v) { return vec_iterHasNext(v) ? v->data[v->iters-
 
 word_t vec_iterLook(const vector_t *v) { return vec_iterHasNext(v) ? v->data[v->iters->next] : 0; }
 
-bool vec_iterDone(vector_t *v, bool keep) {
+bool vec_iterDone(vector_t *v, bool keep)
+{
     ASSERTION(v, "p != NULL");
     if (keep || !v->iters) return keep;
     vec_iter_t *it = v->iters;
@@ -220,7 +244,8 @@ bool vec_iterDone(vector_t *v, bool keep) {
     return false;
 }
 
-word_t vec_iterFirst(vector_t *v) {
+word_t vec_iterFirst(vector_t *v)
+{
     vec_iterStart(v);
     return vec_iterNext(v);
 }

@@ -23,7 +23,8 @@
 
 xarena_t xarena;
 
-void xalloc_fail() {
+void xalloc_fail()
+{
     alert_msg(296);
     alert_stop(1);   // a catalogue may have made the message less than fatal
 }
@@ -33,7 +34,8 @@ void xalloc_fail() {
 // The arena is never freed by design, so reports of leaks tell nothing.
 extern "C" const char *__asan_default_options() { return "detect_leaks=0:allocator_may_return_null=1"; }
 
-void *xalloc_slow(size_t size) {
+void *xalloc_slow(size_t size)
+{
     void *p = calloc(size ? size : 1, 1);
     if (!p) xalloc_fail();
     return p;
@@ -47,14 +49,16 @@ enum : size_t { SMALL_BLOCK = 256 << 10, HUGE_PAGE = 2 << 20, LARGE_BLOCK = 4 * 
 
 static size_t mapped;   // bytes of all blocks so far
 
-static char *map_pages(size_t size) {
+static char *map_pages(size_t size)
+{
     void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p == MAP_FAILED) xalloc_fail();
     mapped += size;
     return static_cast<char *>(p);
 }
 
-static void new_block() {
+static void new_block()
+{
     if (mapped < HUGE_PAGE) {
         xarena = {map_pages(SMALL_BLOCK), SMALL_BLOCK};
         return;
@@ -67,7 +71,8 @@ static void new_block() {
     xarena = {p + skip, LARGE_BLOCK};
 }
 
-void *xalloc_slow(size_t size) {
+void *xalloc_slow(size_t size)
+{
     if (size > SMALL_BLOCK / 8) {
         if (size > SIZE_MAX - HUGE_PAGE) xalloc_fail();
         return map_pages((size + 4095) & ~size_t{4095});
@@ -80,7 +85,8 @@ void xfree(void *) {}
 
 #endif
 
-char *xstrndup(const char *s, size_t len) {
+char *xstrndup(const char *s, size_t len)
+{
     size_t n = strnlen(s, len);
     char *p = static_cast<char *>(xalloc(n + 1));
     memcpy(p, s, n);
@@ -89,7 +95,8 @@ char *xstrndup(const char *s, size_t len) {
 
 char *xstrdup(const char *s) { return xstrndup(s, SIZE_MAX); }
 
-char *xconcat(const char *a, const char *b) {
+char *xconcat(const char *a, const char *b)
+{
     size_t na = strlen(a), nb = strlen(b);
     char *p = static_cast<char *>(xalloc(na + nb + 1));
     memcpy(p, a, na);
@@ -97,13 +104,15 @@ char *xconcat(const char *a, const char *b) {
     return p;
 }
 
-char *xconcat_free(char *a, const char *b) {
+char *xconcat_free(char *a, const char *b)
+{
     char *p = xconcat(a, b);
     xfree(a);
     return p;
 }
 
-char *xsprintf(const char *format, ...) {
+char *xsprintf(const char *format, ...)
+{
     char work[4096] = "";
     va_list args;
     va_start(args, format);

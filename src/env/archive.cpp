@@ -17,7 +17,8 @@ constexpr unsigned COMPRESSION_LEVEL = 6;
 
 #include <miniz.h>
 
-archive_result_t archive_add(const char *archive, const char *member, const char *file) {
+archive_result_t archive_add(const char *archive, const char *member, const char *file)
+{
     constexpr unsigned LEVEL_AND_FLAGS = COMPRESSION_LEVEL | MZ_ZIP_FLAG_CASE_SENSITIVE;   // 262
     mz_zip_archive zip = {};
     if (!file_exists(archive)) {
@@ -41,7 +42,8 @@ archive_result_t archive_add(const char *archive, const char *member, const char
 #include <zip.h>
 
 // Takes over `in`.
-static bool add_stream(zip_t *zip, const char *member, FILE *in) {
+static bool add_stream(zip_t *zip, const char *member, FILE *in)
+{
     zip_source_t *source = zip_source_filep(zip, in, 0, -1);
     if (!source) {
         fclose(in);
@@ -53,7 +55,8 @@ static bool add_stream(zip_t *zip, const char *member, FILE *in) {
            zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, COMPRESSION_LEVEL) == 0;
 }
 
-static archive_result_t add_and_close(zip_t *zip, const char *member, const char *file) {
+static archive_result_t add_and_close(zip_t *zip, const char *member, const char *file)
+{
     FILE *in = fopen(file, "rb");
     bool added = in && add_stream(zip, member, in);
     if (added && zip_close(zip) == 0) return ARCHIVE_DONE;
@@ -61,7 +64,8 @@ static archive_result_t add_and_close(zip_t *zip, const char *member, const char
     return added ? ARCHIVE_NOT_FINALIZED : ARCHIVE_NOT_ADDED;
 }
 
-archive_result_t archive_add(const char *archive, const char *member, const char *file) {
+archive_result_t archive_add(const char *archive, const char *member, const char *file)
+{
     bool append = file_exists(archive);
     zip_t *zip = append ? zip_open(archive, 0, nullptr) : nullptr;
     if (append && !zip) return ARCHIVE_NO_READER;
@@ -77,7 +81,8 @@ archive_result_t archive_add(const char *archive, const char *member, const char
 
 #endif
 
-const char *archive_member_name(const char *path) {
+const char *archive_member_name(const char *path)
+{
     path = cache_translate(path, "\\", "/");
     return path_is_absolute(path) ? cache_concat("SYSTEM_ROOT", path) : path;
 }

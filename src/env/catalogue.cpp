@@ -12,7 +12,8 @@
 #include "env/qvinstdir.h"
 #include "env/registry.h"
 
-static const char *embedded_copy() {
+static const char *embedded_copy()
+{
     static const char *path;
     if (path) return path;
     path = tmp_file_name();
@@ -23,7 +24,8 @@ static const char *embedded_copy() {
     return path;
 }
 
-const char *catalogue_path() {
+const char *catalogue_path()
+{
     const char *name = cache_printf("%s_msgs.txt", "en");
     const char *exe_dir = qvinst_exe_dir(), *parent = exe_dir ? cache_concat(cache_dirname(exe_dir), "/") : nullptr;
     const char *beside = parent ? cache_path_join(cache_path_join(parent, "dat"), name) : nullptr;

@@ -32,7 +32,8 @@ static constexpr fileid_row_t rows[] = {
 };
 enum : uint64_t { LOWER_S = 0x800209, UPPER_S = 0x400000020D };   // `s` is the one extension whose case matters
 
-static uint64_t word_of_extension(const char *extension) {
+static uint64_t word_of_extension(const char *extension)
+{
     if (!strcmp(extension, "s")) return LOWER_S;
     if (!strcmp(extension, "S")) return UPPER_S;
     for (const fileid_row_t &row : rows)
@@ -40,7 +41,8 @@ static uint64_t word_of_extension(const char *extension) {
     return 0;
 }
 
-uint64_t fileid(const char *path) {
+uint64_t fileid(const char *path)
+{
     if (!path) return MISSING;
     const char *dot = path_extension(path);
     return word_of_extension(dot + (*dot == '.')) | (file_exists(path) ? uint64_t{0} : MISSING);

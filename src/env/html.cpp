@@ -33,12 +33,14 @@ static struct {
     uint32_t labelCnt;
 } st;
 
-static void close_stream(FILE **stream) {
+static void close_stream(FILE **stream)
+{
     if (*stream) fclose(*stream);
     *stream = nullptr;
 }
 
-static FILE *open_beside(const char *name) {
+static FILE *open_beside(const char *name)
+{
     const char *path = path_concat(st.directory, name);
     FILE *stream = fopen(path ? path : name, "w");
     if (stream) return stream;
@@ -48,14 +50,16 @@ static FILE *open_beside(const char *name) {
     return nullptr;
 }
 
-static void put_head(const char *title_prefix, const char *title) {
+static void put_head(const char *title_prefix, const char *title)
+{
     fputs("<HTML>\n<HEAD>\n", st.main_stream);
     if (title_prefix) fprintf(st.main_stream, "<TITLE>%s%s</TITLE>\n", title_prefix, title);
     if (st.style_sheet) fprintf(st.main_stream, "<LINK rel=stylesheet href=\"%s\" type=\"text/css\">\n", st.style_sheet);
     fputs("</HEAD>\n<BODY>\n", st.main_stream);
 }
 
-FILE *HTML_open(const char *file, const char *title_prefix, const char *title, const char *style_sheet) {
+FILE *HTML_open(const char *file, const char *title_prefix, const char *title, const char *style_sheet)
+{
     close_stream(&st.main_stream);
     st.labelCnt = 0;
     st.directory = cache_dirname(file);
@@ -70,7 +74,8 @@ FILE *HTML_open(const char *file, const char *title_prefix, const char *title, c
     return st.main_stream;
 }
 
-void HTML_useTOC(int depth) {
+void HTML_useTOC(int depth)
+{
     st.toc_depth = depth;
     if (st.toc_stream || !st.main_stream) return;
     st.toc_filename = cache_concat("toc_", st.main_filename);
@@ -86,32 +91,37 @@ void HTML_useTOC(int depth) {
     if (st.main_stream) put_head(nullptr, nullptr);
 }
 
-void HTML_anchor(const char *name) {
+void HTML_anchor(const char *name)
+{
     if (st.main_stream) fprintf(st.main_stream, "<a name=\"%s\">", name);
 }
 
-static void put_toc_entry(int level, const char *text) {
+static void put_toc_entry(int level, const char *text)
+{
     fputc(' ', st.toc_stream);
     for (int i = 1; i < level; i++) fputs("&nbsp", st.toc_stream);
     fprintf(st.toc_stream, " <a class=\"%s\" HREF=\"%s#%u\"%s>%s</A><br>\n", element_class, st.main_filename, st.labelCnt++,
             "target=\"main\"", text);
 }
 
-static void put_heading(int level, const char *text) {
+static void put_heading(int level, const char *text)
+{
     bool in_toc = st.toc_stream && st.toc_depth >= level;
     if (in_toc) fprintf(st.main_stream, "<a name=\"%u\">", st.labelCnt);
     fprintf(st.main_stream, "<h%d class=\"%s\">%s</h%d>\n", level, element_class, text, level);
     if (in_toc) put_toc_entry(level, text);
 }
 
-void HTML_commandLine(const char *const *arguments, int count, const char *tool_title) {
+void HTML_commandLine(const char *const *arguments, int count, const char *tool_title)
+{
     if (!st.main_stream) return;
     HTML_anchor("CLA");
     put_heading(COMMAND_LINE_LEVEL, cache_concat("Command Line Arguments for ", tool_title));
     for (int i = 0; i < count; i++) fprintf(st.main_stream, "<code>%s</code><br>\n", arguments[i]);
 }
 
-void HTML_close() {
+void HTML_close()
+{
     if (!st.main_stream) return;
     fputs("</BODY>\n</HTML>\n", st.main_stream);
     close_stream(&st.main_stream);

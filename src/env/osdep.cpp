@@ -23,21 +23,24 @@ struct tmp_entry_t {
 
 static tmp_entry_t *tmp_list;
 
-static void remove_all_entries() {
+static void remove_all_entries()
+{
     for (tmp_entry_t *e = tmp_list; e; e = e->older) {
         std::error_code ignored;
         std::filesystem::remove_all(e->path, ignored);
     }
 }
 
-void tmp_remove_at_exit(const char *path) {
+void tmp_remove_at_exit(const char *path)
+{
     if (!tmp_list) atexit(remove_all_entries);
     tmp_entry_t *e = xnew<tmp_entry_t>();
     *e = {tmp_list, path};
     tmp_list = e;
 }
 
-const char *tmp_file_name() {
+const char *tmp_file_name()
+{
     char *path = xstrdup("/tmp/qvXXXXXXX");
     int fd = mkstemp(path);
     if (fd < 0) return nullptr;
@@ -46,36 +49,42 @@ const char *tmp_file_name() {
     return path;
 }
 
-bool file_exists(const char *path) {
+bool file_exists(const char *path)
+{
     struct stat info;
     return path && stat(path, &info) == 0;
 }
 
 bool path_is_absolute(const char *path) { return *path == '/'; }
 
-const char *path_tail(const char *path) {
+const char *path_tail(const char *path)
+{
     const char *slash = strrchr(path, '/');
     return slash ? slash + 1 : path;
 }
 
 const char *path_basename(const char *path) { return xstrdup(path_tail(path)); }
 
-const char *path_stem(const char *path) {
+const char *path_stem(const char *path)
+{
     path = path_tail(path);
     return xstrndup(path, strlen(path) - strlen(path_extension(path)));
 }
 
-const char *path_dirname(const char *path) {
+const char *path_dirname(const char *path)
+{
     const char *slash = strrchr(path, '/');
     return slash ? xstrndup(path, static_cast<size_t>(slash - path)) : nullptr;
 }
 
-const char *path_extension(const char *path) {
+const char *path_extension(const char *path)
+{
     const char *dot = strrchr(path, '.');
     return dot ? dot : "";
 }
 
-const char *path_concat(const char *dir, const char *name) {
+const char *path_concat(const char *dir, const char *name)
+{
     if (!dir || !*dir) return nullptr;
     name += *name == '/';
     return dir[strlen(dir) - 1] == '/' ? xconcat(dir, name) : xconcat_free(xconcat(dir, "/"), name);

@@ -52,7 +52,8 @@ static struct {
 
 // ---- The option
 
-static void open_out(const char *name, const char *mode) {
+static void open_out(const char *name, const char *mode)
+{
     if (st.out) fclose(st.out);
     st.out_name = name;
     st.has_app_line = false;
@@ -62,13 +63,15 @@ static void open_out(const char *name, const char *mode) {
 }
 
 // Whether there is an argument; more than one draws a warning.
-static bool one_argument(const char *option, const char *kind, const char *arg, bool more) {
+static bool one_argument(const char *option, const char *kind, const char *arg, bool more)
+{
     if (!arg) WARN("option \"%s\", must have %s argument", option, kind);
     else if (more) WARN("ignoring extraneous arguments with \"%s\" option, using \"%s\"", option, arg);
     return arg;
 }
 
-static void take_out(const char *arg, bool more) {
+static void take_out(const char *arg, bool more)
+{
     bool append = arg && *arg == '+';
     const char *name = append ? arg + 1 : arg;
     if (!one_argument("out", "a filename", name && *name ? name : nullptr, more)) return;
@@ -77,7 +80,8 @@ static void take_out(const char *arg, bool more) {
     open_out(name, append ? "a" : "w");
 }
 
-static void take_zip(const char *arg, bool more) {
+static void take_zip(const char *arg, bool more)
+{
     if (st.zip_name) {
         WARN("Zip file already set to \"%s\", ignoring addtional zip options", st.zip_name);
         return;
@@ -91,7 +95,8 @@ static void take_zip(const char *arg, bool more) {
     if (unlink(st.zip_name) != 0) WARN("Unable to remove \"%s\", it will be updated if possible", st.zip_name);
 }
 
-static void take_assert(const char *arg, bool more) {
+static void take_assert(const char *arg, bool more)
+{
     static const char *const modes[] = {"ignore", "fatal", "error", "warning"};
     if (!one_argument("assert", "an", arg, more)) return;
     for (int mode = 0; mode < 4; mode++)
@@ -103,11 +108,13 @@ static void take_assert(const char *arg, bool more) {
 }
 
 // The names are for other tools.
-static void take_debug(const char *arg, bool) {
+static void take_debug(const char *arg, bool)
+{
     if (!arg) WARN("option \"debug\", must have at least one argument");
 }
 
-static void take_num(const char *arg, bool more) {
+static void take_num(const char *arg, bool more)
+{
     if (!one_argument("num", "an", arg, more)) return;
     uint64_t n = 0;
     const char *s = arg;
@@ -127,13 +134,15 @@ static const struct {
     {"adt", DEBUG_ADT, nullptr},       {"num", 0, take_num},
 };
 
-static char *cut(char *s, char c) {
+static char *cut(char *s, char c)
+{
     char *end = s ? strchr(s, c) : nullptr;
     if (end) *end++ = '\0';
     return end;
 }
 
-static void take_item(char *item) {
+static void take_item(char *item)
+{
     char *arg = cut(item, ':'), *more = cut(arg, ':');
     for (const auto &row : rows)
         if (cache_starts_with_nocase(item, row.name)) {
@@ -144,11 +153,13 @@ static void take_item(char *item) {
     WARN("unknown option \"%s\"", item);
 }
 
-static void debug_alert(const char *line) {
+static void debug_alert(const char *line)
+{
     if ((debug_flags & DEBUG_ALERTS) && st.out) fprintf(st.out, "ALERT> %s", line);
 }
 
-void debug_option(const char *list) {
+void debug_option(const char *list)
+{
     if (st.seen) {
         WARN("Ignoring extra --qvdebug options");
         return;
@@ -165,7 +176,8 @@ void debug_option(const char *list) {
 
 bool debug_active() { return st.out; }
 
-void debug_log_args(int argc, const char *const *argv) {
+void debug_log_args(int argc, const char *const *argv)
+{
     if (!st.out) return;
     if (!st.has_app_line) fprintf(st.out, "\nAPP: %s\n", app_name);
     st.has_app_line = true;
@@ -176,7 +188,8 @@ void debug_log_args(int argc, const char *const *argv) {
 
 // ---- The end
 
-static void pack() {
+static void pack()
+{
     const char *zip = st.zip_name, *file = st.out_name, *member = archive_member_name(file);
     switch (archive_add(zip, member, file)) {
     case ARCHIVE_DONE: return;
@@ -193,7 +206,8 @@ static void pack() {
     }
 }
 
-void debug_finish() {
+void debug_finish()
+{
     if (st.finished || !st.out) return;
     st.finished = true;
     fflush(st.out);
@@ -206,12 +220,14 @@ void debug_finish() {
 
 // ---- The trace
 
-static void put_prefix(const char *src, int line) {
+static void put_prefix(const char *src, int line)
+{
     int width = fprintf(st.out, "%s:%d", path_tail(src), line);
     fprintf(st.out, "%*s> %*s", width < PREFIX_WIDTH ? PREFIX_WIDTH - width : 0, "", st.level * INDENT_STEP, "");
 }
 
-void trace_enter(const char *src, int line, const char *func, const char *fmt, ...) {
+void trace_enter(const char *src, int line, const char *func, const char *fmt, ...)
+{
     if (!st.out) return;
     put_prefix(src, line);
     fprintf(st.out, "ENTER %s(", func);
@@ -225,7 +241,8 @@ void trace_enter(const char *src, int line, const char *func, const char *fmt, .
     st.level++;
 }
 
-void trace_exit(const char *src, int line, const char *func, const char *fmt, ...) {
+void trace_exit(const char *src, int line, const char *func, const char *fmt, ...)
+{
     if (!st.out) return;
     if (st.level > 0) st.level--;
     else WARN("min debug-out indent level reached");
@@ -241,7 +258,8 @@ void trace_exit(const char *src, int line, const char *func, const char *fmt, ..
     fputc('\n', st.out);
 }
 
-static void put_lines(const char *operation, const char *src, int line, const char *text) {
+static void put_lines(const char *operation, const char *src, int line, const char *text)
+{
     if (!st.out) return;
     if (!*text) WARN("%s (at %s:%d) contains no lines", operation, path_tail(src), line);
     while (*text) {
@@ -253,7 +271,8 @@ static void put_lines(const char *operation, const char *src, int line, const ch
     }
 }
 
-void tracef(const char *src, int line, const char *fmt, ...) {
+void tracef(const char *src, int line, const char *fmt, ...)
+{
     char text[TRACE_TEXT];
     va_list args;
     va_start(args, fmt);

@@ -25,7 +25,8 @@ static struct {
     const char *qvinstall_ver;   // the version directory
 } st;
 
-const char *qvinst_exe_dir() {
+const char *qvinst_exe_dir()
+{
     char resolved[PATH_MAX];
     if (!realpath("/proc/self/exe", resolved)) return nullptr;
     const char *dir = cache_dirname(resolved);
@@ -35,11 +36,13 @@ const char *qvinst_exe_dir() {
     return cache_substring(dir, n);
 }
 
-static bool is_word(const char *s, const char *word) {
+static bool is_word(const char *s, const char *word)
+{
     return cache_starts_with_nocase(s, word) && strlen(s) == strlen(word);
 }
 
-bool qvinst_discover(const char *exe_dir, const char **root, const char **version) {
+bool qvinst_discover(const char *exe_dir, const char **root, const char **version)
+{
     if (!exe_dir) return false;
     if (!is_word(path_tail(exe_dir), "bin")) {
         TRACE("ERROR - the application is not running from a 'bin' directory");
@@ -63,7 +66,8 @@ bool qvinst_discover(const char *exe_dir, const char **root, const char **versio
     return true;
 }
 
-const char *qvinstdir(int which) {
+const char *qvinstdir(int which)
+{
     if (!st.qvinstall_ver) qvinst_discover(qvinst_exe_dir(), &st.qvinstall_dir, &st.qvinstall_ver);
     if (!st.qvinstall_ver) return nullptr;
     switch (which) {

@@ -9,7 +9,8 @@
 
 static const char *const suffixes[REG_KINDS] = {"", "bin", "lib", "help", "include", "dat", "sources", "resources", "docs"};
 
-const char *reg_instdir(int kind) {
+const char *reg_instdir(int kind)
+{
     const char *base = qvinstdir(6);
     if (!file_exists(base)) base = qvinstdir(1);
     if (!base) TRACE("Could not locate installation directory");
@@ -17,7 +18,8 @@ const char *reg_instdir(int kind) {
     return cache_path_join(base, suffixes[kind]);
 }
 
-const char *reg_mkpath(int kind, const char *name) {
+const char *reg_mkpath(int kind, const char *name)
+{
     if (name && path_is_absolute(name)) return cache_string(name);
     const char *base = reg_instdir(kind);
     return base ? cache_path_join(base, name) : nullptr;

@@ -33,10 +33,10 @@ static op_t *new_nop()
     return op;
 }
 
-// The first node from `op` on that is neither a label nor a definition.
+// The first node from `op` on that is neither a label nor a definition, nor the end of a macro's text.
 static op_t *skip_definitions(op_t *op)
 {
-    while (op->op_type == T_SET || op->op_type == T_NAME || op->op_type == T_EQU)
+    while (op->op_type == T_SET || op->op_type == T_NAME || op->op_type == T_EQU || op->op_type == T_ENDM)
         op = op->op_next;
     return op;
 }

@@ -22,7 +22,7 @@
 #include "out/emobj.h"
 
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
-constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00;
+constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00, FAST = 0x0100;
 constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
 constexpr unsigned MOST_COPIES = 10000;       // in one host
 constexpr unsigned MOST_NODES = 1'000'000;    // copied in the run
@@ -111,10 +111,12 @@ static symbol_t *callee_psect(const op_t *call)
     return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
 }
 
-// The callee is another psect that may share code with the caller's, and is called at its beginning.
+// The callee is another psect that may share code with the caller's. It is called at its beginning, by a call that does nothing
+// else: a fast one saves registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    if (!q || !call->op_psect || q == call->op_psect || !same_memory_group(q, call->op_psect) || (q->s_flags & S_NOTE))
+    if (!q || !call->op_psect || q == call->op_psect || !same_memory_group(q, call->op_psect) || (q->s_flags & S_NOTE)
+        || (call->op_subop & FAST))
         return false;
     const op_t *label = op_target(call);
     return label && label->op_offs == 0;

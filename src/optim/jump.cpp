@@ -12,6 +12,7 @@
 // A new node is marked as reached if the one that it stands for is, or it would go as dead code. And whatever is done to a
 // node, the `goto` that follows is entered in the index anew (`touch`).
 #include <cstring>
+#include <span>
 
 #include "code/sfrop.h"
 #include "common/alert.h"
@@ -44,7 +45,7 @@ static struct {
     // The index. Each slot has two chains: the jumps in list order, and those that were entered anew, in any order.
     entry_t *entries;
     uint32_t *chains[2];
-    uint32_t count, room, slots;   // slots: a power of two
+    uint32_t count, room, slots, slot_room;   // slots: a power of two
 } js;
 
 void optim_init()
@@ -81,17 +82,24 @@ static uint64_t operand_number(const opnd_t *o)
     if (v->v_rtype == RT_AND && v->v_offs == 0 && value_right(v)->v_rtype == RT_CONST && value_right(v)->v_offs == 255)
         v = value_left(v);
     const uint64_t n = mix(v->v_rtype, static_cast<uint64_t>(v->v_offs));
-    return v->v_rtype == RT_SYM ? mix(n, v->v_sym->s_seqno) : n;
+    return v->v_rtype == RT_SYM ? mix(n, to_word(v->v_sym)) : n;
 }
 
-static uint64_t key_of(op_t *jump)
+static uint64_t node_number(const op_t *op)
 {
-    const op_t *p = before(jump, true);
-    const uint64_t kind = mix(p->op_type, uint64_t{p->op_subop} << 16 | p->op_dest);
-    return mix(mix(kind, operand_number(&p->op_opnd1)), mix(operand_number(&p->op_opnd2), operand_number(&jump->op_opnd1)));
+    return mix(mix(op->op_type, uint64_t{op->op_subop} << 16 | op->op_dest),
+               mix(operand_number(&op->op_opnd1), operand_number(&op->op_opnd2)));
 }
 
-static void enter(op_t *jump, int chain)
+// Of a `goto` with the instruction before it; `deep`: and the skip before that, without which the instruction is no tail.
+static uint64_t key_of(op_t *jump, bool deep)
+{
+    op_t *p = before(jump, true);
+    const uint64_t key = mix(node_number(p), operand_number(&jump->op_opnd1));
+    return deep ? mix(key, node_number(before(p, true))) : key;
+}
+
+static void enter_key(op_t *jump, int chain, uint64_t key)
 {
     if (js.count == js.room) {
         const uint32_t room = js.room ? 2 * js.room : 1024;
@@ -101,49 +109,62 @@ static void enter(op_t *jump, int chain)
         js.entries = larger;
         js.room = room;
     }
-    const uint64_t key = key_of(jump);
     uint32_t *slot = &js.chains[chain][key & (js.slots - 1)];
     js.entries[js.count] = {jump, jump->op_id, *slot, key};
     *slot = ++js.count;
 }
 
-static void build_index()
+static void enter(op_t *jump, int chain)
 {
-    const code_list_t *list = js.psect->s_psect->p_code;
-    uint32_t jumps = 0;
-    for (const op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
-        jumps += op->op_type == T_GOTO;
-    if (jumps >= js.slots / 2) {
-        for (js.slots = 64; js.slots <= 2 * jumps; js.slots *= 2)
-            ;
-        for (uint32_t *&chain : js.chains)
-            chain = xnew<uint32_t>(js.slots);
-    } else {
-        for (uint32_t *chain : js.chains)
-            memset(chain, 0, js.slots * sizeof *chain);
-    }
-    js.count = 0;
-    for (op_t *op = list->tail.op_prev; op->op_type != 0; op = op->op_prev)
-        if (op->op_type == T_GOTO)
-            enter(op, 0);
+    op_t *p = before(jump, true);
+    if (!op_is_code(p))
+        return;
+    enter_key(jump, chain, key_of(jump, false));
+    if (op_is_skip(before(p, true)))
+        enter_key(jump, chain, key_of(jump, true));
 }
 
-// Something has changed in front of `op` or in it.
+// Something has changed in `op` or in front of it: that may be news of the next two nodes.
 static void touch(op_t *op)
 {
-    while (op->op_type == T_NAME)
-        op = op->op_next;
-    if (op->op_type == T_GOTO && op->op_psect == js.psect)
-        enter(op, 1);
+    for (int i = 0; i < 2 && op; i++, op = op->op_next) {
+        while (op->op_type == T_NAME)
+            op = op->op_next;
+        if (op->op_type == T_GOTO && op->op_psect == js.psect)
+            enter(op, 1);
+    }
 }
 
 // Position numbers.
 
-static void number_nodes()
+// Returns how many of the nodes are jumps.
+static uint32_t number_nodes()
 {
     uint64_t order = 0;
-    for (op_t *op = js.psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+    uint32_t jumps = 0;
+    for (op_t *op = js.psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
         op->op_order = order += ORDER_GAP;
+        jumps += op->op_type == T_GOTO;
+    }
+    return jumps;
+}
+
+static void build_index()
+{
+    const uint32_t jumps = number_nodes();
+    for (js.slots = 16; js.slots < 2 * jumps; js.slots *= 2)
+        ;
+    for (uint32_t *&chain : js.chains)
+        if (js.slots > js.slot_room)
+            chain = xnew<uint32_t>(js.slots);
+        else
+            memset(chain, 0, js.slots * sizeof *chain);
+    if (js.slots > js.slot_room)
+        js.slot_room = js.slots;
+    js.count = 0;
+    for (op_t *op = js.psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev)
+        if (op->op_type == T_GOTO)
+            enter(op, 0);
 }
 
 // `op` has been linked: it gets a number between those of its neighbours.
@@ -245,11 +266,11 @@ static bool same_bit(const op_t *a, const op_t *b)
 
 static bool sets_bit(const op_t *op) { return op->op_type == T_BCF && (op->op_subop | TPL_INVERT) == TPL_BCF; }
 
-// The `goto` directly behind a BTFSC, both free.
+// The `goto` directly behind a BTFSC, free.
 static op_t *goto_behind(op_t *b)
 {
     op_t *g = b->op_next;
-    return b->op_type == T_BTFSC && g->op_type == T_GOTO && op_free(g) ? g : nullptr;
+    return g->op_type == T_GOTO && op_free(g) ? g : nullptr;
 }
 
 // The same, with a BTFSC that always runs.
@@ -265,7 +286,7 @@ static bool stops_dead_code(const op_t *op) { return always_stops(op) || op->op_
 // Code behind an unconditional transfer. The transfer goes on to the other rules.
 static op_t *j1(op_t *op)
 {
-    if (op_is_transfer(op) && !after_skip(op))
+    if (!after_skip(op))
         delete_behind(op, stops_dead_code, "J1", CNT_UNREACHABLE);
     return nullptr;
 }
@@ -273,7 +294,7 @@ static op_t *j1(op_t *op)
 // btfsc b / return / bcf b / return
 static op_t *j2(op_t *b)
 {
-    if (b->op_type != T_BTFSC || !is_return(b->op_next))
+    if (!is_return(b->op_next))
         return nullptr;
     op_t *r = b->op_next, *w = r->op_next;
     if (!sets_bit(w) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT) || !same_bit(b, w) || after_skip(b))
@@ -383,7 +404,7 @@ static op_t *j8(op_t *b)
 // bc L, and at L a goto M that the branch reaches itself
 static op_t *j9(op_t *c)
 {
-    op_t *g = c->op_type == T_BCC ? jump_target(c) : nullptr;
+    op_t *g = jump_target(c);
     if (!g || g->op_type != T_GOTO || !op_is_simple(g))
         return nullptr;
     symbol_t *s = symbol_of(g);
@@ -400,7 +421,7 @@ static op_t *j9(op_t *c)
 // goto L / goto L
 static op_t *j10(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_same(following(g), g) || after_skip(g))
+    if (!op_same(following(g), g) || after_skip(g))
         return nullptr;
     fired("J10", CNT_REDUNDANT_OPS, g);
     op_t *next = g->op_next;
@@ -411,7 +432,7 @@ static op_t *j10(op_t *g)
 // goto L, and other labels stand before L at its place
 static op_t *j11(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g))
+    if (!op_is_simple(g))
         return nullptr;
     symbol_t *s = symbol_of(g);
     if (!s->s_defop || (s->s_flags & S_DEFHERE))
@@ -429,7 +450,7 @@ static op_t *j11(op_t *g)
 // goto L, and at L a return
 static op_t *j12(op_t *g)
 {
-    op_t *r = g->op_type == T_GOTO ? jump_target(g) : nullptr;
+    op_t *r = jump_target(g);
     if (!r || !is_return(r) || (opt.errata_mask & ERRATA_JUMPS))
         return nullptr;
     fired("J12", CNT_JUMPS_TO_JUMPS, g);
@@ -445,7 +466,7 @@ static op_t *j12(op_t *g)
 // goto L, and at L a goto M
 static op_t *j13(op_t *g)
 {
-    op_t *h = g->op_type == T_GOTO ? jump_target(g) : nullptr;
+    op_t *h = jump_target(g);
     if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g))
         return nullptr;
     fired("J13", CNT_JUMPS_TO_JUMPS, g);
@@ -456,7 +477,7 @@ static op_t *j13(op_t *g)
 // goto L / L:
 static op_t *j14(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next
+    if (!op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next
         || after_skip(g))
         return nullptr;
     fired("J14", CNT_JUMPS_TO_NEXT, g);
@@ -468,7 +489,7 @@ static op_t *j14(op_t *g)
 // btfsc p / goto L / goto M ... btfss p / goto M / L: the first test may be left to the second
 static op_t *j15(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g) || !symbol_of(g)->s_defop)
+    if (!op_is_simple(g) || !symbol_of(g)->s_defop)
         return nullptr;
     op_t *label = symbol_of(g)->s_defop, *g2 = label->op_prev, *h = g->op_next;
     if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h) || !op_is_simple(g2)
@@ -495,7 +516,7 @@ static bool label_begins(const op_t *op, const char *prefix)
 // Interrupt code: the block behind the jump's label moves to the jump
 static op_t *j16(op_t *g)
 {
-    if (g->op_type != T_GOTO || !op_is_simple(g) || after_skip(g))
+    if (!op_is_simple(g) || after_skip(g))
         return nullptr;
     op_t *label = symbol_of(g)->s_defop;
     if (!label || label->op_psect != js.psect)
@@ -540,7 +561,6 @@ static op_t *j16(op_t *g)
     }
     op_t *next = where->op_next;
     delete_node(g);
-    number_nodes();
     build_index();
     js.sized = false;
     return next;
@@ -580,7 +600,7 @@ static op_t *merge(const char *rule, const tail_t &t, bool (*stop)(const op_t *o
 // A tail before a goto, and before the label that it leads to
 static op_t *j17(op_t *g)
 {
-    if (g->op_type != T_GOTO || codecov_seen || !op_is_simple(g) || after_skip(g))
+    if (codecov_seen || !op_is_simple(g) || after_skip(g))
         return nullptr;
     op_t *label = symbol_of(g)->s_defop;
     if (!label)
@@ -608,14 +628,18 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
     tail_t best = {};
     uint64_t order = ORDER_LAST;
     uint32_t left = MOST_RIVALS;
-    const uint64_t key = key_of(g);
+    op_t *p = before(g, true);
+    const bool deep = after_skip(p);
+    if (!op_is_code(p) || (deep && !op_is_skip(before(p, true))))
+        return best;
+    const uint64_t key = key_of(g, deep);
     for (uint32_t *chain : js.chains) {
         uint32_t *link = &chain[key & (js.slots - 1)];
         while (*link && left > 0) {
             entry_t *e = &js.entries[*link - 1];
             op_t *c = e->jump;
-            if (c->op_id != e->id) {
-                *link = e->next;     // the node is gone
+            if (c->op_id != e->id || c->op_type != T_GOTO || (e->key == key && key_of(c, deep) != key)) {
+                *link = e->next;     // gone, or entered anew
                 continue;
             }
             link = &e->next;
@@ -640,7 +664,7 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
 // A tail before a goto, and before another goto to the same place
 static op_t *j18(op_t *g)
 {
-    if (g->op_type != T_GOTO || codecov_seen || after_skip(g))
+    if (codecov_seen || after_skip(g))
         return nullptr;
     const tail_t t = best_rival(g, 0, true, j18_accepts);
     return t.length > 0 ? merge("J18", t, stops_j18, false) : nullptr;
@@ -665,15 +689,27 @@ static bool j19_accepts(const tail_t &t) { return falls_into(t.a, false) && fall
 // The same with a goto further down, label by label
 static op_t *j19(op_t *g)
 {
-    if (g->op_type != T_GOTO || after_skip(g))
+    if (after_skip(g))
         return nullptr;
     const tail_t t = best_rival(g, g->op_order, false, j19_accepts);
     return t.length > 0 ? merge("J19", t, always_stops, true) : nullptr;
 }
 
-static op_t *(*const rules[])(op_t *op) = {
-    j1, j2, j3, j4, j5, j6, j7, j8, j9, j10, j11, j12, j13, j14, j15, j16, j17, j18, j19,
-};
+// The rules of a node in the order in which they are tried. J1 leaves its node to those behind it.
+using rule_t = op_t *(op_t *op);
+static rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const branch_rules[] = {j9}, *const return_rules[] = {j1},
+    *const goto_rules[] = {j1, j10, j11, j12, j13, j14, j15, j16, j17, j18, j19};
+
+static std::span<rule_t *const> rules_of(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BTFSC: return test_rules;
+    case T_BCC: return branch_rules;
+    case T_RETURN: case T_RETLW: return return_rules;
+    case T_GOTO: return goto_rules;
+    default: return {};
+    }
+}
 
 static void delete_leading_dead_code(code_list_t *list)
 {
@@ -698,13 +734,12 @@ void opt_jump_walk(symbol_t *psect)
     build_index();
     delete_leading_dead_code(list);
     list_renew_refs(psect);
-    number_nodes();
     for (op_t *op = list->head.op_next; op->op_type != 0;) {
         if (!loopguard_next(js.guard))
             return;
         op_t *next = nullptr;
         if (op_free(op) && !(op->op_flags & OPF_SKIPPED))
-            for (auto rule : rules)
+            for (rule_t *rule : rules_of(op))
                 if ((next = rule(op)))
                     break;
         op = next ? next : op->op_next;

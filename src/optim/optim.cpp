@@ -358,6 +358,8 @@ static void reduce_operands(code_list_t *list)
 {
     const srcpos_t position = srcpos;
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+        if (op->op_opnd1.opnd_value.v_rtype == RT_CONST && op->op_opnd2.opnd_value.v_rtype == RT_CONST)
+            continue;
         op_set_position(op);
         value_eval(&op->op_opnd1.opnd_value);
         value_eval(&op->op_opnd2.opnd_value);

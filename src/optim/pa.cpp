@@ -346,7 +346,7 @@ static const char *intern(std::string_view text)
     text_add(&st.text, "", 1);
     const char *known = hash_lookup(st.texts, st.text.at);
     if (!known) {
-        known = xstrndup(text.data(), text.size());
+        known = xstrdup(st.text.at);
         hash_insert(st.texts, known, known);
     }
     return known;

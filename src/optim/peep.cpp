@@ -396,12 +396,6 @@ static void on_movff(op_t *n)
 // B: bit tests. Between them B2 to B5 turn an if-else whose arms set the same thing into one arm that always runs and the
 // other that overrides it.
 
-// The node that a jump leads to exactly.
-static op_t *leads_to(const op_t *jump)
-{
-    return jump->op_opnd1.opnd_value.v_offs == 0 ? jump_target(jump) : nullptr;
-}
-
 // btfsc b / goto L1 / arm / jump L2 / L1: other / L2:
 struct if_else_t {
     op_t *g, *arm, *jump, *other;
@@ -411,11 +405,11 @@ static bool find_if_else(op_t *b, uint16_t jump_type, if_else_t *s)
 {
     s->g = b->op_next;
     s->arm = s->g->op_next;
-    s->other = leads_to(s->g);
+    s->other = jump_target(s->g);
     if (s->arm->op_type == 0 || !s->other || s->other->op_type == 0)
         return false;
     s->jump = s->arm->op_next;
-    return s->jump->op_type == jump_type && leads_to(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm)
+    return s->jump->op_type == jump_type && jump_target(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm)
         && op_free(s->other);
 }
 
@@ -433,7 +427,7 @@ static bool override_arm(const char *rule, op_t *b, const if_else_t &s)
 static bool b1(op_t *b)
 {
     op_t *g = b->op_next;
-    if (following(g) != leads_to(g) || !op_free(g) || op_volatile(b))
+    if (following(g) != jump_target(g) || !op_free(g) || op_volatile(b))
         return false;
     opt_fired("B1", SJ, b);
     drop(g);
@@ -447,17 +441,17 @@ static bool b2(op_t *b)
     if_else_t s;
     return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm)
         && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && same_bit(s.arm, s.other)
-        && !same_bit(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump) && override_arm("B2", b, s);
+        && !same_bit(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
+        && override_arm("B2", b, s);
 }
-
-static bool tests_w(const op_t *b) { return sfr_isWreg(&b->op_opnd1) || sfr_isPlusw(&b->op_opnd1); }
 
 // The arms are movlw.
 static bool b3(op_t *b)
 {
     if_else_t s;
-    return find_if_else(b, T_GOTO, &s) && s.arm->op_type == T_MOVLW && s.other->op_type == T_MOVLW && !tests_w(b)
-        && label_only_from(s.other->op_prev, s.jump) && override_arm("B3", b, s);
+    return find_if_else(b, T_GOTO, &s) && s.arm->op_type == T_MOVLW && s.other->op_type == T_MOVLW
+        && !sfr_isWreg(&b->op_opnd1) && !sfr_isPlusw(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
+        && override_arm("B3", b, s);
 }
 
 // The arms write p, the second one without regard to what it holds.
@@ -467,7 +461,7 @@ static bool b4(op_t *b)
     return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm)))
         && (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF))
         && same_bit(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !sfr_isWreg(&s.arm->op_opnd1)
-        && !op_volatile(s.arm) && !op_volatile(s.other) && !tests_w(b) && !sfr_isIndirect(&b->op_opnd1)
+        && !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1) && !sfr_isIndirect(&b->op_opnd1)
         && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
 }
 
@@ -517,23 +511,11 @@ static bool b6(op_t *b) { return test_becomes_branch("B6", b, 2, TPL_BZ); }
 // btfsc status,0 / goto L
 static bool b7(op_t *b) { return test_becomes_branch("B7", b, 0, TPL_BC); }
 
-// Whether a skip in front of the node skips all of it, and nothing else.
-static bool is_skippable(const op_t *op)
-{
-    switch (op->op_type) {
-    case 0: case T_NAME: case T_NUMLABEL: case T_DB: case T_DS: case T_ORG: case T_ALIGN: case T_IF: case T_ELSE:
-    case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET: case T_INCLUDE: case T_MESSG: case T_TITLE: case T_BCC:
-        return false;
-    default:
-        return true;
-    }
-}
-
-// btfsc b / t / u / t, t a transfer
+// btfsc b / t / u / t, t a transfer. A conditional branch u may be encoded as two instructions, of which a skip skips one.
 static bool b8(op_t *b)
 {
     op_t *t = b->op_next, *u = t->op_next;
-    if (!op_is_transfer(t) || !op_free(t) || !is_skippable(u) || !op_same(u->op_next, t))
+    if (!op_is_transfer(t) || !op_free(t) || !op_is_code(u) || u->op_type == T_BCC || !op_same(u->op_next, t))
         return false;
     opt_fired("B8", RO, b);
     b->op_subop ^= TPL_INVERT;
@@ -732,6 +714,7 @@ static bool g9(op_t *n)
     bit->op_opnd1 = {OPND_DATA, ACCESS_C, value_const(sfr_addrOf(SFR_STATUS))};
     bit->op_opnd2 = {OPND_BIT, 0, value_const(0)};
     bit->op_access = ACCESS_C;
+    bit->op_flags |= n->op_flags & OPF_MARK;   // it is as reachable
     bit->op_lfile = n->op_lfile;
     bit->op_lline = n->op_lline;
     drop(n);

@@ -280,8 +280,8 @@ static bool leaves_doubt(const op_t *op, bool maybe)
     case T_BTFSC: case T_DECFSZ: case T_CPFSEQ:
         return true;
     case T_SUBWF: case T_ADDWF: case T_ANDWF: case T_INCF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_BCF: case T_DB:
-    case T_DS: case T_PUSH: case T_MOVFF: case T_MOVFFL: case T_ADDFSR: case T_LFSR: case T_MULWF: case T_ADDLW: case T_MOVLW:
-    case T_NOP: case T_BANKSEL: case T_MOVLB: case T_MOVWF: case T_CLRF:
+    case T_DS: case T_PUSH: case T_MOVFF: case T_MOVFFL: case T_ADDFSR: case T_LFSR: case T_MULWF: case T_ADDLW:
+    case T_MOVLW: case T_NOP: case T_BANKSEL: case T_MOVLB: case T_MOVWF: case T_CLRF:
         return false;
     case T_ELSE: case T_ENDIF: case T_ENDM: case T_ELSIF: case T_EQU: case T_IF: case T_SET: case T_TRAP: case T_DBOUT:
     case T_SETCNT: case T_TBLRD: case T_NAME: case T_NUMLABEL:
@@ -295,7 +295,7 @@ static bool leaves_doubt(const op_t *op, bool maybe)
 // The label's node that a jump or call leads to; null if that can't be told.
 static const op_t *label_node(const op_t *op)
 {
-    return op->op_opnd1.opnd_value.v_offs == 0 ? op_target(op) : nullptr;
+    return op_is_simple(op) ? op_target(op) : nullptr;
 }
 
 static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2);
@@ -330,10 +330,9 @@ enum jump_answer_t : uint8_t { JUMP_DEAD, JUMP_USED, JUMP_FOLLOW };
 static jump_answer_t used_behind_jump(uint8_t r, const op_t *op, bool maybe, const op_t *stop1)
 {
     const value_t *v = &op->op_opnd1.opnd_value;
-    const bool temporary = v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB;
-    if (!op_is_simple(op) && !temporary)
+    if (v->v_rtype != RT_SYM && v->v_rtype != RT_TLABF && v->v_rtype != RT_TLABB)   // a place that was worked out
         return r & (W | BSR) ? JUMP_USED : JUMP_DEAD;
-    if (!maybe && !temporary && strcmp(v->v_sym->s_name, "start") == 0)
+    if (!maybe && op_is_simple(op) && strcmp(v->v_sym->s_name, "start") == 0)
         return JUMP_DEAD;
     if (!label_node(op))
         return JUMP_USED;

@@ -742,6 +742,7 @@ void asm_text(bool listing)
 void asm_write(FILE *to)
 {
     st.to = to;
+    st.text.length = 0;   // what the optimiser last asked for
     asm_file();
     asm_text(false);
     summary_comments_emit(to, false);

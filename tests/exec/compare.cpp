@@ -261,7 +261,7 @@ int main(int argc, char **argv)
             st.bin = argv[++i];
         else if (option == "--way")
             only.insert(argv[++i]);
-        else if (option == "--allow" && exclusion_find(argv[i + 1]) >= 0)
+        else if (option == "--allow" && exclusion_find(argv[i + 1]) != X_NONE)
             st.allowed |= uint64_t{1} << exclusion_find(argv[++i]);
         else if (option == "--seed" || option == "--print") {
             print = option == "--print";

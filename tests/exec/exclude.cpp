@@ -1,62 +1,169 @@
+// exclude: the one place that says where the optimiser can't be trusted.
+//
+// The rules are as they are, and some of them take for granted what a compiler's code always has and what a person's code may lack.
+// The generator of programs keeps out of these situations, unless it is told not to; whoever writes assembly by hand for -O has to
+// know them too. Each entry has the smallest program that shows the difference, which is run by a test: an entry that shows none
+// any more has to go.
 #include "exclude.h"
 
+#include <algorithm>
+
 const std::vector<exclusion_t> exclusions = {
-    {"countdown-zero", "", "-O", "again:\n\tdecf\ta0,f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\tagain\n\tbcf\tSTATUS,0,c\n"},
-    {"fast-call-w", "", "-O", "\tmovf\ta1,w,c\n\tmovff\tWREG,a2\n\tcall\tfast,f\n\tgoto\tfinish\nfast:\n\tincf\ta6,w,c\n\treturn\tf\n"},
-    {"fast-call-n", "", "-O", "\tmovlw\t0\n\tiorwf\ta1,f,c\n\tcall\tfast,f\n\tgoto\tfinish\nfast:\n\tincf\ta6,w,c\n\treturn\tf\n"},
-    {"fast-tail", "", "-O", "\tcall\tfirst\n\tgoto\tfinish\nfirst:\n\tmovlw\t7\n\tcall\tfast,f\n\treturn\nfast:\n\tmovlw\t1\n\tmovwf\ta1,c\n\treturn\tf\n"},
-    {"fast-inline", "", "-O -auto_inline", "\tmovlw\t7\n\tcall\tfast,f\n\tgoto\tfinish\n__end_of_main2:\n\tpsect\ttext2,class=CODE,reloc=2,delta=1\nfast:\tmovlw\t1\n\tmovwf\ta1,c\n\treturn\tf\n__end_of_fast:\n\tpsect\ttext\n"},
-    {"inline-second", "", "-O", "\tcall\tsecond\n\tgoto\tfinish\n__end_of_main2:\n\tpsect\ttext2,class=CODE,reloc=2,delta=1,inline\none:\tincf\ta1,f,c\n\treturn\n__end_of_one:\nsecond:\n\tincf\ta2,f,c\n\treturn\n__end_of_second:\n\tpsect\ttext\n"},
-    {"auto-second", "", "-O -auto_inline", "\tcall\tsecond\n\tgoto\tfinish\n__end_of_main2:\n\tpsect\ttext2,class=CODE,reloc=2,delta=1\none:\treturn\n__end_of_one:\nsecond:\n\tincf\ta2,f,c\n\treturn\n__end_of_second:\n\tpsect\ttext\n"},
-    {"ov", "", "-O", "\tmovlw\t127\n\taddlw\t1\n\tmovlw\t0\n\taddwf\ta0,f,c\n\tmovlw\t1\n\tbov\tx1\n\tmovlw\t2\nx1:\n\taddwf\ta1,f,c\n"},
-    {"dc", "", "-O", "\tmovlw\t8\n\taddlw\t8\n\tmovlw\t0\n\taddwf\ta0,f,c\n\tmovlw\t1\n\tdaw\n\taddwf\ta1,f,c\n"},
-    {"status-byte", "", "-O", "\tmovlw\t0\n\tiorwf\ta0,f,c\n\tmovff\tSTATUS,a1\n\tmovlw\t5\n\taddwf\ta2,f,c\n"},
-    {"status-byte-n", "", "-O", "\tmovlw\t0\n\tiorwf\ta0,f,c\n\tmovf\tSTATUS,w,c\n\taddwf\ta2,f,c\n"},
-    {"btg-c", "", "-O", "\tbsf\tSTATUS,0,c\n\tmovf\ta0,w,c\n\taddlw\t0\n\tbtg\tSTATUS,0,c\n"},
-    {"setf-z", "", "-O", "\tmovf\ta1,f,c\n\tmovlw\t0\n\tmovwf\ta0,c\n\tsetf\ta2,c\n"},
-    {"mullw-z", "", "-O", "\tmovf\ta1,f,c\n\tmovlw\t0\n\tmovwf\ta0,c\n\tmullw\t3\n"},
-    {"negf-w", "", "-O", "\tmovlw\t5\n\tnegf\tWREG,c\n"},
-    {"rotate-flags", "", "-O", "\tclrf\ta1,c\n\tmovf\ta0,w,c\n\trlncf\ta1,f,c\n\tiorlw\t0\n"},
-    {"movlw-flags", "", "-O", "\tandlw\t0\n\tmovlw\t5\n\tiorlw\t0\n"},
-    {"movlw-flags2", "", "-O", "\tandwf\ta0,w,c\n\tmovlw\tlow(a4+3)\n\tiorlw\t0\n"},
-    {"movwf-status", "", "-O", "\tmovf\ta0,w,c\n\tmovwf\tSTATUS,c\n\tiorlw\t0\n"},
-    {"daw-w", "", "-O", "\tmovlw\t11\n\tdaw\n\tmovlw\t11\n"},
-    {"decfsz-w", "", "-O", "\tmovf\ta0,w,c\n\tdecfsz\ta0,f,c\n\tnop\n\tmovwf\ta0,c\n"},
-    {"banked-number", "", "-O", "\tmovlb\t1\n\tmovf\t0x40,w,b\n\tmovff\tWREG,a0\n\tmovlw\t1\n\tandlw\t3\n"},
-    {"addwfc-z", "", "-O", "\tclrf\ta0,c\n\tmovf\ta1,f,c\n\tmovlw\t0\n\tbcf\tSTATUS,0,c\n\taddwfc\ta0,f,c\n"},
-    {"subfwb-z", "", "-O", "\tsetf\ta0,c\n\tbcf\tSTATUS,0,c\n\tmovlw\t0\n\tsubfwb\ta0,w,c\n\tmovlw\t1\n\tbcf\tSTATUS,0,c\n"},
-    {"b4-negf", "", "-O", "\tbtfsc\ta0,0,c\n\tgoto\tx1\n\tmovwf\ta1,c\n\tgoto\tx2\nx1:\n\tnegf\ta1,c\nx2:\n\tmovwf\ta3,c\n"},
-    {"retlw-skip", "", "-O", "\tcall\tsecond\n\tgoto\tfinish\n__end_of_main2:\n\tpsect\ttext2,class=CODE,reloc=2,delta=1,inline\nsecond:\n\tbtfsc\ta0,0,c\n\tretlw\t1\n\tretlw\t2\n__end_of_second:\n\tpsect\ttext\n"},
-    {"goto-start", "", "-O", "\tclrf\ta0,c\n\tgoto\tentry\nstart:\n\tmovwf\ta1,c\n\tgoto\tfinish\nentry:\n\tmovlw\t5\n\tgoto\tstart\n"},
-    {"branch-stage-ref", "", "-O", "\tbtfsc\ta0,0,c\n\tgoto\tt1\n\tbc\tt1\n\trlncf\ta1,f,c\n\tmovwf\ta2,c\n\tgoto\tt2\nt1:\n\trlncf\ta1,f,c\n\tclrf\ta3,c\nt2:\n"},
-    {"branch-stage-ref2", "", "-O", "\tbnz\tt1\n\tbc\tt1\n\trlncf\ta1,f,c\n\tmovwf\ta2,c\n\tgoto\tt2\nt1:\n\trlncf\ta1,f,c\n\tclrf\ta3,c\nt2:\n"},
-    {"branch-stage-ref3", "", "-O", "\tbsf\tSTATUS,0,c\n\tbtfss\ta0,1,c\n\tgoto\tt1\n\tbc\tt1\n\trlncf\ta1,f,c\n\tmovwf\ta2,c\n\tgoto\tt2\nt1:\n\trlncf\ta1,f,c\n\tclrf\ta3,c\nt2:\n"},
-    {"btg-j8", "", "-O", "\tclrf\ta1,c\n\tbtfss\ta1,1,c\n\tgoto\tt1\n\tmovwf\ta2,c\n\tmovwf\ta3,c\nt1:\n\tbtg\ta1,1,c\n"},
-    {"btg-j2", "", "-O", "\tcall\tsub\n\tgoto\tfinish\nsub:\n\tclrf\ta1,c\n\tbtfsc\ta1,1,c\n\treturn\n\tbtg\ta1,1,c\n\treturn\n"},
-    {"btg-b2", "", "-O", "\tclrf\ta1,c\n\tbtfsc\ta0,1,c\n\tgoto\tt1\n\tbsf\ta1,1,c\n\tbra\tt2\nt1:\n\tbtg\ta1,1,c\nt2:\n"},
-    {"skipped-bank", "", "-O", "\tmovlb\t1\n\tclrf\tWREG,c\n\tbtfsc\tWREG,0,c\n\tmovlb\t2\n\tmovlb\t2\n\tmovwf\td0,b\n"},
-    {"read-bsr", "", "-O", "\tmovlb\t3\n\tmovff\tBSR,a0\n\tmovlb\t1\n"},
-    {"write-bsr", "", "-O", "\tmovlb\t1\n\tclrf\tBSR,c\n\tmovlb\t1\n\tclrf\tb0,b\n"},
-    {"pointer-alias", "", "-O", "\tlfsr\t0,a0\n\tmovf\ta0,w,c\n\tclrf\tINDF0,c\n\tmovwf\ta0,c\n"},
-    {"offset-alias", "", "-O", "\tmovf\ta1,w,c\n\tclrf\ta0+1,c\n\tmovwf\ta1,c\n"},
-    {"bank-alias", "", "-O", "\tmovlb\t0\n\tmovf\ta1,w,c\n\tclrf\ta1,b\n\tmovwf\ta1,c\n"},
-    {"prod", "", "-O", "\tmovf\tPRODL,w,c\n\tmulwf\ta0,c\n\tmovwf\tPRODL,c\n"},
-    {"tablat", "", "-O", "\tmovf\tTABLAT,w,c\n\ttblrd\t*\n\tmovwf\tTABLAT,c\n"},
-    {"fsr", "", "-O", "FSR0L\tequ\t0xFD5\n\tmovf\tFSR0L,w,c\n\tmovff\tPOSTINC0,a0\n\tmovwf\tFSR0L,c\n"},
-    {"fsr-lfsr", "", "-O", "FSR0L\tequ\t0xFD5\n\tmovf\tFSR0L,w,c\n\tlfsr\t0,0x155\n\tmovwf\tFSR0L,c\n"},
-    {"status-w", "", "-O", "\tclrf\ta0,c\n\tmovff\tSTATUS,WREG\n\tincf\ta0,f,c\n\tmovwf\tSTATUS,c\n"},
-    {"pcl-table", "", "-O", "\tmovlw\t2\n\tcall\ttab\n\tgoto\tfinish\ntab:\n\taddwf\t0xFF9-0xD,f,c\n\tretlw\t1\n\tretlw\t2\n\tretlw\t3\n"},
-    {"code-table", "", "-O --errata=1", "\tmovlw\tlow(tab)\n\tmovwf\tTBLPTRL,c\n\tmovlw\thigh(tab)\n\tmovwf\tTBLPTRH,c\n\tclrf\tTBLPTRU,c\n\ttblrd\t*\n\tmovf\tTABLAT,w,c\n\tgoto\tfinish\n\treturn\ntab:\n\tdb\t1,2\n"},
-    {"dollar", "", "-O", "\tbra\t$+4\n\tmovlw\t1\n\tmovlw\t5\n\tmovlw\t6\n"},
-    {"tlab", "", "-O", "\tclrf\ta0,c\n\tmovlw\t0\n1:\n\tmovwf\ta1,c\n\tmovlw\t0\n\tincf\ta0,f,c\n\tbtfss\ta0,1,c\n\tbra\t1b\n"},
-    {"address-3", "", "-O", "\tcall\tsub\n\tgoto\tfinish\nsub:\n\tcall\tsub2\n\tbsf\t3,5,c\n\treturn\nsub2:\n\tincf\ta3,f,c\n\tmovwf\ta5,c\n\treturn\n"},
-    {"unmarked-port", "", "-O", "\tmovf\tPORTA,w,c\n\tmovf\tPORTA,w,c\n\tmovwf\tLATA,c\n\tmovwf\tLATA,c\n"},
-    {"cpfs-flags", "", "-O", "\tmovff\tWREG,a0\n\tcpfseq\ta0,c\n\tandlw\t0\n\tiorlw\t1\n\tcpfseq\ta0,c\n\tandlw\t15\n\tiorlw\t0\n"},
-    {"n-return", "", "-O", "\tsetf\ta7,c\n\tcall\tsub\n\tbn\tx1\n\tclrf\ta6,c\nx1:\n\tgoto\tfinish\nsub:\n\tmovlw\t0\n\tiorwf\ta7,f,c\n\tclrf\ta0,c\n\treturn\n"},
-    {"errata-skip", "", "--errata=1", "\tsetf\ta7,c\n\tbtfsc\ta7,0,c\n\tglobal\tx1\nx1:\n\tincf\ta7,f,c\n\tincf\ta6,f,c\n"},
-    {"errata-skip-call", "", "--errata=1", "\tclrf\ta6,c\n\tbtfss\ta6,7,c\nx1:\n\tincf\ta6,f,c\n\tbtfsc\ta6,7,c\n\treturn\n\tbsf\ta6,7,c\n\tcall\tx1\n"},
-    {"label-L1", "", "-A -O", "\tbtfsc\ta1,2,c\n\tgoto\tat9\n\tbcf\ta1,1,c\n\tgoto\tL1\nat9:\n\tsublw\t145\n\tbtfsc\ta7,3,c\n\tbcf\ta1,1,c\nL1:\n"},
-    {"status-dead", "", "-O", "\tmovf\ta0,w,c\n\tclrf\ta2,c\n\tandlw\t0\n\tmovff\tSTATUS,a1\n\tmovwf\ta0,c\n\taddlw\t5\n"},
-    {"skip-bcc", "", "-O", "\tclrf\ta0,c\n\tbsf\tSTATUS,2,c\n\tbtfsc\ta0,0,c\n\tbz\tx2\n\tgoto\tx1\nx2:\n\tincf\ta1,f,c\nx1:\n\tincf\ta2,f,c\n"},
-    {"stkptr", "", "-O --opt=space", "STKPTR\tequ\t0xFEB\n\tcall\ts1\n\tcall\ts2\n\tgoto\tfinish\ns1:\n\tmovff\tSTKPTR,a1\n\tincf\ta2,f,c\n\trlncf\ta3,f,c\n\tsetf\ta4,c\n\tbtg\ta4,1,c\n\tincf\ta5,f,c\n\treturn\ns2:\n\tmovff\tSTKPTR,a1\n\tincf\ta2,f,c\n\trlncf\ta3,f,c\n\tsetf\ta4,c\n\tbtg\ta4,1,c\n\tincf\ta5,f,c\n\tdecf\ta6,f,c\n\treturn\n"},
+    {"fast-call",
+     "A fast call saves W, status and bsr, and a fast return brings them back. The search for dead values sees neither: here W counts "
+     "as dead, since `fast` overwrites it, and the movf is folded into the movff (M1).",
+     "-O", R"(
+	movf	a1,w,c
+	movff	WREG,a2
+	call	fast,f
+	goto	finish
+fast:	incf	a6,w,c
+	return	f
+)"},
+    {"fast-tail",
+     "A fast call right ahead of a return becomes a goto (C1), but the called function still brings back W, status and bsr: from "
+     "a fast call long past.",
+     "-O", R"(
+	call	first
+	goto	finish
+first:	movlw	7
+	call	fast,f
+	return
+fast:	movlw	1
+	movwf	a1,c
+	return	f
+)"},
+    {"fast-inline", "When a function with a fast return is inlined, nothing brings back W, status and bsr any more.",
+     "-O -auto_inline", R"(
+	movlw	7
+	call	fast,f
+	goto	finish
+	psect	text2,class=CODE,reloc=2,delta=1
+fast:	movlw	1
+	movwf	a1,c
+	return	f
+__end_of_fast:
+	psect	text
+)"},
+    {"overflow",
+     "No rule looks after the bits OV and DC: `bov`, `bnov`, `daw` and tests of the two bits may see those of an instruction further "
+     "up. Here the addition of 0, which clears OV, turns into `bcf STATUS,0` (G9).",
+     "-O", R"(
+	movlw	127
+	addlw	1
+	movlw	0
+	addwf	a0,f,c
+	movlw	1
+	bov	x1
+	movlw	2
+x1:	addwf	a1,f,c
+)"},
+    {"addwfc-zero", "`addwfc x,f` that adds nothing, W and C being 0, is deleted, though Z and N may be read behind it (G5).", "-O", R"(
+	clrf	a0,c
+	movf	a1,f,c
+	movlw	0
+	bcf	STATUS,0,c
+	addwfc	a0,f,c
+)"},
+    {"n-at-return",
+     "N counts as dead at every return, so a caller can't test it. Z does too with \";funcret\". Here the iorwf, which alone sets N, "
+     "goes (G4).",
+     "-O", R"(
+	setf	a7,c
+	call	sub
+	bn	x1
+	clrf	a6,c
+x1:	goto	finish
+sub:	movlw	0
+	iorwf	a7,f,c
+	clrf	a0,c
+	return
+)"},
+    {"address-3", "Bit instructions on address 3, bit 5 to 7, between a call and a return are taken for bank selection, and deleted (C1).",
+     "-O", R"(
+	call	sub
+	goto	finish
+sub:	call	sub2
+	bsf	3,5,c
+	return
+sub2:	incf	a3,f,c
+	movwf	a5,c
+	return
+)"},
+    {"two-names",
+     "A register that is written under one name and read under another is taken for two registers: `a1` and `a0+1`, or one with "
+     "access-bank and one with banked addressing. Here the last movwf goes (V1).",
+     "-O", R"(
+	movf	a1,w,c
+	clrf	a0+1,c
+	movwf	a1,c
+)"},
+    {"unmarked-port", "Accesses to a register that changes by itself, or acts when it is accessed, need the mark \";volatile\".", "-O", R"(
+	movlw	1
+	movwf	LATA,c
+	movwf	LATA,c
+)"},
+    {"start", "A jump to a label named `start` counts as the end of the program, where nothing is needed any more.", "-O", R"(
+	clrf	a0,c
+	goto	entry
+start:	movwf	a1,c
+	goto	finish
+entry:	movlw	5
+	goto	start
+)"},
+    {"computed-jump",
+     "A jump by a write to PCL isn't followed, and what only it reaches is deleted (J1), unless `asmopt off` is in force.", "-O", R"(
+	movlw	2
+	call	table2
+	goto	finish
+table2:	addwf	0xFEC,f,c
+	retlw	1
+	retlw	2
+	retlw	3
+)"},
+    {"dollar", "A distance from `$` stays the same when the code that it spans shrinks or grows.", "-O", R"(
+	bra	$+4
+	movlw	1
+	movlw	5
+	movlw	6
+)"},
+    {"code-address",
+     "The NOPs of --errata= go between the label and the first byte of a table that stands behind a return in a code psect. Tables "
+     "belong into psects of their own.",
+     "--errata=1", R"(
+	movlw	low(data)
+	movwf	TBLPTRL,c
+	movlw	high(data)
+	movwf	TBLPTRH,c
+	clrf	TBLPTRU,c
+	tblrd	*
+	clrf	TBLPTRL,c
+	clrf	TBLPTRH,c
+	goto	finish
+	return
+data:	dw	0x0102
+)"},
+    {"stack-pointer", "A procedure that abstraction makes runs one level further down the stack, as instructions that read STKPTR see.",
+     "-O --opt=space", R"(
+	call	sub
+	call	sub2
+	goto	finish
+sub:	movff	0xFEB,a1
+	incf	a2,f,c
+	rlncf	a3,f,c
+	setf	a4,c
+	return
+sub2:	movff	0xFEB,a1
+	incf	a2,f,c
+	rlncf	a3,f,c
+	setf	a4,c
+	decf	a6,f,c
+	return
+)"},
 };
+
+exclusion exclusion_find(const std::string &name)
+{
+    const auto it = std::find_if(exclusions.begin(), exclusions.end(), [&](const exclusion_t &e) { return e.name == name; });
+    return it == exclusions.end() ? X_NONE : static_cast<exclusion>(it - exclusions.begin());
+}

@@ -16,8 +16,6 @@
 
 #include <algorithm>
 
-enum exclusion : uint8_t { X_NONE };
-
 struct rng_t {
     uint64_t state;
     uint32_t below(size_t n)
@@ -33,7 +31,7 @@ struct rng_t {
 
 struct function_t { std::string name; bool fast, funcret, inlined; unsigned psect; };
 
-struct template_t { unsigned weight; uint8_t excluded; const char *text; };
+struct template_t { unsigned weight; const char *text; exclusion excluded = X_NONE; };
 
 struct gen_t {
     const target_t *target = nullptr;
@@ -47,7 +45,7 @@ struct gen_t {
     unsigned labels = 0, loops = 0, depth = 0;
     int bank = -1;                          // selected bank, -1 if not known
     bool skipped = false;                   // the next instruction stands under a skip
-    bool may(uint8_t excluded) const { return excluded == X_NONE || allowed >> excluded & 1; }
+    bool may(exclusion x) const { return x == X_NONE || allowed >> x & 1; }
 };
 
 using fillings_t = std::map<std::string, std::string>;
@@ -70,113 +68,131 @@ static const std::map<std::string, std::vector<std::string>> words = {
     {"lat", {"LATA", "LATB", "LATC"}},
     {"ind", {"INDF", "POSTINC", "POSTDEC", "PREINC"}},
     {"i", {"0", "1", "2"}},
+    {"bank", {"1", "2"}},
     {"z", {"0", "2"}},                      // C and Z in status
 };
 
 // One instruction each.
 static const template_t singles[] = {
-    {12, 0, "\t{alu}\t{r},{d}{A}"}, {6, 0, "\tmovf\t{r},w{A}"}, {6, 0, "\tmovwf\t{r}{A}"}, {4, 0, "\t{clr}\t{r}{A}"},
-    {7, 0, "\tmovlw\t{k}"}, {5, 0, "\t{lit}\t{k}"}, {1, 0, "\tmullw\t{k}"}, {1, 0, "\tmulwf\t{r}{A}"},
-    {3, 0, "\t{bit}\t{r},{b}{A}"}, {2, 0, "\tmovff\t{m},{m}"}, {1, 0, "\tmovff\t{m1},{m1}"}, {3, 0, "\tmovff\t{m},WREG"},
-    {3, 0, "\tmovff\tWREG,{m}"}, {1, 0, "\tclrw"}, {1, 0, "\tnop"}, {1, 0, "\tbcf\tSTATUS,0,c"}, {1, 0, "\tbsf\tSTATUS,0,c"},
-    {1, 0, "\t{alu}\tWREG,{d},c"}, {1, 0, "\tmovf\tPRODL,w,c"},
-    {1, 0, "\tmovf\t{port},w,c\t;volatile"}, {1, 0, "\tmovwf\t{lat},c\t;volatile"}, {1, 0, "\t{bit}\t{lat},{b},c\t;volatile"},
-    {1, 0, "\tmovff\t{port},{m}\t;volatile"}, {1, 0, "\tmovff\t{m},{lat}\t;volatile"}, {1, 0, "\t{alu}\t{lat},{d},c\t;volatile"},
+    {12, "\t{alu}\t{r},{d}{A}"}, {6, "\tmovf\t{r},w{A}"}, {6, "\tmovwf\t{r}{A}"}, {4, "\t{clr}\t{r}{A}"},
+    {7, "\tmovlw\t{k}"}, {5, "\t{lit}\t{k}"}, {1, "\tmullw\t{k}"}, {1, "\tmulwf\t{r}{A}"},
+    {3, "\t{bit}\t{r},{b}{A}"}, {2, "\tmovff\t{m},{m}"}, {1, "\tmovff\t{m1},{m1}"}, {3, "\tmovff\t{m},WREG"},
+    {3, "\tmovff\tWREG,{m}"}, {1, "\tclrw"}, {1, "\tnop"}, {1, "\tbcf\tSTATUS,0,c"}, {1, "\tbsf\tSTATUS,0,c"},
+    {1, "\t{alu}\tWREG,{d},c"}, {1, "\tmovf\tPRODL,w,c"},
+    {1, "\tmovwf\tPRODL,c"}, {1, "\t{clr}\tWREG,c"}, {1, "\tbtg\tSTATUS,{z},c"}, {1, "\tmovwf\tTABLAT,c"},
+    {1, "\tlfsr\t{i},array+25"}, {1, "\ttblrd\t*"},
+    {1, "\tdaw", X_OVERFLOW}, {1, "\t{alu}\ta{b}+1,{d},c", X_TWO_NAMES}, {1, "\tmovf\t{port},w,c", X_UNMARKED_PORT},
+    {1, "\tmovf\t{port},w,c\t;volatile"}, {1, "\tmovwf\t{lat},c\t;volatile"}, {1, "\t{bit}\t{lat},{b},c\t;volatile"},
+    {1, "\tmovff\t{port},{m}\t;volatile"}, {1, "\tmovff\t{m},{lat}\t;volatile"}, {1, "\t{alu}\t{lat},{d},c\t;volatile"},
 };
 
 static const template_t skips[] = {
-    {6, 0, "\tbtfsc\t{v},{b},c"}, {6, 0, "\tbtfss\t{v},{b},c"}, {2, 0, "\tbtfsc\tSTATUS,{z},c"}, {2, 0, "\tbtfss\tSTATUS,{z},c"},
-    {2, 0, "\t{cpf}\t{v},c"}, {2, 0, "\t{dsz}\t{v},{d},c"}, {1, 0, "\tbtfsc\t{port},{b},c\t;volatile"},
+    {6, "\tbtfsc\t{v},{b},c"}, {6, "\tbtfss\t{v},{b},c"}, {2, "\tbtfsc\tSTATUS,{z},c"}, {2, "\tbtfss\tSTATUS,{z},c"},
+    {2, "\t{cpf}\t{v},c"}, {2, "\t{dsz}\t{v},{d},c"}, {1, "\tbtfsc\t{port},{b},c\t;volatile"},
 };
 
 static const template_t shapes[] = {
-    {40, 0, "{s}"},
-    {4, 0, "{q}"},
-    {4, 0, "{skip}\n{s}"},
-    {2, 0, "{skip}\n{skip}\n{s}\n{s}"},
+    {40, "{s}"},
+    {4, "{q}"},
+    {4, "{skip}\n{s}"},
+    {2, "{skip}\n{skip}\n{s}\n{s}"},
     // What W holds.
-    {1, 0, "\tmovf\t{v1},w,c\n\tmovff\tWREG,{v2}\n\tandwf\t{v3},f,c\n\tmovlw\t{k}\n\tiorwf\t{v4},w,c"},
-    {1, 0, "\tmovf\t{v1},w,c\n\txorlw\t255\n\tmovwf\t{v2},c"},
-    {1, 0, "\tmovf\t{v1},w,c\n\tmovf\t{v2},w,c\n\t{logic}\t{v1},w,c"},
-    {1, 0, "\tmovff\t{m},WREG\n\tmovwf\t{v},c\n\tmovlw\t{k}"},
-    {1, 0, "\tmovff\t{m},WREG\n\tmovff\tWREG,{m}\n\tmovlw\t{k}"},
-    {2, 0, "\tmovff\t{v1},WREG\n\tmovff\t{v1},WREG"},
-    {2, 0, "\tmovlw\t0\n\t{alu}\t{v},{d},c\n{s}"}, {2, 0, "\tmovlw\t255\n\t{alu}\t{v},{d},c\n{s}"},
-    {2, 0, "\tmovlw\t1\n\t{alu}\t{v},{d},c\n{s}"}, {1, 0, "\tmovlw\t0\n\tbcf\tSTATUS,0,c\n\taddwfc\t{v},f,c\n\tmovf\t{v},f,c"},
-    {1, 0, "\tbcf\tSTATUS,0,c\n\taddwfc\t{v},{d},c"}, {1, 0, "\tmovlw\t0\n\t{logic}\t{v1},f,c\n\tmovlw\t{k}\n\taddwf\t{v2},f,c"},
-    {1, 0, "\tmovlw\t255\n\tandwf\t{v1},{d},c\n\taddwf\t{v2},f,c"}, {1, 0, "\tmovlw\t{k1}\n\tmovwf\t{v1},c\n\tmovlw\t{k1}\n\tmovwf\t{v2},c"},
-    {1, 0, "\tmovlw\t0\n\tmovwf\t{v},c\n\tandwf\t{v},f,c"}, {1, 0, "\tmovwf\t{v1},c\n{s}\n\tmovwf\t{v1},c"},
-    {1, 0, "\t{logic}\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"}, {1, 0, "\tincf\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"},
-    {1, 0, "\tandlw\t{k1}\n\tandlw\t{k1}"}, {1, 0, "\tiorlw\t{k1}\n\tiorlw\t{k1}"}, {1, 0, "\tmovf\t{v},w,c\n\tiorlw\t0\n\t{bcc}\t{L1}\n{s}\n{L1}:"},
-    {1, 0, "\taddlw\t0\n\taddlw\t{k}"}, {1, 0, "\tmovlw\t0\n\tandlw\t0\n\taddwf\t{v},f,c"}, {1, 0, "{t}\n\taddwf\t{v},w,c\n\taddlw\t1\n\tmovlw\t{k}"},
-    {1, 0, "{L1}:\n\tmovlw\t{k1}\n\tmovwf\t{v},c\n{skip}\n\tmovlw\t{k1}\n\tmovwf\t{v},c"},
+    {1, "\tmovf\t{v1},w,c\n\tmovff\tWREG,{v2}\n\tandwf\t{v3},f,c\n\tmovlw\t{k}\n\tiorwf\t{v4},w,c"},
+    {1, "\tmovf\t{v1},w,c\n\txorlw\t255\n\tmovwf\t{v2},c"},
+    {1, "\tmovf\t{v1},w,c\n\tmovf\t{v2},w,c\n\t{logic}\t{v1},w,c"},
+    {1, "\tmovff\t{m},WREG\n\tmovwf\t{v},c\n\tmovlw\t{k}"},
+    {1, "\tmovff\t{m},WREG\n\tmovff\tWREG,{m}\n\tmovlw\t{k}"},
+    {2, "\tmovff\t{v1},WREG\n\tmovff\t{v1},WREG"},
+    {2, "\tmovlw\t0\n\t{alu}\t{v},{d},c\n{s}"}, {2, "\tmovlw\t255\n\t{alu}\t{v},{d},c\n{s}"},
+    {2, "\tmovlw\t1\n\t{alu}\t{v},{d},c\n{s}"}, {1, "\tmovlw\t0\n\tbcf\tSTATUS,0,c\n\taddwfc\t{v},f,c\n\tmovf\t{v},f,c"},
+    {1, "\tbcf\tSTATUS,0,c\n\taddwfc\t{v},{d},c"}, {1, "\tmovlw\t0\n\t{logic}\t{v1},f,c\n\tmovlw\t{k}\n\taddwf\t{v2},f,c"},
+    {1, "\tmovlw\t255\n\tandwf\t{v1},{d},c\n\taddwf\t{v2},f,c"}, {1, "\tmovlw\t{k1}\n\tmovwf\t{v1},c\n\tmovlw\t{k1}\n\tmovwf\t{v2},c"},
+    {1, "\tmovlw\t0\n\tmovwf\t{v},c\n\tandwf\t{v},f,c"}, {1, "\tmovwf\t{v1},c\n{s}\n\tmovwf\t{v1},c"},
+    {1, "\t{logic}\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"}, {1, "\tincf\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"},
+    {1, "\tandlw\t{k1}\n\tandlw\t{k1}"}, {1, "\tiorlw\t{k1}\n\tiorlw\t{k1}"}, {1, "\tmovf\t{v},w,c\n\tiorlw\t0\n\t{bcc}\t{L1}\n{s}\n{L1}:"},
+    {1, "\taddlw\t0\n\taddlw\t{k}"}, {1, "\tmovlw\t0\n\tandlw\t0\n\taddwf\t{v},f,c"}, {1, "{t}\n\taddwf\t{v},w,c\n\taddlw\t1\n\tmovlw\t{k}"},
+    {1, "{L1}:\n\tmovlw\t{k1}\n\tmovwf\t{v},c\n{skip}\n\tmovlw\t{k1}\n\tmovwf\t{v},c"},
+    {1, "\tmovf\tSTATUS,w,c+\n\tandlw\t5"}, {1, "\tmovff\tSTATUS,{v1}+\n\tmovlw\t5+\n\tandwf\t{v1},f,c"},
+    {1, "\tmovf\t{v1},w,c\n{skip}\n{s}\n\tmovwf\t{v1},c"}, {1, "\tmovf\t{v1},w,c\n\t{dsz}\t{v1},f,c\n\tnop\n\tmovwf\t{v1},c"},
+    {1, "\tmovf\tPRODL,w,c\n\tmulwf\t{v},c\n\tmovwf\tPRODL,c"}, {1, "\tmovf\tTABLAT,w,c\n\ttblrd\t*\n\tmovwf\tTABLAT,c"},
+    {1, "\tlfsr\t{i1},{v1}\n\tmovf\t{v1},w,c\n\t{clr}\tINDF{i1},c\n\tmovwf\t{v1},c\n\tmovf\tINDF{i1},w,c"},
+    {1, "\tmovf\t{v1},w,c\n\t{bit}\t{v1},{b},c\n\tmovf\t{v1},w,c"},
     // Bank selection.
-    {2, 0, "\tbanksel\tb1+\n\tmovwf\tb{b},b\n\tbanksel\tb1+\n\tincf\tb{b},f,b"},
-    {1, 0, "\tbanksel\tb1\n\tmovlw\t{k}"},
-    {1, 0, "\tmovlw\t{k}\n\tbanksel\tb2+\n\tmovwf\tb3&255,b\n\tmovff\tb3,{m}\n\tmovf\tb3,w,b"},
+    {2, "\tbanksel\tb1+\n\tmovwf\tb{b},b\n\tbanksel\tb1+\n\tincf\tb{b},f,b"},
+    {1, "\tmovlb\t{bank}\n\tmovlw\t{k}"},
+    {1, "\tmovlb\t1+\n\tmovwf\tb{b},b\n\tmovlb\t1+\n\tincf\tb{b},f,b\n\tmovlb\t2+\n\tincf\td{b},f,b"},
+    {1, "\tmovlw\t{k}\n\tbanksel\tb2+\n\tmovwf\tb3&255,b\n\tmovff\tb3,{m}\n\tmovf\tb3,w,b"},
     // Skips over jumps.
-    {1, 0, "{t}\n\tgoto\t{L1}\n{L1}:"},
-    {1, 0, "{skip}\n{t}\n\tgoto\t{L1}\n{L1}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tbsf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbcf\t{v1},{b1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tbcf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbsf\t{v1},{b1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovlw\t{k}\n\tgoto\t{L2}\n{L1}:\n\tmovlw\t{k}\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tclrf\t{v1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tsetf\t{v1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tswapf\t{v1},f,c\n\tgoto\t{L2}\n{L1}:\n\tmovwf\t{v1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tnegf\t{v1},c\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tlfsr\t0,array+20\n\tgoto\t{L2}\n{L1}:\n\tlfsr\t0,array+30\n{L2}:\n\tmovwf\tINDF0,c"},
-    {2, 0, "\t{alu}\t{v},{d},c\n\tbtfsc\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
-    {2, 0, "\t{alu}\t{v},{d},c\n\tbtfss\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
-    {1, 0, "{t}\n{ret1}\n{s}\n{ret1}"},
-    {1, 0, "\tbtfsc\t{v1},{b1},c\n{ret}\n\tbcf\t{v1},{b1},c\n{ret}"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{ret}\n{L1}:"},
-    {1, 0, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbcf\t{v1},{b1},c"},
-    {1, 0, "\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbsf\t{v1},{b1},c"},
+    {1, "{t}\n\tgoto\t{L1}\n{L1}:"},
+    {1, "{skip}\n{t}\n\tgoto\t{L1}\n{L1}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tbsf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbcf\t{v1},{b1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tbcf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbsf\t{v1},{b1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tmovlw\t{k}\n\tgoto\t{L2}\n{L1}:\n\tmovlw\t{k}\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tclrf\t{v1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tsetf\t{v1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tswapf\t{v1},f,c\n\tgoto\t{L2}\n{L1}:\n\tmovwf\t{v1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tnegf\t{v1},c\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n\tlfsr\t0,array+20\n\tgoto\t{L2}\n{L1}:\n\tlfsr\t0,array+30\n{L2}:\n\tmovwf\tINDF0,c"},
+    {2, "\t{alu}\t{v},{d},c\n\tbtfsc\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
+    {2, "\t{alu}\t{v},{d},c\n\tbtfss\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
+    {1, "{t}\n{ret1}\n{s}\n{ret1}"},
+    {1, "\tbtfsc\t{v1},{b1},c\n{ret}\n\tbcf\t{v1},{b1},c\n{ret}"},
+    {1, "{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{ret}\n{L1}:"},
+    {1, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbcf\t{v1},{b1},c"},
+    {1, "\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbsf\t{v1},{b1},c"},
+    {1, "{t}\n\tgoto\t{L1}\n\t{bit}\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\t{bit}\t{v1},{b1},c\n{L2}:"},
+    {1, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbtg\t{v1},{b1},c"},
     // Two ways.
-    {4, 0, "{skip}\n\t{go}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {2, 0, "\t{alu}\t{v},{d},c\n\t{bcc}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {2, 0, "\t{bcc}\t{L1}\n{B}\n{L1}:"},
-    {1, 0, "\t{arith}\t{v},{d},c\n\tbn\t{L1}\n{s}\n{L1}:"},
-    {1, 0, "\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L3}\n\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n\tgoto\t{L2}\n{L3}:\n{s}\n\tbtfss\t{v1},{b1},c\n\tgoto\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\tsave_{L1}\n\tgoto\tint_fun_{L1}\n{L1}:\n{s}\n\tgoto\t{L2}\nint_fun_{L1}:\n{s}\n{s}\n\tgoto\t{L2}\n"
+    {4, "{skip}\n\t{go}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {2, "\t{alu}\t{v},{d},c\n\t{bcc}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {2, "\t{bcc}\t{L1}\n{B}\n{L1}:"},
+    {1, "\t{arith}\t{v},{d},c\n\tbn\t{L1}\n{s}\n{L1}:"}, {1, "\tbov\t{L1}\n{s}\n{L1}:", X_OVERFLOW},
+    {1, "\t{bcc}\t{L1}\n\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n{s}\n{L2}:"},
+    {1, "\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L3}\n\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n\tgoto\t{L2}\n{L3}:\n{s}\n\tbtfss\t{v1},{b1},c\n\tgoto\t{L2}\n{L1}:\n{B}\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\tsave_{L1}\n\tgoto\tint_fun_{L1}\n{L1}:\n{s}\n\tgoto\t{L2}\nint_fun_{L1}:\n{s}\n{s}\n\tgoto\t{L2}\n"
            "save_{L1}:\n{s}\n{L2}:"},
-    {2, 0, "\tmovf\t{v},w,c\n\txorlw\t{k1}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L1}\n\txorlw\t{k2}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L2}\n\tgoto\t{L3}\n"
+    {2, "\tmovf\t{v},w,c\n\txorlw\t{k1}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L1}\n\txorlw\t{k2}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L2}\n\tgoto\t{L3}\n"
            "{L1}:\n{q}\n\tgoto\t{L3}\n{L2}:\n{q}\n\tgoto\t{L3}\n{L3}:"},
+    // Branches that don't reach.
+    {1, "{t}\n\tgoto\t{L1}\n\t{bcc}\t{L2}\n{L1}:\n{s}\n\trept\t140+\n\tnop+\n\tendm\n{L2}:"},
+    {1, "\t{bcc}\t{L1}\n{B}\n\trept\t140+\n\tnop+\n\tendm\n{L1}:"},
     // Jumps to jumps, and code that nothing reaches.
-    {1, 0, "\tgoto\t{L1}\n{L1}:"},
-    {1, 0, "\tgoto\t{L1}\n{q}\n{L1}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{L3}:\n{s}\n{L2}:"},
-    {1, 0, "\t{bcc}\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{s}\n{L3}:\n{s}\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{L2}:"},
-    {1, 0, "{skip}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{ret}\n{L2}:"},
+    {1, "\tgoto\t{L1}\n{L1}:"},
+    {1, "\tgoto\t{L1}\n{q}\n{L1}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{L3}:\n{s}\n{L2}:"},
+    {1, "\t{bcc}\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{s}\n{L3}:\n{s}\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{L2}:"},
+    {1, "{skip}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{ret}\n{L2}:"},
     // The same tail in two places, and the same sequence in many.
-    {2, 0, "{t}\n\tgoto\t{L1}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n{L2}:"},
-    {2, 0, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L3}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n\tgoto\t{L2}\n{L3}:\n{q1}\n\tgoto\t{L2}\n{L2}:"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n{q1}\n{ret1}\n{L1}:\n{s}\n{q1}\n{ret1}"},
-    {5, 0, "{Q}"},
+    {2, "{t}\n\tgoto\t{L1}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n{L2}:"},
+    {2, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L3}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n\tgoto\t{L2}\n{L3}:\n{q1}\n\tgoto\t{L2}\n{L2}:"},
+    {1, "{t}\n\tgoto\t{L1}\n{q1}\n{ret1}\n{L1}:\n{s}\n{q1}\n{ret1}"},
+    {5, "{Q}"},
     // Loops.
-    {3, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecfsz\t{n1},f,c\n\t{go}\t{L1}"},
-    {2, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}\n{s}"},
-    {1, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbnz\t{L1}"},
-    {1, 0, "\tmovlw\t256-{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tincf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}"},
-    {1, 0, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n1:\n{q}\n\tdecfsz\t{n1},f,c\n\tbra\t1b"},
-    {1, 0, "\tdecf\t{v},{d},c\n\tbtfsc\tSTATUS,2,c\n{s}\n{s}"},
+    {3, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecfsz\t{n1},f,c\n\t{go}\t{L1}"},
+    {2, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}\n{s}"},
+    {1, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbnz\t{L1}"},
+    {1, "\tmovlw\t256-{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tincf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}"},
+    {1, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n1:\n{q}\n\tdecfsz\t{n1},f,c\n\tbra\t1b"},
+    {1, "\tdecf\t{v},{d},c\n\tbtfsc\tSTATUS,2,c\n{s}\n{s}"},
     // Calls.
-    {6, 0, "\tcall\t{f}"},
-    {1, 0, "\trcall\t{f}"},
-    {1, 0, "{skip}\n\tcall\t{f}"},
-    {1, 0, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n{ret}\n{L1}:"},
+    {6, "\tcall\t{f}"},
+    {1, "\trcall\t{f}"},
+    {1, "\tcall\t{f}\n\tbn\t{L1}\n{s}\n{L1}:", X_N_AT_RETURN},
+    {1, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n\tbsf\t3,{b},c\n{ret}\n{L1}:", X_ADDRESS_3},
+    {1, "{skip}\n\tcall\t{f}"},
+    {1, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n{ret}\n{L1}:"},
     // Memory by pointer.
-    {2, 0, "\tlfsr\t{i1},array+{k:20,21,22,30}+\n\tmovwf\t{ind}{i1},c+\n{s}+\n\tmovf\t{ind}{i1},{d},c+\n\t{alu}\t{ind}{i1},{d},c+\n\tmovff\t{ind}{i1},{m}+\n"
+    {2, "\tlfsr\t{i1},array+{k:20,21,22,30}+\n\tmovwf\t{ind}{i1},c+\n{s}+\n\tmovf\t{ind}{i1},{d},c+\n\t{alu}\t{ind}{i1},{d},c+\n\tmovff\t{ind}{i1},{m}+\n"
            "\tclrf\t{ind}{i1},c+\n\tmovlw\t{k:0,1,5}+\n\tmovf\tPLUSW{i1},w,c"},
-    {2, 0, "\tmovlw\tlow(table+{k:0,1,2,3})+\n\tmovwf\tTBLPTRL,c+\n\tmovlw\thigh(table)+\n\tmovwf\tTBLPTRH,c+\n\tclrf\tTBLPTRU,c\n\ttblrd\t{tbl}\n"
+    {2, "\tmovlw\tlow(table+{k:0,1,2,3})+\n\tmovwf\tTBLPTRL,c+\n\tmovlw\thigh(table)+\n\tmovwf\tTBLPTRH,c+\n\tclrf\tTBLPTRU,c\n\ttblrd\t{tbl}\n"
            "\ttblrd\t{tbl}\n\tmovf\tTABLAT,w,c\n\ttblrd\t{tbl}\n\t{clr}\tTABLAT,c\n\tmovff\tTABLAT,{m}"},
-    {1, 0, "\tasmopt\toff+\n{s}+\n{s}+\n\tasmopt\ton"},
-    {1, 0, "\tpush+\n\tpop"},
+    {1, "\tasmopt\toff+\n{s}+\n{s}+\n\tasmopt\ton"},
+    {1, "\tpush+\n\tpop"},
 };
 
 // Filling.
@@ -219,7 +235,7 @@ static std::string any_register(gen_t &g, std::string &access)
         return indexed(g, "a", 8);
     const char *const name = bank == 1 ? "b" : "d";
     if (bank != g.bank || g.rng.one_in(3))
-        put(g, "\tbanksel\t" + indexed(g, name, 8) + "+");
+        put(g, (g.rng.below(2) ? "\tbanksel\t" + indexed(g, name, 8) : "\tmovlb\t" + std::to_string(bank)) + "+");
     access = ",b";
     return indexed(g, name, 8) + (g.rng.one_in(4) ? "&255" : "");
 }
@@ -230,9 +246,9 @@ static std::string sequence(gen_t &g, size_t n)
     std::string text;
     for (size_t i = 0; i < n; i++) {
         static const template_t list[] = {
-            {4, 0, "\t{alu}\t{v},{d},c"}, {2, 0, "\tmovf\t{v},w,c"}, {3, 0, "\tmovwf\t{v},c"}, {1, 0, "\tmovlw\t{k}"},
-            {1, 0, "\t{bit}\t{v},{b},c"}, {1, 0, "\tmovff\t{m},{m}"}, {1, 0, "\t{lit}\t{k}"},
-            {1, 0, "\tbtfsc\t{v},{b},c\n\tincf\t{v},f,c"}};
+            {4, "\t{alu}\t{v},{d},c"}, {2, "\tmovf\t{v},w,c"}, {3, "\tmovwf\t{v},c"}, {1, "\tmovlw\t{k}"},
+            {1, "\t{bit}\t{v},{b},c"}, {1, "\tmovff\t{m},{m}"}, {1, "\t{lit}\t{k}"},
+            {1, "\tbtfsc\t{v},{b},c\n\tincf\t{v},f,c"}};
         gen_t sub;
         sub.rng = g.rng;
         fillings_t fixed;
@@ -244,11 +260,13 @@ static std::string sequence(gen_t &g, size_t n)
     return text;
 }
 
-static std::string callee(gen_t &g, bool same_psect)   // same_psect: for `rcall`, which has no fast form
+// For `rcall` in the same psect; neither it nor a last call is fast.
+static std::string callee(gen_t &g, bool same_psect, bool last)
 {
     std::vector<const function_t *> list;
     for (size_t i = g.function + 1; i < g.functions.size(); i++)
-        if (!same_psect || (g.functions[i].psect == g.functions[g.function].psect && !g.functions[i].fast))
+        if (!(same_psect && g.functions[i].psect != g.functions[g.function].psect) &&
+            !(g.functions[i].fast && (same_psect || (last && !g.may(X_FAST_TAIL)))))
             list.push_back(&g.functions[i]);
     if (list.empty())
         return "";
@@ -351,7 +369,7 @@ static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
         const std::string name = whole.substr(at + 1, end - at - 1);
         std::string text;
         if (name == "f" || name == "tail") {
-            text = callee(g, whole.find("rcall") != std::string::npos);
+            text = callee(g, whole.find("rcall") != std::string::npos, name == "tail");
             if (text.empty())
                 return put(g, "\tnop");
         } else if (isdigit(name.back()) && name.find(':') == std::string::npos) {
@@ -363,11 +381,17 @@ static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
         out += text;
         at = end + 1;
     }
-    // Where Z is dead at returns, nothing reads it before it is set again.
-    const bool lost = whole.find("{f}") != std::string::npos && g.functions[0].funcret;
-    put(g, out + (joined || lost ? "+" : ""));
-    if (lost)
-        put(g, "\tmovf\tlast_w,f,c");
+    // Nothing reads what an exclusion, or the mark of a return, makes unsure before it is set again.
+    const char *again = nullptr;
+    if (whole.find("{f}") != std::string::npos && out.ends_with(",f") && !g.may(X_FAST_CALL))
+        again = "\tbcf\tSTATUS,0,c+\n\tmovf\tlast_w,w,c";
+    else if (whole.find("{f}") != std::string::npos && g.functions[0].funcret)
+        again = "\tmovf\tlast_w,f,c";
+    else if (out.starts_with("\taddwfc") && out.find(",f,") != std::string::npos && !g.may(X_ADDWFC_ZERO))
+        again = "\tmovf\tlast_w,f,c";
+    put(g, out + (joined || again ? "+" : ""));
+    if (again)
+        expand(g, (again + std::string(joined ? "+" : "")).c_str(), none);
 }
 
 static void expand(gen_t &g, const char *text, fillings_t &fixed)
@@ -394,6 +418,8 @@ static void put(gen_t &g, const std::string &line)
     g.skipped = std::any_of(skip_words.begin(), skip_words.end(), [&](const std::string &w) { return line.starts_with(w); });
     if (line.starts_with("\tbanksel\t"))
         g.bank = line[9] == 'b' ? 1 : 2;
+    else if (line.starts_with("\tmovlb\t"))
+        g.bank = line[7] - '0';
     else if (!line.starts_with('\t') || line.find("call\t") != std::string::npos)
         g.bank = -1;
 }
@@ -420,7 +446,7 @@ static void prologue(gen_t &g)
     }
     text += "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
             "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t0x7000\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
-            "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain,__end_of_main\n";
+            "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n";
     g.pieces.push_back(text);
 }
 
@@ -441,6 +467,8 @@ static void make_function(gen_t &g, size_t i, const std::string &psect)
     g.bank = -1;
     g.room = i == 0 ? 60 : f.inlined ? 6 : 5 + g.rng.below(40);
     g.pieces.push_back("\tpsect\t" + psect + "\n" + f.name + ":\n");
+    if (f.fast && !g.may(X_FAST_INLINE))
+        g.pieces.back() += "\tmovff\ta0,a1\n\tmovff\ta1,a2\n";   // too long to be inlined unasked
     do
         block(g, 0);
     while (g.room && (i == 0 || !g.rng.one_in(4)));
@@ -478,7 +506,7 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
             if (!f.inlined && g.rng.one_in(8))
                 flags += ",optim=" + g.rng.of(lists);
         }
-        if (&f != &g.functions[0])
+        if (&f != &g.functions[0] && g.rng.below(2))
             g.pieces[0] += "\tglobal\t" + f.name + ",__end_of_" + f.name + "\n";
     }
     for (size_t i = 0; i < count; i++)
@@ -495,14 +523,6 @@ pieces_t gen_around(const std::string &statements, const target_t &target)
     g.pieces.push_back("\tpsect\ttext,class=CODE,reloc=2,delta=1\nmain:\n" + statements);
     epilogue(g);
     return g.pieces;
-}
-
-int exclusion_find(const std::string &name)
-{
-    for (size_t i = 0; i < exclusions.size(); i++)
-        if (exclusions[i].name == name)
-            return static_cast<int>(i);
-    return -1;
 }
 
 std::string pieces_text(const pieces_t &pieces)

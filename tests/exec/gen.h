@@ -4,8 +4,6 @@
 #include "exclude.h"
 #include "target.h"
 
-int exclusion_find(const std::string &name);   // index, or -1
-
 // A source text in pieces. Leaving out a piece leaves a program that may not assemble or end, but does nothing else forbidden.
 using pieces_t = std::vector<std::string>;
 std::string pieces_text(const pieces_t &pieces);

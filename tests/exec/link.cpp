@@ -117,7 +117,9 @@ static void collect(linker &l, module_t &m)
 
 static void join(linker &l, module_t &m)
 {
-    for (piece_t *p : m.order) {
+    // A file lists its psects from the last to the first.
+    for (auto at = m.order.rbegin(); at != m.order.rend(); ++at) {
+        piece_t *const p = *at;
         const bool shared = p->flags & ZO_F_GLOBAL;
         group_t &g = l.groups[p->name + (shared ? "" : "\n" + m.source->name)];
         if (g.pieces.empty())

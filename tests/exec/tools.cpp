@@ -56,6 +56,6 @@ std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::
     if (!errors.empty())
         return errors.front();
     sim_init(sim, target, image.program);
-    sim.pc = image.program[0] == 0xFF && image.program[1] == 0xFF ? image.start : 0;
+    sim.pc = image.start;
     return "";
 }

@@ -10,5 +10,5 @@ std::string read_text(const std::string &path);
 void write_text(const std::string &path, const std::string &text);
 std::string program_directory();   // of the running program
 
-// The file, linked and ready to run from its reset, or from its start if it has nothing at address 0. Gives back an error text.
+// The files, linked and ready to run from the address that `end` told, or from address 0. Gives back an error text.
 std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::string> &objects);

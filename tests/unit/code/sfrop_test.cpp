@@ -33,14 +33,13 @@ TEST(SfrOp, Predicates) {
         v.opnd_value.v_rtype = RT_PSECT;   // an offset in a psect, whatever its number
         EXPECT_EQ(answers(v), "") << id;
     }
-    auto at = [&v](int64_t addr) {
-        v.opnd_value = value_const(addr);
-        return answers(v);
-    };
-    EXPECT_EQ(at(0xF60), "k");   // another register of the access bank
+    v.opnd_value = value_const(0xF60);
+    EXPECT_EQ(answers(v), "k");   // another register of the access bank
     int64_t wreg = sfr_addrOf(SFR_WREG);
     const int64_t wrap = int64_t{1} << 32;
-    for (int64_t addr : {int64_t{0}, int64_t{-1}, wreg - 256, wreg + 128, wreg + wrap, wreg - wrap})
-        EXPECT_EQ(at(addr), "") << addr;   // among them those that share wreg's slot
+    for (int64_t addr : {int64_t{0}, int64_t{-1}, wreg - 256, wreg + 128, wreg + wrap, wreg - wrap}) {
+        v.opnd_value = value_const(addr);
+        EXPECT_EQ(answers(v), "") << addr;   // among them those that share wreg's slot
+    }
     opt.cur_chip = nullptr;
 }

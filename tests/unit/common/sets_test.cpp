@@ -5,8 +5,6 @@
 #include <vector>
 
 #include "common/freecache.h"
-#include "common/loopguard.h"
-#include "common/matrix.h"
 #include "common/set.h"
 #include "common/tally_table.h"
 
@@ -64,13 +62,6 @@ TEST(Set, Operations) {
     EXPECT_EQ(list(set_new(nullptr)), words());   // a recycled record is clean
 }
 
-TEST(SmallTables, Loopguard) {
-    loopguard_t *g = loopguard_new(10);
-    for (int i = 0; i < 10; i++) EXPECT_TRUE(loopguard_next(g));
-    EXPECT_FALSE(loopguard_next(g));
-    EXPECT_FALSE(loopguard_next(nullptr));
-}
-
 TEST(SmallTables, Freecache) {
     freecache_t *fc = freecache_new(24, 1);
     char *a = static_cast<char *>(freecache_get(fc)), *b = static_cast<char *>(freecache_get(fc));
@@ -94,13 +85,3 @@ TEST(SmallTables, Tally) {
     EXPECT_EQ(tally_top(t), 3u);
 }
 
-TEST(SmallTables, Matrix) {
-    matrix_t *m = matrix_new(2);
-    const char *name = "key";
-    EXPECT_EQ(matrix_set(m, 11, name, 4), 0u);
-    EXPECT_EQ(matrix_set(m, 12, 4, name), 0u);   // the same sum
-    EXPECT_EQ(matrix_set(m, 13, name, 4), 11u);
-    EXPECT_EQ(matrix_get(m, name, 4), 13u);
-    EXPECT_EQ(matrix_get(m, 4, name), 12u);
-    EXPECT_EQ(matrix_get(m, name, 5), 0u);
-}

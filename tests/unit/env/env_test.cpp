@@ -1,4 +1,4 @@
-// The surroundings: paths, temporary files, the installation, the catalogue.
+// The surroundings: temporary files, kinds of files, the installation, the catalogue.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -10,15 +10,6 @@
 #include "env/osdep.h"
 #include "env/qvinstdir.h"
 #include "env/registry.h"
-
-TEST(Osdep, Paths) {
-    EXPECT_STREQ(path_stem("x.y/a.b.c"), "a.b");
-    EXPECT_STREQ(path_stem("x.y/a"), "a");
-    EXPECT_STREQ(path_dirname("/a"), "");
-    EXPECT_EQ(path_dirname("a"), nullptr);
-    EXPECT_STREQ(path_concat("a/", "/b"), "a/b");
-    EXPECT_EQ(path_concat("", "b"), nullptr);
-}
 
 TEST(Osdep, TemporaryFilesGoAtExit) {
     outcome_t o = in_child([] {
@@ -47,15 +38,9 @@ TEST(Installation, Layouts) {
         return std::string(v) + " in " + root;
     };
     const std::string found = ver + " in " + dir.path;
-    EXPECT_EQ(version(ver + "/bin"), found);
-    EXPECT_EQ(version(ver + "/BIN"), found);
-    EXPECT_EQ(version(ver + "/zel/bin"), found);
-    EXPECT_EQ(version(ver + "/ZEL.x/bin"), found);
-    EXPECT_EQ(version(ver + "/zel-as/bin"), found);
-    EXPECT_EQ(version(ver + "/zelas/bin"), "none");   // <version> is zelas, and has no zel
-    EXPECT_EQ(version(dir.path + "/bin"), "none");
-    EXPECT_EQ(version("/bin"), "none");
-    EXPECT_EQ(version("bin"), "none");
+    for (const char *bin : {"/bin", "/BIN", "/zel/bin", "/ZEL.x/bin", "/zel-as/bin"}) EXPECT_EQ(version(ver + bin), found);
+    for (const std::string &bin : {ver + "/zelas/bin", dir.path + "/bin", std::string("/bin"), std::string("bin")})
+        EXPECT_EQ(version(bin), "none") << bin;   // the first: <version> is zelas, and has no zel
 }
 
 TEST(Installation, OfTheBuildTree) {   // <build>/bin/<this program>, and <build>/zel is there
@@ -65,28 +50,6 @@ TEST(Installation, OfTheBuildTree) {   // <build>/bin/<this program>, and <build
     EXPECT_EQ(reg_mkpath(REG_DOCS, "/x/y"), std::string("/x/y"));
     EXPECT_EQ(catalogue_path(), base + "/zel/dat/en_msgs.txt");
     EXPECT_EQ(read_file(catalogue_path()), std::string(reinterpret_cast<const char *>(catalogue_text), catalogue_length));
-}
-
-// The same program outside any installation runs the disabled test.
-TEST(Installation, None) {
-    scratch_dir_t dir;
-    std::string exe = dir.path + "/unit";
-    std::string run = "cd " + dir.path + " && " + exe + " --gtest_also_run_disabled_tests --gtest_filter=Outside.* > out";
-    ASSERT_EQ(system(("cp /proc/" + std::to_string(getpid()) + "/exe " + exe).c_str()), 0);
-    EXPECT_EQ(system(run.c_str()), 0) << read_file(dir.path + "/out");
-}
-
-TEST(Outside, DISABLED_NoInstallation) {
-    EXPECT_EQ(qvinstdir(1), nullptr);
-    EXPECT_EQ(reg_mkpath(REG_DAT, "x.ini"), nullptr);
-    EXPECT_STREQ(reg_mkpath(REG_DAT, "/x.ini"), "/x.ini");
-    std::string path = catalogue_path();
-    EXPECT_EQ(path.substr(0, 7), "/tmp/qv");
-    EXPECT_EQ(path, catalogue_path());   // made once
-    EXPECT_EQ(read_file(path), std::string(reinterpret_cast<const char *>(catalogue_text), catalogue_length));
-    write_file("en_msgs.txt", "");
-    EXPECT_STREQ(catalogue_path(), "en_msgs.txt");
-    remove("en_msgs.txt");
 }
 
 TEST(Fileid, Words) {

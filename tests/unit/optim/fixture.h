@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <string>
 
@@ -33,9 +34,9 @@ protected:
 
     static void unexpected(const char *message) { ADD_FAILURE() << message; }
 
-    // The code of the psect `t`: one statement after another with " / " between, "L:" a label. x, y, z are numbers, registers of
-    // the access bank, and v is one that may be an offset in any bank; r and s are known to the linker only. Where the code
-    // goes on at DEAD nothing is needed any more, at USED everything may be.
+    // The code of the psect `t`: statements with " / " between, "L:" a label. x, y, z are numbers, registers
+    // of the access bank, and v is one that may be an offset in any bank; r and s are known to the linker only. Where the
+    // code goes on at DEAD nothing is needed any more, at USED everything may be.
     static symbol_t *assemble(std::string code)
     {
         static const char *const words[][2] = {{"DEAD", "goto start"}, {"USED", "goto out"}, {" / ", "\n\t"}};

@@ -238,6 +238,7 @@ TEST_F(Optim, ChangesAndPasses)
         {"iorlw 0 / return"},
         {"movlw 255 / movwf x / DEAD", "setf x / DEAD"},
         {"movlw 5 / movlw 5 / movwf x / DEAD", "movlw 5 / movwf x / DEAD"},
+        {"movlw 0 / addwf x / bc L / L: / DEAD", "bcf status,0 / bc L / L: / DEAD"},
     };
     for (const row_t &r : rows)
         expect([](symbol_t *p) { opt_psect(p); }, r.before, r.after);

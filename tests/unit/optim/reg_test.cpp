@@ -34,10 +34,11 @@ TEST_F(Optim, Liveness)
         {REG_Z, "clrf x / USED", false}, {REG_Z, "setf x / USED", true}, {REG_Z, "andlw 3 / USED", false},
         {REG_Z, "mullw 3 / USED", true}, {REG_Z, "return", true}, {REG_Z, "return ;funcret", false},
         {REG_Z, "movlw 1 / return ;funcret", true}, {REG_Z, "btfsc x,0 / return ;funcret / DEAD", true},
-        {REG_BSR, "clrf r,b / DEAD", true}, {REG_BSR, "clrf x / movlb 1 / USED", false}, {REG_BSR, "movff bsr,x / DEAD", true},
+        {REG_BSR, "clrf r,b / DEAD", true}, {REG_BSR, "clrf x / movlb 1 / USED", false},
+        {REG_BSR, "movff bsr,x / DEAD", true},
         {REG_BSR, "movff r,s / banksel r / USED", false}, {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
         // Through jumps, branches and calls
-        {REG_W, "bra L / movwf x / L: / clrw / USED", false}, {REG_W, "goto L+2 / L: / clrw / USED", true},
+        {REG_W, "bra L / movwf x / L: / clrw / USED", false}, {REG_C, "goto L+2 / L: / DEAD", true},
         {REG_W, "bra $", true}, {REG_Z, "bra $", false}, {REG_W, "btfsc x,0 / DEAD", true},
         {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true}, {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
         {REG_W, "bz out / clrw / DEAD", true}, {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},

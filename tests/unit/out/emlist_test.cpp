@@ -1,4 +1,4 @@
-// The columns and pages of a listing, blank by blank, and the text of one node.
+// The columns and pages of a listing, blank by blank.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -6,7 +6,6 @@
 #include "chip/chip.h"
 #include "code/ops.h"
 #include "options.h"
-#include "out/emasm.h"
 #include "out/emlist.h"
 #include "out/emobj.h"
 
@@ -65,22 +64,10 @@ TEST(Listing, ColumnsAndPages)
     EXPECT_EQ(0u, all.find(head + "1\n" + std::string(35, ' ')));
     EXPECT_NE(std::string::npos, all.find(
         row("     6", "\tpsect\tp") + row("     7  0000' 0E01", "\tmovlw\t1\t;012345678901234567") + "\f" + head + "2\n")) << all;
-    EXPECT_NE(std::string::npos, all.find("\n\n\n" +
-        row("     8  0002' 0E02", "\tmovlw\t2\t;012345678901234567") + row("      +", "8") +
-        row("     9  0004' EF00' F000'", "\tgoto\text") + row("    10  0008' 0003", "\tsleep\t\t") + "    11  ;;flush left\n" +
-        row("    12", "tosu\tequ\t0x0"))) << all;
     EXPECT_NE(std::string::npos, all.find(
         row("    48", "status\tequ\t0x0") + "\f\n\nVelmora Technology ZEL8 Macro Assembler 1               Page 8\nSymbol Table  "));
     const std::string end = "\n\n        ext 000000*         one 000000*         two 000000* \n\f";
     EXPECT_EQ(all.size() - end.size(), all.rfind(end)) << all;
 
-    name->op_sym = sym_find("two");
-    name->op_comment = vec_make<const char *>();
-    vec_add(name->op_comment, "\n");
-    name->op_file = "x.c";
-    name->op_line = 7;
-    opt.asm_output = true;
-    EXPECT_EQ("two:\n", asm_op(name, ASM_COMPARE));
-    EXPECT_EQ("\tfile\t\"x.c\"\n\tline\t7\n\n", asm_op(name, ASM_PRINT));   // only its definition counts the label
     opt = {};
 }

@@ -51,45 +51,33 @@ static string problems(const string &middle)   // of a file with IDENT and END a
     return all;
 }
 
-TEST(Zelobj, EveryRecord)
+TEST(Zelobj, Records)
 {
     string bytes = hex("10 00 07  00 01 02 03 00 01 'ZEL8K10' 00 03 0B")
-        + rec(ZO_FNCONF, "'rbss' 00 'au' 00 'ag' 00 04 00")
         + rec(ZO_PSECT, "30 00 't' 00") + rec(ZO_XPSECT, "00010000 0200 0000 00 02 0000 't' 00 'CODE' 00 00")
-        + rec(ZO_PSECTLIM, "FF 00 0000000000000000000000000000 't' 00")
         + rec(ZO_PSECT, "00 14 'b c' 00") + rec(ZO_XPSECT, "00000000 0000 0000 01 01 0000 'b c' 00 00 't' 00")
         + rec(ZO_PSECT, "D0 00 00") + rec(ZO_PSECTBOUND, "0D D0 00 00000000 10000000 00 01 00 00")
         + rec(ZO_SYM, "04000000 1000 't' 00 'main' 00  20000000 0700 00 'n' 00  00000000 1600 00 'foo' 00"
                       "00000000 0600 00 'bar' 00  01000000 1800 'main' 00 'al' 00  FFFFFFFF 1000 00 'm1' 00")
         + rec(ZO_SYM, "00000000 0500 00 'a.asm' 00  01000000 0500 00 'b.asm' 00  06000000 0400 't' 00 '12' 00"
                       "00000000 0300 't' 00 'odd' 00")
-        + rec(ZO_SIGNAT, "5A00 'main' 00")
-        + rec(ZO_FNINFO, "06 'f' 00  01 'f' 00 'g' 00  02 'f' 00 'a' 00  03 'f' 00 3412  04 'f' 00"
-                         "05 'f' 00 02000000 0C000000  09 'f' 00 'g' 00")
-        + rec(ZO_FNALIGN, "0000 'f' 00 'g' 00") + rec(ZO_DABS, "01 20000000 04000000 'buf' 00  01 30000000 01000000 00")
         + rec(ZO_TEXT, "10000000 't' 00  00 0E 00 EF 00 F0 41")
         + rec(ZO_RELOC, "0000 31 20 'foo' 00 03 01000000 04 01 00"          // low(foo+1)
                         "0200 31 03 FF000000 03 01000000 10 't' 00 09 0A 00"
                         "0400 FC 03 09000000 20 'foo' 00 09 00"
                         "0400 30 13 'bit number' 00 03 01000000 20 'n' 00 05 03 07000000 12"
                         "0700 30 13 'at end' 00 20 'n' 00 20 'foo' 00 12")
-        + rec(ZO_COND_EXPR, "14 'foo' 00 0D 00")
         + rec(ZO_TEXT, "00000000 'b c' 00 000102030405060708090A0B0C0D0E0F10")
         + rec(ZO_RELOC, "0100 12 'b c' 00  0F00 EC 'foo' 00")
-        + rec(ZO_TEXT, "30000000 't' 00") + rec(ZO_LISTRELOC, "'a.rlf' 00 'a.lst' 00") + rec(ZO_SEGMENT, "01 02")
-        + rec(ZO_START, "10000000 't' 00") + END;
+        + END;
     zo_file file = read(bytes);
     EXPECT_TRUE(file.decoded());
     EXPECT_EQ(zo_print(file, {}), R"(IDENT 16 bytes
     chip ZEL8K10, version 3.11, byte order 0 1 2 3, 0 1
-FNCONF 13 bytes
-    rbss, au, ag, 4
 PSECT 4 bytes
     psect t, flags global pure
 XPSECT 20 bytes
     psect t, size 0x100, reloc 2, space 0, delta 2, class CODE, with -
-PSECTLIM 18 bytes
-    psect t, limit 0xFF
 PSECT 6 bytes
     psect "b c", flags bit note
 XPSECT 19 bytes
@@ -110,21 +98,6 @@ SYM 49 bytes
     file "b.asm", value 1
     line 12 at t+6
     flags 0x03 odd = t+0
-SIGNAT 7 bytes
-    main, signature 0x5A
-FNINFO 37 bytes
-    fnroot f
-    fncall f, g
-    fnarg f, a
-    fnindir f, signature 0x1234
-    fnaddr f
-    fnsize f, arguments 2, autos 0xC
-    fnbreak f, g
-FNALIGN 6 bytes
-    group 0: f, g
-DABS 23 bytes
-    space 1, address 0x20, size 4, name buf
-    space 1, address 0x30, size 1, name -
 TEXT 13 bytes
     psect t, offset 0x10, 7 data bytes
     0010  0E00            movlw   0
@@ -137,8 +110,6 @@ TEXT 13 bytes
 RELOC 100 bytes
     4 entries, shown above
     reloc +7: range check "at end", value n, limit foo
-COND_EXPR 7 bytes
-    condition not defined(foo)
 TEXT 25 bytes
     psect "b c", offset 0, 17 data bytes
     0000  00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F
@@ -147,78 +118,32 @@ TEXT 25 bytes
     0010  10
 RELOC 14 bytes
     2 entries, shown above
-TEXT 6 bytes
-    psect t, offset 0x30, no data
-LISTRELOC 12 bytes
-    relocations "a.rlf", listing "a.lst"
-SEGMENT 2 bytes
-    0000  01 02
-START 6 bytes
-    psect t, offset 0x10
 END 2 bytes
 )");
-    string bare = zo_print(file, {true, false, false});
-    EXPECT_EQ(bare.substr(0, 15), "0000  IDENT 16 ");
-    EXPECT_NE(bare.find("    0010  00 0E 00 EF 00 F0 41\n          reloc +0, 1 byte"), string::npos);
-    EXPECT_EQ(zo_verify(file), std::vector<string>{"record 11 (SYM): symbol odd has flags 0x03"});
-}
-
-TEST(Zelobj, RelocationListing)
-{
-    string ident = rec(ZO_IDENT, "00 01 02 03 00 01 'Velmora ZEL8' 00 03 0B");
-    zo_file file = read(ident + rec(ZO_LR_TEXT, "'ab' 0A 'c' 0C")
-        + rec(ZO_LR_RELOC, "000E0000 00 31 04 20 'foo' 00 01 00") + ident
-        + rec(ZO_LR_RELOC, "00000000 00 FC 06 10 't' 00 00") + END);
-    EXPECT_EQ(zo_print(file, {}), R"(IDENT 21 bytes
-    chip "Velmora ZEL8", version 3.11, byte order 0 1 2 3, 0 1
-LR_TEXT 5 bytes
-    "ab\n"
-    "c\x0C"
-LR_RELOC 14 bytes
-    field of 1 byte, 4 columns, base 0xE00: low foo
-IDENT 21 bytes
-    chip "Velmora ZEL8", version 3.11, byte order 0 1 2 3, 0 1
-LR_RELOC 11 bytes
-    field of 12 bits, 6 columns, base 0: psect t
-END 2 bytes
-)");
-    EXPECT_TRUE(zo_verify(file).empty());
+    EXPECT_EQ(zo_verify(file), std::vector<string>{"record 9 (SYM): symbol odd has flags 0x03"});
 }
 
 TEST(Zelobj, Malformed)
 {
     const struct { string bytes; const char *error; } frames[] = {
         {hex("00 00 18"), "Unknown record type: 24"},
-        {hex("00 00 00"), "Unknown record type: 0"},
         {hex("01 02 03"), "Record too long: \"RELOC\" (513)"},
-        {hex("05 00 02 10 00"), "Incomplete record: \"PSECT\" (5)"},
         {hex("05 00"), "file ends inside a record's head"},
         {hex("00 02 11") + string(512, 'x'), ""},
-        {"", ""},
     };
     for (auto &f : frames) {
         EXPECT_EQ(read(f.bytes).error, f.error);
         EXPECT_FALSE(zo_verify(read(f.bytes)).empty());
     }
     const struct { int type; const char *body, *error; } bodies[] = {
-        {ZO_PSECT, "10", "body ends inside a number"},
-        {ZO_PSECT, "10 00 't'", "string without terminator"},
         {ZO_PSECT, "10 00 't' 00 00", "1 bytes too many"},
-        {ZO_END, "00", "body ends inside a number"},
         {ZO_SYM, "00000000 1000 00 'a' 00 00", "body ends inside a number"},
         {ZO_FNINFO, "07 'f' 00", "unknown FNINFO subcode 7"},
         {ZO_RELOC, "0000 41 'a' 00", "unknown relocation type 0x41"},
-        {ZO_RELOC, "0000 31 20 'a' 00", "postfix code without terminator"},
         {ZO_RELOC, "0000 31 15 00", "unknown postfix token 21"},
-        {ZO_RELOC, "0000 31 03 010000 00", "postfix code without terminator"},
-        {ZO_RELOC, "0000 31 03 0100", "body ends inside a number"},
         {ZO_RELOC, "0000 31 20 'a' 00 04 00", "postfix token 4 lacks an operand"},
-        {ZO_RELOC, "0000 31 01 00", "postfix token 1 lacks an operand"},
-        {ZO_RELOC, "0000 31 00", "postfix code leaves 0 values, not 1"},
-        {ZO_RELOC, "0000 31 20 'a' 00 20 'b' 00 00", "postfix code leaves 2 values, not 1"},
         {ZO_RELOC, "0000 30 12", "range check without its opener"},
         {ZO_RELOC, "0000 30 13 'n' 00 20 'a' 00 12", "postfix code leaves 1 values, not 2"},
-        {ZO_LR_RELOC, "00000000 00 12 04 10 't' 00 00", "relocation type 0x12 is not complex"},
     };
     for (auto &b : bodies) {
         zo_file file = read(rec(b.type, b.body));
@@ -233,26 +158,14 @@ TEST(Zelobj, Verify)
     EXPECT_EQ(problems(PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 12 't' 00 0100 D7 't' 00")), "");
     const struct { string middle; const char *problem; } faults[] = {
         {PSECT_T + PSECT_T, "two PSECT records for psect t"},
-        {IDENT, "record 2 (IDENT): a second IDENT"},
-        {END, "record 2 (END): END isn't the last record"},
-        {rec(ZO_PSECT, "11 00 't' 00"), "record 2 (PSECT): flags 0x0011"},
         {TEXT_T, "record 2 (TEXT): no PSECT record for psect t"},
         {PSECT_T + TEXT_T + rec(ZO_RELOC, "0100 12 't' 00"), "record 4 (RELOC): entry at 1 lies outside the TEXT"},
-        {PSECT_T + TEXT_T + rec(ZO_RELOC, "0100 D9 't' 00"), "record 4 (RELOC): entry at 1 lies outside the TEXT"},
-        {PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 10 't' 00"), "record 4 (RELOC): entry at 0 has width 0"},
-        {PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 12 'u' 00"), "record 4 (RELOC): no PSECT record for psect u"},
         {PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 21 't' 00"), "record 4 (RELOC): no SYM entry for symbol t"},
-        {PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 31 A0 'x' 00 00"), "record 4 (RELOC): no SYM entry for symbol x"},
         {PSECT_T + TEXT_T + rec(ZO_SEGMENT, "00") + rec(ZO_RELOC, "0000 11 't' 00"),
          "record 5 (RELOC): not directly behind a TEXT with data"},
         {rec(ZO_SYM, "00000000 1800 'q' 00 'a' 00"), "record 2 (SYM): no SYM entry for symbol q"},
-        {rec(ZO_SYM, "00000000 0400 00 'q' 00"), "record 2 (SYM): line entry q is no number"},
-        {rec(ZO_START, "00000000 't' 00"), "record 2 (START): no PSECT record for psect t"},
-        {PSECT_T + rec(ZO_PSECTLIM, "FF 00 0000000000000000000000000001 't' 00"),
-         "record 3 (PSECTLIM): reserved bytes are not 0"},
         {rec(ZO_PSECT, "10 00 'u' 00") + rec(ZO_XPSECT, "00000000 0000 0000 00 01 0000 't' 00 00 00"),
          "record 3 (XPSECT): out of place"},
-        {rec(ZO_FNALIGN, "0000"), "record 2 (FNALIGN): no names"},
         {rec(ZO_LR_TEXT, "'a'") + PSECT_T, "record 3 (PSECT): has no place in a relocation listing"},
         {hex("FE 01 11") + string(510, 'x'), "record 2 (LR_TEXT): body of 510 bytes"},
     };
@@ -262,29 +175,11 @@ TEST(Zelobj, Verify)
                                                              "record 1 (PSECT): the last record isn't END"}));
 }
 
-TEST(Zelobj, Expressions)
-{
-    const struct { const char *code, *text; } rows[] = {
-        {"20 'b' 00 20 'a' 00 05", "a - b"},                             // the left operand is on top
-        {"20 'c' 00 20 'b' 00 20 'a' 00 06 07", "(a * b) / c"},
-        {"20 'c' 00 20 'b' 00 07 20 'a' 00 06", "a * (b / c)"},
-        {"90 't' 00 02", "high seg psect t"}, {"A0 'a' 00 0D 0E", "-(not seg a)"},
-        {"03 0A000000 10 00 08", "psect \"\" shl 0xA"}, {"03 FFFFFFFF 20 'a.b' 00 11", "a.b mod 0xFFFFFFFF"},
-        {"20 'a' 00 20 'b' 00 0B 20 'c' 00 0C", "c ^ (b | a)"},
-    };
-    for (auto &r : rows) {
-        zo_file file = read(rec(ZO_COND_EXPR, string(r.code) + " 00"));
-        ASSERT_TRUE(file.decoded()) << r.code;
-        EXPECT_EQ(zo_infix(std::get<zo_cond_expr>(file.records[0].body).condition), r.text);
-    }
-}
-
 TEST(Zelobj, Disassembly)
 {
     const struct { const char *bytes, *text; unsigned words; } rows[] = {
         {"00 00", "nop", 1}, {"00 F0", "nop", 1}, {"FF FF", "dw      0xFFFF", 1}, {"FF 00", "reset", 1},
         {"0F 00", "tblwt   +*", 1}, {"09 00", "tblrd   *+", 1}, {"11 00", "retfie  f", 1}, {"12 00", "return", 1},
-        {"25 01", "movlb   0x25", 1}, {"7F 01", "setcnt  0x3F", 1}, {"12 25", "addwf   0x12,w,b", 1},
         {"12 5E", "subwf   0x12,f,c", 1}, {"F3 6A", "clrf    0xF3,c", 1}, {"05 03", "mulwf   5,b", 1},
         {"80 9E", "bcf     0x80,7,c", 1}, {"80 71", "btg     0x80,0,b", 1}, {"80 BB", "btfsc   0x80,5,b", 1},
         {"FF E2", "bc      0x100", 1}, {"7F E7", "bnn     0x200", 1}, {"00 D4", "bra     0xFFFFF902", 1},
@@ -302,6 +197,5 @@ TEST(Zelobj, Disassembly)
         EXPECT_EQ(in.text, r.text) << r.bytes;
         EXPECT_EQ(in.words, r.words) << r.bytes;
     }
-    const uint8_t lfsr[] = {0x11, 0xEE, 0x23, 0xF0};
-    EXPECT_EQ(zo_disassemble(lfsr, 0, true).text, "lfsr    1,0x423");
+    EXPECT_EQ(zo_disassemble(std::vector<uint8_t>{0x11, 0xEE, 0x23, 0xF0}, 0, true).text, "lfsr    1,0x423");
 }
