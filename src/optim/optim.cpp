@@ -108,8 +108,8 @@ bool after_skip(const op_t *op)
 {
     do
         op = op->op_prev;
-    while (op_is_silent(op));
-    return op_is_skip(op);
+    while (op && op_is_silent(op));
+    return op && op_is_skip(op);
 }
 
 bool op_volatile(const op_t *op)
