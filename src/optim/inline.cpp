@@ -11,6 +11,7 @@
 #include "optim/inline.h"
 
 #include <cstring>
+#include <utility>
 
 #include "common/alert.h"
 #include "common/hash.h"
@@ -25,7 +26,7 @@ enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
 constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00, FAST = 0x0100;
 constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
 constexpr unsigned MOST_COPIES = 10000;       // in one host
-constexpr unsigned MOST_NODES = 1'000'000;    // copied in the run
+constexpr unsigned MOST_NODES = 200'000;      // copied in the run
 
 vec_t<symbol_t *> inline_list;
 
@@ -155,6 +156,7 @@ struct copy_t {
     op_t *at, *exit;                                   // the last node of the copy, and its exit label
     hash_of<const char *, op_t *> labels;              // of old names, to the new label nodes
     vec_t<op_t *> jumps, calls;                        // to labels that have not been copied yet
+    vec_t<op_t *> further;                             // calls of the copy that may be candidates
     bool more;                                         // the body holds a further candidate
 };
 
@@ -246,6 +248,8 @@ static void copy_call(copy_t *c, const op_t *op)
 {
     c->more = c->more || is_candidate(op);
     op_t *call = plain_copy(c, op);
+    if (op->op_type == T_CALL)
+        vec_add(c->further, call);
     if (!op_is_simple(op) || callee_psect(op) != op->op_psect)
         return;
     if (hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name)) {
@@ -289,13 +293,14 @@ static bool copy_node(copy_t *c, const op_t *op)
     return true;
 }
 
-// Copies the body of `q` behind `entry`. True if it holds further candidates.
-static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit)
+// Copies the body of `q` behind `entry`, and its calls to `further`. True if it holds further candidates.
+static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit, vec_t<op_t *> further)
 {
     copy_t c = {};
     c.call = call;
     c.at = entry;
     c.exit = exit;
+    c.further = further;
     c.labels = hash_make<const char *, op_t *>(127, hash_string, hash_strcmp);
     c.jumps = vec_make<op_t *>();
     c.calls = vec_make<op_t *>();
@@ -324,21 +329,14 @@ static op_t *border_label(op_t *where, const op_t *call)
     return label;
 }
 
-// Replaces the call by a copy of the function. True if that holds further candidates.
-static bool inline_call(op_t *call, symbol_t *q, op_t **behind)
+// Replaces the call by a copy of the function.
+static bool inline_call(op_t *call, symbol_t *q, vec_t<op_t *> further)
 {
     op_t *entry = border_label(call, call), *exit = border_label(entry, call);
-    const bool more = copy_body(call, q, entry, exit);
+    const bool more = copy_body(call, q, entry, exit, further);
     inline_note(call->op_opnd1.opnd_value.v_sym, q, 1);
     op_delete_if_live(call);
-    *behind = exit->op_next;
     return more;
-}
-
-static symbol_t *candidate_psect(const op_t *op)
-{
-    const bool asked = op->op_type == T_CALL && !(op->op_flags & OPF_SKIPPED) && !after_skip(op);
-    return asked && is_candidate(op) ? callee_psect(op) : nullptr;
 }
 
 static void tell_limit(const op_t *op)
@@ -349,25 +347,31 @@ static void tell_limit(const op_t *op)
     srcpos = position;
 }
 
+// A walk over the host is one over its calls: what was no candidate once never becomes one, so a further walk has to look at
+// the calls in the copies of the last one alone.
 void inline_psect(symbol_t *psect)
 {
     if (!psect || (psect->s_flags & S_NOTE) || !state_is_may(0, psect, nullptr))
         return;
     if (!st.large)
         st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
+    vec_t<op_t *> calls = vec_make<op_t *>(), further = vec_make<op_t *>();
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
+        if (op->op_type == T_CALL && !(op->op_flags & OPF_SKIPPED))
+            vec_add(calls, op);
     unsigned copies = 0;
-    for (bool more = true; more;) {
+    for (bool more = true; more; std::swap(calls, further)) {
         more = false;
-        for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
-            next = op->op_next;
-            symbol_t *q = candidate_psect(op);
+        vec_removeAll(further);
+        for (op_t *op : calls) {
+            symbol_t *q = !after_skip(op) && is_candidate(op) ? callee_psect(op) : nullptr;
             if (!q)
                 continue;
             if (copies++ == MOST_COPIES || st.nodes > MOST_NODES) {
                 tell_limit(op);
                 return;
             }
-            more |= inline_call(op, q, &next);
+            more |= inline_call(op, q, further);
             hash_remove(st.large.raw, to_word(psect));
         }
     }

@@ -33,7 +33,7 @@
 constexpr uint32_t COST = 6;                  // bytes of a call and a return
 constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run
 constexpr uint32_t FIRST_MEMBERS = 19;        // of a group that are compared with the others
-constexpr uint64_t MOST_STEPS = 200'000'000;  // of comparisons, which end after LONGEST nodes from then on
+constexpr uint64_t MOST_STEPS = 20'000'000;   // of comparisons, which end after LONGEST nodes from then on
 constexpr uint32_t ERRATA_NO_PA = 0x11;
 constexpr uint16_t CALL = 0xEC00, RETURN = 0x0012, NOP_NOT_BEHIND = 2;
 

@@ -26,10 +26,10 @@ static std::vector<way_t> ways = {
     {"-O", {"-O"}, false},
     {"-O --opt=space", {"-O", "--opt=space"}, false},
     {"-O -auto_inline", {"-O", "-auto_inline"}, false},
-    {"-O --errata=1", {"-O", "--errata=1"}, false},
+    {"-O --errata=1", {"-O", "--errata=1"}, false},               // and X_ERRATA_SKIP: no inlining
     {"-O --errata=16385", {"-O", "--errata=16385"}, false},
     {"-A", {"-A"}, true},
-    {"-A -O -auto_inline", {"-A", "-O", "-auto_inline"}, true},
+    {"-A -O --opt=space -auto_inline", {"-A", "-O", "--opt=space", "-auto_inline"}, true},
 };
 
 struct outcome_t {
@@ -78,7 +78,7 @@ static outcome_t perform(const place_t &p, const target_t &t, const way_t *way, 
     std::vector<std::string> arguments;
     if (way) {
         arguments = way->arguments;
-        if (!way->text) arguments.push_back("--qvdebug=on,out:" + p.trace());
+        arguments.push_back("--qvdebug=on,out:" + p.trace());
         std::filesystem::remove(p.trace());
     }
     const bool text = way && way->text;
@@ -275,6 +275,9 @@ int main(int argc, char **argv)
         else
             return usage();
     }
+    for (way_t &way : ways)
+        if (strstr(way.name, "--errata") && !(st.allowed >> X_ERRATA_SKIP & 1))
+            way.arguments.push_back("-no_inline");
     if (!only.empty())
         std::erase_if(ways, [&](const way_t &way) { return !only.contains(way.name); });
     for (int i = 0; i < 2; i++)

@@ -143,6 +143,15 @@ table2:	addwf	0xFEC,f,c
 	return
 data:	dw	0x0102
 )"},
+    {"errata-skip",
+     "The NOP that --errata= puts at a global label that nothing refers to takes the place of an instruction under a skip, which then "
+     "always runs. Inlining makes such labels.",
+     "--errata=1", R"(
+	global	x1
+	clrf	a7,c
+	btfsc	a7,0,c
+x1:	incf	a7,f,c
+)"},
     {"stack-pointer", "A procedure that abstraction makes runs one level further down the stack, as instructions that read STKPTR see.",
      "-O --opt=space", R"(
 	call	sub
