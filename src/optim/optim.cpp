@@ -361,7 +361,8 @@ static void reduce_operands(code_list_t *list)
         if (op->op_opnd1.opnd_value.v_rtype == RT_CONST && op->op_opnd2.opnd_value.v_rtype == RT_CONST)
             continue;
         op_set_position(op);
-        value_eval(&op->op_opnd1.opnd_value);
+        if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
+            value_eval(&op->op_opnd1.opnd_value);
         value_eval(&op->op_opnd2.opnd_value);
     }
     srcpos = position;   // new nodes take it
