@@ -37,7 +37,7 @@ struct data_item_t {
 };
 
 // Programs of half a million nodes are ordinary, so the record is kept small: 176 bytes.
-struct op_t {
+struct op_t {               // what walks along a list look at stands together
     uint16_t op_type;       // the statement's token number (ops.h); 0 only in sentinels
     uint16_t op_dest;       // DEST_F or DEST_W
     uint16_t op_access;     // ACCESS_B, ACCESS_C, or 0
@@ -46,6 +46,8 @@ struct op_t {
     uint32_t op_id;         // from 1; 0: free, or must not be deleted
     uint32_t op_offs;       // bytes from the psect's start; set by the size pass
     uint32_t op_callstack;
+    op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
+    symbol_t *op_psect;
     uint32_t op_lline;      // line for messages about this node; lines past 2^32 - 1 count as that one
     uint32_t op_line;       // source line for debuggers, likewise; 0 unknown
     const char *op_lfile;   // file of op_lline
@@ -60,8 +62,6 @@ struct op_t {
     };
     vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty
     const char *op_remark;            // comment behind the statement
-    op_t *op_next, *op_prev;          // op_prev of a free node: the next free one
-    symbol_t *op_psect;
     vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
     union {                           // scratch of the optimiser's modules:
         uint64_t op_order;            // grows along the list, with gaps

@@ -9,6 +9,7 @@
 // The limit on the number of records is that of the bucket table. Only records in the table count.
 #include "code/sym.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -16,7 +17,6 @@
 #include "code/word.h"
 #include "common/alert.h"
 #include "common/hash.h"
-#include "common/sort.h"
 #include "common/srcpos.h"
 #include "common/xalloc.h"
 #include "options.h"
@@ -38,6 +38,7 @@ static struct {
     uint16_t labels;            // anonymous labels made
     size_t longest;
     hash_of<const char *, int64_t> inlined;
+    xarena_t records;
 } st;
 
 vec_t<code_list_t *> psect_list;
@@ -147,7 +148,7 @@ void sym_unlink(symbol_t *s)
 
 static symbol_t *make_record(const char *name, size_t len, uint32_t hash)
 {
-    symbol_t *s = static_cast<symbol_t *>(xalloc(sizeof(symbol_t) + len + 1));
+    symbol_t *s = static_cast<symbol_t *>(xalloc_from(st.records, sizeof(symbol_t) + len + 1));
     char *copy = reinterpret_cast<char *>(s + 1);
     memcpy(copy, name, len);
     s->s_name = copy;
@@ -305,32 +306,39 @@ static vec_t<symbol_t *> all_records()
 
 struct place_t {
     symbol_t *sym;
-    uint32_t bucket, age;   // age: position in the bucket's chain among equals by number, newest first
+    uint32_t seqno, age;   // age: position in the bucket's chain among equals by number, newest first
 };
 
-static int compare_place(const void *x, const void *y)
+static bool stands_before(const place_t &a, const place_t &b)
 {
-    const place_t *a = static_cast<const place_t *>(x), *b = static_cast<const place_t *>(y);
-    if (a->bucket != b->bucket)
-        return a->bucket < b->bucket ? -1 : 1;
-    const int newer = compare_seqno(b->sym, a->sym);
-    return newer ? newer : (a->age > b->age) - (a->age < b->age);
+    return a.seqno != b.seqno ? a.seqno > b.seqno : a.age < b.age;
 }
 
+// Dealt out to the buckets by counting, since a table full of records is sorted in every run. What remains is the order in
+// each bucket, and few hold more than two or three.
 vec_t<symbol_t *> sym_slot_order()
 {
     vec_t<symbol_t *> order = all_records();
     const uint32_t count = vec_size(order);
-    place_t *places = xnew<place_t>(count);
-    uint32_t n = 0;
+    place_t *found = xnew<place_t>(count), *sorted = xnew<place_t>(count);
+    uint32_t *buckets = xnew<uint32_t>(count), *ends = xnew<uint32_t>(BUCKETS), n = 0;
     for (symbol_t *s : order) {
-        places[n] = {s, sym_bucket(s->s_name), n};
-        n++;
+        found[n] = {s, s->s_seqno, n};
+        ends[buckets[n++] = sym_bucket(s->s_name)]++;
     }
-    osdep_qsort(places, count, sizeof *places, compare_place);
+    for (uint32_t i = 1; i < BUCKETS; i++)
+        ends[i] += ends[i - 1];
+    while (n-- > 0)
+        sorted[--ends[buckets[n]]] = found[n];
+    for (uint32_t i = 0; i < BUCKETS; i++) {   // where its records begin, now
+        std::sort(sorted + ends[i], sorted + (i + 1 < BUCKETS ? ends[i + 1] : count), stands_before);
+    }
     for (uint32_t i = 0; i < count; i++)
-        vec_setAt(order, places[i].sym, i);
-    xfree(places);
+        vec_setAt(order, sorted[i].sym, i);
+    xfree(ends);
+    xfree(buckets);
+    xfree(sorted);
+    xfree(found);
     return order;
 }
 

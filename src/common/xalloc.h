@@ -42,6 +42,19 @@ inline void *xalloc(size_t size) {
     return p;
 }
 
+// The same out of a pool: blocks of 32 KB of the arena. Records that are visited in no order, again and again, cost far fewer
+// misses when they lie together and not between records of other kinds.
+inline void *xalloc_from(xarena_t &pool, size_t size) {
+    constexpr size_t BLOCK = 32 << 10;
+    if (XALLOC_CHECKED || size > BLOCK / 8) return xalloc(size);
+    size = (size + 7) & ~size_t{7};
+    if (size > pool.left) pool = {static_cast<char *>(xalloc(BLOCK)), BLOCK};
+    char *p = pool.next;
+    pool.next += size;
+    pool.left -= size;
+    return p;
+}
+
 // Gives up memory from xalloc; null is accepted. The arena keeps it, AddressSanitizer sees any later use of it.
 void xfree(void *p);
 

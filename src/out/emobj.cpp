@@ -43,7 +43,7 @@
 #include "out/emlist.h"
 #include "out/objout.h"
 
-enum : unsigned { SETTLE_PASSES = 50, GROW_PASSES = 150 };
+enum : unsigned { SETTLE_PASSES = 50, GROW_PASSES = 150, AHEAD = 12 };
 enum : uint64_t { OFFS_MAX = 0xFFFFFFFF, ALIGN_MAX = 0x200000 };   // the padding of one `align`: all of program memory
 enum : uint16_t { NOP2 = 0xFFFF };
 enum : uint32_t { ERRATA_NOP2 = 0x20000, ARCH_14BIT = ARCH_X };
@@ -52,10 +52,14 @@ enum : uint16_t { CALL_FAST = 0x0100 };
 
 typedef void (*emit_fn)(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
 
+struct placed_t;
+
 static struct {
     emit_fn emit = emit_bytes;   // takes each word, with the value for its field normalised or null
     bool listing;                // the words go to the listing; the object file's turn is for messages and for records
     bool longest;                // size pass: branches no longer have a choice
+    placed_t *placed;            // size pass: the nodes of a psect that it has to walk again and again
+    size_t placed_count, placed_room;
     const char *last_file;       // told to debuggers
     uint64_t last_line;
 } st;
@@ -203,56 +207,65 @@ struct reach_t {
     bool within(int64_t lo, int64_t hi) const { return back >= lo && ahead <= hi; }
 };
 
-// Whether the target is known to lie at some distance in the same psect.
-static bool is_near(const op_t *op, uint64_t here, reach_t *reach)
+static reach_t reach_from(uint64_t here, int64_t to)
 {
-    const value_t *v = &op->op_opnd1.opnd_value;
-    int64_t offs = v->v_offs;
+    const int64_t distance = minus(minus(to, 2), static_cast<int64_t>(here));
+    return {distance, distance};
+}
+
+// Whether `addend` behind the place `v` is known to lie at some distance in the same psect.
+static bool place_is_near(const value_t *v, int64_t addend, uint64_t here, reach_t *reach)
+{
+    const int64_t offs = plus(addend, v->v_offs);
+    if (v->v_rtype == RT_HERE)
+        *reach = {minus(offs, 2), offs};
+    else
+        *reach = reach_from(here, offs);
+    return v->v_rtype == RT_HERE || (v->v_rtype == RT_PSECT && v->v_sym == cur_psect);
+}
+
+static bool is_near(const value_t *v, uint64_t here, reach_t *reach)
+{
     if (psect_is_abs(cur_psect)) {
-        if (v->v_rtype != RT_CONST)
-            return false;
-    } else {
-        if (value_is_reference(v)) {
-            v = &v->v_sym->s_value;
-            offs = plus(offs, v->v_offs);
-        }
-        if (v->v_rtype == RT_HERE) {
-            *reach = {minus(offs, 2), offs};
-            return true;
-        }
-        if (v->v_rtype != RT_PSECT || v->v_sym != cur_psect)
-            return false;
+        *reach = reach_from(here, v->v_offs);
+        return v->v_rtype == RT_CONST;
     }
-    const int64_t distance = minus(minus(offs, 2), static_cast<int64_t>(here));
-    *reach = {distance, distance};
-    return true;
+    return value_is_reference(v) ? place_is_near(&v->v_sym->s_value, v->v_offs, here, reach)
+                                 : place_is_near(v, 0, here, reach);
+}
+
+// Whether the size of a branch depends on where its target is.
+static bool has_forms(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BCC:
+        return !opt.no_trans && !(op->op_flags & OPF_COMPILED);
+    case T_GOTO:
+        return opt.optimise && !(op->op_flags & OPF_FIXED);
+    case T_CALL:
+        return !opt.no_trans && !(op->op_subop & CALL_FAST);
+    default:
+        return false;
+    }
+}
+
+// The size of a branch that has forms.
+static uint64_t form_size(unsigned type, bool near, reach_t reach)
+{
+    near &= !st.longest;
+    if (type == T_BCC)
+        return !near ? 6 : reach.within(-256, 255) ? 2 : reach.within(-2044, 2043) ? 4 : 6;
+    return near && reach.within(-2048, 2047) ? 2 : 4;
 }
 
 // These take a node of a row's kind at position `pos`. Sizes may be anything up to OFFS_MAX + 1.
-static uint64_t size_bcc(const op_t *op, uint64_t pos)
+static uint64_t size_branch(const op_t *op, uint64_t pos)
 {
+    if (!has_forms(op))
+        return op->op_type == T_BCC ? 2 : 4;
     reach_t reach;
-    if (opt.no_trans || op->op_flags & OPF_COMPILED)
-        return 2;
-    if (st.longest || !is_near(op, pos, &reach))
-        return 6;
-    return reach.within(-256, 255) ? 2 : reach.within(-2044, 2043) ? 4 : 6;
-}
-
-static uint64_t short_or_long(const op_t *op, uint64_t pos)
-{
-    reach_t reach;
-    return !st.longest && is_near(op, pos, &reach) && reach.within(-2048, 2047) ? 2 : 4;
-}
-
-static uint64_t size_goto(const op_t *op, uint64_t pos)
-{
-    return !opt.optimise || op->op_flags & OPF_FIXED ? 4 : short_or_long(op, pos);
-}
-
-static uint64_t size_call(const op_t *op, uint64_t pos)
-{
-    return opt.no_trans || op->op_subop & CALL_FAST ? 4 : short_or_long(op, pos);
+    const bool near = is_near(&op->op_opnd1.opnd_value, pos, &reach);
+    return form_size(op->op_type, near, reach);
 }
 
 symbol_t *value_psect(const value_t *v)
@@ -331,19 +344,6 @@ static uint64_t size_align(const op_t *op, uint64_t pos)
     const uint64_t over = op->op_arg ? pos % op->op_arg : 0;
     const uint64_t padding = over ? op->op_arg - over : 0;
     return padding <= ALIGN_MAX ? padding : 0;
-}
-
-static uint64_t size_name(const op_t *op, uint64_t pos)
-{
-    op->op_sym->s_value = value_psect_offset(cur_psect, static_cast<int64_t>(pos / psect_delta(cur_psect->s_psect)));
-    return 0;
-}
-
-static uint64_t size_numlabel(const op_t *op, uint64_t pos)
-{
-    op->op_opnd1.opnd_value.v_sym->s_value =
-        value_psect_offset(cur_psect, static_cast<int64_t>(pos / psect_delta(cur_psect->s_psect)));
-    return 0;
 }
 
 // Encoders.
@@ -566,10 +566,10 @@ static void check_reach(const value_t &target, int64_t lo, int64_t hi)
 }
 
 // The form that the size pass has given to a branch, as its size.
-static uint64_t form_of(const op_t *op, uint64_t (*size)(const op_t *op, uint64_t pos))
+static uint64_t form_of(const op_t *op)
 {
     const op_t *next = op->op_next;
-    return is_live_org(next) ? size(op, op->op_offs) : next->op_offs - op->op_offs;
+    return is_live_org(next) ? size_branch(op, op->op_offs) : next->op_offs - op->op_offs;
 }
 
 static void put_long_goto(uint32_t word, const value_t &target)
@@ -596,7 +596,7 @@ static void enc_bcc(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
     const uint32_t reversed = op->op_subop ^ 0x0100u;
-    switch (form_of(op, size_bcc)) {
+    switch (form_of(op)) {
     case 2:
         check_reach(target, -256, 255);
         put_relative(op->op_subop, distance_to(target), 0xFF);
@@ -615,7 +615,7 @@ static void enc_bcc(const op_t *op)
 static void enc_goto(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
-    if (opt.optimise && !(op->op_flags & OPF_FIXED) && form_of(op, size_goto) == 2)
+    if (has_forms(op) && form_of(op) == 2)
         put_relative(0xD000, distance_to(target), 0x7FF);
     else
         put_long_goto(0xEF00, target);
@@ -624,7 +624,7 @@ static void enc_goto(const op_t *op)
 static void enc_call(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
-    if (form_of(op, size_call) == 2)
+    if (form_of(op) == 2)
         put_relative(0xD800, distance_to(target), 0x7FF);
     else
         put_long_goto(op->op_subop, target);
@@ -652,7 +652,7 @@ static void enc_definition(const op_t *op)
 }
 
 enum : uint8_t {
-    KIND_BRANCH = 1,      // the size depends on where the target is
+    KIND_PLACED = 1,      // the position counts: for the size, for what follows, or for a symbol
     KIND_SILENT = 2,      // passed over when code is emitted, line information and all
     KIND_NO_LINE = 4,     // makes no line entry
 };
@@ -677,13 +677,13 @@ static constexpr kind_t kind_rows[] = {
     {T_ADDULNK, 2, enc_addulnk}, {T_ADDFSR, 2, enc_addfsr}, {T_SETCNT, 2, enc_setcnt},
     {T_BANKSEL, 2, enc_banksel}, {T_MOVLB, 2, enc_movlb},
     {T_LFSR, 4, enc_lfsr}, {T_MOVSF, 4, enc_movsf}, {T_MOVSS, 4, enc_movss},
-    {T_MOVFF, 6, enc_movff, size_movff}, {T_MOVFFL, 6, enc_movffl}, {T_MOVSFL, 6, enc_movsfl},
+    {T_MOVFF, 6, enc_movff, size_movff, KIND_PLACED}, {T_MOVFFL, 6, enc_movffl}, {T_MOVSFL, 6, enc_movsfl},
     {T_BRA, 2, enc_bra}, {T_RCALL, 2, enc_bra},
-    {T_BCC, 6, enc_bcc, size_bcc, KIND_BRANCH},
-    {T_GOTO, 4, enc_goto, size_goto, KIND_BRANCH}, {T_CALL, 4, enc_call, size_call, KIND_BRANCH},
+    {T_BCC, 6, enc_bcc, size_branch},
+    {T_GOTO, 4, enc_goto, size_branch}, {T_CALL, 4, enc_call, size_branch},
     {T_DB, 0, enc_db, size_db}, {T_DS, 0, enc_ds, size_ds, KIND_NO_LINE},
-    {T_ORG, 0, enc_org}, {T_ALIGN, 0, enc_align, size_align},
-    {T_NAME, 0, enc_none, size_name}, {T_NUMLABEL, 0, enc_none, size_numlabel, KIND_SILENT},
+    {T_ORG, 0, enc_org, nullptr, KIND_PLACED}, {T_ALIGN, 0, enc_align, size_align, KIND_PLACED},
+    {T_NAME, 0, enc_none, nullptr, KIND_PLACED}, {T_NUMLABEL, 0, enc_none, nullptr, KIND_PLACED | KIND_SILENT},
     {T_IF, 0, enc_cond}, {T_ELSIF, 0, enc_cond}, {T_ELSE, 0, enc_none}, {T_ENDIF, 0, enc_none},
     {T_ENDM, 0, enc_none, nullptr, KIND_SILENT}, {T_TITLE, 0, enc_none, nullptr, KIND_SILENT},
     {T_INCLUDE, 0, enc_none}, {T_MESSG, 0, enc_messg},
@@ -707,75 +707,162 @@ static const kind_t *kind_of(const op_t *op)
 
 // The size pass.
 
-// The size of a node that isn't an `org`. `old_offs` is where the walk before had put it.
-static uint64_t size_of_node(const op_t *op, uint64_t pos, uint32_t old_offs, unsigned pass)
+// A node whose position counts, or the end of the list. What a walk needs of the node is here: in a large program the nodes
+// themselves are far from each other.
+struct placed_t {
+    op_t *op;
+    symbol_t *sym;         // of a label; of a branch to nothing but a symbol: that; otherwise null
+    uint32_t type;
+    uint32_t ahead;        // bytes between the placed node before it and this one
+    uint32_t at, behind;   // positions before and after it, as the last walk has found them
+};
+
+static uint32_t within_limit(uint64_t pos) { return static_cast<uint32_t>(pos < OFFS_MAX ? pos : uint64_t{OFFS_MAX}); }
+
+static uint32_t add_size(uint32_t pos, uint64_t size) { return within_limit(pos == OFFS_MAX ? pos : pos + size); }
+
+static void append_placed(op_t *op, uint32_t ahead)
 {
-    const kind_t *k = kind_of(op);
-    if (!k) {
-        if (pass == 1) {
+    if (st.placed_count == st.placed_room) {
+        const size_t room = st.placed_room ? 2 * st.placed_room : 256;
+        placed_t *larger = xnew<placed_t>(room);
+        if (st.placed_count)
+            memcpy(larger, st.placed, st.placed_count * sizeof *larger);
+        st.placed = larger;
+        st.placed_room = room;
+    }
+    const value_t &v = op->op_opnd1.opnd_value;
+    symbol_t *sym = nullptr;
+    if (op->op_type == T_NAME)
+        sym = op->op_sym;
+    else if (op->op_type == T_NUMLABEL || (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect)))
+        sym = v.v_sym;
+    st.placed[st.placed_count++] = {op, sym, op->op_type, ahead, OFFS_MAX, OFFS_MAX};
+}
+
+static uint64_t fixed_size(const op_t *op, const kind_t *k) { return k->size_of ? k->size_of(op, 0) : k->size; }
+
+// Enters the psect's placed nodes.
+static void find_placed(symbol_t *psect)
+{
+    uint32_t ahead = 0;
+    st.placed_count = 0;
+    op_t *op = psect->s_psect->p_code->head.op_next;
+    for (; op->op_type != 0; op = op->op_next) {
+        if (op->op_psect != psect)
+            op->op_psect = psect;
+        if (op->op_flags & OPF_SKIPPED)
+            continue;
+        const kind_t *k = kind_of(op);
+        if (!k) {
             op_set_position(op);
             alert_msg(813, op->op_type);
+        } else if (k->flags & KIND_PLACED || has_forms(op)) {
+            append_placed(op, ahead);
+            ahead = 0;
+        } else {
+            ahead = add_size(ahead, fixed_size(op, k));
         }
-        return 0;
     }
-    if (!k->size_of)
-        return k->size;
-    const uint64_t size = k->size_of(op, pos);
-    if (!(k->flags & KIND_BRANCH) || pass <= SETTLE_PASSES)
-        return size;
-    const op_t *next = op->op_next;
-    const uint64_t was = is_live_org(next) ? k->size : next->op_offs - old_offs;
-    return size > was ? size : was;
+    append_placed(op, ahead);
 }
 
-// Where a node puts the position that it finds.
-static uint64_t position_behind(const op_t *op, uint64_t pos, uint32_t old_offs, unsigned pass)
+static uint64_t placed_branch_size(const placed_t *n, uint64_t pos)
 {
-    const uint64_t to = is_live_org(op) ? units_to_bytes(op->op_arg) : pos + size_of_node(op, pos, old_offs, pass);
-    return to < OFFS_MAX && pos < OFFS_MAX ? to : uint64_t{OFFS_MAX};
+    if (!n->sym)
+        return size_branch(n->op, pos);
+    reach_t reach;
+    const bool near = place_is_near(&n->sym->s_value, 0, pos, &reach);
+    return form_size(n->type, near, reach);
 }
 
-// One walk. True if any offset has changed. `started` is set once code has been seen; until then an `org` tells where
-// the psect begins.
-static bool size_walk(symbol_t *psect, unsigned pass, bool *started)
+// Where a placed node puts the position `pos` that it finds.
+static uint32_t position_behind(const placed_t *n, uint32_t pos, unsigned pass)
 {
-    psect_t *p = psect->s_psect;
-    bool changed = false;
-    uint64_t pos = 0;
-    for (op_t *op = p->p_code->head.op_next;; op = op->op_next) {
-        const uint32_t old_offs = op->op_offs;
-        const uint64_t before = pos;
+    uint64_t size = 0;
+    switch (n->type) {
+    case T_NAME:
+    case T_NUMLABEL:
+        if (pass == 1 || n->at != pos)
+            n->sym->s_value = value_psect_offset(cur_psect, pos / psect_delta(cur_psect->s_psect));
+        break;
+    case T_ORG:
+        return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_arg));
+    case T_ALIGN:
+        size = size_align(n->op, pos);
+        break;
+    case T_MOVFF:
+        size = size_movff(n->op, pos);
+        break;
+    default:
+        size = placed_branch_size(n, pos);
+        if (pass > SETTLE_PASSES && size < n->behind - n->at)
+            size = n->behind - n->at;
+    }
+    return add_size(pos, size);
+}
+
+// One walk over the placed nodes. True if any has moved.
+static bool size_walk(unsigned pass)
+{
+    bool moved = false;
+    uint32_t pos = 0;
+    placed_t *n = st.placed;
+    for (; n->type != 0; n++) {
+        if (n + AHEAD < st.placed + st.placed_count)
+            __builtin_prefetch(n[AHEAD].sym);   // symbols lie in the order in which they were first named
+        pos = add_size(pos, n->ahead);
+        moved |= n->at != pos;
+        const uint32_t behind = position_behind(n, pos, pass);
+        n->at = pos;
+        n->behind = pos = behind;
+    }
+    pos = add_size(pos, n->ahead);
+    moved |= n->at != pos;
+    n->at = pos;
+    return moved;
+}
+
+// Gives all nodes their final offsets. An `org` stands where it puts the position. The psect begins at the lowest code; an
+// `org` in front of it all tells where too, for a psect without code.
+static void settle_offsets(psect_t *p)
+{
+    const placed_t *n = st.placed;
+    bool started = false;
+    uint32_t pos = 0;
+    op_t *op = p->p_code->head.op_next;
+    p->p_base = 0;
+    for (; op->op_type != 0; op = op->op_next) {
+        const uint32_t before = pos;
+        if (op == n->op)
+            pos = n++->behind;
+        else if (const kind_t *k = kind_of(op); k && !(op->op_flags & OPF_SKIPPED))
+            pos = add_size(pos, fixed_size(op, k));
         const bool org = is_live_org(op);
-        op->op_psect = psect;
-        if (op->op_type != 0 && !(op->op_flags & OPF_SKIPPED))
-            pos = position_behind(op, pos, old_offs, pass);
-        op->op_offs = static_cast<uint32_t>(org ? pos : before);
-        changed |= old_offs != op->op_offs;
-        if (op->op_type == 0)
-            break;
-        if (org && !*started) {
+        op->op_offs = org ? pos : before;
+        if (org && !started) {
             p->p_base = pos;
         } else if (!org && pos != before) {
-            if (!*started || before < p->p_base)
+            if (!started || before < p->p_base)
                 p->p_base = before;
-            *started = true;
+            started = true;
         }
     }
+    op->op_offs = pos;
     p->p_top = pos;
-    return changed;
 }
 
 void size_psect(symbol_t *psect)
 {
-    bool started = false;
     cur_psect = psect;
-    psect->s_psect->p_base = 0;
+    find_placed(psect);
     for (unsigned pass = 1;; pass++) {
         st.longest = pass > GROW_PASSES;
-        if (!size_walk(psect, pass, &started) && pass > 1)
+        if (!size_walk(pass) && pass > 1)
             break;
     }
     st.longest = false;
+    settle_offsets(psect->s_psect);
     psect->s_psect->p_curr = 0;
 }
 
