@@ -21,6 +21,7 @@
 #include "out/emobj.h"
 
 constexpr uint32_t ERRATA_NOPS = 0x4001;
+constexpr int PATIENCE = 20, MOST_SWEEPS = 1000;
 // Operator kinds, a bit each, through whose left operands the implied `low` looks for a symbol.
 constexpr uint32_t LOOK_THROUGH = 0x421FF0;
 
@@ -193,15 +194,17 @@ static void build_all_refs()
 }
 
 // Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all psects
-// before the first label goes.
+// before the first label goes. When that goes on and on, functions that nobody needs call each other in a long chain.
 static void repeat_passes()
 {
+    bool changed = true;
     opt_late = true;
-    for (bool changed = true; changed;) {
+    for (int sweep = 0; changed && sweep < MOST_SWEEPS; sweep++) {
         changed = false;
         build_all_refs();
         for (symbol_t *psect : st.code_psects)
-            if (list_delete_unused_labels(psect) > 0) {
+            if ((sweep < PATIENCE || psect_optim_off(psect, PO_JUMP) ? list_delete_unused_labels(psect)
+                                                                     : opt_delete_dead_chains(psect, sweep & 1)) > 0) {
                 opt_count(CNT_REDUNDANT_LABELS);
                 opt_changed = true;
                 changed = true;

@@ -238,7 +238,7 @@ static void put_goto_exit(copy_t *c, const op_t *op)
 
 static void copy_label(copy_t *c, const op_t *op)
 {
-    op_t *label = label_node(cache_printf("i%uL%s", st.inline_seq, op->op_sym->s_name));
+    op_t *label = label_node(cache_concat(cache_printf("i%uL", st.inline_seq), op->op_sym->s_name));
     label->op_sym->s_flags = S_GLOBAL;
     hash_insert(c->labels, op->op_sym->s_name, put(c, label));
     label->op_sym->s_owner = label->op_psect;
@@ -364,7 +364,7 @@ void inline_psect(symbol_t *psect)
         more = false;
         vec_removeAll(further);
         for (op_t *op : calls) {
-            symbol_t *q = !after_skip(op) && is_candidate(op) ? callee_psect(op) : nullptr;
+            symbol_t *q = is_candidate(op) ? callee_psect(op) : nullptr;
             if (!q)
                 continue;
             if (copies++ == MOST_COPIES || st.nodes > MOST_NODES) {

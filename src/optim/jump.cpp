@@ -25,11 +25,11 @@
 #include "out/emobj.h"
 
 constexpr uint64_t RUN_STEPS = 500000000;
-constexpr uint64_t ORDER_GAP = uint64_t{1} << 20;
+constexpr uint64_t ORDER_GAP = uint64_t{1} << 20, ORDER_LAST = uint64_t{1} << 62;
 constexpr uint32_t ERRATA_JUMPS = 0x4001;
 
 constexpr uint32_t MOST_RIVALS = 1000;   // that are compared with one goto
-constexpr uint64_t ORDER_LAST = UINT64_MAX;
+constexpr int MOST_JUMPS = 100;          // that are followed one after the other
 
 // A `goto` as a rival for others. Nothing takes an entry back: it holds as long as the node lives.
 struct entry_t {
@@ -99,9 +99,12 @@ static uint64_t key_of(op_t *jump, bool deep)
     return deep ? mix(key, node_number(before(p, true))) : key;
 }
 
-static void enter_key(op_t *jump, int chain, uint64_t key)
+// Appends the entries of `jump`, in no chain yet.
+static void note(op_t *jump)
 {
-    if (js.count == js.room) {
+    op_t *p = before(jump, true);
+    const int keys = !op_is_code(p) ? 0 : op_is_skip(before(p, true)) ? 2 : 1;
+    if (js.count + 2 > js.room) {
         const uint32_t room = js.room ? 2 * js.room : 1024;
         entry_t *larger = xnew<entry_t>(room);
         if (js.count)
@@ -109,19 +112,46 @@ static void enter_key(op_t *jump, int chain, uint64_t key)
         js.entries = larger;
         js.room = room;
     }
-    uint32_t *slot = &js.chains[chain][key & (js.slots - 1)];
-    js.entries[js.count] = {jump, jump->op_id, *slot, key};
-    *slot = ++js.count;
+    for (int deep = 0; deep < keys; deep++)
+        js.entries[js.count++] = {jump, jump->op_id, 0, key_of(jump, deep)};
 }
 
-static void enter(op_t *jump, int chain)
+static void chain_up(uint32_t first, uint32_t *chain)
 {
-    op_t *p = before(jump, true);
-    if (!op_is_code(p))
-        return;
-    enter_key(jump, chain, key_of(jump, false));
-    if (op_is_skip(before(p, true)))
-        enter_key(jump, chain, key_of(jump, true));
+    for (uint32_t n = first; n < js.count; n++) {
+        uint32_t *slot = &chain[js.entries[n].key & (js.slots - 1)];
+        js.entries[n].next = *slot;
+        *slot = n + 1;
+    }
+}
+
+// Numbers the nodes anew and makes the index.
+static void build_index()
+{
+    uint64_t order = ORDER_LAST;
+    js.count = 0;
+    for (op_t *op = js.psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
+        op->op_order = order -= ORDER_GAP;
+        if (op->op_type == T_GOTO)
+            note(op);
+    }
+    for (js.slots = 16; js.slots < js.count; js.slots *= 2)
+        ;
+    for (uint32_t *&chain : js.chains)
+        if (js.slots > js.slot_room)
+            chain = xnew<uint32_t>(js.slots);
+        else
+            memset(chain, 0, js.slots * sizeof *chain);
+    if (js.slots > js.slot_room)
+        js.slot_room = js.slots;
+    chain_up(0, js.chains[0]);
+}
+
+static void enter(op_t *jump)
+{
+    const uint32_t first = js.count;
+    note(jump);
+    chain_up(first, js.chains[1]);
 }
 
 // Something has changed in `op` or in front of it: that may be news of the next two nodes.
@@ -131,49 +161,19 @@ static void touch(op_t *op)
         while (op->op_type == T_NAME)
             op = op->op_next;
         if (op->op_type == T_GOTO && op->op_psect == js.psect)
-            enter(op, 1);
+            enter(op);
     }
 }
 
 // Position numbers.
 
-// Returns how many of the nodes are jumps.
-static uint32_t number_nodes()
-{
-    uint64_t order = 0;
-    uint32_t jumps = 0;
-    for (op_t *op = js.psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        op->op_order = order += ORDER_GAP;
-        jumps += op->op_type == T_GOTO;
-    }
-    return jumps;
-}
-
-static void build_index()
-{
-    const uint32_t jumps = number_nodes();
-    for (js.slots = 16; js.slots < 2 * jumps; js.slots *= 2)
-        ;
-    for (uint32_t *&chain : js.chains)
-        if (js.slots > js.slot_room)
-            chain = xnew<uint32_t>(js.slots);
-        else
-            memset(chain, 0, js.slots * sizeof *chain);
-    if (js.slots > js.slot_room)
-        js.slot_room = js.slots;
-    js.count = 0;
-    for (op_t *op = js.psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev)
-        if (op->op_type == T_GOTO)
-            enter(op, 0);
-}
-
 // `op` has been linked: it gets a number between those of its neighbours.
 static void number_new(op_t *op)
 {
     const uint64_t before = op->op_prev->op_type ? op->op_prev->op_order : 0;
-    const uint64_t behind = op->op_next->op_type ? op->op_next->op_order : before + 2 * ORDER_GAP;
+    const uint64_t behind = op->op_next->op_type ? op->op_next->op_order : ORDER_LAST;
     if (behind - before < 2)
-        number_nodes();
+        build_index();
     else
         op->op_order = before + (behind - before) / 2;
 }
@@ -390,11 +390,41 @@ static op_t *j7(op_t *b)
     return r;
 }
 
+// Jumps that go round would be followed for ever: whoever joins them gets nowhere. Those that may change end by themselves, as
+// the rules shorten the circle.
+
+// Whether `op` is one of, or leads into, a circle of jumps that may not change.
+static bool goes_round(const op_t *op)
+{
+    const op_t *slow = op, *fast = op;
+    do {
+        for (int i = 0; i < 2; i++) {
+            if (!fast || fast->op_type != T_GOTO || op_free(fast))
+                return false;
+            fast = jump_target(fast);
+        }
+        slow = jump_target(slow);
+    } while (slow != fast);
+    return true;
+}
+
+// Whether nothing but jumps stand behind `op` and they lead back to it.
+static bool comes_back(const op_t *op)
+{
+    const op_t *next = following(op);
+    for (int jumps = 0; next && next != op && next->op_type == T_GOTO; jumps++) {
+        if (jumps == MOST_JUMPS)
+            return true;
+        next = jump_target(next);
+    }
+    return next == op;
+}
+
 // btfsc b / goto L, and at L the bit is given the value that it has when the goto runs
 static op_t *j8(op_t *b)
 {
     op_t *g = sure_goto_behind(b), *w = g ? jump_target(g) : nullptr;
-    if (!w || !sets_bit(w) || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & TPL_INVERT))
+    if (!w || !sets_bit(w) || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & TPL_INVERT) || comes_back(w))
         return nullptr;
     fired("J8", CNT_SKIPS_OVER, b);
     point_at(g, label_before(w->op_next)->op_sym);
@@ -405,7 +435,7 @@ static op_t *j8(op_t *b)
 static op_t *j9(op_t *c)
 {
     op_t *g = jump_target(c);
-    if (!g || g->op_type != T_GOTO || !op_is_simple(g))
+    if (!g || g->op_type != T_GOTO || !op_is_simple(g) || goes_round(g))
         return nullptr;
     symbol_t *s = symbol_of(g);
     if (!s->s_defop || s == symbol_of(c) || s->s_defop->op_psect != js.psect)
@@ -467,7 +497,8 @@ static op_t *j12(op_t *g)
 static op_t *j13(op_t *g)
 {
     op_t *h = jump_target(g);
-    if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g))
+    if (!h || h->op_type != T_GOTO || h->op_psect != js.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g)
+        || goes_round(h))
         return nullptr;
     fired("J13", CNT_JUMPS_TO_JUMPS, g);
     point_at(g, symbol_of(h));
@@ -619,7 +650,8 @@ static bool j18_accepts(const tail_t &t)
         return false;
     if (t.a->op_remark && cache_starts_with(t.a->op_remark, ";#"))
         return false;
-    return !is_return(t.b) || op_is_simple(t.a);
+    // J12 would make a return of the new jump.
+    return !is_return(t.b) || (op_is_simple(t.a) && (opt.errata_mask & ERRATA_JUMPS));
 }
 
 // The tail that ends at the first rival behind the position `from` whose tail `accepts` takes, or one of length 0.
@@ -733,7 +765,6 @@ void opt_jump_walk(symbol_t *psect)
     js.sized = false;
     build_index();
     delete_leading_dead_code(list);
-    list_renew_refs(psect);
     for (op_t *op = list->head.op_next; op->op_type != 0;) {
         if (!loopguard_next(js.guard))
             return;
@@ -744,6 +775,26 @@ void opt_jump_walk(symbol_t *psect)
                     break;
         op = next ? next : op->op_next;
     }
+}
+
+unsigned opt_delete_dead_chains(symbol_t *psect, bool backward)
+{
+    code_list_t *list = psect->s_psect->p_code;
+    unsigned gone = 0;
+    js.psect = psect;
+    build_index();
+    for (op_t *op = backward ? list->tail.op_prev : list->head.op_next, *next; op->op_type != 0; op = next) {
+        op_t *before = op->op_prev;
+        next = backward ? before : op->op_next;
+        if (!label_is_unused(op) || !list_delete_label(op))
+            continue;
+        gone++;
+        if (!op_is_transfer(before) || !op_free(before))
+            continue;
+        j1(before);
+        next = backward ? before : before->op_next;
+    }
+    return gone;
 }
 
 // The branch stage: what both arms of a conditional branch begin with moves before the branch.

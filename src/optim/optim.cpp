@@ -232,13 +232,18 @@ int list_delete_label(op_t *node)
     return 1;
 }
 
+bool label_is_unused(const op_t *op)
+{
+    return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
+        && vec_size(op->op_refs) == 0;
+}
+
 unsigned list_delete_unused_labels(symbol_t *psect)
 {
     unsigned gone = 0;
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
         next = op->op_next;
-        if (op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
-            && vec_size(op->op_refs) == 0)
+        if (label_is_unused(op))
             gone += static_cast<unsigned>(list_delete_label(op));
     }
     return gone;
@@ -328,12 +333,21 @@ void reach_mark(op_t *from)
 
 // The pass.
 
-static void move_sets_to_front(code_list_t *list)
+// The `set` nodes go behind the first node, in their order; no node is marked; operands are reduced.
+static void prepare(code_list_t *list)
 {
+    const srcpos_t position = srcpos;
     op_t *front = list->head.op_next;
-    for (op_t *op = front->op_next, *next; op->op_type != 0; op = next) {
+    for (op_t *op = front, *next; op->op_type != 0; op = next) {
         next = op->op_next;
-        if (op->op_type != T_SET)
+        op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
+        if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op->op_opnd2.opnd_value.v_rtype != RT_CONST) {
+            op_set_position(op);
+            if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
+                value_eval(&op->op_opnd1.opnd_value);
+            value_eval(&op->op_opnd2.opnd_value);
+        }
+        if (op->op_type != T_SET || op == front)
             continue;
         if (op->op_prev != front) {
             op_unlink(op);
@@ -341,31 +355,16 @@ static void move_sets_to_front(code_list_t *list)
         }
         front = op;
     }
+    srcpos = position;   // new nodes take it
 }
 
 static void mark_reachable(code_list_t *list)
 {
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
-        op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
-    for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
         if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
             && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op->op_refs) > 0))
             reach_mark(op);
     reach_mark(list->head.op_next);
-}
-
-static void reduce_operands(code_list_t *list)
-{
-    const srcpos_t position = srcpos;
-    for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
-        if (op->op_opnd1.opnd_value.v_rtype == RT_CONST && op->op_opnd2.opnd_value.v_rtype == RT_CONST)
-            continue;
-        op_set_position(op);
-        if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
-            value_eval(&op->op_opnd1.opnd_value);
-        value_eval(&op->op_opnd2.opnd_value);
-    }
-    srcpos = position;   // new nodes take it
 }
 
 // Repeats `walk` while it changes the list. True if it ever did.
@@ -390,9 +389,9 @@ bool opt_psect(symbol_t *psect)
         return false;
     loopguard_t *iterations = loopguard_new(ITERATIONS), *walks = loopguard_new(STAGE_WALKS);
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
-    move_sets_to_front(list);
+    prepare(list);
+    list_renew_refs(psect);   // the rules keep them true
     mark_reachable(list);
-    reduce_operands(list);
     bool any = false;
     for (;;) {
         const bool peeped = stage(psect, walks, no_peep, peephole_walk);
@@ -403,7 +402,9 @@ bool opt_psect(symbol_t *psect)
         if (!loopguard_next(iterations))
             break;
     }
-    if (!no_jump)
+    if (!no_jump) {
+        list_renew_refs(psect);
         opt_branch_stage(psect);
+    }
     return any;
 }

@@ -33,6 +33,9 @@ void optim_init();                          // once, ahead of everything else
 bool opt_psect(symbol_t *psect);
 void opt_jump_walk(symbol_t *psect);        // the jump stage's walk, and the branch stage
 void opt_branch_stage(symbol_t *psect);
+// As list_delete_unused_labels, together with the code that only such a label led to: a chain in the walk's direction goes at
+// once.
+unsigned opt_delete_dead_chains(symbol_t *psect, bool backward);
 void reach_mark(op_t *op);                  // OPF_MARK on what is reached from `op`
 
 // Whether the facility `bit` (PO_PEEP, PO_JUMP, PO_PA) is switched off for the psect.
@@ -69,7 +72,8 @@ op_t *op_new_goto(op_t *label_node);
 
 // Labels. Those whose names begin "__end_of_" or "__ccov" stay.
 int list_delete_label(op_t *node);
-// Labels that are only known here and that nothing leads to any more. Returns how many went.
+// Labels that are only known here and that nothing leads to any more; deleting them returns how many went.
+bool label_is_unused(const op_t *op);
 unsigned list_delete_unused_labels(symbol_t *psect);
 // Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever jumps.
 void note_taken_labels();

@@ -1,9 +1,9 @@
 // exec_compare: shows that the optimiser changes nothing that a program does.
 //
-// Each generated program is assembled plainly and in several other ways, linked and run. What has to be the same: data memory,
-// into which the program also puts W and status at its end, the pointers, every access to a register that changes by itself, and an
-// empty stack. A program that does something else is cut down, piece by piece, for as long as it still does, and shown together
-// with the rules that fired.
+// Each generated program is assembled plainly and in several other ways, linked and run. What has to be the same: data
+// memory, into which the program also puts W and status at its end, the pointers, every access to a register that
+// changes by itself, and an empty stack. A program that does something else is cut down, piece by piece, for as long as
+// it still does, and shown together with the rules that fired.
 #include <unistd.h>
 
 #include <atomic>
@@ -60,8 +60,8 @@ struct place_t {
 
 static const target_t &target_of(uint64_t seed) { return st.targets[seed % 4 == 3]; }
 
-static std::string assemble(const place_t &p, const target_t &t, const std::vector<std::string> &more, const std::string &from,
-                            const std::string &to)
+static std::string assemble(const place_t &p, const target_t &t, const std::vector<std::string> &more,
+                            const std::string &from, const std::string &to)
 {
     std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + t.name, "-O" + to};
     arguments.insert(arguments.end(), more.begin(), more.end());
@@ -112,8 +112,9 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const targ
     for (size_t i = 0; i < n; i++) {
         const sim_access &x = a.sim.log[i], &y = b.sim.log[i];
         if (x.address != y.address || x.value != y.value || x.kind != y.kind)
-            return zo_format("access %zu: %s 0x%02X, not %s 0x%02X", i, target_sfr_name(t, static_cast<uint16_t>(y.address)).c_str(),
-                             y.value, target_sfr_name(t, static_cast<uint16_t>(x.address)).c_str(), x.value);
+            return zo_format("access %zu: %s 0x%02X, not %s 0x%02X", i,
+                             target_sfr_name(t, static_cast<uint16_t>(y.address)).c_str(), y.value,
+                             target_sfr_name(t, static_cast<uint16_t>(x.address)).c_str(), x.value);
     }
     if (a.sim.log.size() != b.sim.log.size())
         return zo_format("%zu accesses, not %zu", b.sim.log.size(), a.sim.log.size());
@@ -126,7 +127,10 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const targ
     return "";
 }
 
-static bool sound(const outcome_t &plain) { return plain.error.empty() && plain.sim.stop == SIM_SLEEP && plain.sim.depth == 0; }
+static bool sound(const outcome_t &plain)
+{
+    return plain.error.empty() && plain.sim.stop == SIM_SLEEP && plain.sim.depth == 0;
+}
 
 static std::string try_way(const place_t &p, const target_t &t, const outcome_t &plain, const way_t &way)
 {
@@ -190,8 +194,8 @@ static void one_program(const place_t &p, uint64_t seed)
     if (!sound(plain)) {
         st.faults++;
         const std::lock_guard lock(st.mutex);
-        printf("seed %llu: the program itself isn't sound: %s%s\n", static_cast<unsigned long long>(seed), plain.error.c_str(),
-               plain.sim.why.c_str());
+        printf("seed %llu: the program itself isn't sound: %s%s\n", static_cast<unsigned long long>(seed),
+               plain.error.c_str(), plain.sim.why.c_str());
         return;
     }
     for (const way_t &way : ways) {
@@ -230,7 +234,8 @@ static void check_exclusions()
         const outcome_t plain = perform(p, st.targets[0], nullptr, STEP_LIMIT);
         const std::string what = sound(plain) ? try_way(p, st.targets[0], plain, with) : plain.error + plain.sim.why;
         const bool good = sound(plain) && !what.empty();
-        printf("%-20s %s\n    %s\n%s", e.name, good ? what.c_str() : ("NOT SHOWN " + plain.error + plain.sim.why).c_str(), e.why, e.example);
+        printf("%-20s %s\n    %s\n%s", e.name, good ? what.c_str() : ("NOT SHOWN " + plain.error + plain.sim.why).c_str(),
+               e.why, e.example);
         st.faults += !good;
     }
 }

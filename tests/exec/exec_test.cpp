@@ -14,15 +14,15 @@ static const target_t &chip()
         t.common = {0, 0x5F};
         t.sfr_common = {0xF60, 0xFFF};
         t.banks = {{0x60, 0xFF}, {0x100, 0x1FF}, {0x200, 0x2FF}};
-        static const struct { const char *name; uint16_t address; } list[] = {
+        static const struct { const char *name; uint16_t address; } selects[] = {
             {"INDF", 0xFD0}, {"POSTINC", 0xFD1}, {"POSTDEC", 0xFD2}, {"PREINC", 0xFD3}, {"PLUSW", 0xFD4}, {"FSR", 0xFD5}};
-        for (uint16_t i = 0; i < 3; i++)
-            for (const auto &r : list)
-                t.sfr[r.name + std::to_string(i) + (r.address == 0xFD5 ? "L" : "")] = static_cast<uint16_t>(r.address + 8 * i);
-        for (const auto &r : std::initializer_list<std::pair<const char *, uint16_t>>{
-                 {"TOSL", 0xFE8}, {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC}, {"PCLATH", 0xFED},
-                 {"PRODL", 0xFF0}, {"BSR", 0xFF2}, {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5}, {"TBLPTRL", 0xFF6}})
-            t.sfr[r.first] = r.second;
+        for (unsigned i = 0; i < 3; i++)
+            for (const auto &r : selects)
+                t.sfr[r.name + std::to_string(i) + (r.address == 0xFD5 ? "L" : "")] =
+                    static_cast<uint16_t>(r.address + 8 * i);
+        t.sfr.insert({{"TOSL", 0xFE8}, {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC},
+                      {"PCLATH", 0xFED}, {"PRODL", 0xFF0}, {"BSR", 0xFF2}, {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5},
+                      {"TBLPTRL", 0xFF6}});
     }
     return t;
 }
@@ -71,11 +71,13 @@ TEST(sim, arithmetic)
                     const int all = m.f * f + m.w * w + m.c * c + m.constant;
                     const int low = m.f * (f & 15) + m.w * (w & 15) + m.c * c + m.constant;
                     const int sum = m.f * as_signed(f) + m.w * as_signed(w) + m.c * c + m.constant, byte = all & 255;
-                    const unsigned bits = (m.subtracts ? all >= 0 : all > 255) * ST_C + (m.subtracts ? low >= 0 : low > 15) * ST_DC +
-                                          (byte == 0) * ST_Z + (sum < -128 || sum > 127) * ST_OV + (byte > 127) * ST_N;
+                    const unsigned bits = (m.subtracts ? all >= 0 : all > 255) * ST_C +
+                                          (m.subtracts ? low >= 0 : low > 15) * ST_DC + (byte == 0) * ST_Z +
+                                          (sum < -128 || sum > 127) * ST_OV + (byte > 127) * ST_N;
                     const uint8_t got = s.data[m.word == 0x6C00 ? 0x10 : s.wreg];
                     ASSERT_TRUE(got == byte && s.data[s.status] == bits)
-                        << m.name << " f " << f << " W " << w << " C " << c << ": " << int{got} << " status " << int{s.data[s.status]};
+                        << m.name << " f " << f << " W " << w << " C " << c << ": " << int{got} << " status "
+                        << int{s.data[s.status]};
                 }
         }
     }
@@ -97,7 +99,8 @@ TEST(sim, rotates_logic_and_daw)
                 s.data[s.status] = static_cast<uint8_t>(c);
                 sim_step(s);
                 EXPECT_EQ(s.data[s.wreg], e.result) << std::hex << e.word << " f " << f;
-                EXPECT_EQ(s.data[s.status], e.carry + (e.flags ? (e.result == 0) * ST_Z + (e.result > 127) * ST_N : 0)) << e.word;
+                EXPECT_EQ(s.data[s.status], e.carry + (e.flags ? (e.result == 0) * ST_Z + (e.result > 127) * ST_N : 0))
+                    << e.word;
             }
         }
     // daw: the sum of two decimal numbers is right again, and so is its carry.
@@ -114,22 +117,31 @@ TEST(sim, rotates_logic_and_daw)
 
 TEST(sim, skips_and_moves)
 {
-    // Each skip passes over one instruction of one or two words and lands on `movlw 7 / sleep`.
-    for (uint16_t skip : std::vector<uint16_t>{0xB010, 0xA210, 0x6210, 0x6410, 0x2E11, 0x4A12, 0x6612})
-        for (const std::vector<uint16_t> &skipped : {std::vector<uint16_t>{0x0E01}, {0xC010, 0xF011}, {0xEF00, 0xF000}}) {
-            std::vector<uint16_t> words{skip};
+    // A skip passes over one instruction of one to three words, or doesn't, and the way leads to `sleep`.
+    const struct { uint16_t word; uint8_t f, w; bool skips; } skips[] = {
+        {0xB210, 2, 0, false}, {0xB210, 0xFD, 0, true}, {0xA210, 2, 0, true}, {0xA210, 0xFD, 0, false},         // btfsc, btfss
+        {0x6210, 7, 7, true}, {0x6210, 8, 7, false}, {0x6410, 8, 7, true}, {0x6410, 7, 7, false},               // cpfseq, cpfsgt
+        {0x6010, 6, 7, true}, {0x6010, 200, 7, false}, {0x6610, 0, 7, true}, {0x6610, 1, 7, false},             // cpfslt, tstfsz
+        {0x2E10, 1, 7, true}, {0x2E10, 0, 7, false}, {0x4E10, 1, 7, false}, {0x4E10, 0, 7, true},               // decfsz, dcfsnz
+        {0x3E10, 255, 7, true}, {0x3E10, 0, 7, false}, {0x4A10, 255, 7, false}, {0x4A10, 0, 7, true}};          // incfsz, infsnz
+    for (const auto &e : skips)
+        for (const std::vector<uint16_t> &skipped :
+             {std::vector<uint16_t>{0x6A11}, {0xC012, 0xF011}, {0x0060, 0xF048, 0xF011}}) {
+            std::vector<uint16_t> words{e.word};
             words.insert(words.end(), skipped.begin(), skipped.end());
-            words.insert(words.end(), {0x0E07, 0x0003});
+            words.push_back(0x0003);
             sim_t s = machine(words);
-            s.data[0x10] = 0x02;
-            s.data[0x11] = 1;
-            s.data[0x12] = 0;
-            s.data[s.wreg] = skip == 0x6410 ? 1 : 2;
-            EXPECT_EQ(sim_run(s, 20), SIM_SLEEP) << std::hex << skip;
-            EXPECT_EQ(s.data[s.wreg], 7) << std::hex << skip;
-            EXPECT_EQ(s.data[0x11], skip == 0x2E11 ? 0 : 1);
+            static target_t wide = chip();
+            wide.wide = true;
+            s.target = &wide;
+            s.data[0x10] = e.f;
+            s.data[0x11] = 9;
+            s.data[s.wreg] = e.w;
+            EXPECT_EQ(sim_run(s, 20), SIM_SLEEP) << std::hex << e.word;
+            EXPECT_EQ(s.data[0x11], e.skips ? 9 : 0) << std::hex << e.word << " f " << int{e.f};
         }
-    // lfsr 0,0x123 / movwf POSTINC0 / movwf PREINC0 / movwf POSTDEC0 / movlw -1 / movff PLUSW0,0x200 / clrf INDF0 / movlb 1 / setf 0x23,b
+    // lfsr 0,0x123 / movwf POSTINC0 / movwf PREINC0 / movwf POSTDEC0 / movlw -1 / movff PLUSW0,0x200 / clrf INDF0 /
+    // movlb 1 / setf 0x23,b
     sim_t s = machine({0xEE01, 0xF023, 0x6ED1, 0x6ED3, 0x6ED2, 0x0EFF, 0xCFD4, 0xF200, 0x6AD0, 0x0101, 0x6923, 0x0003});
     s.data[s.wreg] = 0x42;
     EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
@@ -173,8 +185,8 @@ TEST(sim, stack_tables_and_stops)
     EXPECT_EQ(sim_run(s, 20), SIM_STACK);
     EXPECT_EQ(s.data[0x20], 2);
     const struct { std::vector<uint16_t> words; sim_stop stop; const char *why; } stops[] = {
-        {{0x0000, 0x0015}, SIM_ILLEGAL, "illegal word 0x0015 at 0x2"}, {{0xEC00, 0x0003}, SIM_ILLEGAL, "illegal word 0xEC00 at 0x0"},
-        {{0xD7FF}, SIM_LIMIT, "limit of steps at 0x0"}, {{0x00FF}, SIM_RESET, "reset at 0x0"}, {{0xEF00, 0xF001}, SIM_LIMIT, ""},
+        {{0x0000, 0x0015}, SIM_ILLEGAL, "illegal word 0x0015 at 0x2"}, {{0xD7FF}, SIM_LIMIT, "limit of steps at 0x0"},
+        {{0xEC00, 0x0003}, SIM_ILLEGAL, "illegal word 0xEC00 at 0x0"}, {{0x00FF}, SIM_RESET, "reset at 0x0"},
         {{0xD9FF}, SIM_ILLEGAL, "end of program memory at 0x400"}, {{0xDFFF}, SIM_STACK, "stack overflow at 0x2"}};
     for (const auto &e : stops) {
         s = machine(e.words);
@@ -193,14 +205,16 @@ struct module_maker {
         return *this;
     }
     // The psects of a file stand in front, the last one first.
-    module_maker &psect(const char *name, uint16_t flags, uint8_t space, const char *class_name, uint16_t reloc = 1, const char *with = "")
+    module_maker &psect(const char *name, uint16_t flags, uint8_t space, const char *class_name, uint16_t reloc = 1,
+                        const char *with = "")
     {
         const zo_record records[] = {{ZO_PSECT, 0, {}, "", zo_psect{flags, name}},
                                      {ZO_XPSECT, 0, {}, "", zo_xpsect{0, reloc, space, 1, name, class_name, with, false}}};
         m.file.records.insert(m.file.records.begin(), std::begin(records), std::end(records));
         return *this;
     }
-    module_maker &text(const char *psect, uint32_t offset, std::vector<uint8_t> data, std::vector<zo_reloc_entry> relocs = {})
+    module_maker &text(const char *psect, uint32_t offset, std::vector<uint8_t> data,
+                       std::vector<zo_reloc_entry> relocs = {})
     {
         add(ZO_TEXT, zo_text{offset, psect, std::move(data)});
         return relocs.empty() ? *this : add(ZO_RELOC, zo_reloc{std::move(relocs)});
@@ -229,12 +243,18 @@ static std::string linked(const std::vector<module_maker> &makers, image_t &imag
 TEST(link, places_and_joins)
 {
     module_maker a("a"), b("b");
-    a.psect("vec", ZO_F_GLOBAL, 0, "RESETVEC", 2).psect("code", ZO_F_GLOBAL, 0, "CODE", 2).psect("fix", ZO_F_ABS | ZO_F_OVRLD, 0, "CODE");
-    a.psect("near", ZO_F_GLOBAL, 1, "COMRAM").psect("far", ZO_F_GLOBAL, 1, "BANK2", 16).psect("mate", ZO_F_GLOBAL, 1, "BANK2", 4, "far");
+    a.psect("vec", ZO_F_GLOBAL, 0, "RESETVEC", 2)
+        .psect("code", ZO_F_GLOBAL, 0, "CODE", 2)
+        .psect("fix", ZO_F_ABS | ZO_F_OVRLD, 0, "CODE");
+    a.psect("near", ZO_F_GLOBAL, 1, "COMRAM")
+        .psect("far", ZO_F_GLOBAL, 1, "BANK2", 16)
+        .psect("mate", ZO_F_GLOBAL, 1, "BANK2", 4, "far");
     a.psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM").psect("own", 0, 0, "CODE");
     a.text("vec", 0, {1, 2, 3, 4}).text("fix", 8, {5, 6}).text("code", 0, {7, 8, 9}).text("near", 3, {}).text("far", 5, {});
     a.text("mate", 2, {}).text("shared", 4, {}).text("own", 0, {0x50});
-    b.psect("code", ZO_F_GLOBAL, 0, "CODE", 2).psect("near", ZO_F_GLOBAL, 1, "COMRAM").psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM");
+    b.psect("code", ZO_F_GLOBAL, 0, "CODE", 2)
+        .psect("near", ZO_F_GLOBAL, 1, "COMRAM")
+        .psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM");
     b.psect("own", 0, 0, "CODE").text("code", 0, {10}).text("near", 2, {}).text("shared", 6, {}).text("own", 0, {0x51});
     a.symbol("mate", "m", 1, ZO_S_GLOBAL).symbol("shared", "s1", 1, ZO_S_GLOBAL);
     b.symbol("near", "n", 1, ZO_S_GLOBAL).symbol("shared", "s2", 1, ZO_S_GLOBAL).symbol("code", "c", 0, ZO_S_GLOBAL);
@@ -255,14 +275,18 @@ TEST(link, relocates_and_complains)
 {
     module_maker a("a"), b("b");
     a.psect("code", ZO_F_GLOBAL, 0, "CODE", 2).psect("data", ZO_F_GLOBAL, 1, "BANK1").text("data", 0x20, {});
-    b.psect("data", ZO_F_GLOBAL, 1, "BANK1").text("data", 2, {}).symbol("data", "x", 1, ZO_S_GLOBAL).symbol("", "bit", 5, ZO_S_GLOBAL);
+    b.psect("data", ZO_F_GLOBAL, 1, "BANK1")
+        .text("data", 2, {})
+        .symbol("data", "x", 1, ZO_S_GLOBAL)
+        .symbol("", "bit", 5, ZO_S_GLOBAL);
     b.symbol("x", "alias", 2, ZO_S_ALIAS);
     a.text("code", 0, {0x00, 0x6F, 0x00, 0xC0, 0x05, 0xF0, 0x00, 0x91, 0, 0, 0, 0},
-           {{0, 0x21, "x", {}, {}},                                            // movwf x,b: 0x121 is its place in the bank
-            {2, 0xEC, "x", {}, {}},                                            // movff x,data+5
+           {{0, 0x21, "x", {}, {}}, // movwf x,b: 0x121 is its place in the bank
+            {2, 0xEC, "x", {}, {}}, // movff x,data+5
             {4, 0xDC, "data", {}, {}},
-            {6, 0xFC, "", {constant(9), constant(7), leaf(ZO_OP_SYMBOL, "bit"), oper(ZO_OP_AND), oper(ZO_OP_SHL), constant(0x21),
-                           oper(ZO_OP_ADD)}, {}},                              // bcf with both operands open; the access bit stays
+            // bcf with both operands open; the access bit stays
+            {6, 0xFC, "", {constant(9), constant(7), leaf(ZO_OP_SYMBOL, "bit"), oper(ZO_OP_AND), oper(ZO_OP_SHL),
+                           constant(0x21), oper(ZO_OP_ADD)}, {}},
             {6, 0x30, "bit number", {leaf(ZO_OP_SYMBOL, "bit")}, {constant(7)}},
             {8, 0x32, "", {leaf(ZO_OP_PSECT, "data"), leaf(ZO_OP_SYMBOL, "alias"), oper(ZO_OP_SUB)}, {}},
             {10, 0x31, "", {leaf(ZO_OP_SYMBOL, "x"), oper(ZO_OP_HIGH)}, {}}});
@@ -274,11 +298,14 @@ TEST(link, relocates_and_complains)
         {{0, 0x21, "nowhere", {}, {}}, "undefined symbol \"nowhere\""},
         {{0, 0x31, "", {constant(300)}, {}}, "psect \"code\"+0x0: 300 doesn't fit into 8 bits"},
         {{1, 0x12, "data", {}, {}}, "psect \"code\"+0x1: bad relocation"},
-        {{0, 0x30, "bit number", {constant(8)}, {constant(7)}}, "psect \"code\"+0x0: bit number 8 is out of range, at most 7"},
+        {{0, 0x30, "bit number", {constant(8)}, {constant(7)}},
+         "psect \"code\"+0x0: bit number 8 is out of range, at most 7"},
         {{0, 0x31, "", {constant(0), constant(1), oper(ZO_OP_DIV)}, {}}, "division by 0"}};
     for (const auto &fault : faults) {
         module_maker c("c");
-        c.psect("code", ZO_F_GLOBAL, 0, "CODE").psect("data", ZO_F_GLOBAL, 1, "BANK1").text("code", 0, {0, 0}, {fault.entry});
+        c.psect("code", ZO_F_GLOBAL, 0, "CODE")
+            .psect("data", ZO_F_GLOBAL, 1, "BANK1")
+            .text("code", 0, {0, 0}, {fault.entry});
         EXPECT_EQ(linked({c}, image), "c: " + std::string(fault.error) + "\n");
     }
     module_maker twice("twice");

@@ -1,17 +1,20 @@
 // gen: makes programs that end, for the comparison of what they do with and without the optimiser.
 //
-// A program is a few functions in several psects, each of which calls only functions that stand behind it, so that no call comes
-// back to where it started. Loops count with counters that nothing else writes, jumps go forward, and indirect accesses keep inside
-// an array, so every program ends. Before it does, it stores W and the status bits, for what is in memory is what gets compared.
+// A program is a few functions in several psects, each of which calls only functions that stand behind it, so that no
+// call comes back to where it started. Loops count with counters that nothing else writes, jumps go forward, and
+// indirect accesses keep inside an array, so every program ends. Before it does, it stores W and the status bits, for
+// what is in memory is what gets compared.
 //
-// A function is grown from templates: shapes that the rules of the optimiser look for, with holes. A hole is filled at random or
-// with another template. In a template, {name} is a hole; a digit behind the name makes it the same filling each time:
-//   {v} a register of the access bank    {r}{A} any register, with its access word    {m} any register, by its whole address
+// A function is grown from templates: shapes that the rules of the optimiser look for, with holes. A hole is filled at
+// random or with another template. In a template, {name} is a hole; a digit behind the name makes it the same filling
+// each time:
+//   {v} a register of the access bank   {r}{A} any register, with its access word   {m} any register, by its address
 //   {k} a number   {b} a bit   {d} a destination   {n} this loop's counter   {c} rounds of a loop   {L} a label
-//   {s} one instruction   {q} a short sequence   {Q} a sequence that the program has elsewhere too   {B} a block   {N} a block in
-//   a loop   {t} a bit test   {skip} a skip   {ret} the way out of the function   {f} a function, {tail} one that is called last
-//   and the words of `words`
-// A line that ends in "+" belongs to the next; the two stay together when a program is cut down.
+//   {s} one instruction   {q} a short sequence   {Q} a sequence that the program has elsewhere too   {B} a block
+//   {N} a block in a loop   {t} a bit test   {skip} a skip   {ret} the way out of the function
+//   {f} a function   {tail} one that is called last   and the words of `words`
+// Lines are parted by "/", and a line is put into columns when it is used. One that ends in "~" belongs to the next: the
+// two stay together when a program is cut down.
 #include "gen.h"
 
 #include <algorithm>
@@ -51,8 +54,8 @@ struct gen_t {
 using fillings_t = std::map<std::string, std::string>;
 
 static const std::map<std::string, std::vector<std::string>> words = {
-    {"alu", {"addwf", "addwf", "addwfc", "andwf", "andwf", "iorwf", "xorwf", "subwf", "subwfb", "subfwb", "comf", "incf", "decf",
-             "movf", "movf", "swapf", "rlcf", "rrcf", "rlncf", "rrncf"}},
+    {"alu", {"addwf", "addwf", "addwfc", "andwf", "andwf", "iorwf", "xorwf", "subwf", "subwfb", "subfwb",
+             "comf",  "incf",  "decf",   "movf",  "movf",  "swapf", "rlcf",  "rrcf",  "rlncf",  "rrncf"}},
     {"lit", {"addlw", "sublw", "andlw", "iorlw", "xorlw", "movlw", "movlw"}},
     {"clr", {"clrf", "clrf", "setf", "negf"}},
     {"bit", {"bcf", "bsf", "btg"}},
@@ -69,130 +72,156 @@ static const std::map<std::string, std::vector<std::string>> words = {
     {"ind", {"INDF", "POSTINC", "POSTDEC", "PREINC"}},
     {"i", {"0", "1", "2"}},
     {"bank", {"1", "2"}},
-    {"z", {"0", "2"}},                      // C and Z in status
+    {"z", {"0", "2"}},   // C and Z in status
 };
 
 // One instruction each.
 static const template_t singles[] = {
-    {12, "\t{alu}\t{r},{d}{A}"}, {6, "\tmovf\t{r},w{A}"}, {6, "\tmovwf\t{r}{A}"}, {4, "\t{clr}\t{r}{A}"},
-    {7, "\tmovlw\t{k}"}, {5, "\t{lit}\t{k}"}, {1, "\tmullw\t{k}"}, {1, "\tmulwf\t{r}{A}"},
-    {3, "\t{bit}\t{r},{b}{A}"}, {2, "\tmovff\t{m},{m}"}, {1, "\tmovff\t{m1},{m1}"}, {3, "\tmovff\t{m},WREG"},
-    {3, "\tmovff\tWREG,{m}"}, {1, "\tclrw"}, {1, "\tnop"}, {1, "\tbcf\tSTATUS,0,c"}, {1, "\tbsf\tSTATUS,0,c"},
-    {1, "\t{alu}\tWREG,{d},c"}, {1, "\tmovf\tPRODL,w,c"},
-    {1, "\tmovwf\tPRODL,c"}, {1, "\t{clr}\tWREG,c"}, {1, "\tbtg\tSTATUS,{z},c"}, {1, "\tmovwf\tTABLAT,c"},
-    {1, "\tlfsr\t{i},array+25"}, {1, "\ttblrd\t*"},
-    {1, "\tdaw", X_OVERFLOW}, {1, "\t{alu}\ta{b}+1,{d},c", X_TWO_NAMES}, {1, "\tmovf\t{port},w,c", X_UNMARKED_PORT},
-    {1, "\tmovf\t{port},w,c\t;volatile"}, {1, "\tmovwf\t{lat},c\t;volatile"}, {1, "\t{bit}\t{lat},{b},c\t;volatile"},
-    {1, "\tmovff\t{port},{m}\t;volatile"}, {1, "\tmovff\t{m},{lat}\t;volatile"}, {1, "\t{alu}\t{lat},{d},c\t;volatile"},
+    {12, "{alu} {r},{d}{A}"}, {6, "movf {r},w{A}"}, {6, "movwf {r}{A}"}, {4, "{clr} {r}{A}"},
+    {7, "movlw {k}"}, {5, "{lit} {k}"}, {1, "mullw {k}"}, {1, "mulwf {r}{A}"},
+    {3, "{bit} {r},{b}{A}"}, {2, "movff {m},{m}"}, {1, "movff {m1},{m1}"}, {3, "movff {m},WREG"},
+    {3, "movff WREG,{m}"}, {1, "clrw"}, {1, "nop"}, {1, "bcf STATUS,0,c"}, {1, "bsf STATUS,0,c"},
+    {1, "{alu} WREG,{d},c"}, {1, "movf PRODL,w,c"},
+    {1, "movwf PRODL,c"}, {1, "{clr} WREG,c"}, {1, "btg STATUS,{z},c"}, {1, "movwf TABLAT,c"},
+    {1, "lfsr {i},array+25"}, {1, "tblrd *"},
+    {15, "daw", X_OVERFLOW}, {15, "{alu} a{k:0,1,2}+1,{d},c", X_TWO_NAMES}, {15, "movf {port},w,c", X_UNMARKED_PORT},
+    {1, "movf {port},w,c ;volatile"}, {1, "movwf {lat},c ;volatile"}, {1, "{bit} {lat},{b},c ;volatile"},
+    {1, "movff {port},{m} ;volatile"}, {1, "movff {m},{lat} ;volatile"}, {1, "{alu} {lat},{d},c ;volatile"},
 };
 
 static const template_t skips[] = {
-    {6, "\tbtfsc\t{v},{b},c"}, {6, "\tbtfss\t{v},{b},c"}, {2, "\tbtfsc\tSTATUS,{z},c"}, {2, "\tbtfss\tSTATUS,{z},c"},
-    {2, "\t{cpf}\t{v},c"}, {2, "\t{dsz}\t{v},{d},c"}, {1, "\tbtfsc\t{port},{b},c\t;volatile"},
+    {6, "btfsc {v},{b},c"}, {6, "btfss {v},{b},c"}, {2, "btfsc STATUS,{z},c"}, {2, "btfss STATUS,{z},c"},
+    {2, "{cpf} {v},c"}, {2, "{dsz} {v},{d},c"}, {1, "btfsc {port},{b},c ;volatile"},
 };
 
 static const template_t shapes[] = {
     {40, "{s}"},
     {4, "{q}"},
-    {4, "{skip}\n{s}"},
-    {2, "{skip}\n{skip}\n{s}\n{s}"},
+    {4, "{skip} / {s}"},
+    {2, "{skip} / {skip} / {s} / {s}"},
     // What W holds.
-    {1, "\tmovf\t{v1},w,c\n\tmovff\tWREG,{v2}\n\tandwf\t{v3},f,c\n\tmovlw\t{k}\n\tiorwf\t{v4},w,c"},
-    {1, "\tmovf\t{v1},w,c\n\txorlw\t255\n\tmovwf\t{v2},c"},
-    {1, "\tmovf\t{v1},w,c\n\tmovf\t{v2},w,c\n\t{logic}\t{v1},w,c"},
-    {1, "\tmovff\t{m},WREG\n\tmovwf\t{v},c\n\tmovlw\t{k}"},
-    {1, "\tmovff\t{m},WREG\n\tmovff\tWREG,{m}\n\tmovlw\t{k}"},
-    {2, "\tmovff\t{v1},WREG\n\tmovff\t{v1},WREG"},
-    {2, "\tmovlw\t0\n\t{alu}\t{v},{d},c\n{s}"}, {2, "\tmovlw\t255\n\t{alu}\t{v},{d},c\n{s}"},
-    {2, "\tmovlw\t1\n\t{alu}\t{v},{d},c\n{s}"}, {1, "\tmovlw\t0\n\tbcf\tSTATUS,0,c\n\taddwfc\t{v},f,c\n\tmovf\t{v},f,c"},
-    {1, "\tbcf\tSTATUS,0,c\n\taddwfc\t{v},{d},c"}, {1, "\tmovlw\t0\n\t{logic}\t{v1},f,c\n\tmovlw\t{k}\n\taddwf\t{v2},f,c"},
-    {1, "\tmovlw\t255\n\tandwf\t{v1},{d},c\n\taddwf\t{v2},f,c"}, {1, "\tmovlw\t{k1}\n\tmovwf\t{v1},c\n\tmovlw\t{k1}\n\tmovwf\t{v2},c"},
-    {1, "\tmovlw\t0\n\tmovwf\t{v},c\n\tandwf\t{v},f,c"}, {1, "\tmovwf\t{v1},c\n{s}\n\tmovwf\t{v1},c"},
-    {1, "\t{logic}\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"}, {1, "\tincf\t{v1},w,c\n\tmovwf\t{v1},c\n\tmovlw\t{k}"},
-    {1, "\tandlw\t{k1}\n\tandlw\t{k1}"}, {1, "\tiorlw\t{k1}\n\tiorlw\t{k1}"}, {1, "\tmovf\t{v},w,c\n\tiorlw\t0\n\t{bcc}\t{L1}\n{s}\n{L1}:"},
-    {1, "\taddlw\t0\n\taddlw\t{k}"}, {1, "\tmovlw\t0\n\tandlw\t0\n\taddwf\t{v},f,c"}, {1, "{t}\n\taddwf\t{v},w,c\n\taddlw\t1\n\tmovlw\t{k}"},
-    {1, "{L1}:\n\tmovlw\t{k1}\n\tmovwf\t{v},c\n{skip}\n\tmovlw\t{k1}\n\tmovwf\t{v},c"},
-    {1, "\tmovf\tSTATUS,w,c+\n\tandlw\t5"}, {1, "\tmovff\tSTATUS,{v1}+\n\tmovlw\t5+\n\tandwf\t{v1},f,c"},
-    {1, "\tmovf\t{v1},w,c\n{skip}\n{s}\n\tmovwf\t{v1},c"}, {1, "\tmovf\t{v1},w,c\n\t{dsz}\t{v1},f,c\n\tnop\n\tmovwf\t{v1},c"},
-    {1, "\tmovf\tPRODL,w,c\n\tmulwf\t{v},c\n\tmovwf\tPRODL,c"}, {1, "\tmovf\tTABLAT,w,c\n\ttblrd\t*\n\tmovwf\tTABLAT,c"},
-    {1, "\tlfsr\t{i1},{v1}\n\tmovf\t{v1},w,c\n\t{clr}\tINDF{i1},c\n\tmovwf\t{v1},c\n\tmovf\tINDF{i1},w,c"},
-    {1, "\tmovf\t{v1},w,c\n\t{bit}\t{v1},{b},c\n\tmovf\t{v1},w,c"},
+    {1, "movf {v1},w,c / movff WREG,{v2} / andwf {v3},f,c / movlw {k} / iorwf {v4},w,c"},
+    {1, "movf {v1},w,c / xorlw 255 / movwf {v2},c"},
+    {1, "movf {v1},w,c / movf {v2},w,c / {logic} {v1},{d},c"},
+    {1, "movff {m},WREG / movwf {v},c / movlw {k}"},
+    {1, "movff {m},WREG / movff WREG,{m} / movlw {k}"},
+    {2, "movff {v1},WREG / movff {v1},WREG"},
+    {1, "movff PRODL,WREG / addlw {k}"},
+    {2, "movlw 0 / {alu} {v},{d},c / {s}"},
+    {2, "movlw 255 / {alu} {v},{d},c / {s}"},
+    {2, "movlw 1 / {alu} {v},{d},c / {s}"},
+    {1, "movlw 0 / bcf STATUS,0,c / addwfc {v},f,c / movf {v},f,c"},
+    {1, "bcf STATUS,0,c / addwfc {v},{d},c"},
+    {1, "movlw 0 / {logic} {v1},f,c / movlw {k} / addwf {v2},f,c"},
+    {1, "movlw 255 / andwf {v1},{d},c / addwf {v2},f,c"},
+    {1, "movlw {k1} / movwf {v1},c / movlw {k1} / movwf {v2},c"},
+    {1, "movlw 0 / movwf {v},c / andwf {v},f,c"},
+    {1, "movwf {v1},c / {s} / movwf {v1},c"},
+    {1, "{logic} {v1},w,c / movwf {v1},c / movlw {k}"},
+    {1, "incf {v1},w,c / movwf {v1},c / movlw {k}"},
+    {1, "andlw {k1} / andlw {k1}"},
+    {1, "iorlw {k1} / iorlw {k1}"},
+    {1, "movf {v},w,c / iorlw 0 / "
+        "{bcc} {L1} / {s} / {L1}:"},
+    {1, "addlw 0 / addlw {k}"},
+    {1, "movlw 0 / andlw 0 / addwf {v},f,c"},
+    {1, "{t} / addwf {v},w,c / "
+        "addlw 1 / movlw {k}"},
+    {1, "{L1}: / movlw {k1} / movwf {v},c / {skip} / movlw {k1} / movwf {v},c"},
+    {1, "movf STATUS,w,c~ / andlw 5"},
+    {1, "movff STATUS,{v1}~ / movlw 5~ / andwf {v1},f,c"},
+    {1, "movf {v1},w,c / {skip} / {s} / movwf {v1},c"},
+    {1, "movf {v1},w,c / {dsz} {v1},f,c / nop / movwf {v1},c"},
+    {1, "movf PRODL,w,c / mulwf {v},c / movwf PRODL,c"},
+    {1, "movf TABLAT,w,c / tblrd * / movwf TABLAT,c"},
+    {1, "lfsr {i1},{v1} / movf {v1},w,c / {clr} INDF{i1},c / movwf {v1},c / movf INDF{i1},w,c"},
+    {1, "movf {v1},w,c / {bit} {v1},{b},c / movf {v1},w,c"},
     // Bank selection.
-    {2, "\tbanksel\tb1+\n\tmovwf\tb{b},b\n\tbanksel\tb1+\n\tincf\tb{b},f,b"},
-    {1, "\tmovlb\t{bank}\n\tmovlw\t{k}"},
-    {1, "\tmovlb\t1+\n\tmovwf\tb{b},b\n\tmovlb\t1+\n\tincf\tb{b},f,b\n\tmovlb\t2+\n\tincf\td{b},f,b"},
-    {1, "\tmovlw\t{k}\n\tbanksel\tb2+\n\tmovwf\tb3&255,b\n\tmovff\tb3,{m}\n\tmovf\tb3,w,b"},
+    {2, "banksel b1~ / movwf b{b},b / banksel b1~ / incf b{b},f,b"},
+    {1, "movlb {bank} / movlw {k}"},
+    {1, "movlb 1~ / movwf b{b},b / movlb 1~ / incf b{b},f,b / movlb 2~ / incf d{b},f,b"},
+    {1, "movlw {k} / banksel b2~ / movwf b3&255,b / movff b3,{m} / movf b3,w,b"},
     // Skips over jumps.
-    {1, "{t}\n\tgoto\t{L1}\n{L1}:"},
-    {1, "{skip}\n{t}\n\tgoto\t{L1}\n{L1}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tbsf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbcf\t{v1},{b1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tbcf\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\tbsf\t{v1},{b1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tmovlw\t{k}\n\tgoto\t{L2}\n{L1}:\n\tmovlw\t{k}\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tclrf\t{v1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tsetf\t{v1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tswapf\t{v1},f,c\n\tgoto\t{L2}\n{L1}:\n\tmovwf\t{v1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tmovwf\t{v1},c\n\tgoto\t{L2}\n{L1}:\n\tnegf\t{v1},c\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n\tlfsr\t0,array+20\n\tgoto\t{L2}\n{L1}:\n\tlfsr\t0,array+30\n{L2}:\n\tmovwf\tINDF0,c"},
-    {2, "\t{alu}\t{v},{d},c\n\tbtfsc\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
-    {2, "\t{alu}\t{v},{d},c\n\tbtfss\tSTATUS,{z},c\n\tgoto\t{L1}\n{B}\n{L1}:"},
-    {1, "{t}\n{ret1}\n{s}\n{ret1}"},
-    {1, "\tbtfsc\t{v1},{b1},c\n{ret}\n\tbcf\t{v1},{b1},c\n{ret}"},
-    {1, "{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L1}\n{s}\n{L1}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{ret}\n{L1}:"},
-    {1, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbcf\t{v1},{b1},c"},
-    {1, "\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbsf\t{v1},{b1},c"},
-    {1, "{t}\n\tgoto\t{L1}\n\t{bit}\t{v1},{b1},c\n\tbra\t{L2}\n{L1}:\n\t{bit}\t{v1},{b1},c\n{L2}:"},
-    {1, "\tbtfss\t{v1},{b1},c\n\tgoto\t{L1}\n{s}\n{s}\n{L1}:\n\tbtg\t{v1},{b1},c"},
+    {1, "{t} / goto {L1} / {L1}:"},
+    {1, "{skip} / {t} / goto {L1} / {L1}:"},
+    {1, "{skip} / goto {L1} / goto {L1} / {s} / {L1}:"},
+    {1, "{t} / goto {L1} / bsf {v1},{b1},c / bra {L2} / {L1}: / bcf {v1},{b1},c / {L2}:"},
+    {1, "{t} / goto {L1} / bcf {v1},{b1},c / bra {L2} / {L1}: / bsf {v1},{b1},c / {L2}:"},
+    {1, "{t} / goto {L1} / movlw {k} / goto {L2} / {L1}: / movlw {k} / {L2}:"},
+    {1, "{t} / goto {L1} / movwf {v1},c / goto {L2} / {L1}: / clrf {v1},c / {L2}:"},
+    {1, "{t} / goto {L1} / movwf {v1},c / goto {L2} / {L1}: / setf {v1},c / {L2}:"},
+    {1, "{t} / goto {L1} / swapf {v1},f,c / goto {L2} / {L1}: / movwf {v1},c / {L2}:"},
+    {1, "{t} / goto {L1} / movwf {v1},c / goto {L2} / {L1}: / negf {v1},c / {L2}:"},
+    {1, "{t} / goto {L1} / lfsr 0,array+20 / goto {L2} / {L1}: / lfsr 0,array+30 / {L2}: / movwf INDF0,c"},
+    {2, "{alu} {v},{d},c / btfsc STATUS,{z},c / goto {L1} / {B} / {L1}:"},
+    {2, "{alu} {v},{d},c / btfss STATUS,{z},c / goto {L1} / {B} / {L1}:"},
+    {1, "{t} / {ret1} / {s} / {ret1}"},
+    {1, "btfsc {v1},{b1},c / {ret} / bcf {v1},{b1},c / {ret}"},
+    {1, "{t} / goto {L1} / {s} / {L1}:"},
+    {1, "{t} / goto {L1} / {t} / goto {L1} / {s} / {L1}:"},
+    {1, "{t} / goto {L1} / {ret} / {L1}:"},
+    {1, "btfss {v1},{b1},c / goto {L1} / {s} / {s} / {L1}: / bcf {v1},{b1},c"},
+    {1, "btfsc {v1},{b1},c / goto {L1} / {s} / {s} / {L1}: / bsf {v1},{b1},c"},
+    {1, "{t} / goto {L1} / {bit} {v1},{b1},c / bra {L2} / {L1}: / {bit} {v1},{b1},c / {L2}:"},
+    {1, "btfss {v1},{b1},c / goto {L1} / {s} / {s} / {L1}: / btg {v1},{b1},c"},
     // Two ways.
-    {4, "{skip}\n\t{go}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {2, "\t{alu}\t{v},{d},c\n\t{bcc}\t{L1}\n{B}\n\t{go}\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {2, "\t{bcc}\t{L1}\n{B}\n{L1}:"},
-    {1, "\t{arith}\t{v},{d},c\n\tbn\t{L1}\n{s}\n{L1}:"}, {1, "\tbov\t{L1}\n{s}\n{L1}:", X_OVERFLOW},
-    {1, "\t{bcc}\t{L1}\n\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n{s}\n{L2}:"},
-    {1, "\tbc\t{L1}\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n\tgoto\t{L2}\n{L1}:\n\t{keep1}\t{v1},f,c\n\t{keep2}\t{v2},f,c\n{s}\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L3}\n\tbtfsc\t{v1},{b1},c\n\tgoto\t{L1}\n\tgoto\t{L2}\n{L3}:\n{s}\n\tbtfss\t{v1},{b1},c\n\tgoto\t{L2}\n{L1}:\n{B}\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\tsave_{L1}\n\tgoto\tint_fun_{L1}\n{L1}:\n{s}\n\tgoto\t{L2}\nint_fun_{L1}:\n{s}\n{s}\n\tgoto\t{L2}\n"
-           "save_{L1}:\n{s}\n{L2}:"},
-    {2, "\tmovf\t{v},w,c\n\txorlw\t{k1}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L1}\n\txorlw\t{k2}\n\tbtfsc\tSTATUS,2,c\n\tgoto\t{L2}\n\tgoto\t{L3}\n"
-           "{L1}:\n{q}\n\tgoto\t{L3}\n{L2}:\n{q}\n\tgoto\t{L3}\n{L3}:"},
+    {4, "{skip} / {go} {L1} / {B} / {go} {L2} / {L1}: / {B} / {L2}:"},
+    {2, "{alu} {v},{d},c / {bcc} {L1} / {B} / {go} {L2} / {L1}: / {B} / {L2}:"},
+    {2, "{bcc} {L1} / {B} / {L1}:"},
+    {1, "{arith} {v},{d},c / bn {L1} / {s} / {L1}:"},
+    {15, "bov {L1} / {s} / {L1}:", X_OVERFLOW},
+    {1, "{bcc} {L1} / bc {L1} / {keep1} {v1},f,c / {s} / goto {L2} / {L1}: / {keep1} {v1},f,c / {s} / {L2}:"},
+    {1, "bc {L1} / {keep1} {v1},f,c / {keep2} {v2},f,c / {s} / goto {L2} / {L1}: / {keep1} {v1},f,c / "
+        "{keep2} {v2},f,c / {s} / {L2}:"},
+    {1, "{t} / goto {L3} / btfsc {v1},{b1},c / goto {L1} / goto {L2} / {L3}: / {s} / btfss {v1},{b1},c / "
+        "goto {L2} / {L1}: / {B} / {L2}:"},
+    {1, "{t} / goto {L1} / {t} / goto save_{L1} / goto int_fun_{L1} / {L1}: / {s} / goto {L2} / int_fun_{L1}: / {s} / {s} / "
+        "goto {L2} / "
+        "save_{L1}: / {s} / {L2}:"},
+    {2, "movf {v},w,c / xorlw {k1} / btfsc STATUS,2,c / goto {L1} / xorlw {k2} / btfsc STATUS,2,c / goto {L2} / goto {L3} / "
+        "{L1}: / {q} / goto {L3} / {L2}: / {q} / goto {L3} / {L3}:"},
     // Branches that don't reach.
-    {1, "{t}\n\tgoto\t{L1}\n\t{bcc}\t{L2}\n{L1}:\n{s}\n\trept\t140+\n\tnop+\n\tendm\n{L2}:"},
-    {1, "\t{bcc}\t{L1}\n{B}\n\trept\t140+\n\tnop+\n\tendm\n{L1}:"},
+    {1, "{t} / goto {L1} / {bcc} {L2} / {L1}: / {s} / rept 140~ / nop~ / endm / {L2}:"},
+    {1, "{bcc} {L1} / {B} / rept 140~ / nop~ / endm / {L1}:"},
     // Jumps to jumps, and code that nothing reaches.
-    {1, "\tgoto\t{L1}\n{L1}:"},
-    {1, "\tgoto\t{L1}\n{q}\n{L1}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{L3}:\n{s}\n{L2}:"},
-    {1, "\t{bcc}\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n\tgoto\t{L3}\n{s}\n{L3}:\n{s}\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{L2}:"},
-    {1, "{skip}\n\tgoto\t{L1}\n{s}\n\tgoto\t{L2}\n{L1}:\n{ret}\n{L2}:"},
+    {1, "goto {L1} / {L1}:"},
+    {1, "goto {L1} / {q} / {L1}:"},
+    {1, "{t} / goto {L1} / {s} / goto {L2} / {L1}: / goto {L3} / {L3}: / {s} / {L2}:"},
+    {1, "{bcc} {L1} / {s} / goto {L2} / {L1}: / goto {L3} / {s} / {L3}: / {s} / {L2}:"},
+    {1, "{t} / goto {L1} / {s} / goto {L2} / {L1}: / {L2}:"},
+    {1, "{skip} / goto {L1} / {s} / goto {L2} / {L1}: / {ret} / {L2}:"},
     // The same tail in two places, and the same sequence in many.
-    {2, "{t}\n\tgoto\t{L1}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n{L2}:"},
-    {2, "{t}\n\tgoto\t{L1}\n{t}\n\tgoto\t{L3}\n{s}\n{q1}\n\tgoto\t{L2}\n{L1}:\n{s}\n{q1}\n\tgoto\t{L2}\n{L3}:\n{q1}\n\tgoto\t{L2}\n{L2}:"},
-    {1, "{t}\n\tgoto\t{L1}\n{q1}\n{ret1}\n{L1}:\n{s}\n{q1}\n{ret1}"},
+    {2, "{t} / goto {L1} / {s} / {q1} / goto {L2} / {L1}: / {s} / {q1} / {L2}:"},
+    {2, "{t} / goto {L1} / {t} / goto {L3} / {s} / {q1} / goto {L2} / {L1}: / {s} / {q1} / goto {L2} / "
+        "{L3}: / {q1} / goto {L2} / {L2}:"},
+    {1, "{t} / goto {L1} / {q1} / {ret1} / {L1}: / {s} / {q1} / {ret1}"},
+    {1, "{t} / goto {L1} / {s} / {skip} / {q1} / goto {L2} / {L1}: / {s} / {q1} / {L2}:"},
+    {1, "{t} / goto {L1} / {s} / {q1} / goto {L2} / {L1}: / {s} / {skip} / {q1} / {L2}:"},
     {5, "{Q}"},
+    {2, "{skip} / {Q}"},
     // Loops.
-    {3, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecfsz\t{n1},f,c\n\t{go}\t{L1}"},
-    {2, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}\n{s}"},
-    {1, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tdecf\t{n1},f,c\n\tbnz\t{L1}"},
-    {1, "\tmovlw\t256-{c}\n\tmovwf\t{n1},c\n{L1}:\n{N}\n\tincf\t{n1},f,c\n\tbtfss\tSTATUS,2,c\n\tgoto\t{L1}"},
-    {1, "\tmovlw\t{c}\n\tmovwf\t{n1},c\n1:\n{q}\n\tdecfsz\t{n1},f,c\n\tbra\t1b"},
-    {1, "\tdecf\t{v},{d},c\n\tbtfsc\tSTATUS,2,c\n{s}\n{s}"},
+    {3, "movlw {c} / movwf {n1},c / {L1}: / {N} / decfsz {n1},f,c / {go} {L1}"},
+    {2, "movlw {c} / movwf {n1},c / {L1}: / {N} / decf {n1},f,c / btfss STATUS,2,c / goto {L1} / {s}"},
+    {1, "movlw {c} / movwf {n1},c / {L1}: / {N} / decf {n1},f,c / bnz {L1}"},
+    {1, "movlw 256-{c} / movwf {n1},c / {L1}: / {N} / incf {n1},f,c / btfss STATUS,2,c / goto {L1}"},
+    {1, "movlw {c} / movwf {n1},c / 1: / {q} / decfsz {n1},f,c / bra 1b"},
+    {1, "decf {v},{d},c / btfsc STATUS,2,c / {s} / {s}"},
     // Calls.
-    {6, "\tcall\t{f}"},
-    {1, "\trcall\t{f}"},
-    {1, "\tcall\t{f}\n\tbn\t{L1}\n{s}\n{L1}:", X_N_AT_RETURN},
-    {1, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n\tbsf\t3,{b},c\n{ret}\n{L1}:", X_ADDRESS_3},
-    {1, "{skip}\n\tcall\t{f}"},
-    {1, "{t}\n\tgoto\t{L1}\n\tcall\t{tail}\n{ret}\n{L1}:"},
+    {6, "call {f}"},
+    {1, "rcall {f}"},
+    {15, "call {f} / bn {L1} / {s} / {L1}:", X_N_AT_RETURN},
+    {15, "{t} / goto {L1} / call {tail} / bsf 3,{b},c / {ret} / {L1}:", X_ADDRESS_3},
+    {1, "{skip} / call {f}"},
+    {1, "{t} / goto {L1} / call {tail} / {ret} / {L1}:"},
     // Memory by pointer.
-    {2, "\tlfsr\t{i1},array+{k:20,21,22,30}+\n\tmovwf\t{ind}{i1},c+\n{s}+\n\tmovf\t{ind}{i1},{d},c+\n\t{alu}\t{ind}{i1},{d},c+\n\tmovff\t{ind}{i1},{m}+\n"
-           "\tclrf\t{ind}{i1},c+\n\tmovlw\t{k:0,1,5}+\n\tmovf\tPLUSW{i1},w,c"},
-    {2, "\tmovlw\tlow(table+{k:0,1,2,3})+\n\tmovwf\tTBLPTRL,c+\n\tmovlw\thigh(table)+\n\tmovwf\tTBLPTRH,c+\n\tclrf\tTBLPTRU,c\n\ttblrd\t{tbl}\n"
-           "\ttblrd\t{tbl}\n\tmovf\tTABLAT,w,c\n\ttblrd\t{tbl}\n\t{clr}\tTABLAT,c\n\tmovff\tTABLAT,{m}"},
-    {1, "\tasmopt\toff+\n{s}+\n{s}+\n\tasmopt\ton"},
-    {1, "\tpush+\n\tpop"},
+    {2, "lfsr {i1},array+{k:20,21,22,30}~ / movwf {ind}{i1},c~ / {s}~ / movf {ind}{i1},{d},c~ / {alu} {ind}{i1},{d},c~ / "
+        "movff {ind}{i1},{m}~ / "
+        "clrf {ind}{i1},c~ / movlw {k:0,1,5}~ / movf PLUSW{i1},w,c"},
+    {2, "movlw low(table+{k:0,1,2,3})~ / movwf TBLPTRL,c~ / movlw high(table)~ / movwf TBLPTRH,c~ / clrf TBLPTRU,c / tblrd "
+        "{tbl} / "
+        "tblrd {tbl} / movf TABLAT,w,c / tblrd {tbl} / {clr} TABLAT,c / movff TABLAT,{m}"},
+    {1, "asmopt off~ / {s}~ / {s}~ / asmopt on"},
+    {1, "push~ / pop"},
 };
 
 // Filling.
@@ -235,7 +264,7 @@ static std::string any_register(gen_t &g, std::string &access)
         return indexed(g, "a", 8);
     const char *const name = bank == 1 ? "b" : "d";
     if (bank != g.bank || g.rng.one_in(3))
-        put(g, (g.rng.below(2) ? "\tbanksel\t" + indexed(g, name, 8) : "\tmovlb\t" + std::to_string(bank)) + "+");
+        put(g, (g.rng.below(2) ? "\tbanksel\t" + indexed(g, name, 8) : "\tmovlb\t" + std::to_string(bank)) + "~");
     access = ",b";
     return indexed(g, name, 8) + (g.rng.one_in(4) ? "&255" : "");
 }
@@ -246,9 +275,9 @@ static std::string sequence(gen_t &g, size_t n)
     std::string text;
     for (size_t i = 0; i < n; i++) {
         static const template_t list[] = {
-            {4, "\t{alu}\t{v},{d},c"}, {2, "\tmovf\t{v},w,c"}, {3, "\tmovwf\t{v},c"}, {1, "\tmovlw\t{k}"},
-            {1, "\t{bit}\t{v},{b},c"}, {1, "\tmovff\t{m},{m}"}, {1, "\t{lit}\t{k}"},
-            {1, "\tbtfsc\t{v},{b},c\n\tincf\t{v},f,c"}};
+            {4, "{alu} {v},{d},c"}, {2, "movf {v},w,c"}, {3, "movwf {v},c"}, {1, "movlw {k}"},
+            {1, "{bit} {v},{b},c"}, {1, "movff {m},{m}"}, {1, "{lit} {k}"},
+            {1, "btfsc {v},{b},c / incf {v},f,c"}};
         gen_t sub;
         sub.rng = g.rng;
         fillings_t fixed;
@@ -344,12 +373,12 @@ static bool fixed_line(gen_t &g, const std::string &hole, std::string &line)
 
 static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
 {
-    const bool joined = line.ends_with('+');
+    const bool joined = line.ends_with('~');
     const std::string whole = joined ? line.substr(0, line.size() - 1) : line;
     const std::string hole = whole.starts_with('{') && whole.ends_with('}') ? whole.substr(1, whole.size() - 2) : "";
     fillings_t none;
     if (hole == "s")
-        return expand(g, (pick(g, singles) + std::string(joined ? "+" : "")).c_str(), none);
+        return expand(g, (pick(g, singles) + std::string(joined ? "~" : "")).c_str(), none);
     if (hole == "t" || hole == "skip")
         return expand(g, hole == "t" ? skips[g.rng.below(4)].text : pick(g, skips), none);
     if (hole == "B" || hole == "N")
@@ -384,22 +413,30 @@ static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
     // Nothing reads what an exclusion, or the mark of a return, makes unsure before it is set again.
     const char *again = nullptr;
     if (whole.find("{f}") != std::string::npos && out.ends_with(",f") && !g.may(X_FAST_CALL))
-        again = "\tbcf\tSTATUS,0,c+\n\tmovf\tlast_w,w,c";
+        again = "bcf STATUS,0,c~ / movf last_w,w,c";
     else if (whole.find("{f}") != std::string::npos && g.functions[0].funcret)
-        again = "\tmovf\tlast_w,f,c";
+        again = "movf last_w,f,c";
     else if (out.starts_with("\taddwfc") && out.find(",f,") != std::string::npos && !g.may(X_ADDWFC_ZERO))
-        again = "\tmovf\tlast_w,f,c";
-    put(g, out + (joined || again ? "+" : ""));
+        again = "movf last_w,f,c";
+    put(g, out + (joined || again ? "~" : ""));
     if (again)
-        expand(g, (again + std::string(joined ? "+" : "")).c_str(), none);
+        expand(g, (again + std::string(joined ? "~" : "")).c_str(), none);
 }
 
 static void expand(gen_t &g, const char *text, fillings_t &fixed)
 {
     const std::string all = text;
     for (size_t at = 0; at < all.size();) {
-        const size_t end = std::min(all.find('\n', at), all.size());
-        expand_line(g, all.substr(at, end - at), fixed);
+        const size_t end = std::min(all.find_first_of("\n/", at), all.size());
+        const size_t from = all.find_first_not_of(' ', at), last = all.find_last_not_of(' ', end - 1);
+        std::string line = all.substr(from, last + 1 - from);
+        const bool hole = line[0] == '{' && line.find('}') + 2 >= line.size();
+        if (!hole && line[0] != '\t' && !line.ends_with(':')) {
+            line.insert(0, "\t");
+            if (const size_t space = line.find(' '); space != std::string::npos)
+                line[space] = '\t';
+        }
+        expand_line(g, line, fixed);
         at = end + 1;
     }
 }
@@ -407,8 +444,9 @@ static void expand(gen_t &g, const char *text, fillings_t &fixed)
 // A finished line.
 static void put(gen_t &g, const std::string &line)
 {
-    static const std::vector<std::string> skip_words = {"\tbtfs", "\tcpfs", "\ttstfsz", "\tdecfsz", "\tdcfsnz", "\tincfsz", "\tinfsnz"};
-    const bool joined = line.ends_with('+');
+    static const std::vector<std::string> skip_words = {"\tbtfs",   "\tcpfs",   "\ttstfsz", "\tdecfsz",
+                                                        "\tdcfsnz", "\tincfsz", "\tinfsnz"};
+    const bool joined = line.ends_with('~');
     g.held += (joined ? line.substr(0, line.size() - 1) : line) + "\n";
     if (!joined) {
         g.pieces.push_back(g.held);
@@ -429,9 +467,10 @@ static void put(gen_t &g, const std::string &line)
 static void prologue(gen_t &g)
 {
     std::string text = "\tprocessor\t" + g.target->name + "\n";
-    for (const char *name : {"STATUS", "WREG", "BSR", "PRODL", "PRODH", "PORTA", "PORTB", "LATA", "LATB", "LATC", "TABLAT", "TBLPTRL",
-                             "TBLPTRH", "TBLPTRU", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "INDF1", "POSTINC1",
-                             "POSTDEC1", "PREINC1", "PLUSW1", "INDF2", "POSTINC2", "POSTDEC2", "PREINC2", "PLUSW2"})
+    for (const char *name :
+         {"STATUS",   "WREG",     "BSR",     "PRODL",   "PRODH", "PORTA",    "PORTB",    "LATA",    "LATB",   "LATC",
+          "TABLAT",   "TBLPTRL",  "TBLPTRH", "TBLPTRU", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "INDF1",
+          "POSTINC1", "POSTDEC1", "PREINC1", "PLUSW1",  "INDF2", "POSTINC2", "POSTDEC2", "PREINC2", "PLUSW2"})
         text += name + std::string("\tequ\t") + std::to_string(target_sfr(*g.target, name)) + "\n";
     text += "\tpsect\tvars,class=COMRAM,space=1,delta=1\nlast_w:\tds\t1\nlast_status:\tds\t1\n";
     for (int i = 0; i < 8; i++)
@@ -489,8 +528,8 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
     const bool funcret = g.rng.one_in(4);
     for (unsigned i = 0; i < count; i++) {
         const bool inlined = i > 0 && g.rng.one_in(4);
-        g.functions.push_back({i == 0 ? "main" : "f" + std::to_string(i), i > 0 && !inlined && g.rng.one_in(6), funcret, inlined,
-                               inlined ? shared + i : g.rng.below(shared)});
+        g.functions.push_back({i == 0 ? "main" : "f" + std::to_string(i), i > 0 && !inlined && g.rng.one_in(6), funcret,
+                               inlined, inlined ? shared + i : g.rng.below(shared)});
     }
     for (int i = 0; i < 3; i++)
         g.sequences.push_back(sequence(g, 4 + g.rng.below(4)));

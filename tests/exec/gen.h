@@ -4,7 +4,8 @@
 #include "exclude.h"
 #include "target.h"
 
-// A source text in pieces. Leaving out a piece leaves a program that may not assemble or end, but does nothing else forbidden.
+// A source text in pieces. Leaving out a piece leaves a program that may not assemble or end, but does nothing else
+// forbidden.
 using pieces_t = std::vector<std::string>;
 std::string pieces_text(const pieces_t &pieces);
 

@@ -1,13 +1,14 @@
 // link: joins object files to one image, as simply as the format allows.
 //
-// The pieces that modules give of a psect are laid one behind the other, or on top of each other if it is `ovrld`; a psect that
-// is local to its module has only the one piece. An absolute psect stays where its offsets say. Every other one is placed by its
-// class: a class names a list of memory ranges, and the psect, together with those that want to be `with` it, takes the first gap
-// in them that fits its boundary. Absolute psects and reserved memory come first, so that the others go around them.
+// The pieces that modules give of a psect are laid one behind the other, or on top of each other if it is `ovrld`; a
+// psect that is local to its module has only the one piece. An absolute psect stays where its offsets say. Every other
+// one is placed by its class: a class names a list of memory ranges, and the psect, together with those that want to be
+// `with` it, takes the first gap in them that fits its boundary. Absolute psects and reserved memory come first, so that
+// the others go around them.
 //
-// Then symbols have addresses, and the fields that the assembler left open are filled in. A relocation adds to what stands in its
-// field. The sum has to fit, as a signed or unsigned number, with one exception: eight bits of a data address are its place in
-// the bank, and which bank is selected is the program's affair.
+// Then symbols have addresses, and the fields that the assembler left open are filled in. A relocation adds to what
+// stands in its field. The sum has to fit, as a signed or unsigned number, with one exception: eight bits of a data
+// address are its place in the bank, and which bank is selected is the program's affair.
 //
 // Positions in records are bytes; addresses of psects and symbols count in units of the psect's `delta`.
 #include "link.h"
@@ -61,7 +62,10 @@ struct linker {
 // What an expression comes to.
 struct sum_t { int64_t value; bool data; };
 
-template <typename... A> static void complain(linker &l, const char *format, A... a) { l.errors.push_back(zo_format(format, a...)); }
+template <typename... A> static void complain(linker &l, const char *format, A... a)
+{
+    l.errors.push_back(zo_format(format, a...));
+}
 
 static uint32_t address_of(const piece_t &p) { return p.group->address + p.base; }
 static int64_t units_of(const piece_t &p) { return address_of(p) / p.delta; }
@@ -202,7 +206,8 @@ static void place(linker &l, group_t &root)
             g->address = at + offset;
         return;
     }
-    complain(l, "psect \"%s\" of 0x%X bytes doesn't fit into class \"%s\"", first.name.c_str(), size, first.class_name.c_str());
+    complain(l, "psect \"%s\" of 0x%X bytes doesn't fit into class \"%s\"", first.name.c_str(), size,
+             first.class_name.c_str());
 }
 
 static void place_all(linker &l)
@@ -218,8 +223,8 @@ static void place_all(linker &l)
     for (module_t &m : l.modules)
         for (piece_t *p : m.order) {
             if (p->max_size && p->size > p->max_size * p->delta)
-                complain(l, "%s: psect \"%s\" has 0x%X bytes, more than its size of 0x%X", m.source->name.c_str(), p->name.c_str(),
-                         p->size, p->max_size * p->delta);
+                complain(l, "%s: psect \"%s\" has 0x%X bytes, more than its size of 0x%X", m.source->name.c_str(),
+                         p->name.c_str(), p->size, p->max_size * p->delta);
             if (p->size > (p->absolute() ? p->low : 0))
                 l.image.psects.push_back({p->name, address_of(*p) + (p->absolute() ? p->low : 0),
                                           p->size - (p->absolute() ? p->low : 0), p->space});
@@ -331,8 +336,8 @@ static void patch(linker &l, module_t &m, const zo_text &text, const zo_reloc_en
     if (kind == ZO_CHECK) {
         const int64_t value = evaluate(l, m, e.value).value, limit = evaluate(l, m, e.limit).value;
         if (value < 0 || value > limit)
-            complain(l, "%s: %s %lld is out of range, at most %lld", where.c_str(), e.name.c_str(), static_cast<long long>(value),
-                     static_cast<long long>(limit));
+            complain(l, "%s: %s %lld is out of range, at most %lld", where.c_str(), e.name.c_str(),
+                     static_cast<long long>(value), static_cast<long long>(limit));
         return;
     }
     const unsigned bits = zo_field_bits(e.type), bytes = (bits + 7) / 8;

@@ -1,19 +1,20 @@
 // sim: executes the instruction set.
 //
-// Data memory is one array, and W, status and the other core registers are cells of it, at the addresses that the chip file tells;
-// `role` marks the few cells that are more than memory. An instruction finds the address of its file operand once (`locate`), which
-// is when the pre- and post-forms of an indirect register move the file select, and then reads, writes, or does both there.
+// Data memory is one array, and W, status and the other core registers are cells of it, at the addresses that the chip
+// file tells; `role` marks the few cells that are more than memory. An instruction finds the address of its file operand
+// once (`locate`), which is when the pre- and post-forms of an indirect register move the file select, and then reads,
+// writes, or does both there.
 //
-// All arithmetic is one addition with carry: a subtraction adds the complement, and its borrow is the complement of the carry.
-// A skip steps over one word only. What is left of a longer instruction are words that begin with 0xF, which do nothing; the same
-// is true for a jump into the middle of one.
+// All arithmetic is one addition with carry: a subtraction adds the complement, and its borrow is the complement of the
+// carry. A skip steps over one word only. What is left of a longer instruction are words that begin with 0xF, which do
+// nothing; the same is true for a jump into the middle of one.
 //
 // Where an instruction changes status bits and names `status` as its destination, the bits that it changes win.
 #include "sim.h"
 
 enum role_t : uint8_t {
-    R_PLAIN, R_INDF, R_POSTINC, R_POSTDEC, R_PREINC, R_PLUSW, R_STATUS, R_BSR, R_PCL, R_TOSL, R_TOSH, R_TOSU, R_STKPTR, R_HIGH4,
-    R_MODE = 15, R_FSR = 4,   // the low four bits are the role, the others which file select
+    R_PLAIN, R_INDF, R_POSTINC, R_POSTDEC, R_PREINC, R_PLUSW, R_STATUS, R_BSR, R_PCL, R_TOSL, R_TOSH, R_TOSU, R_STKPTR,
+    R_HIGH4, R_MODE = 15, R_FSR = 4,   // the low four bits are the role, the others which file select
 };
 
 constexpr uint32_t NOWHERE = UINT32_MAX;

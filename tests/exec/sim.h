@@ -24,7 +24,7 @@ struct sim_t {
     std::vector<uint8_t> data;          // by address; the core registers live here too
     std::vector<uint8_t> role;          // by data address, set up by sim_init
     std::vector<bool> watched;          // by data address; filled in by the caller
-    bool random_inputs = false;         // reading a watched register that changes by itself yields the next number of a sequence
+    bool random_inputs = false;         // reading a watched register that changes by itself yields a sequence
     bool extended = false;              // access-bank offsets below the register half count from file select 2
     uint32_t pc = 0;                    // bytes
     std::array<uint32_t, 32> stack{};

@@ -31,7 +31,8 @@ std::string target_read(const std::string &path, target_t &t)
             t.name = line.substr(1, line.find(']') - 1);
         if (line.starts_with('#') || equals == std::string::npos)
             continue;
-        const std::string key = line.substr(0, equals), value = line.substr(equals + 1, line.find_first_of(" \t\r") - equals - 1);
+        const std::string key = line.substr(0, equals),
+                          value = line.substr(equals + 1, line.find_first_of(" \t\r") - equals - 1);
         if (key == "ARCH") {
             t.wide = value.find('X') != std::string::npos;
             t.short_trap = value != "ZEL8";

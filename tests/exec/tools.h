@@ -3,7 +3,8 @@
 
 #include "sim.h"
 
-// Runs a program with the arguments; its output goes to the file. Gives back the exit status, or -1 if it crashed or took too long.
+// Runs a program with the arguments; its output goes to the file. Gives back the exit status, or -1 if it crashed or
+// took too long.
 int run_program(const std::vector<std::string> &arguments, const std::string &output);
 
 std::string read_text(const std::string &path);

@@ -1,8 +1,8 @@
 // zelrun: assembles a program, links it, runs it for a number of instructions, and tells what it did.
 //
-// What one sees of a microcontroller are its ports, so the output is a table of them: a line whenever an output register has taken
-// another value, with the number of instructions done. Characters for the serial port are shown as the text that they make. There
-// are no timers and no interrupts here, so a program that waits for one waits for ever.
+// What one sees of a microcontroller are its ports, so the output is a table of them: a line whenever an output register
+// has taken another value, with the number of instructions done. Characters for the serial port are shown as the text
+// that they make. There are no timers and no interrupts here, so a program that waits for one waits for ever.
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,7 +13,7 @@
 
 static int usage()
 {
-    fprintf(stderr, "usage: zelrun [--steps n] [--lines n] [--mcpu chip] [--bin directory] source.as [option of the assembler]...\n");
+    fprintf(stderr, "usage: zelrun [--steps n] [--lines n] [--mcpu chip] [--bin directory] source.as [assembler option]...\n");
     return 2;
 }
 
