@@ -7,7 +7,8 @@
 // What can be compared is two assemblers on the same machine, at the same time, on the same shape of program. Hence the
 // order of things: make every program first (three sizes, each twice the one before, the last the one that the figures are
 // for, in each dialect); then go round the assemblers again and again, one run each, so that a slow minute of the machine
-// hits all of them; and take the best and the median of each. The best is what a table compares, as noise only ever adds; the median shows how much noise there was.
+// hits all of them; and take the best and the median of each. The best is what a table compares, as noise only ever adds; the
+// median shows how much noise there was.
 //
 // A run is a process from fork to exit: wall time from the monotonic clock, processor time and peak resident memory
 // from wait4. Standard output and standard error go to one file, and a run counts only if the exit status is 0 and that file
@@ -36,24 +37,28 @@
 enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
 static const double repeat_budget = 10, skip_above = 60;     // seconds
 
-enum kind_t { OWN, OPTIMISE, MACROS, PEER };     // MACROS: on the shape "macros", whatever --shape says
+enum kind_t { OWN, PEER, OPTIMISER };     // PEER: with --peers; OPTIMISER: with --optimise, and then nothing else
 
-// In the arguments `@i` is the source, `@o` the object file and `@c` the chip file.
+// `shape`: null for that of --shape. In the arguments `@i` is the source, `@o` the object file and `@c` the chip file.
 struct assembler_t {
     const char *name;
     kind_t kind;
-    const char *dialect, *package, *commands[2], *args[7], *version;
+    const char *shape, *dialect, *package, *commands[2], *args[7], *version;
 };
 
 static const assembler_t assemblers[] = {
-    { "aszel8", OWN, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
-    { "aszel8 -O", OPTIMISE, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
-    { "macros", MACROS, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
-    { "gas-avr", PEER, "avr-gas", "binutils-avr", { "avr-as" }, { "-mmcu=avr6", "-o", "@o", "@i" }, "--version" },
-    { "llvm-avr", PEER, "avr-llvm", "llvm-14", { "/usr/lib/llvm-14/bin/llvm-mc", "llvm-mc" },
+    { "aszel8", OWN, nullptr, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
+    { "macros", OWN, "macros", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
+    { "plain", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
+    { "-O", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "space", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" },
+      { "-mcpu=ZEL8BENCH", "-C@c", "-O", "--opt=space", "-O@o", "@i" }, nullptr },
+    { "gotos", OPTIMISER, "gotos", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "gas-avr", PEER, nullptr, "avr-gas", "binutils-avr", { "avr-as" }, { "-mmcu=avr6", "-o", "@o", "@i" }, "--version" },
+    { "llvm-avr", PEER, nullptr, "avr-llvm", "llvm-14", { "/usr/lib/llvm-14/bin/llvm-mc", "llvm-mc" },
       { "-triple=avr", "-mcpu=atmega2560", "-filetype=obj", "-o", "@o", "@i" }, "--version" },
-    { "nasm", PEER, "nasm", "nasm", { "nasm" }, { "-f", "elf32", "-o", "@o", "@i" }, "-v" },
-    { "ca65", PEER, "ca65", "cc65", { "ca65" }, { "--cpu", "65C02", "-o", "@o", "@i" }, "--version" },
+    { "nasm", PEER, nullptr, "nasm", "nasm", { "nasm" }, { "-f", "elf32", "-o", "@o", "@i" }, "-v" },
+    { "ca65", PEER, nullptr, "ca65", "cc65", { "ca65" }, { "--cpu", "65C02", "-o", "@o", "@i" }, "--version" },
 };
 
 struct run_t { double wall, cpu; long peak_kb; };
@@ -93,7 +98,7 @@ static int64_t size_of(int size)
 
 static std::string shape_of(const assembler_t &row)
 {
-    return row.kind == MACROS ? "macros" : opt.shape;
+    return row.shape ? row.shape : opt.shape;
 }
 
 static std::string source_of(const assembler_t &row, int size)
@@ -388,26 +393,34 @@ static void print_aim(const char *what, double figure, const char *relation, dou
     printf("%-62s %8.2f  (%s %g)  %s\n", what, figure, relation, aim, met ? "reached" : "NOT REACHED");
 }
 
+// How many times as long, or as large, the first takes on the largest size, and what is aimed at. Nothing if one wasn't measured.
+static void print_ratio(const char *what, double (*measure)(const result_t &), const contestant_t *a, const contestant_t *b,
+                        const char *relation, double aim)
+{
+    if (a && b && !a->sized[SIZES - 1].runs.empty() && !b->sized[SIZES - 1].runs.empty())
+        print_aim(what, measure(a->sized[SIZES - 1]) / measure(b->sized[SIZES - 1]), relation, aim);
+}
+
+static void print_doubling(const contestant_t *c, double aim)
+{
+    for (int size = 1; c && size < SIZES; size++)
+        if (growth(*c, size) > 0)
+            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size), "<=", aim);
+}
+
 static void print_aims(const std::vector<contestant_t> &all)
 {
-    const contestant_t *own = by_name(all, "aszel8"), *gas = by_name(all, "gas-avr"), *llvm = by_name(all, "llvm-avr"),
-                       *macros = by_name(all, "macros");
-    if (!own || own->sized[SIZES - 1].runs.empty())
-        return;
+    const contestant_t *own = by_name(all, "aszel8"), *plain = by_name(all, "plain");
     printf("\n");
-    if (gas && !gas->sized[SIZES - 1].runs.empty())
-        print_aim("lines per second, as a multiple of GNU as for AVR", best(gas->sized[SIZES - 1]) / best(own->sized[SIZES - 1]), ">=", 1);
-    if (llvm && !llvm->sized[SIZES - 1].runs.empty())
-        print_aim("peak memory, as a fraction of LLVM's for AVR", peak_mb(own->sized[SIZES - 1]) / peak_mb(llvm->sized[SIZES - 1]), "<=", 1);
-    if (macros && !macros->sized[SIZES - 1].runs.empty())
-        print_aim("lines per second of macros, as a fraction of plain source", best(own->sized[SIZES - 1]) / best(macros->sized[SIZES - 1]),
-                  ">=", 0.5);
-    for (int size = 1; size < SIZES; size++)
-        if (growth(*own, size) > 0)
-            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*own, size),
-                      "<=", 2.1);
-    if (!own->start.runs.empty())
+    print_ratio("lines per second, as a multiple of GNU as for AVR", best, by_name(all, "gas-avr"), own, ">=", 1);
+    print_ratio("peak memory, as a fraction of LLVM's for AVR", peak_mb, own, by_name(all, "llvm-avr"), "<=", 1);
+    print_ratio("lines per second of macros, as a fraction of plain source", best, own, by_name(all, "macros"), ">=", 0.5);
+    print_doubling(own, 2.1);
+    if (own && !own->start.runs.empty())
         print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 10);
+    print_ratio("time of -O, as a multiple of the plain run's", best, by_name(all, "-O"), plain, "<=", 6);
+    print_ratio("time of -O --opt=space, as a multiple of the plain run's", best, by_name(all, "space"), plain, "<=", 12);
+    print_doubling(by_name(all, "gotos"), 2.3);
 }
 
 static void print_head(const std::vector<contestant_t> &all)
@@ -424,7 +437,8 @@ static void print_head(const std::vector<contestant_t> &all)
             }
         fclose(f);
     }
-    printf("%s, %ld x %s, shape \"%s\"\n", date, sysconf(_SC_NPROCESSORS_ONLN), model.c_str(), opt.shape.c_str());
+    printf("%s, %ld x %s, shape \"%s\"\n", date, sysconf(_SC_NPROCESSORS_ONLN), model.c_str(),
+           opt.optimise ? "compiled, and gotos" : opt.shape.c_str());
     for (const contestant_t &c : all)
         if (c.row->version)
             if (FILE *f = popen((c.command + " " + c.row->version + " 2>&1").c_str(), "r")) {
@@ -444,7 +458,7 @@ static void read_options(int argc, char **argv)
         if (word == "--peers")
             opt.peers = true;
         else if (word == "--optimise")
-            opt.optimise = true;
+            opt.optimise = true, opt.lines = 200000;
         else if (word == "--quick")
             opt.runs = 3, opt.lines = 50000;
         else if (word == "--keep")
@@ -471,7 +485,7 @@ int main(int argc, char **argv)
         install_peers();
     std::vector<contestant_t> all;
     for (const assembler_t &row : assemblers) {
-        if ((row.kind == PEER && !opt.peers) || (row.kind == OPTIMISE && !opt.optimise))
+        if (row.kind == OWN ? opt.optimise : row.kind == PEER ? !opt.peers : !opt.optimise)
             continue;
         const std::string command = command_of(row);
         if (command.empty())
@@ -489,7 +503,7 @@ int main(int argc, char **argv)
     std::erase_if(all, [](const contestant_t &c) {
         const bool made = generate(*c.row);
         if (!made)
-            printf("%s: skipped, no program of shape %s\n", c.row->name, opt.shape.c_str());
+            printf("%s: skipped, no program of shape %s\n", c.row->name, shape_of(*c.row).c_str());
         return !made;
     });
     if (all.empty())

@@ -1,9 +1,9 @@
-// The order of everything between parsing and output. Which psects hold code is told by their names; those of one memory group
-// may share code with each other.
+// The order of everything between parsing and output. Which psects hold code is told by their names; those of one memory
+// group may share code with each other.
 //
-// With -O, functions are inlined first, since that gives the rules more to see. Then the pass runs over each code psect once,
-// and again and again together with the removal of unused labels, until nothing changes. Repeated code is abstracted, and a
-// last pass looks at what that left. Errata NOPs come last of all, with or without -O.
+// With -O, functions are inlined first, since that gives the rules more to see. Then the pass runs over each code psect
+// once, and again and again together with the removal of unused labels, until nothing changes. Repeated code is abstracted,
+// and a last pass looks at what that left. Errata NOPs come last of all, with or without -O.
 #include "optimise.h"
 
 #include <cstring>
@@ -148,14 +148,28 @@ static void size_if_any(symbol_t *psect)
         size_psect(psect);
 }
 
-// References hold from now on, and functions that others still call or jump to have to stay.
-static void keep_called_functions(symbol_t *psect)
+static void build_all_refs()
 {
-    list_build_refs(psect);
+    each_psect(list_clear_refs);
+    each_psect(list_build_refs);
+    note_taken_labels();
+}
+
+static void keep_inlined(const symbol_t *psect)
+{
+    if (psect->s_psect->p_inline)
+        psect->s_psect->p_keep = true;
+}
+
+// Functions that others still call or jump to have to stay, and those whose address is used.
+static void keep_needed_functions(symbol_t *psect)
+{
     for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        const op_t *target = op->op_type == T_CALL || op->op_type == T_GOTO ? op_target(op) : nullptr;
-        if (target && target->op_psect != psect && target->op_psect->s_psect->p_inline)
-            target->op_psect->s_psect->p_keep = true;
+        const op_t *target = op_is_skip(op) ? nullptr : op_target(op);
+        if (target && target->op_psect != psect)
+            keep_inlined(target->op_psect);
+        if (op->op_type == T_NAME && (op->op_sym->s_flags & S_TAKEN))
+            keep_inlined(psect);
     }
 }
 
@@ -179,22 +193,15 @@ static void delete_body(symbol_t *psect)
 static void inline_functions()
 {
     each_psect(inline_psect);
-    each_psect(list_clear_refs);
-    each_psect(keep_called_functions);
+    build_all_refs();
+    each_psect(keep_needed_functions);
     for (symbol_t *psect : inline_list)
         if (!psect->s_psect->p_keep)
             delete_body(psect);
 }
 
-static void build_all_refs()
-{
-    each_psect(list_clear_refs);
-    each_psect(list_build_refs);
-    note_taken_labels();
-}
-
-// Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all psects
-// before the first label goes. When that goes on and on, functions that nobody needs call each other in a long chain.
+// Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all
+// psects before the first label goes. When that goes on and on, functions that nobody needs call each other in a long chain.
 static void repeat_passes()
 {
     bool changed = true;
@@ -237,8 +244,7 @@ static void optimise_phase()
 
 static void insert_errata_nops()
 {
-    for (symbol_t *psect : st.code_psects)
-        errata_psect(psect);
+    errata_run(st.code_psects);
     symbol_t *s = sym_enter(cache_printf("__cntErrataNOP_%s", opt.obj_file), 0);
     s->s_value = value_const(errata_nops);
     s->s_flags |= S_GLOBAL | S_EQU;

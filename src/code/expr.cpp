@@ -26,7 +26,7 @@ constexpr uint32_t MOST_STEPS = 65536;
 
 static struct {
     uint32_t steps, depth;   // left to the evaluation under way, and reached by it
-    bool quiet;              // it serves a question only
+    bool quiet;              // nothing is reported
 } st;
 
 static uint64_t u(int64_t n) { return static_cast<uint64_t>(n); }
@@ -342,13 +342,20 @@ static bool same(const value_t *a, const value_t *b)
     }
 }
 
+bool value_set_quiet(bool quiet)
+{
+    const bool was = st.quiet;
+    st.quiet = quiet;
+    return was;
+}
+
 bool value_equal(const value_t *a, const value_t *b)
 {
     value_t x = *a, y = *b;
-    st.quiet = true;
+    const bool was = value_set_quiet(true);
     value_eval(&x);
     value_eval(&y);
-    st.quiet = false;
+    value_set_quiet(was);
     return same(&x, &y);
 }
 

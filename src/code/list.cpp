@@ -138,34 +138,47 @@ op_t *op_ensure_label(op_t *node)
     return label;
 }
 
-static op_t *behind_labels(op_t *op)
+bool op_is_silent(const op_t *op)
 {
-    while (op && (op->op_type == T_NAME || op->op_type == T_NUMLABEL))
+    switch (op->op_type) {
+    case T_NAME: case T_NUMLABEL: case T_IF: case T_ELSE: case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET:
+    case T_TITLE: case T_INCLUDE: case T_MESSG:
+        return true;
+    default:
+        return op->op_flags & OPF_SKIPPED;
+    }
+}
+
+static op_t *past_silent(op_t *op)
+{
+    while (op && op_is_silent(op))
         op = op->op_next;
     return op;
 }
 
-op_t *op_target(const op_t *node)
+// The label that a jump or call leads to; null for all other kinds.
+static op_t *label_of(const op_t *op)
 {
-    switch (node->op_type) {
+    switch (op->op_type) {
     case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL: {
-        const value_t *v = &node->op_opnd1.opnd_value;
+        const value_t *v = &op->op_opnd1.opnd_value;
         return v->v_rtype == RT_SYM && v->v_sym ? v->v_sym->s_defop : nullptr;
-    }
-    case T_BTFSC: case T_DECFSZ: case T_CPFSEQ: {
-        const op_t *skipped = behind_labels(node->op_next);
-        return skipped ? behind_labels(skipped->op_next) : nullptr;
     }
     default:
         return nullptr;
     }
 }
 
-// The label that a jump or call leads to. That a skip leads somewhere is nobody's concern but the skip's.
-static op_t *label_of(const op_t *op)
+op_t *op_target(const op_t *node)
 {
-    op_t *target = op_target(op);
-    return target && target->op_type == T_NAME ? target : nullptr;
+    switch (node->op_type) {
+    case T_BTFSC: case T_DECFSZ: case T_CPFSEQ: {
+        const op_t *skipped = past_silent(node->op_next);
+        return skipped ? past_silent(skipped->op_next) : nullptr;
+    }
+    default:
+        return label_of(node);
+    }
 }
 
 void op_set_position(const op_t *node)
@@ -199,27 +212,23 @@ void op_remove_ref(op_t *ref, op_t *label_node)
         }
 }
 
-// Enters what the psect's nodes refer to; with `own`, in the psect's own labels only.
-static void enter_refs(symbol_t *psect, bool own)
-{
-    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
-        op_t *label = label_of(op);
-        if (label && (!own || label->op_psect == psect))
-            append_ref(op, label);
-    }
-}
-
 void list_build_refs(symbol_t *psect)
 {
-    enter_refs(psect, false);
-    for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
-        if (op->op_type == T_NAME && op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
-            op->op_sym->s_flags |= S_DEFHERE;
+    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
+        if (op->op_type == T_NAME) {
+            if (op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
+                op->op_sym->s_flags |= S_DEFHERE;
+        } else if (op_t *label = label_of(op); label && label->op_type == T_NAME) {
+            append_ref(op, label);
+        }
+    }
 }
 
 void list_renew_refs(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+        if (op->op_type != T_NAME)
+            continue;
         uint32_t kept = 0;
         for (op_t *ref : op->op_refs)
             if (ref->op_psect != psect)
@@ -227,13 +236,15 @@ void list_renew_refs(symbol_t *psect)
         while (vec_size(op->op_refs) > kept)
             vec_pop(op->op_refs);
     }
-    enter_refs(psect, true);
+    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev)
+        if (op_t *label = label_of(op); label && label->op_type == T_NAME && label->op_psect == psect)
+            append_ref(op, label);
 }
 
 void list_clear_refs(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
-        if (op->op_refs)
+        if (op->op_type == T_NAME && op->op_refs)
             vec_removeAll(op->op_refs);
 }
 

@@ -66,6 +66,7 @@ struct op_t {               // what walks along a list look at stands together
     union {                           // scratch of the optimiser's modules:
         uint64_t op_order;            // grows along the list, with gaps
         pa_node_t *op_pa;             // what procedural abstraction knows of the node
+        op_t *op_ahead;               // what the errata pass knows to stand ahead of a label
     };
 };
 static_assert(sizeof(op_t) == 176);
@@ -88,6 +89,7 @@ void op_unlink(op_t *node);                      // the node stays intact
 int op_delete(op_t *node);                       // for good; its comments move to the next node. Returns 1
 int op_delete_if_live(op_t *node);               // 0 if the node is free or must stay
 op_t *op_ensure_label(op_t *node);               // the label node right before `node`, made if there is none
+bool op_is_silent(const op_t *op);               // stands between instructions and takes no part: label, condition, ...
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
 

@@ -2,6 +2,8 @@
 // behind every label that the program jumps to or calls, behind every return, and at every global label that only other
 // modules can know of. It runs when the program is otherwise complete.
 //
+// Thousands of labels may stand in a row, so each remembers the node that was found ahead of it.
+//
 // A NOP at a label may come to stand between a skip and the instruction that it skips. Then the skip gets jumps of its own
 // around both.
 #include "optim/errata.h"
@@ -33,18 +35,35 @@ static op_t *new_nop()
     return op;
 }
 
-// The first node from `op` on that is neither a label nor a definition, nor the end of a macro's text.
+// A label, a definition, or the end of a macro's text.
+static bool is_definition(const op_t *op)
+{
+    return op->op_type == T_SET || op->op_type == T_NAME || op->op_type == T_EQU || op->op_type == T_ENDM;
+}
+
+// The first node from `op` on that isn't one of these.
 static op_t *skip_definitions(op_t *op)
 {
-    while (op->op_type == T_SET || op->op_type == T_NAME || op->op_type == T_EQU || op->op_type == T_ENDM)
-        op = op->op_next;
-    return op;
+    op_t *end = op;
+    while (is_definition(end))
+        end = end->op_ahead ? end->op_ahead : end->op_next;
+    for (; is_definition(op) && !op->op_ahead; op = op->op_next)
+        op->op_ahead = end;
+    return end;
+}
+
+static op_t *link_nop(op_t *where)
+{
+    op_t *nop = op_insert_after(where, new_nop());
+    for (op_t *op = where; is_definition(op); op = op->op_prev)
+        op->op_ahead = nop;
+    return nop;
 }
 
 // The NOP at `op`, or a new one in front of it.
 static op_t *nop_at(op_t *op)
 {
-    return errata_is_nop(op) ? op : op_insert_after(op->op_prev, new_nop());
+    return errata_is_nop(op) ? op : link_nop(op->op_prev);
 }
 
 static op_t *link_bra(op_t *where, op_t *label)
@@ -95,7 +114,7 @@ static void mend_skip(op_t *t, op_t *nop)
     }
 }
 
-void errata_psect(symbol_t *psect)
+static void errata_psect(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
         op_t *next = op->op_next;
@@ -120,7 +139,7 @@ void errata_psect(symbol_t *psect)
             op_t *t = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
             if (!t || errata_is_nop(skip_definitions(t->op_next)))
                 break;
-            op_t *nop = op_insert_after(t, new_nop());
+            op_t *nop = link_nop(t);
             if (op->op_type == T_GOTO)
                 mend_skip(t, nop);
             next = op->op_next;
@@ -131,4 +150,13 @@ void errata_psect(symbol_t *psect)
         }
         op = next;
     }
+}
+
+void errata_run(vec_t<symbol_t *> psects)
+{
+    for (code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
+            op->op_ahead = nullptr;
+    for (symbol_t *psect : psects)
+        errata_psect(psect);
 }

@@ -1,12 +1,16 @@
 // The jump stage: dead code, skips and jumps that can be shorter, and tails that two places share.
 //
-// Each rule is a function of its own, J1 to J19, whose first lines are its pattern and conditions. The table at the end holds
-// them in the order in which they are tried at a node; the first that applies ends the work on it. A rule returns the node at
-// which the walk goes on, or null if it doesn't apply.
+// Each rule is a function of its own, J1 to J19, whose first lines are its pattern and conditions. The table at the end
+// holds them in the order in which they are tried at a node; the first that applies ends the work on it. A rule returns the
+// node at which the walk goes on, or null if it doesn't apply.
 //
-// J18 and J19 look for another `goto` to the same place with the same instruction before it. Trying all of them would take for
-// ever in a program of ten thousand, so they are found through an index. The rules want the first one in the list, so nodes
-// carry a number that grows along the list; the numbers have gaps for nodes that are put in later.
+// J18 and J19 look for another `goto` to the same place with the same instruction before it. Trying all of them would take
+// for ever in a program of ten thousand, so they are found through an index. The rules want the first one in the list, so
+// nodes carry a number that grows along the list; the numbers have gaps for nodes that are put in later.
+//
+// Further conditions keep the rules from doing harm or going on for ever: nobody follows jumps round a circle, J18 makes
+// nothing that J12 takes back, J16 moves a block only if control neither runs into it nor out of it, and accesses marked
+// volatile stay.
 //
 // What may bite: a rule that re-points a jump has to keep the labels' references true, since unused labels are told by them.
 // A new node is marked as reached if the one that it stands for is, or it would go as dead code. And whatever is done to a
@@ -41,6 +45,7 @@ struct entry_t {
 static struct {
     loopguard_t *guard;      // bounds the stage over the whole run
     symbol_t *psect;
+    bool refs_known;         // branch stage: the references have been renewed
     bool sized;              // in this walk. What is deleted since only brings things nearer
     // The index. Each slot has two chains: the jumps in list order, and those that were entered anew, in any order.
     entry_t *entries;
@@ -186,6 +191,7 @@ static op_t *label_before(op_t *op)
     if (label->op_order <= (label->op_prev->op_type ? label->op_prev->op_order : 0) || label->op_order >= op->op_order)
         number_new(label);
     label->op_flags |= op->op_flags & OPF_MARK;
+    label->op_offs = op->op_offs;
     return label;
 }
 
@@ -264,7 +270,12 @@ static bool same_bit(const op_t *a, const op_t *b)
         && !sfr_isPreinc(o);
 }
 
-static bool sets_bit(const op_t *op) { return op->op_type == T_BCF && (op->op_subop | TPL_INVERT) == TPL_BCF; }
+// Whether `w` gives the bit that `b` tests a value, and both may be left out.
+static bool sets_tested_bit(const op_t *w, const op_t *b)
+{
+    return w->op_type == T_BCF && (w->op_subop | TPL_INVERT) == TPL_BCF && same_bit(b, w)
+        && !((b->op_flags | w->op_flags) & OPF_VOLATILE);
+}
 
 // The `goto` directly behind a BTFSC, free.
 static op_t *goto_behind(op_t *b)
@@ -297,7 +308,7 @@ static op_t *j2(op_t *b)
     if (!is_return(b->op_next))
         return nullptr;
     op_t *r = b->op_next, *w = r->op_next;
-    if (!sets_bit(w) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT) || !same_bit(b, w) || after_skip(b))
+    if (!sets_tested_bit(w, b) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT) || after_skip(b))
         return nullptr;
     fired("J2", CNT_SKIPS_OVER, b);
     delete_node(b);
@@ -320,7 +331,7 @@ static op_t *delete_skip_and_goto(const char *rule, op_t *b, op_t *g)
 static op_t *j3(op_t *b)
 {
     op_t *g = goto_behind(b);
-    if (!g || op_volatile(b) || jump_target(g) != following(g) || following(g)->op_type == 0)
+    if (!g || op_volatile(b) || jump_target(g) != following(g))
         return nullptr;
     return delete_skip_and_goto("J3", b, g);
 }
@@ -356,7 +367,7 @@ static op_t *j5(op_t *b)
 {
     op_t *g = sure_goto_behind(b);
     op_t *over = g ? following(g) : nullptr;
-    if (!over || over->op_type == 0 || following(over)->op_type == 0 || jump_target(g) != following(over) || !may_be_skipped(over))
+    if (!over || over->op_type == 0 || jump_target(g) != following(over) || !may_be_skipped(over))
         return nullptr;
     return invert_and_drop_goto("J5", b, g);
 }
@@ -390,8 +401,8 @@ static op_t *j7(op_t *b)
     return r;
 }
 
-// Jumps that go round would be followed for ever: whoever joins them gets nowhere. Those that may change end by themselves, as
-// the rules shorten the circle.
+// Jumps that go round would be followed for ever: whoever joins them gets nowhere. Those that may change end by themselves,
+// as the rules shorten the circle.
 
 // Whether `op` is one of, or leads into, a circle of jumps that may not change.
 static bool goes_round(const op_t *op)
@@ -424,7 +435,7 @@ static bool comes_back(const op_t *op)
 static op_t *j8(op_t *b)
 {
     op_t *g = sure_goto_behind(b), *w = g ? jump_target(g) : nullptr;
-    if (!w || !sets_bit(w) || !same_bit(b, w) || !((b->op_subop ^ w->op_subop) & TPL_INVERT) || comes_back(w))
+    if (!w || !sets_tested_bit(w, b) || !((b->op_subop ^ w->op_subop) & TPL_INVERT) || comes_back(w))
         return nullptr;
     fired("J8", CNT_SKIPS_OVER, b);
     point_at(g, label_before(w->op_next)->op_sym);
@@ -523,11 +534,11 @@ static op_t *j15(op_t *g)
     if (!op_is_simple(g) || !symbol_of(g)->s_defop)
         return nullptr;
     op_t *label = symbol_of(g)->s_defop, *g2 = label->op_prev, *h = g->op_next;
-    if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h) || !op_is_simple(g2)
-        || !jump_target(h) || jump_target(h) != jump_target(g2))
+    if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h)
+        || !op_is_simple(g2) || !jump_target(h) || jump_target(h) != jump_target(g2))
         return nullptr;
     op_t *p = g->op_prev, *q = g2->op_prev;
-    if (p == q || p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q)
+    if (p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q)
         || (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !same_bit(p, q))
         return nullptr;
     fired("J15", CNT_MOTIONS, g);
@@ -574,8 +585,8 @@ static op_t *j16(op_t *g)
     if (last == g)
         return nullptr;
     for (const op_t *op = b; op != last->op_next; op = op->op_next)
-        if (op == g)
-            return nullptr;   // the block holds the jump
+        if (op == g || op->op_type == T_ORG)
+            return nullptr;   // the block holds the jump, or has a place of its own
     const op_t *end = last;
     while (end->op_type == T_NAME)
         end = end->op_prev;
@@ -607,7 +618,8 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
 {
     tail_t t = {};
     op_t *a = before(g, skip_labels), *b = before(c, skip_labels);
-    while (a != b && a != c && b != g && op_same(a, b) && !writes_pc(a) && a->op_type != T_CALL && op_free(a)) {
+    while (a != b && a != c && b != g && op_same(a, b) && !writes_pc(a) && a->op_type != T_CALL && op_free(a)
+           && !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
         t.a = a;
         t.b = b;
         t.length++;
@@ -817,7 +829,8 @@ static bool branch_depends_on(const op_t *c, const op_t *a)
     if (reads & op_status_written(a))
         return true;
     const bool is_move = a->op_type == T_MOVFF || a->op_type == T_MOVFFL;
-    if (a->op_type != T_BCF && (sfr_isStatus(&a->op_opnd1) || sfr_isIndirect(&a->op_opnd1)) && (a->op_dest == DEST_F || is_move))
+    if (a->op_type != T_BCF && (sfr_isStatus(&a->op_opnd1) || sfr_isIndirect(&a->op_opnd1))
+        && (a->op_dest == DEST_F || is_move))
         return true;
     return (is_status_bit(a, 2) && (reads & ST_Z)) || (is_status_bit(a, 0) && (reads & ST_C));
 }
@@ -838,8 +851,8 @@ static bool may_follow(const op_t *m)
         return false;
     switch (m->op_type) {
     case T_SUBWF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_ANDWF: case T_INCF: case T_ADDWF: case T_CLRF: case T_BCF:
-    case T_DECFSZ: case T_CPFSEQ: case T_MOVWF: case T_MOVFF: case T_GOTO: case T_CALL: case T_RETURN: case T_RETLW: case T_NOP:
-    case T_TRAP: case T_DBOUT: case T_SETCNT: case T_ADDLW: case T_MOVLW:
+    case T_DECFSZ: case T_CPFSEQ: case T_MOVWF: case T_MOVFF: case T_GOTO: case T_CALL: case T_RETURN: case T_RETLW:
+    case T_NOP: case T_TRAP: case T_DBOUT: case T_SETCNT: case T_ADDLW: case T_MOVLW:
         return true;
     default:
         return false;
@@ -865,7 +878,12 @@ static op_t *hoist_common_beginning(op_t *c)
     op_t *n = c->op_next, *t = jump_target(c), *b = n;
     while (b->op_type != 0 && !op_barrier(b))
         b = b->op_next;
-    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != t || !only_way_in(c, t))
+    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != t)
+        return n;
+    if (!js.refs_known)
+        list_renew_refs(js.psect);
+    js.refs_known = true;
+    if (!only_way_in(c, t))
         return n;
     op_t *a = n, *e = t;
     for (; op_same(a, e); a = a->op_next, e = e->op_next)
@@ -885,6 +903,8 @@ static op_t *hoist_common_beginning(op_t *c)
 
 void opt_branch_stage(symbol_t *psect)
 {
+    js.psect = psect;
+    js.refs_known = false;
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
         op = op->op_type == T_BCC && op_free(op) && !(op->op_flags & OPF_SKIPPED) && jump_target(op) && !after_skip(op)
             ? hoist_common_beginning(op) : op->op_next;

@@ -1,7 +1,7 @@
 // A pass works on one psect and repeats two stages until neither finds anything to do: the peephole stage, which knows what
 // the registers hold, and the jump stage, which knows where control goes. A third, the branch stage, runs once at the end.
-// Each stage is a walk over the list that is itself repeated while it changes something. Loop guards turn a set of rules that
-// doesn't settle into a normal end; the list is valid at every step.
+// Each stage is a walk over the list that is itself repeated while it changes something. Loop guards turn a set of rules
+// that doesn't settle into a normal end; the list is valid at every step.
 //
 // Reachability is worked out once, before the stages: what is marked then may be reached from outside or from the psect's
 // first node. A label that anything refers to counts as reached, whatever refers to it, so it is enough to look at the
@@ -81,17 +81,6 @@ bool same_memory_group(const symbol_t *a, const symbol_t *b)
     const psect_t *p = a->s_psect, *q = b->s_psect;
     return (p->p_optim & PO_MINOCG) == (q->p_optim & PO_MINOCG)
         && (!(p->p_optim & PO_MINOCG) || p->p_group == q->p_group);
-}
-
-bool op_is_silent(const op_t *op)
-{
-    switch (op->op_type) {
-    case T_NAME: case T_NUMLABEL: case T_IF: case T_ELSE: case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET:
-    case T_TITLE: case T_INCLUDE: case T_MESSG:
-        return true;
-    default:
-        return op->op_flags & OPF_SKIPPED;
-    }
 }
 
 bool op_is_code(const op_t *op)
@@ -392,19 +381,19 @@ bool opt_psect(symbol_t *psect)
     prepare(list);
     list_renew_refs(psect);   // the rules keep them true
     mark_reachable(list);
-    bool any = false;
-    for (;;) {
-        const bool peeped = stage(psect, walks, no_peep, peephole_walk);
-        const bool jumped = stage(psect, walks, no_jump, opt_jump_walk);
-        if (!peeped && !jumped)
-            break;
-        any = true;
-        if (!loopguard_next(iterations))
-            break;
-    }
-    if (!no_jump) {
-        list_renew_refs(psect);
+    // A stage that has been through the list without a change isn't repeated before the other one makes one.
+    bool any = false, peeped, jumped, peep_settled, jump_settled = false;
+    do {
+        peeped = stage(psect, walks, no_peep, peephole_walk);
+        peep_settled = !opt_changed;
+        jumped = false;
+        if (peeped || !jump_settled) {
+            jumped = stage(psect, walks, no_jump, opt_jump_walk);
+            jump_settled = !opt_changed;
+        }
+        any |= peeped || jumped;
+    } while ((jumped || !peep_settled) && loopguard_next(iterations));
+    if (!no_jump)
         opt_branch_stage(psect);
-    }
     return any;
 }

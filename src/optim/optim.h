@@ -33,8 +33,8 @@ void optim_init();                          // once, ahead of everything else
 bool opt_psect(symbol_t *psect);
 void opt_jump_walk(symbol_t *psect);        // the jump stage's walk, and the branch stage
 void opt_branch_stage(symbol_t *psect);
-// As list_delete_unused_labels, together with the code that only such a label led to: a chain in the walk's direction goes at
-// once.
+// As list_delete_unused_labels, together with the code that only such a label led to: a chain in the walk's direction goes
+// at once.
 unsigned opt_delete_dead_chains(symbol_t *psect, bool backward);
 void reach_mark(op_t *op);                  // OPF_MARK on what is reached from `op`
 
@@ -55,7 +55,6 @@ inline bool op_is_simple(const op_t *op)
 {
     return op->op_opnd1.opnd_value.v_rtype == RT_SYM && op->op_opnd1.opnd_value.v_offs == 0;
 }
-bool op_is_silent(const op_t *op);          // stands between instructions and takes no part: label, condition, definition, ...
 bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
 bool after_skip(const op_t *op);            // the nearest node before it that isn't silent is a skip
 bool op_volatile(const op_t *op);
@@ -75,5 +74,6 @@ int list_delete_label(op_t *node);
 // Labels that are only known here and that nothing leads to any more; deleting them returns how many went.
 bool label_is_unused(const op_t *op);
 unsigned list_delete_unused_labels(symbol_t *psect);
-// Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever jumps.
+// Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever
+// jumps.
 void note_taken_labels();

@@ -24,7 +24,6 @@
 #include <iterator>
 
 #include "code/sfrop.h"
-#include "env/qvdebug.h"
 #include "optim/optim.h"
 #include "optim/reg.h"
 #include "optim/templates.h"
@@ -635,7 +634,9 @@ static bool a7(op_t *n)
 {
     if (walk.skipped || after_skip(n) || !is_idle(n))
         return false;
-    TRACEF("A7 (uncounted): %s:%u", n->op_lfile ? n->op_lfile : "", n->op_lline);
+    const bool changed = opt_changed;
+    opt_fired("A7", CNT_NONE, n);
+    opt_changed = changed;
     drop(n);
     return true;
 }

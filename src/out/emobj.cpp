@@ -2,10 +2,12 @@
 //
 // First the size pass. It walks a psect's list, adding up sizes: every node gets its offset, every label its value. The
 // size of a branch depends on how far away its label is, and that label may lie behind it. So the walk is repeated, each
-// time with the label values that the walk before has left, until nothing moves any more. Usually branches only shrink
-// from one walk to the next and this is over after three or four of them. But padding can make them chase each other
-// for ever; therefore after SETTLE_PASSES walks a branch may only grow, so that each further walk makes at least one
-// longer, and after GROW_PASSES all those that still have a choice take their longest form, which ends it.
+// time with the label values that the walk before has left, until nothing moves any more. A label that lies ahead of the
+// branch has its value from before the walk, when the branch stood elsewhere too: the distance is that of their places then,
+// or a large psect would take a walk for every two kilobytes. Usually branches only shrink from one walk to the next and
+// this is over after a few of them. But padding can make them chase each other for ever; therefore after a number of walks
+// a branch may only grow, so that each further walk makes at least one longer, and after three times that many all those
+// that still have a choice take their longest form, which ends it.
 //
 // Then emission, which is the road of an operand from value to bytes and relocations:
 //
@@ -43,7 +45,7 @@
 #include "out/emlist.h"
 #include "out/objout.h"
 
-enum : unsigned { SETTLE_PASSES = 50, GROW_PASSES = 150, AHEAD = 12 };
+enum : unsigned { SETTLE_PASSES = 50, MOST_EXTRA_PASSES = 1000, AHEAD = 12 };
 enum : uint64_t { OFFS_MAX = 0xFFFFFFFF, ALIGN_MAX = 0x200000 };   // the padding of one `align`: all of program memory
 enum : uint16_t { NOP2 = 0xFFFF };
 enum : uint32_t { ERRATA_NOP2 = 0x20000, ARCH_14BIT = ARCH_X };
@@ -60,6 +62,8 @@ static struct {
     bool longest;                // size pass: branches no longer have a choice
     placed_t *placed;            // size pass: the nodes of a psect that it has to walk again and again
     size_t placed_count, placed_room;
+    unsigned settle_passes;      // size pass: walks after which branches may only grow
+    bool rigid;                  // size pass: not all nodes move when one grows
     const char *last_file;       // told to debuggers
     uint64_t last_line;
 } st;
@@ -747,6 +751,7 @@ static void find_placed(symbol_t *psect)
 {
     uint32_t ahead = 0;
     st.placed_count = 0;
+    st.rigid = psect_delta(psect->s_psect) != 1;
     op_t *op = psect->s_psect->p_code->head.op_next;
     for (; op->op_type != 0; op = op->op_next) {
         if (op->op_psect != psect)
@@ -760,19 +765,26 @@ static void find_placed(symbol_t *psect)
         } else if (k->flags & KIND_PLACED || has_forms(op)) {
             append_placed(op, ahead);
             ahead = 0;
+            st.rigid |= op->op_type == T_ORG || op->op_type == T_ALIGN;
         } else {
             ahead = add_size(ahead, fixed_size(op, k));
         }
     }
     append_placed(op, ahead);
+    size_t extra = st.placed_count / 100;   // without the old places a walk settles some hundred nodes
+    if (extra > MOST_EXTRA_PASSES)
+        extra = MOST_EXTRA_PASSES;
+    st.settle_passes = SETTLE_PASSES + static_cast<unsigned>(extra);
 }
 
-static uint64_t placed_branch_size(const placed_t *n, uint64_t pos)
+static uint64_t placed_branch_size(const placed_t *n, uint64_t pos, unsigned pass)
 {
     if (!n->sym)
         return size_branch(n->op, pos);
     reach_t reach;
-    const bool near = place_is_near(&n->sym->s_value, 0, pos, &reach);
+    const value_t *target = &n->sym->s_value;
+    const bool old = pass > 1 && !st.rigid && target->v_offs > static_cast<int64_t>(pos);
+    const bool near = place_is_near(target, 0, old ? n->at : pos, &reach);
     return form_size(n->type, near, reach);
 }
 
@@ -795,8 +807,8 @@ static uint32_t position_behind(const placed_t *n, uint32_t pos, unsigned pass)
         size = size_movff(n->op, pos);
         break;
     default:
-        size = placed_branch_size(n, pos);
-        if (pass > SETTLE_PASSES && size < n->behind - n->at)
+        size = placed_branch_size(n, pos, pass);
+        if (pass > st.settle_passes && size < n->behind - n->at)
             size = n->behind - n->at;
     }
     return add_size(pos, size);
@@ -857,7 +869,7 @@ void size_psect(symbol_t *psect)
     cur_psect = psect;
     find_placed(psect);
     for (unsigned pass = 1;; pass++) {
-        st.longest = pass > GROW_PASSES;
+        st.longest = pass > 3 * st.settle_passes;
         if (!size_walk(pass) && pass > 1)
             break;
     }
@@ -904,10 +916,12 @@ void emobj(const op_t *op, bool listing)
         alert_msg(840);
     st.listing = listing;
     st.emit = listing ? emit_list : emit_bytes;
+    value_set_quiet(listing);
     if (!listing || op->op_offs != OFFS_MAX)
         k->encode(op);
     if (listing)
         list_place(op);
+    value_set_quiet(false);
     st.listing = false;
 }
 

@@ -20,32 +20,13 @@ TEST_F(Optim, Liveness)
         return code + "f" + std::to_string(deep) + ": / clrw / return";
     };
     const struct { reg_t r; std::string code; bool needed; } rows[] = {
-        // By the instruction itself, or the way it ends
-        {REG_W, "movwf x / DEAD", true}, {REG_W, "clrw / USED", false}, {REG_W, "btfsc x,0 / movlw 1 / USED", true},
-        {REG_W, "btfsc x,0 / movlw 1 / DEAD", false}, {REG_W, "btfsc wreg,0 / DEAD", true},
-        {REG_W, "movff x,plusw0 / DEAD", true}, {REG_W, "movff x,wreg / USED", false}, {REG_W, "clrf wreg / USED", false},
-        {REG_W, "negf wreg / DEAD", true}, {REG_W, "incf x,w / USED", false}, {REG_W, "incf wreg,w / USED", true},
-        {REG_W, "retlw 3", false}, {REG_W, "return", true}, {REG_W, "nop", true}, {REG_W, "daw / DEAD", true},
-        {REG_C, "addwf x / USED", false}, {REG_C, "addwfc x / DEAD", true}, {REG_C, "btfsc x,0 / addwf x / DEAD", true},
-        {REG_C, "rrcf x / DEAD", true}, {REG_C, "rrncf x / incf x / USED", false}, {REG_C, "andwf x / USED", true},
-        {REG_C, "comf x / USED", true}, {REG_C, "movff status,x / DEAD", true}, {REG_C, "bsf status,0 / USED", false},
-        {REG_C, "btg status,0 / DEAD", true}, {REG_C, "bsf status,1 / USED", true}, {REG_C, "bnc L / L: / DEAD", true},
-        {REG_N, "btfss status,4 / DEAD", true}, {REG_N, "bn L / L: / DEAD", true}, {REG_N, "bz L / L: / return", false},
-        {REG_Z, "clrf x / USED", false}, {REG_Z, "setf x / USED", true}, {REG_Z, "andlw 3 / USED", false},
-        {REG_Z, "mullw 3 / USED", true}, {REG_Z, "return", true}, {REG_Z, "return ;funcret", false},
-        {REG_Z, "movlw 1 / return ;funcret", true}, {REG_Z, "btfsc x,0 / return ;funcret / DEAD", true},
-        {REG_BSR, "clrf r,b / DEAD", true}, {REG_BSR, "clrf x / movlb 1 / USED", false},
-        {REG_BSR, "movff bsr,x / DEAD", true},
-        {REG_BSR, "movff r,s / banksel r / USED", false}, {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
-        // Through jumps, branches and calls
-        {REG_W, "bra L / movwf x / L: / clrw / USED", false}, {REG_C, "goto L+2 / L: / DEAD", true},
-        {REG_W, "bra $", true}, {REG_Z, "bra $", false}, {REG_W, "btfsc x,0 / DEAD", true},
+        {REG_W, "daw / DEAD", true}, {REG_W, "incf wreg,w / USED", true}, {REG_C, "btg status,0 / DEAD", true},
+        {REG_C, "movff status,x / DEAD", true}, {REG_BSR, "movff bsr,x / DEAD", true}, {REG_Z, "setf x / USED", true},
+        {REG_C, "goto L+2 / L: / DEAD", true}, {REG_W, "btfsc x,0 / DEAD", true}, {REG_W, "bz out / clrw / DEAD", true},
         {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true}, {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
-        {REG_W, "bz out / clrw / DEAD", true}, {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},
-        {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / movwf x / DEAD", true},
+        {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},
         {REG_W, "btfsc x,0 / goto L / movwf x / DEAD / L: / clrw / USED", true},
-        {REG_W, "call fn / USED / fn: / clrw / return", false}, {REG_C, "call fn / DEAD / fn: / clrw / return", true},
-        {REG_W, "btfsc x,0 / call fn / DEAD / fn: / clrw / return", true}, {REG_W, "call out / clrw / DEAD", true},
+        {REG_C, "call fn / DEAD / fn: / clrw / return", true}, {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
         // Limits
         {REG_W, nops + "clrw / USED", false}, {REG_W, nops + "nop / clrw / USED", true},
         {REG_W, branches + "clrw / USED", false}, {REG_W, branches + "bz M / M: / clrw / USED", true},
