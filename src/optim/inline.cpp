@@ -332,6 +332,7 @@ static op_t *border_label(op_t *where, const op_t *call)
 // Replaces the call by a copy of the function.
 static bool inline_call(op_t *call, symbol_t *q, vec_t<op_t *> further)
 {
+    opt_fired("inlining", CNT_NONE, call);
     op_t *entry = border_label(call, call), *exit = border_label(entry, call);
     const bool more = copy_body(call, q, entry, exit, further);
     inline_note(call->op_opnd1.opnd_value.v_sym, q, 1);
