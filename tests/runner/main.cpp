@@ -3,10 +3,7 @@
 // A case file is a title and a list of sections; tests/README.md describes them. The runner takes the sections in order:
 // those that prepare something act at once, in a fresh temporary directory; a `run` starts the program; those that expect
 // something look at what the last run left. A case fails with everything that is wrong about it, not only with the first
-// thing. What a case doesn't say of a run (exit status 0, no output) is put in as sections of its own, marked as implied.
-//
-// With --update, an exact expectation that doesn't hold is rewritten in the case file instead. Sections are kept as the
-// lines that were read, so that nothing else in the file changes; an implied one is written only if it didn't hold.
+// thing. What a case doesn't say of a run (exit status 0, no output) is put in as sections of its own.
 //
 // Input and output of a program are temporary files, so that nothing blocks and the limit on files is one on output too.
 #include <algorithm>
@@ -34,7 +31,7 @@ enum { CONTEXT = 3, SHOWN_LINES = 200, OUTPUT_MAX = 64 << 20, RUN_SECONDS = 20 }
 
 static struct {
     std::string bin;
-    bool update, keep;
+    bool keep;
 } opt;
 
 // ---- text ----
@@ -201,13 +198,11 @@ static outcome_t run_program(const strings &words, const strings &env, const std
 struct section_t {
     std::string head;     // the line, without `--- `
     strings body;         // without blank lines at the end
-    size_t gap = 0;       // number of those
     size_t line = 0;      // in the file
     std::string kind;     // first word of the head, without -has or -not
     std::string rest;     // what is behind it
     strings words;        // of the rest
     bool has = false, has_not = false;
-    bool implied = false, changed = false;
 };
 
 struct case_t {
@@ -270,24 +265,9 @@ static bool load_case(case_t &c)
         }
     }
     for (section_t &s : c.sections)
-        for (; !s.body.empty() && s.body.back().empty(); s.body.pop_back())
-            s.gap++;
+        while (!s.body.empty() && s.body.back().empty())
+            s.body.pop_back();
     return true;
-}
-
-static void save_case(const case_t &c)
-{
-    std::ofstream f(c.path, std::ios::binary);
-    f << c.title << "\n";
-    size_t gap = 0;   // what an implied section follows keeps its blank lines behind that
-    for (const section_t &s : c.sections) {
-        if (s.implied && !s.changed)
-            continue;
-        f << std::string(s.implied ? 0 : gap, '\n') << "--- " << s.head << "\n" << join_lines(s.body);
-        gap = s.implied ? gap : s.gap;
-    }
-    f << std::string(gap, '\n');
-    printf("updated %s\n", c.path.c_str());
 }
 
 // ---- sections that prepare ----
@@ -354,7 +334,7 @@ static bool object_text(case_t &c, const section_t &s, std::string &text)
     return fail(c, s, "zelobj complains", excerpt(print.failure + verify.failure + verify.err)), false;
 }
 
-static void compare(case_t &c, section_t &s, const std::string &actual)
+static void compare(case_t &c, const section_t &s, const std::string &actual)
 {
     strings lines = split_lines(actual);
     bool loose = s.has || s.has_not;
@@ -372,25 +352,17 @@ static void compare(case_t &c, section_t &s, const std::string &actual)
     }
     if (loose || actual == join_lines(s.body))
         return;
-    bool whole = actual == join_lines(lines);
-    if (!whole)
+    if (actual != join_lines(lines))
         lines.push_back("\\ no newline at the end");
-    if (!opt.update)
-        return fail(c, s, "- expected, + found", diff(s.body, lines));
-    if (!whole || ("\n" + actual).find("\n--- ") != std::string::npos || (!lines.empty() && lines.back().empty()))
-        return fail(c, s, "what came can't be written as a body", excerpt(actual));
-    s.body = lines;
-    s.changed = true;
+    fail(c, s, "- expected, + found", diff(s.body, lines));
 }
 
-static void expect(case_t &c, section_t &s, const outcome_t &o)
+static void expect(case_t &c, const section_t &s, const outcome_t &o)
 {
     std::string path = s.words.empty() ? "" : c.dir + "/" + s.words[0], actual;
     std::string status = std::to_string(o.status);
     std::error_code ignored;
-    if (s.kind == "exit" && s.rest != status && opt.update)
-        set_head(s, "exit " + status), s.changed = true;
-    else if (s.kind == "exit" && s.rest != status)
+    if (s.kind == "exit" && s.rest != status)
         fail(c, s, "exit status " + status, excerpt(o.err));
     else if (s.kind == "stderr" || s.kind == "stdout")
         compare(c, s, replace_all(s.kind == "stderr" ? o.err : o.out, opt.bin, "${BIN}"));
@@ -424,7 +396,6 @@ static outcome_t run_section(case_t &c, size_t i)
         section_t s;
         set_head(s, head);
         s.line = run.line;
-        s.implied = true;
         size_t k = at;
         for (; k < c.sections.size() && expects(c.sections[k]) && c.sections[k].kind != s.kind; k++) {}
         if (k == c.sections.size() || !expects(c.sections[k]))
@@ -456,7 +427,7 @@ static void run_case(case_t &c)
     outcome_t o;
     bool current = false;   // whether there is a run that expectations are about
     for (size_t i = 0; i < c.sections.size(); i++) {
-        section_t &s = c.sections[i];
+        const section_t s = c.sections[i];
         if (s.kind == "run") {
             o = run_section(c, i);
             current = true;
@@ -471,8 +442,6 @@ static void run_case(case_t &c)
     }
     if (!current)
         c.report += "  ends without a run\n";
-    if (std::any_of(c.sections.begin(), c.sections.end(), [](const section_t &s) { return s.changed; }))
-        save_case(c);
     std::error_code ignored;
     if (opt.keep)
         printf("%s: %s\n", c.path.c_str(), c.dir.c_str());
@@ -489,8 +458,6 @@ int main(int argc, char **argv)
         std::string word = argv[i];
         if (word == "--bin" && i + 1 < argc)
             bin = argv[++i];
-        else if (word == "--update")
-            opt.update = true;
         else if (word == "--keep")
             opt.keep = true;
         else if (!fs::is_directory(word, error))
@@ -502,7 +469,7 @@ int main(int argc, char **argv)
     }
     opt.bin = fs::canonical(bin, error).string();
     if (bin.empty() || error || paths.empty()) {
-        fputs("usage: runcases --bin DIR [--update] [--keep] FILE-OR-DIR...\n", stderr);
+        fputs("usage: runcases --bin DIR [--keep] FILE-OR-DIR...\n", stderr);
         return 2;
     }
     std::sort(paths.begin(), paths.end());

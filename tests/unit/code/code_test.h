@@ -4,13 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "common/alert.h"
 #include "common/srcpos.h"
 
-// The messages of `body` as " line:number" each, literal texts having the number 0. It starts at a line that no test had.
+// The numbers of the messages of `body`, literal texts having 0. It starts at a line that no test had.
 inline int64_t said_line;
 template <class F> inline std::string said(F body)
 {
@@ -24,9 +23,7 @@ template <class F> inline std::string said(F body)
     body();
     const std::string all = testing::internal::GetCapturedStderr();
     std::string result;
-    for (size_t at = 0; (at = all.find("t.as: ", at)) != std::string::npos; at++) {
-        const char *text = all.c_str() + at + 6;
-        result += " " + std::to_string(atol(text) % 1000) + ":" + std::to_string(atol(strchr(text, '(') + 1));
-    }
+    for (size_t at = 0; (at = all.find(": (", at)) != std::string::npos; at++)
+        result += " " + std::to_string(atol(all.c_str() + at + 3));
     return result;
 }

@@ -4,8 +4,6 @@
 #include "code/sym.h"
 #include "code_test.h"
 
-constexpr int64_t MIN = INT64_MIN, MAX = INT64_MAX;
-
 static value_t binary(uint16_t code, value_t a, value_t b) { value_binary(code, &a, &b); return a; }
 static value_t unary(uint16_t code, value_t v) { value_unary(code, &v); return v; }
 static value_t evaluated(value_t v) { value_eval(&v); return v; }
@@ -18,55 +16,17 @@ static void define(const char *name, value_t v)
     s->s_flags = S_EQU;
 }
 
-static void expect_const(const value_t &v, int64_t n)
-{
-    EXPECT_EQ(v.v_rtype, RT_CONST);
-    EXPECT_EQ(v.v_offs, n);
-}
+static bool is_const(const value_t &v, int64_t n) { return v.v_rtype == RT_CONST && v.v_offs == n; }
 
 class Expr : public testing::Test {
 protected:
     void SetUp() override { sym_init(); }
 };
 
-TEST_F(Expr, NumbersThatComeLater)
-{
-    struct { uint16_t code; int64_t a, b, result; } facts[] = {
-        {OPC_MUL, MAX, 2, -2}, {OPC_MOD, -7, 2, -1}, {OPC_DIV, MIN, -1, MIN}, {OPC_MOD, MIN, -1, 0}, {OPC_SHL, 1, -1, MIN},
-        {OPC_SHR, MIN, 63, -1}, {OPC_SHR, 5, 66, 1},
-    };
-    for (const auto &f : facts) {
-        define("a", ref("a"));
-        value_t tree = binary(OPC_PLUS, binary(f.code, ref("a"), num(f.b)), num(100));
-        define("a", num(f.a));
-        expect_const(evaluated(tree), static_cast<int64_t>(static_cast<uint64_t>(f.result) + 100));
-    }
-    struct { uint16_t code; int64_t a, result; } unaries[] = {
-        {OPC_FLOAT24, 0x3F80007F, 0x3F8000}, {OPC_FLOAT24, 0x3FFFFF7F, 0x3FFFFF}, {OPC_FLOAT24, 0x7F7FFF80, 0x7F8000},
-        {OPC_FLOAT24, 0x8000007F, 0}, {OPC_FLOAT24, 0x80, 1}, {OPC_FLOAT24, 0x1'00000000, 0},
-        {OPC_NORMALIZE32, 0x807FFFFF, 0}, {OPC_NORMALIZE32, 0x00800000, 0x00800000}, {OPC_MINUS, MIN, MIN},
-    };
-    for (const auto &f : unaries)
-        expect_const(unary(f.code, num(f.a)), f.result);
-}
-
-TEST_F(Expr, LateDivisionByZero)
-{
-    const value_t label = ref("label");
-    // Told once, and not by a comparison.
-    value_t late = binary(OPC_PLUS, binary(OPC_DIV, num(8), label), num(1));
-    define("label", num(0));
-    EXPECT_EQ(said([&] { EXPECT_TRUE(value_equal(&late, &late)); }), "");
-    EXPECT_EQ(said([&] { value_eval(&late), value_eval(&late); }), " 0:0");
-    expect_const(late, 9);
-}
-
 TEST_F(Expr, Reduction)
 {
-    value_t p = value_psect_offset(abs_psect, 40), q = value_psect_offset(abs_psect, 30);
     value_t forward = unary(OPC_LOW, binary(OPC_MUL, ref("x"), ref("y")));
     forward.v_common = 1;
-    value_t distance = binary(OPC_PLUS, binary(OPC_MINUS, ref("p"), ref("q")), num(1));
     value_t minus_x = binary(OPC_PLUS, binary(OPC_MINUS, ref("later"), ref("x")), num(1));
     value_t same = evaluated(forward);
     EXPECT_EQ(same.v_kids, forward.v_kids);   // nothing known, nothing made
@@ -76,17 +36,11 @@ TEST_F(Expr, Reduction)
     EXPECT_EQ(value_left(&forward)->v_kids->v_rtype, RT_SYM);   // the shared tree is as it was
     define("y", num(0x103));
     same = evaluated(forward);
-    expect_const(same, 0x33 * 0x103 & 0xFF);
+    EXPECT_TRUE(is_const(same, 0x33 * 0x103 & 0xFF));
     EXPECT_EQ(same.v_common, 1);
-    // A label's place is left to the encoder; a definition as a place is not replaced either.
-    define("p", p);
+    define("p", value_psect_offset(abs_psect, 40));   // a label's place is left to the encoder
     EXPECT_EQ(evaluated(ref("p")).v_rtype, RT_SYM);
-    EXPECT_EQ(evaluated(distance).v_rtype, RT_SUB);
-    value_t places = value_make_binary(RT_SUB, &p, &q);
-    places.v_offs = 5;
-    expect_const(evaluated(places), 15);
-    // Minus a number that came later is an addend.
-    same = evaluated(minus_x);
+    same = evaluated(minus_x);   // minus a number that came later is an addend
     EXPECT_TRUE(same.v_rtype == RT_SYM && same.v_offs == 1 - 0x33);
     sym_enter("mac", 0)->s_flags = S_MACRO;   // its value is something else
     EXPECT_EQ(evaluated(ref("mac")).v_rtype, RT_SYM);
@@ -94,29 +48,27 @@ TEST_F(Expr, Reduction)
 
 TEST_F(Expr, CirclesAndSizeEnd)
 {
-    define("a", binary(OPC_AND, binary(OPC_MUL, ref("b"), num(2)), ref("x")));
-    define("b", unary(OPC_NOT, ref("a")));
-    value_t a = ref("a");
-    EXPECT_EQ(said([&] { EXPECT_EQ(evaluated(a).v_rtype, RT_SYM); }), " 0:839");
-    EXPECT_EQ(said([&] { EXPECT_TRUE(value_equal(&a, &a)); }), "");
+    value_t late = binary(OPC_DIV, num(8), ref("zero"));
+    define("zero", num(0));
+    EXPECT_EQ(said([&] { EXPECT_TRUE(value_equal(&late, &late)); }), "");   // a comparison tells nothing
     // Each uses the next one twice: few steps, but too many nodes.
     for (int i = 0; i < 40; i++) {
         const std::string name = "t" + std::to_string(i), next = "t" + std::to_string(i + 1);
         define(name.c_str(), binary(OPC_MUL, ref(next.c_str()), ref(next.c_str())));
     }
     EXPECT_EQ(said([&] { EXPECT_EQ(evaluated(ref("t29")).v_nodes, 2047u); }), "");
-    EXPECT_EQ(said([&] { EXPECT_EQ(evaluated(ref("t28")).v_nodes, 0u); }), " 0:839");
-    EXPECT_EQ(said([] {
-        value_t left = ref("x"), right = ref("x");
+    EXPECT_EQ(said([&] { EXPECT_EQ(evaluated(ref("t28")).v_nodes, 0u); }), " 839");
+    value_t left = ref("x"), right = ref("x");
+    EXPECT_EQ(said([&] {
         for (unsigned i = 0; i < VALUE_MAX_NODES + 1; i++) {
             left = binary(OPC_AND, left, ref("x"));
             right = binary(OPC_AND, ref("x"), right);
         }
-        EXPECT_EQ(left.v_nodes, VALUE_MAX_NODES);
-        EXPECT_EQ(right.v_rtype, RT_SYM);   // its left operand
-        define("x", num(6));
-        expect_const(evaluated(left), 6);
-    }), " 0:839");
+    }), " 839");
+    EXPECT_EQ(left.v_nodes, VALUE_MAX_NODES);
+    EXPECT_EQ(right.v_rtype, RT_SYM);   // its left operand
+    define("x", num(6));
+    EXPECT_TRUE(is_const(evaluated(left), 6));
 }
 
 TEST_F(Expr, Equality)

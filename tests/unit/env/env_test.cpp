@@ -1,13 +1,16 @@
-// The surroundings: temporary files, kinds of files, the installation, the catalogue.
+// The surroundings: temporary files, the installation, the catalogue, the debug file and its package.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstring>
 
 #include "../common/child.h"
+#include "common/alert.h"
+#include "env/archive.h"
 #include "env/catalogue.h"
 #include "env/fileutils.h"
 #include "env/osdep.h"
+#include "env/qvdebug.h"
 #include "env/qvinstdir.h"
 #include "env/registry.h"
 
@@ -48,21 +51,66 @@ TEST(Installation, OfTheBuildTree) {   // <build>/bin/<this program>, and <build
     EXPECT_EQ(qvinstdir(1), base);
     EXPECT_EQ(reg_mkpath(REG_DAT, "x.ini"), base + "/zel/dat/x.ini");
     EXPECT_EQ(reg_mkpath(REG_DOCS, "/x/y"), std::string("/x/y"));
+    EXPECT_TRUE(fileid_is_preprocessed(fileid("x.PRE")) && !fileid_is_preprocessed(fileid("pre")));
     EXPECT_EQ(catalogue_path(), base + "/zel/dat/en_msgs.txt");
     EXPECT_EQ(read_file(catalogue_path()), std::string(reinterpret_cast<const char *>(catalogue_text), catalogue_length));
 }
 
-TEST(Fileid, Words) {
+[[noreturn]] static void stop(int status) {
+    debug_finish();
+    exit(status);
+}
+
+static const alert_services_t services = {catalogue_path, stop};
+
+// What `body` writes to standard error when it is run in `dir`.
+template <class F> static std::string said(const scratch_dir_t &dir, F body) {
+    return in_child([&] {
+        alert_set_services(&services);
+        if (chdir(dir.path.c_str()) != 0) abort();
+        body();
+        debug_finish();
+    }).text;
+}
+
+TEST(DebugFile, Traces) {
     scratch_dir_t dir;
-    struct { const char *name; uint64_t word; bool preprocessed; } cases[] = {
-        {"t.as", 0x200209, false}, {"t.I", 0x100205, true}, {"t.PRE", 0x80205, true}, {"t.s", 0x800209, false},
-        {"t.S", 0x400000020D, false}, {"t.C", 0x1203, false}, {"t.obj", 0, false}, {"pre", 0, false},
-    };
-    for (auto &c : cases) {
-        std::string path = dir.path + "/" + c.name;
-        EXPECT_EQ(fileid(path.c_str()), c.word | 0x1000) << c.name;
-        write_file(path, "");
-        EXPECT_EQ(fileid(path.c_str()), c.word) << c.name;
-        EXPECT_EQ(fileid_is_preprocessed(c.word), c.preprocessed) << c.name;
-    }
+    EXPECT_EQ(said(dir, [] {
+        trace("src.cpp", 1, "no file yet");
+        debug_option("out:x.log,alerts");
+        trace_exit("a/b/src.cpp", 7, "f", nullptr);
+        trace_enter("a/b/src.cpp", 10, "f", "%d, %s", 3, "x");
+        tracef("a_long_name_of_a_file.cpp", 123, "one %d\n\ntwo\n", 1);
+        trace("src.cpp", 12, "");
+        trace_exit("src.cpp", 15, "f", "%d", -1);
+        debug_finish();
+        trace("src.cpp", 16, "late");
+    }), "QVDEBUG (warning): min debug-out indent level reached\n"
+        "QVDEBUG (warning): trace (at src.cpp:12) contains no lines\n");
+    EXPECT_EQ(read_file(dir.path + "/x.log"), "ALERT> QVDEBUG (warning): min debug-out indent level reached\n"
+                                              "src.cpp:7           > EXIT f()\n"
+                                              "src.cpp:10          > ENTER f(3, x)\n"
+                                              "a_long_name_of_a_file.cpp:123>     one 1\n"
+                                              "a_long_name_of_a_file.cpp:123>     \n"
+                                              "a_long_name_of_a_file.cpp:123>     two\n"
+                                              "ALERT> QVDEBUG (warning): trace (at src.cpp:12) contains no lines\n"
+                                              "src.cpp:15          > EXIT f() -> -1\n");
+}
+
+static std::string unzip(const scratch_dir_t &dir, const std::string &options) {
+    std::string out = dir.path + "/.unzip";
+    int status = system(("cd " + dir.path + " && unzip " + options + " > .unzip 2>&1").c_str());
+    return status == 0 ? read_file(out) : "failed: " + read_file(out);
+}
+
+TEST(DebugPackage, Appended) {
+    scratch_dir_t dir;
+    EXPECT_EQ(archive_add((dir.path + "/a.zip").c_str(), "dir/old.out", "/proc/self/status"), ARCHIVE_DONE);
+    EXPECT_EQ(said(dir, [] {
+        debug_option("zip:+a.zip,default,num:2");
+        trace("s.cpp", 1, "packed");
+    }), "");
+    EXPECT_EQ(unzip(dir, "-Z1 a.zip"), "dir/old.out\nassembler-2.out\n");
+    EXPECT_EQ(unzip(dir, "-p a.zip assembler-2.out"), read_file(dir.path + "/assembler-2.out"));
+    EXPECT_STREQ(archive_member_name("/a\\b/c"), "SYSTEM_ROOT/a/b/c");
 }

@@ -43,10 +43,10 @@ static zo_file read(const string &bytes)
 static const string IDENT = rec(ZO_IDENT, "00 01 02 03 00 01 'Z8' 00 03 0B"), END = rec(ZO_END, "00 00");
 static const string PSECT_T = rec(ZO_PSECT, "10 00 't' 00"), TEXT_T = rec(ZO_TEXT, "00000000 't' 00 00 0E");
 
-static string problems(const string &middle)   // of a file with IDENT and END around it
+static string problems(const string &bytes)
 {
     string all;
-    for (const string &p : zo_verify(read(IDENT + middle + END)))
+    for (const string &p : zo_verify(read(bytes)))
         all += p + "\n";
     return all;
 }
@@ -131,10 +131,8 @@ TEST(Zelobj, Malformed)
         {hex("05 00"), "file ends inside a record's head"},
         {hex("00 02 11") + string(512, 'x'), ""},
     };
-    for (auto &f : frames) {
+    for (auto &f : frames)
         EXPECT_EQ(read(f.bytes).error, f.error);
-        EXPECT_FALSE(zo_verify(read(f.bytes)).empty());
-    }
     const struct { int type; const char *body, *error; } bodies[] = {
         {ZO_PSECT, "10 00 't' 00 00", "1 bytes too many"},
         {ZO_SYM, "00000000 1000 00 'a' 00 00", "body ends inside a number"},
@@ -145,17 +143,13 @@ TEST(Zelobj, Malformed)
         {ZO_RELOC, "0000 30 12", "range check without its opener"},
         {ZO_RELOC, "0000 30 13 'n' 00 20 'a' 00 12", "postfix code leaves 1 values, not 2"},
     };
-    for (auto &b : bodies) {
-        zo_file file = read(rec(b.type, b.body));
-        ASSERT_EQ(file.records.size(), 1u);
-        EXPECT_EQ(file.records[0].error, b.error) << b.body;
-        EXPECT_NE(zo_print(file, {}).find(string("malformed: ") + b.error), string::npos);
-    }
+    for (auto &b : bodies)
+        EXPECT_EQ(read(rec(b.type, b.body)).records.at(0).error, b.error) << b.body;
 }
 
 TEST(Zelobj, Verify)
 {
-    EXPECT_EQ(problems(PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 12 't' 00 0100 D7 't' 00")), "");
+    EXPECT_EQ(problems(IDENT + PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 12 't' 00 0100 D7 't' 00") + END), "");
     const struct { string middle; const char *problem; } faults[] = {
         {PSECT_T + PSECT_T, "two PSECT records for psect t"},
         {TEXT_T, "record 2 (TEXT): no PSECT record for psect t"},
@@ -170,9 +164,9 @@ TEST(Zelobj, Verify)
         {hex("FE 01 11") + string(510, 'x'), "record 2 (LR_TEXT): body of 510 bytes"},
     };
     for (auto &f : faults)
-        EXPECT_NE(problems(f.middle).find(f.problem), string::npos) << f.problem << "\n" << problems(f.middle);
-    EXPECT_EQ(zo_verify(read(PSECT_T)), (std::vector<string>{"record 1 (PSECT): the first record isn't IDENT",
-                                                             "record 1 (PSECT): the last record isn't END"}));
+        EXPECT_NE(problems(IDENT + f.middle + END).find(f.problem), string::npos) << f.problem;
+    EXPECT_EQ(problems(PSECT_T),
+              "record 1 (PSECT): the first record isn't IDENT\nrecord 1 (PSECT): the last record isn't END\n");
 }
 
 TEST(Zelobj, Disassembly)

@@ -1,11 +1,36 @@
-// The predicates on operands, against each id of the core registers.
-#include "code/sfrop.h"
-
+// The table of words, and the predicates on operands, against each id of the core registers.
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <string>
 
 #include "chip/chipinfo.h"
+#include "code/ops.h"
+#include "code/sfrop.h"
+
+static const op_row_t *keyword(const std::string &word) { return op_lookup_keyword(word.data(), word.size()); }
+
+TEST(Ops, EveryWordIsFoundInAnyCaseAndNothingElse)
+{
+    for (int i = 0; i < OP_ROWS; i++) {
+        const std::string name = op_rows[i].name;
+        const op_row_t *row = &op_rows[name == "include" ? 172 : i];
+        EXPECT_EQ(keyword(name), row);
+        // Anything close to it is another word or none.
+        for (const std::string &near : {name + "x", name + '\0', name.substr(0, name.size() ? name.size() - 1 : 0)}) {
+            const op_row_t *hit = keyword(near);
+            EXPECT_TRUE(!hit || near == hit->name) << near;
+        }
+        for (size_t k = 0; k < name.size(); k++)
+            for (int flip : {0x20, 0x80}) {
+                std::string other = name;
+                other[k] = static_cast<char>(other[k] ^ flip);
+                EXPECT_EQ(keyword(other), flip == 0x20 && isalpha(name[k]) ? row : nullptr) << other;
+            }
+    }
+    for (const char *miss : {"_movlw", "tblwtpostincr", "averyveryverylongname", "\xDF"})
+        EXPECT_FALSE(keyword(miss)) << miss;
+}
 
 // A letter for each predicate that holds; a digit for the file select.
 static std::string answers(const opnd_t &v) {
