@@ -20,6 +20,7 @@
 #include "options.h"
 
 static struct {
+    xarena_t nodes;
     op_t *free_nodes;    // chained through op_prev
     uint32_t last_id;
     vec_t<const char *> pending_comments;   // null, or not empty
@@ -50,7 +51,7 @@ op_t *op_new()
         st.free_nodes = op->op_prev;
         *op = {};
     } else {
-        op = xnew<op_t>();
+        op = static_cast<op_t *>(xalloc_from(st.nodes, sizeof *op));
     }
     op->op_lline = line32(srcpos.cur_line);
     op->op_lfile = srcpos.cur_file;

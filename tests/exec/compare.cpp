@@ -8,10 +8,9 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <mutex>
-#include <set>
+#include <sstream>
 #include <thread>
 
 #include "gen.h"
@@ -20,17 +19,9 @@
 
 enum : uint64_t { STEP_LIMIT = 200000 };
 
-struct way_t { const char *name; std::vector<std::string> arguments; bool text; };   // text: through assembly text and back
-
-static std::vector<way_t> ways = {
-    {"-O", {"-O"}, false},
-    {"-O --opt=space", {"-O", "--opt=space"}, false},
-    {"-O -auto_inline", {"-O", "-auto_inline"}, false},
-    {"-O --errata=1", {"-O", "--errata=1"}, false},               // and X_ERRATA_SKIP: no inlining
-    {"-O --errata=16385", {"-O", "--errata=16385"}, false},
-    {"-A", {"-A"}, true},
-    {"-A -O --opt=space -auto_inline", {"-A", "-O", "--opt=space", "-auto_inline"}, true},
-};
+// Arguments of the assembler. With -A, the way leads through assembly text and back.
+static std::vector<std::string> ways = {"-O", "-O --opt=space", "-O -auto_inline", "-O --errata=1", "-O --errata=16385",
+                                        "-A", "-A -O --opt=space -auto_inline"};
 
 struct outcome_t {
     std::string error;   // why there is none
@@ -40,53 +31,45 @@ struct outcome_t {
 static struct {
     std::string bin = program_directory(), directory;
     uint64_t seed = 1, count = 200, allowed = 0, reports = 5;
-    unsigned jobs = std::max(1u, std::thread::hardware_concurrency());
-    bool rules = false;
     std::atomic<uint64_t> next{0}, faults{0};
     std::mutex mutex;
     std::map<std::string, uint64_t> fired;
     target_t targets[2];
 } st;
 
-// One worker's files.
-struct place_t {
-    std::string base;
-    std::string source() const { return base + ".as"; }
-    std::string object() const { return base + ".obj"; }
-    std::string text() const { return base + ".opt"; }
-    std::string output() const { return base + ".out"; }
-    std::string trace() const { return base + ".trace"; }
-};
-
 static const target_t &target_of(uint64_t seed) { return st.targets[seed % 4 == 3]; }
 
-static std::string assemble(const place_t &p, const target_t &t, const std::vector<std::string> &more,
-                            const std::string &from, const std::string &to)
+// `base` begins the names of a worker's files: base.as, base.obj and so on.
+static std::string assemble(const std::string &base, const target_t &t, const std::string &options, const std::string &from,
+                            const std::string &to)
 {
-    std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + t.name, "-O" + to};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.push_back(from);
-    const int status = run_program(arguments, p.output());
-    const std::string output = read_text(p.output());
+    std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + t.name, "-O" + base + to};
+    std::istringstream in(options);
+    for (std::string word; in >> word;)
+        arguments.push_back(word);
+    arguments.push_back(base + from);
+    const int status = run_program(arguments, base + ".out");
+    const std::string output = read_text(base + ".out");
     return status == 0 && output.empty() ? "" : "assembler: status " + std::to_string(status) + ", " + output.substr(0, 500);
 }
 
-// With way null, plainly.
-static outcome_t perform(const place_t &p, const target_t &t, const way_t *way, uint64_t limit)
+// Runs what stands in base.as. With an empty way, it is assembled plainly.
+static outcome_t perform(const std::string &base, const target_t &t, const std::string &way, uint64_t limit)
 {
     outcome_t o;
-    std::vector<std::string> arguments;
-    if (way) {
-        arguments = way->arguments;
-        arguments.push_back("--qvdebug=on,out:" + p.trace());
-        std::filesystem::remove(p.trace());
-    }
-    const bool text = way && way->text;
-    o.error = assemble(p, t, arguments, p.source(), text ? p.text() : p.object());
+    const bool text = way.find("-A") != std::string::npos, errata = way.find("--errata") != std::string::npos;
+    const bool safe = errata && !(st.allowed >> X_ERRATA_CALL & 1);
+    std::string options = way + (errata && !(st.allowed >> X_ERRATA_GLOBAL & 1) ? " -no_inline" : "");
+    if (!way.empty())
+        options += " --qvdebug=on,out:" + base + ".trace";
+    std::filesystem::remove(base + ".trace");
+    if (safe)
+        write_text(base + ".safe", exclude_errata_skips(read_text(base + ".as")));
+    o.error = assemble(base, t, options, safe ? ".safe" : ".as", text ? ".opt" : ".obj");
     if (o.error.empty() && text)
-        o.error = assemble(p, t, {}, p.text(), p.object());
+        o.error = assemble(base, t, "", ".opt", ".obj");
     if (o.error.empty())
-        o.error = sim_load(o.sim, t, {p.object()});
+        o.error = sim_load(o.sim, t, {base + ".obj"});
     if (!o.error.empty())
         return o;
     sim_t &s = o.sim;
@@ -108,192 +91,145 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const targ
         return b.sim.why;
     if (b.sim.depth)
         return zo_format("the stack isn't empty: %u", b.sim.depth);
-    const size_t n = std::min(a.sim.log.size(), b.sim.log.size());
-    for (size_t i = 0; i < n; i++) {
-        const sim_access &x = a.sim.log[i], &y = b.sim.log[i];
-        if (x.address != y.address || x.value != y.value || x.kind != y.kind)
-            return zo_format("access %zu: %s 0x%02X, not %s 0x%02X", i,
-                             target_sfr_name(t, static_cast<uint16_t>(y.address)).c_str(), y.value,
-                             target_sfr_name(t, static_cast<uint16_t>(x.address)).c_str(), x.value);
-    }
-    if (a.sim.log.size() != b.sim.log.size())
-        return zo_format("%zu accesses, not %zu", b.sim.log.size(), a.sim.log.size());
-    const uint16_t fsr0 = a.sim.fsr[0], fsr1 = a.sim.fsr[1], fsr2 = a.sim.fsr[2];
-    const ranges_t registers = {{fsr0, fsr0 + 1u}, {fsr1, fsr1 + 1u}, {fsr2, fsr2 + 1u}, {a.sim.prod, a.sim.prod + 1u},
-                                {a.sim.tablat, a.sim.tablat}, {a.sim.tblptr, a.sim.tblptr + 2u}};
+    const auto access = [&](const sim_t &s, size_t i) {
+        const sim_access x = i < s.log.size() ? s.log[i] : sim_access{};
+        return zo_format("%c %s 0x%02X", "-RWT"[x.kind], target_sfr_name(t, x.address).c_str(), x.value);
+    };
+    for (size_t i = 0; i < std::max(a.sim.log.size(), b.sim.log.size()); i++)
+        if (const std::string x = access(a.sim, i), y = access(b.sim, i); x != y)
+            return zo_format("access %zu: %s, not %s", i, y.c_str(), x.c_str());
+    ranges_t compared = t.banks;
+    compared.insert(compared.end(), {t.common, {a.sim.tablat, a.sim.tablat}, {a.sim.tblptr, a.sim.tblptr + 2u}});
+    for (const uint32_t pair : {a.sim.prod, a.sim.fsr[0], a.sim.fsr[1], a.sim.fsr[2]})
+        compared.push_back({pair, pair + 1});
     for (uint32_t at = 0; at < a.sim.data.size(); at++)
-        if ((at <= t.common.hi || in_ranges(t.banks, at) || in_ranges(registers, at)) && a.sim.data[at] != b.sim.data[at])
+        if (a.sim.data[at] != b.sim.data[at] && in_ranges(compared, at))
             return zo_format("data address 0x%03X: 0x%02X, not 0x%02X", at, b.sim.data[at], a.sim.data[at]);
     return "";
 }
 
-static bool sound(const outcome_t &plain)
-{
-    return plain.error.empty() && plain.sim.stop == SIM_SLEEP && plain.sim.depth == 0;
-}
+static bool sound(const outcome_t &o) { return o.error.empty() && o.sim.stop == SIM_SLEEP && o.sim.depth == 0; }
 
-static std::string try_way(const place_t &p, const target_t &t, const outcome_t &plain, const way_t &way)
+static std::string try_way(const std::string &base, const target_t &t, const outcome_t &plain, const std::string &way)
 {
-    return difference(plain, perform(p, t, &way, plain.sim.steps * 4 + 1000), t);
+    return difference(plain, perform(base, t, way, plain.sim.steps * 4 + 1000), t);
 }
 
 // Leaves out what it can. A piece that is left out is empty.
-static void shrink(const place_t &p, const target_t &t, const way_t &way, pieces_t &pieces)
+static void shrink(const std::string &base, const target_t &t, const std::string &way, pieces_t &pieces)
 {
     for (size_t n = pieces.size(); n; n /= 2)
         for (size_t at = 1; at < pieces.size(); at += n) {
             pieces_t fewer = pieces;
-            const size_t end = std::min(at + n, fewer.size());
-            fewer.erase(fewer.begin() + static_cast<ptrdiff_t>(at), fewer.begin() + static_cast<ptrdiff_t>(end));
-            write_text(p.source(), pieces_text(fewer));
-            const outcome_t plain = perform(p, t, nullptr, STEP_LIMIT);
-            if (sound(plain) && !try_way(p, t, plain, way).empty()) {
+            const auto from = fewer.begin() + static_cast<ptrdiff_t>(at);
+            fewer.erase(from, from + static_cast<ptrdiff_t>(std::min(n, fewer.size() - at)));
+            write_text(base + ".as", pieces_text(fewer));
+            const outcome_t plain = perform(base, t, "", STEP_LIMIT);
+            if (sound(plain) && !try_way(base, t, plain, way).empty()) {
                 pieces = fewer;
                 at -= n;
             }
         }
 }
 
-static std::map<std::string, uint64_t> rules_in(const std::string &trace)
+// The lines of the trace that tell of a rule: "J14 (Jumps to .+1): goto ...".
+static std::vector<std::string> rules_in(const std::string &base)
 {
-    std::map<std::string, uint64_t> rules;
-    for (size_t at = 0; (at = trace.find("> ", at)) != std::string::npos; at++) {
-        const size_t end = trace.find('\n', at), paren = trace.find(" (", at);
-        if (trace.find("): ", at) < end)
-            rules[trace.substr(at + 2, paren - at - 2)]++;
-    }
+    std::vector<std::string> rules;
+    std::istringstream trace(read_text(base + ".trace"));
+    for (std::string line; std::getline(trace, line);)
+        if (const size_t at = line.find("> "); at != std::string::npos && line.find("): ", at) != std::string::npos)
+            rules.push_back(line.substr(at + 2));
     return rules;
 }
 
-static void report(const place_t &p, uint64_t seed, const way_t &way, pieces_t pieces, const std::string &what)
+static void report(const std::string &base, uint64_t seed, const std::string &way, pieces_t pieces, const std::string &what)
 {
     const target_t &t = target_of(seed);
     if (st.faults++ >= st.reports)
         return;
-    shrink(p, t, way, pieces);
-    write_text(p.source(), pieces_text(pieces));
-    const outcome_t plain = perform(p, t, nullptr, STEP_LIMIT);
-    const std::string now = try_way(p, t, plain, way);
-    const std::string text = pieces_text({pieces.begin() + 1, pieces.end()}), trace = read_text(p.trace());
+    shrink(base, t, way, pieces);
+    write_text(base + ".as", pieces_text(pieces));
+    const std::string now = try_way(base, t, perform(base, t, "", STEP_LIMIT), way);
     const std::lock_guard lock(st.mutex);
-    printf("seed %llu, %s: %s\ncut down: %s\n%s", static_cast<unsigned long long>(seed), way.name, what.c_str(), now.c_str(),
-           text.c_str());
-    for (size_t at = 0; (at = trace.find("> ", at)) != std::string::npos; at++)
-        if (trace.find("): ", at) < trace.find('\n', at))
-            printf("  %s\n", trace.substr(at + 2, trace.find('\n', at) - at - 2).c_str());
+    printf("seed %llu, %s: %s\ncut down: %s\n%s", static_cast<unsigned long long>(seed), way.c_str(), what.c_str(),
+           now.c_str(), pieces_text({pieces.begin() + 1, pieces.end()}).c_str());
+    for (const std::string &rule : rules_in(base))
+        printf("  %s\n", rule.c_str());
     printf("\n");
     fflush(stdout);
 }
 
-static void one_program(const place_t &p, uint64_t seed)
+static void one_program(const std::string &base, uint64_t seed)
 {
     const target_t &t = target_of(seed);
     const pieces_t pieces = gen_program(seed, t, st.allowed);
-    write_text(p.source(), pieces_text(pieces));
-    const outcome_t plain = perform(p, t, nullptr, STEP_LIMIT);
+    write_text(base + ".as", pieces_text(pieces));
+    const outcome_t plain = perform(base, t, "", STEP_LIMIT);
     if (!sound(plain)) {
         st.faults++;
-        const std::lock_guard lock(st.mutex);
         printf("seed %llu: the program itself isn't sound: %s%s\n", static_cast<unsigned long long>(seed),
                plain.error.c_str(), plain.sim.why.c_str());
         return;
     }
-    for (const way_t &way : ways) {
-        const std::string what = try_way(p, t, plain, way);
+    for (const std::string &way : ways) {
+        const std::string what = try_way(base, t, plain, way);
         {
             const std::lock_guard lock(st.mutex);
-            for (const auto &[rule, n] : rules_in(read_text(p.trace())))
-                st.fired[rule] += n;
+            for (const std::string &rule : rules_in(base))
+                st.fired[rule.substr(0, rule.find(" ("))]++;
         }
         if (!what.empty())
-            return report(p, seed, way, pieces, what);
+            return report(base, seed, way, pieces, what);
     }
-}
-
-static void worker(unsigned number)
-{
-    const place_t p{st.directory + "/" + std::to_string(number)};
-    for (uint64_t i; (i = st.next++) < st.count;)
-        one_program(p, st.seed + i);
 }
 
 // Every exclusion has to be needed: its example has to misbehave.
 static void check_exclusions()
 {
-    const place_t p{st.directory + "/exclusion"};
+    const std::string base = st.directory + "/exclusion";
+    st.allowed = UINT64_MAX;
     for (const exclusion_t &e : exclusions) {
-        const way_t way{e.name, {}, false};
-        way_t with = way;
-        with.text = strstr(e.arguments, "-A") != nullptr;
-        for (const char *at = e.arguments; *at;) {
-            const size_t n = strcspn(at, " ");
-            with.arguments.emplace_back(at, n);
-            at += n + (at[n] == ' ');
-        }
-        write_text(p.source(), pieces_text(gen_around(e.example, st.targets[0])));
-        const outcome_t plain = perform(p, st.targets[0], nullptr, STEP_LIMIT);
-        const std::string what = sound(plain) ? try_way(p, st.targets[0], plain, with) : plain.error + plain.sim.why;
-        const bool good = sound(plain) && !what.empty();
-        printf("%-20s %s\n    %s\n%s", e.name, good ? what.c_str() : ("NOT SHOWN " + plain.error + plain.sim.why).c_str(),
-               e.why, e.example);
-        st.faults += !good;
+        write_text(base + ".as", pieces_text(gen_around(e.example, st.targets[0])));
+        const outcome_t plain = perform(base, st.targets[0], "", STEP_LIMIT);
+        const std::string what = sound(plain) ? try_way(base, st.targets[0], plain, e.way) : "";
+        printf("%-14s %s\n    %s\n    %s: %s\n", e.name,
+               what.empty() ? ("NOT SHOWN " + plain.error + plain.sim.why).c_str() : what.c_str(), e.why, e.way, e.example);
+        st.faults += what.empty();
     }
-}
-
-static int usage()
-{
-    fprintf(stderr, "usage: exec_compare [--bin directory] [--seed n] [--count n] [--jobs n] [--reports n]\n"
-                    "                    [--way \"-O\"]... [--allow exclusion]... [--rules]\n"
-                    "       exec_compare --exclusions          shows that the situations that are left out misbehave\n"
-                    "       exec_compare --print n             the program of a seed\n");
-    return 2;
 }
 
 int main(int argc, char **argv)
 {
-    bool show_exclusions = false, print = false;
-    std::set<std::string> only;
+    bool show_exclusions = false, print = false, rules = false;
+    const std::map<std::string, uint64_t *> numbers = {
+        {"--seed", &st.seed}, {"--print", &st.seed}, {"--count", &st.count}, {"--reports", &st.reports}};
+    std::vector<std::string> only;
     for (int i = 1; i < argc; i++) {
-        const std::string option = argv[i];
-        const bool valued = i + 1 < argc;
-        if (option == "--exclusions")
-            show_exclusions = true;
-        else if (option == "--rules")
-            st.rules = true;
-        else if (!valued)
-            return usage();
-        else if (option == "--bin")
-            st.bin = argv[++i];
-        else if (option == "--way")
-            only.insert(argv[++i]);
-        else if (option == "--allow" && exclusion_find(argv[i + 1]) != X_NONE)
-            st.allowed |= uint64_t{1} << exclusion_find(argv[++i]);
-        else if (option == "--seed" || option == "--print") {
-            print = option == "--print";
-            st.seed = strtoull(argv[++i], nullptr, 10);
-        } else if (option == "--count")
-            st.count = strtoull(argv[++i], nullptr, 10);
-        else if (option == "--reports")
-            st.reports = strtoull(argv[++i], nullptr, 10);
-        else if (option == "--jobs")
-            st.jobs = static_cast<unsigned>(strtoul(argv[++i], nullptr, 10));
-        else
-            return usage();
-    }
-    for (way_t &way : ways)
-        if (strstr(way.name, "--errata") && !(st.allowed >> X_ERRATA_SKIP & 1))
-            way.arguments.push_back("-no_inline");
-    if (!only.empty())
-        std::erase_if(ways, [&](const way_t &way) { return !only.contains(way.name); });
-    for (int i = 0; i < 2; i++)
-        if (const std::string error = target_find(st.bin, i ? "ZEL8K20" : "ZEL8K10", st.targets[i]); !error.empty()) {
-            fprintf(stderr, "%s\n", error.c_str());
-            return 2;
+        const std::string option = argv[i], value = i + 1 < argc ? argv[i + 1] : "";
+        if (option == "--exclusions" || option == "--rules") {
+            (option == "--rules" ? rules : show_exclusions) = true;
+            continue;
         }
-    if (print) {
-        printf("%s", pieces_text(gen_program(st.seed, target_of(st.seed), st.allowed)).c_str());
-        return 0;
+        if (const auto number = numbers.find(option); number != numbers.end() && !value.empty())
+            *number->second = strtoull(value.c_str(), nullptr, 10);
+        else if (option == "--way" && !value.empty())
+            only.push_back(value);
+        else if (option == "--allow" && exclusion_find(value) != X_NONE)
+            st.allowed |= uint64_t{1} << exclusion_find(value);
+        else
+            return fprintf(stderr, "usage: exec_compare [--seed n] [--count n] [--reports n] [--rules] [--way \"-O\"]... "
+                                   "[--allow exclusion]...\n       exec_compare --exclusions  what is left out\n"
+                                   "       exec_compare --print n     the program of a seed\n"), 2;
+        print |= option == "--print";
+        i++;
     }
+    ways = only.empty() ? ways : only;
+    for (int i = 0; i < 2; i++)
+        if (const std::string error = target_find(st.bin, i ? "ZEL8K20" : "ZEL8K10", st.targets[i]); !error.empty())
+            return fprintf(stderr, "%s\n", error.c_str()), 2;
+    if (print)
+        return puts(pieces_text(gen_program(st.seed, target_of(st.seed), st.allowed)).c_str()) < 0;
     char directory[] = "/tmp/exec_compare.XXXXXX";
     if (!mkdtemp(directory))
         return 2;
@@ -302,15 +238,17 @@ int main(int argc, char **argv)
         check_exclusions();
     } else {
         std::vector<std::thread> workers;
-        for (unsigned i = 0; i < st.jobs; i++)
-            workers.emplace_back(worker, i);
+        for (unsigned i = 0; i < std::max(1u, std::thread::hardware_concurrency()); i++)
+            workers.emplace_back([base = st.directory + "/" + std::to_string(i)] {
+                for (uint64_t n; (n = st.next++) < st.count;)
+                    one_program(base, st.seed + n);
+            });
         for (std::thread &w : workers)
             w.join();
         printf("%llu programs, %llu differences\n", static_cast<unsigned long long>(st.count),
                static_cast<unsigned long long>(st.faults.load()));
-        if (st.rules)
-            for (const auto &[rule, n] : st.fired)
-                printf("%10llu %s\n", static_cast<unsigned long long>(n), rule.c_str());
+        for (const auto &[rule, n] : rules ? st.fired : decltype(st.fired){})
+            printf("%10llu %s\n", static_cast<unsigned long long>(n), rule.c_str());
     }
     std::filesystem::remove_all(st.directory);
     return st.faults != 0;

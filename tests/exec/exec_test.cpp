@@ -5,37 +5,31 @@
 #include "sim.h"
 
 // A chip with the registers that instructions need, at the usual places.
-static const target_t &chip()
+static target_t make_chip(bool wide)
 {
-    static target_t t;
-    if (t.name.empty()) {
-        t.name = "TEST";
-        t.rom_size = 0x400;
-        t.common = {0, 0x5F};
-        t.sfr_common = {0xF60, 0xFFF};
-        t.banks = {{0x60, 0xFF}, {0x100, 0x1FF}, {0x200, 0x2FF}};
-        static const struct { const char *name; uint16_t address; } selects[] = {
-            {"INDF", 0xFD0}, {"POSTINC", 0xFD1}, {"POSTDEC", 0xFD2}, {"PREINC", 0xFD3}, {"PLUSW", 0xFD4}, {"FSR", 0xFD5}};
-        for (unsigned i = 0; i < 3; i++)
-            for (const auto &r : selects)
-                t.sfr[r.name + std::to_string(i) + (r.address == 0xFD5 ? "L" : "")] =
-                    static_cast<uint16_t>(r.address + 8 * i);
-        t.sfr.insert({{"TOSL", 0xFE8}, {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC},
-                      {"PCLATH", 0xFED}, {"PRODL", 0xFF0}, {"BSR", 0xFF2}, {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5},
-                      {"TBLPTRL", 0xFF6}});
-    }
+    target_t t;
+    t.wide = wide;
+    t.rom_size = 0x400;
+    t.common = {0, 0x5F};
+    t.sfr_common = {0xF60, 0xFFF};
+    t.banks = {{0x60, 0xFF}, {0x100, 0x1FF}, {0x200, 0x2FF}};
+    t.sfr = {{"TOSL", 0xFE8}, {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC}, {"PCLATH", 0xFED},
+             {"PRODL", 0xFF0}, {"BSR", 0xFF2}, {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5}, {"TBLPTRL", 0xFF6}};
+    static const char *const modes[] = {"INDF", "POSTINC", "POSTDEC", "PREINC", "PLUSW", "FSR"};
+    for (uint16_t i = 0; i < 3; i++)
+        for (uint16_t mode = 0; mode < 6; mode++)
+            t.sfr[modes[mode] + std::to_string(i) + (mode == 5 ? "L" : "")] = static_cast<uint16_t>(0xFD0 + mode + i * 8);
     return t;
 }
+static const target_t chip = make_chip(false), wide_chip = make_chip(true);
 
-static sim_t machine(const std::vector<uint16_t> &words)
+static sim_t machine(const std::vector<uint16_t> &words, const target_t &target = chip)
 {
-    std::vector<uint8_t> bytes(chip().rom_size, 0);
-    for (size_t i = 0; i < words.size(); i++) {
-        bytes[2 * i] = static_cast<uint8_t>(words[i]);
-        bytes[2 * i + 1] = static_cast<uint8_t>(words[i] >> 8);
-    }
+    std::vector<uint8_t> bytes(target.rom_size, 0);
+    for (size_t i = 0; i < 2 * words.size(); i++)
+        bytes[i] = static_cast<uint8_t>(words[i / 2] >> i % 2 * 8);
     sim_t s;
-    sim_init(s, chip(), bytes);
+    sim_init(s, target, bytes);
     return s;
 }
 
@@ -58,9 +52,8 @@ TEST(sim, arithmetic)
         const bool literal = m.word == 0x0F00 || m.word == 0x0800;
         sim_t s = machine({0});
         for (int f = 0; f < 256; f++) {
-            const uint16_t word = static_cast<uint16_t>(m.word | (literal ? f : 0x10));
-            s.program[0] = static_cast<uint8_t>(word);
-            s.program[1] = static_cast<uint8_t>(word >> 8);
+            s.program[0] = static_cast<uint8_t>(literal ? f : 0x10);
+            s.program[1] = static_cast<uint8_t>(m.word >> 8);
             for (int w = 0; w < 256; w++)
                 for (int c = 0; c < 2; c++) {
                     s.pc = 0;
@@ -76,8 +69,7 @@ TEST(sim, arithmetic)
                                           (sum < -128 || sum > 127) * ST_OV + (byte > 127) * ST_N;
                     const uint8_t got = s.data[m.word == 0x6C00 ? 0x10 : s.wreg];
                     ASSERT_TRUE(got == byte && s.data[s.status] == bits)
-                        << m.name << " f " << f << " W " << w << " C " << c << ": " << int{got} << " status "
-                        << int{s.data[s.status]};
+                        << m.name << " f " << f << " W " << w << " C " << c << ": " << +got << ", " << +s.data[s.status];
                 }
         }
     }
@@ -119,77 +111,61 @@ TEST(sim, skips_and_moves)
 {
     // A skip passes over one instruction of one to three words, or doesn't, and the way leads to `sleep`.
     const struct { uint16_t word; uint8_t f, w; bool skips; } skips[] = {
-        {0xB210, 2, 0, false}, {0xB210, 0xFD, 0, true}, {0xA210, 2, 0, true}, {0xA210, 0xFD, 0, false},         // btfsc, btfss
-        {0x6210, 7, 7, true}, {0x6210, 8, 7, false}, {0x6410, 8, 7, true}, {0x6410, 7, 7, false},               // cpfseq, cpfsgt
-        {0x6010, 6, 7, true}, {0x6010, 200, 7, false}, {0x6610, 0, 7, true}, {0x6610, 1, 7, false},             // cpfslt, tstfsz
-        {0x2E10, 1, 7, true}, {0x2E10, 0, 7, false}, {0x4E10, 1, 7, false}, {0x4E10, 0, 7, true},               // decfsz, dcfsnz
-        {0x3E10, 255, 7, true}, {0x3E10, 0, 7, false}, {0x4A10, 255, 7, false}, {0x4A10, 0, 7, true}};          // incfsz, infsnz
+        {0xB210, 2, 0, false}, {0xB210, 0xFD, 0, true}, {0xA210, 2, 0, true}, {0xA210, 0xFD, 0, false},  // btfsc, btfss
+        {0x6210, 7, 7, true}, {0x6210, 8, 7, false}, {0x6410, 8, 7, true}, {0x6410, 7, 7, false},  // cpfseq, cpfsgt
+        {0x6010, 6, 7, true}, {0x6010, 200, 7, false}, {0x6610, 0, 7, true}, {0x6610, 1, 7, false},  // cpfslt, tstfsz
+        {0x2E10, 1, 7, true}, {0x2E10, 0, 7, false}, {0x4E10, 1, 7, false}, {0x4E10, 0, 7, true},  // decfsz, dcfsnz
+        {0x3E10, 255, 7, true}, {0x3E10, 0, 7, false}, {0x4A10, 255, 7, false}, {0x4A10, 0, 7, true}};  // incfsz, infsnz
     for (const auto &e : skips)
-        for (const std::vector<uint16_t> &skipped :
-             {std::vector<uint16_t>{0x6A11}, {0xC012, 0xF011}, {0x0060, 0xF048, 0xF011}}) {
-            std::vector<uint16_t> words{e.word};
-            words.insert(words.end(), skipped.begin(), skipped.end());
-            words.push_back(0x0003);
-            sim_t s = machine(words);
-            static target_t wide = chip();
-            wide.wide = true;
-            s.target = &wide;
+        for (const std::vector<uint16_t> &words : {std::vector<uint16_t>{e.word, 0x6A11, 3},
+                                                   {e.word, 0xC012, 0xF011, 3}, {e.word, 0x60, 0xF048, 0xF011, 3}}) {
+            sim_t s = machine(words, wide_chip);
             s.data[0x10] = e.f;
             s.data[0x11] = 9;
             s.data[s.wreg] = e.w;
             EXPECT_EQ(sim_run(s, 20), SIM_SLEEP) << std::hex << e.word;
             EXPECT_EQ(s.data[0x11], e.skips ? 9 : 0) << std::hex << e.word << " f " << int{e.f};
         }
-    // lfsr 0,0x123 / movwf POSTINC0 / movwf PREINC0 / movwf POSTDEC0 / movlw -1 / movff PLUSW0,0x200 / clrf INDF0 /
-    // movlb 1 / setf 0x23,b
-    sim_t s = machine({0xEE01, 0xF023, 0x6ED1, 0x6ED3, 0x6ED2, 0x0EFF, 0xCFD4, 0xF200, 0x6AD0, 0x0101, 0x6923, 0x0003});
-    s.data[s.wreg] = 0x42;
-    EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
-    EXPECT_EQ(s.data[0x123], 255);
-    EXPECT_EQ(s.data[0x124], 0);
-    EXPECT_EQ(s.data[0x125], 0x42);
-    EXPECT_EQ(s.data[0x200], 0x42);
-    EXPECT_EQ(s.data[s.fsr[0]], 0x24);
-    // An indirect register that points to one reads as 0 and isn't written.
-    s = machine({0xEE0F, 0xF0D8, 0x6ED0, 0x50D0, 0x0003});
-    s.data[s.wreg] = 9;
-    sim_run(s, 20);
-    EXPECT_EQ(s.data[s.wreg], 0);
-    // Extended set: lfsr 2,0x120 / addfsr 2,5 / pushl 0x77 / subfsr 2,1 / movsf [2],0x30 / movss [2],[3] / mullw 3
-    s = machine({0xEE21, 0xF020, 0xE885, 0xEA77, 0xE981, 0xEB02, 0xF030, 0xEB82, 0xF003, 0x0D03, 0x0003});
-    s.data[s.wreg] = 100;
-    EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
-    EXPECT_EQ(s.data[0x30], 0x77);
-    EXPECT_EQ(s.data[0x126], 0x77);
-    EXPECT_EQ(s.data[s.prod] + 256 * s.data[s.prod + 1], 300);
 }
 
-TEST(sim, stack_tables_and_stops)
+TEST(sim, programs_and_stops)
 {
-    // call 0x10 fast / sleep; at 0x10: movlw 1, movlb 2, addlw 255, return fast
-    sim_t s = machine({0xED08, 0xF000, 0x0003, 0, 0, 0, 0, 0, 0x0E01, 0x0102, 0x0FFF, 0x0013});
-    s.data[s.wreg] = 5;
-    s.data[s.status] = ST_N;
-    EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
-    EXPECT_TRUE(s.depth == 0 && s.data[s.wreg] == 5 && s.data[s.status] == ST_N && s.data[s.bsr] == 0);
-    // rcall to a table jump by PCL: movlw 2 / rcall +1 / sleep / addwf PCL,f / retlw 1 / retlw 9
-    s = machine({0x0E02, 0xD801, 0x0003, 0x26EC, 0x0C01, 0x0C09});
-    EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
-    EXPECT_EQ(s.data[s.wreg], 9);
-    // movlw 14 / movwf TBLPTRL / tblrd*+ / movff TABLAT,0x20 / tblrd+* / sleep; the bytes 0x11 0x22 0x33 at 14
-    s = machine({0x0E0E, 0x6EF6, 0x0009, 0xCFF5, 0xF020, 0x000B, 0x0003, 0x2211, 0x4433});
-    EXPECT_EQ(sim_run(s, 20), SIM_SLEEP);
-    EXPECT_TRUE(s.data[0x20] == 0x11 && s.data[s.tablat] == 0x33 && s.data[s.tblptr] == 16);
-    // push / movff TOSL,0x20 / pop / pop
-    s = machine({0x0005, 0xCFE8, 0xF020, 0x0006, 0x0006});
-    EXPECT_EQ(sim_run(s, 20), SIM_STACK);
-    EXPECT_EQ(s.data[0x20], 2);
+    enum : uint16_t { FSR0L = 0xFD5, PRODL = 0xFF0, PRODH, BSR, W, STATUS, TABLAT, TBLPTRL };
+    const struct { std::vector<uint16_t> words; std::map<uint16_t, uint8_t> before, after; } programs[] = {
+        // lfsr 0,0x123 / movwf POSTINC0 / movwf PREINC0 / movwf POSTDEC0 / movlw -1 / movff PLUSW0,0x200 / clrf INDF0 /
+        // movlb 1 / setf 0x23,b
+        {{0xEE01, 0xF023, 0x6ED1, 0x6ED3, 0x6ED2, 0x0EFF, 0xCFD4, 0xF200, 0x6AD0, 0x0101, 0x6923, 0x0003}, {{W, 0x42}},
+         {{0x123, 255}, {0x124, 0}, {0x125, 0x42}, {0x200, 0x42}, {FSR0L, 0x24}}},
+        // An indirect register that points to one reads as 0 and isn't written.
+        {{0xEE0F, 0xF0D8, 0x6ED0, 0x50D0, 0x0003}, {{W, 9}}, {{W, 0}}},
+        // Extended set: lfsr 2,0x120 / addfsr 2,5 / pushl 0x77 / subfsr 2,1 / movsf [2],0x30 / movss [2],[3] / mullw 3
+        {{0xEE21, 0xF020, 0xE885, 0xEA77, 0xE981, 0xEB02, 0xF030, 0xEB82, 0xF003, 0x0D03, 0x0003}, {{W, 100}},
+         {{0x30, 0x77}, {0x126, 0x77}, {PRODL, 300 & 255}, {PRODH, 1}}},
+        // call 0x10 fast / sleep; at 0x10: movlw 1, movlb 2, addlw 255, return fast
+        {{0xED08, 0xF000, 0x0003, 0, 0, 0, 0, 0, 0x0E01, 0x0102, 0x0FFF, 0x0013}, {{W, 5}, {STATUS, ST_N}},
+         {{W, 5}, {STATUS, ST_N}, {BSR, 0}}},
+        // rcall to a table jump by PCL: movlw 2 / rcall +1 / sleep / addwf PCL,f / retlw 1 / retlw 9
+        {{0x0E02, 0xD801, 0x0003, 0x26EC, 0x0C01, 0x0C09}, {}, {{W, 9}}},
+        // movlw 14 / movwf TBLPTRL / tblrd*+ / movff TABLAT,0x20 / tblrd+* / sleep; the bytes 0x11 0x22 0x33 at 14
+        {{0x0E0E, 0x6EF6, 0x0009, 0xCFF5, 0xF020, 0x000B, 0x0003, 0x2211, 0x4433}, {},
+         {{0x20, 0x11}, {TABLAT, 0x33}, {TBLPTRL, 16}}},
+        // push / movff TOSL,0x20 / pop / sleep
+        {{0x0005, 0xCFE8, 0xF020, 0x0006, 0x0003}, {}, {{0x20, 2}}}};
+    for (const auto &e : programs) {
+        sim_t s = machine(e.words);
+        for (const auto &[at, value] : e.before)
+            s.data[at] = value;
+        EXPECT_TRUE(sim_run(s, 20) == SIM_SLEEP && s.depth == 0) << std::hex << e.words[0] << s.why;
+        for (const auto &[at, value] : e.after)
+            EXPECT_EQ(s.data[at], value) << std::hex << e.words[0] << " at " << at;
+    }
     const struct { std::vector<uint16_t> words; sim_stop stop; const char *why; } stops[] = {
         {{0x0000, 0x0015}, SIM_ILLEGAL, "illegal word 0x0015 at 0x2"}, {{0xD7FF}, SIM_LIMIT, "limit of steps at 0x0"},
         {{0xEC00, 0x0003}, SIM_ILLEGAL, "illegal word 0xEC00 at 0x0"}, {{0x00FF}, SIM_RESET, "reset at 0x0"},
-        {{0xD9FF}, SIM_ILLEGAL, "end of program memory at 0x400"}, {{0xDFFF}, SIM_STACK, "stack overflow at 0x2"}};
+        {{0x0006}, SIM_STACK, "stack underflow at 0x2"}, {{0xDFFF}, SIM_STACK, "stack overflow at 0x2"},
+        {{0xD9FF}, SIM_ILLEGAL, "end of program memory at 0x400"}};
     for (const auto &e : stops) {
-        s = machine(e.words);
+        sim_t s = machine(e.words);
         EXPECT_EQ(sim_run(s, e.stop == SIM_STACK ? 100 : 20 + 500 * (e.words[0] == 0xD9FF)), e.stop) << e.why;
         EXPECT_TRUE(s.why.starts_with(e.why)) << s.why;
     }
@@ -199,29 +175,25 @@ TEST(sim, stack_tables_and_stops)
 struct module_maker {
     link_module m;
     explicit module_maker(const char *name) { m.name = name; }
-    template <typename T> module_maker &add(zo_type type, T body)
+    template <typename T> module_maker &add(T body, bool front = false)
     {
-        m.file.records.push_back({type, 0, {}, "", std::move(body)});
+        m.file.records.insert(front ? m.file.records.begin() : m.file.records.end(), {ZO_TEXT, 0, {}, "", std::move(body)});
         return *this;
     }
     // The psects of a file stand in front, the last one first.
     module_maker &psect(const char *name, uint16_t flags, uint8_t space, const char *class_name, uint16_t reloc = 1,
                         const char *with = "")
     {
-        const zo_record records[] = {{ZO_PSECT, 0, {}, "", zo_psect{flags, name}},
-                                     {ZO_XPSECT, 0, {}, "", zo_xpsect{0, reloc, space, 1, name, class_name, with, false}}};
-        m.file.records.insert(m.file.records.begin(), std::begin(records), std::end(records));
-        return *this;
+        return add(zo_xpsect{0, reloc, space, 1, name, class_name, with, false}, true).add(zo_psect{flags, name}, true);
     }
-    module_maker &text(const char *psect, uint32_t offset, std::vector<uint8_t> data,
-                       std::vector<zo_reloc_entry> relocs = {})
+    module_maker &text(const char *psect, uint32_t at, std::vector<uint8_t> data, std::vector<zo_reloc_entry> relocs = {})
     {
-        add(ZO_TEXT, zo_text{offset, psect, std::move(data)});
-        return relocs.empty() ? *this : add(ZO_RELOC, zo_reloc{std::move(relocs)});
+        add(zo_text{at, psect, std::move(data)});
+        return relocs.empty() ? *this : add(zo_reloc{std::move(relocs)});
     }
     module_maker &symbol(const char *psect, const char *name, uint32_t value, uint16_t flags)
     {
-        return add(ZO_SYM, zo_sym{{{value, flags, psect, name}}});
+        return add(zo_sym{{{value, flags, psect, name}}});
     }
 };
 
@@ -235,7 +207,7 @@ static std::string linked(const std::vector<module_maker> &makers, image_t &imag
     for (const module_maker &m : makers)
         modules.push_back(m.m);
     std::string text;
-    for (const std::string &error : link_modules(modules, chip(), image))
+    for (const std::string &error : link_modules(modules, chip, image))
         text += error + "\n";
     return text;
 }
@@ -243,19 +215,15 @@ static std::string linked(const std::vector<module_maker> &makers, image_t &imag
 TEST(link, places_and_joins)
 {
     module_maker a("a"), b("b");
-    a.psect("vec", ZO_F_GLOBAL, 0, "RESETVEC", 2)
-        .psect("code", ZO_F_GLOBAL, 0, "CODE", 2)
-        .psect("fix", ZO_F_ABS | ZO_F_OVRLD, 0, "CODE");
-    a.psect("near", ZO_F_GLOBAL, 1, "COMRAM")
-        .psect("far", ZO_F_GLOBAL, 1, "BANK2", 16)
-        .psect("mate", ZO_F_GLOBAL, 1, "BANK2", 4, "far");
+    a.psect("vec", ZO_F_GLOBAL, 0, "RESETVEC", 2).psect("code", ZO_F_GLOBAL, 0, "CODE", 2);
+    a.psect("fix", ZO_F_ABS | ZO_F_OVRLD, 0, "CODE").psect("near", ZO_F_GLOBAL, 1, "COMRAM");
+    a.psect("far", ZO_F_GLOBAL, 1, "BANK2", 16).psect("mate", ZO_F_GLOBAL, 1, "BANK2", 4, "far");
     a.psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM").psect("own", 0, 0, "CODE");
     a.text("vec", 0, {1, 2, 3, 4}).text("fix", 8, {5, 6}).text("code", 0, {7, 8, 9}).text("near", 3, {}).text("far", 5, {});
     a.text("mate", 2, {}).text("shared", 4, {}).text("own", 0, {0x50});
-    b.psect("code", ZO_F_GLOBAL, 0, "CODE", 2)
-        .psect("near", ZO_F_GLOBAL, 1, "COMRAM")
-        .psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM");
-    b.psect("own", 0, 0, "CODE").text("code", 0, {10}).text("near", 2, {}).text("shared", 6, {}).text("own", 0, {0x51});
+    b.psect("code", ZO_F_GLOBAL, 0, "CODE", 2).psect("near", ZO_F_GLOBAL, 1, "COMRAM");
+    b.psect("shared", ZO_F_GLOBAL | ZO_F_OVRLD, 1, "COMRAM").psect("own", 0, 0, "CODE");
+    b.text("code", 0, {10}).text("near", 2, {}).text("shared", 6, {}).text("own", 0, {0x51});
     a.symbol("mate", "m", 1, ZO_S_GLOBAL).symbol("shared", "s1", 1, ZO_S_GLOBAL);
     b.symbol("near", "n", 1, ZO_S_GLOBAL).symbol("shared", "s2", 1, ZO_S_GLOBAL).symbol("code", "c", 0, ZO_S_GLOBAL);
     image_t image;
@@ -275,11 +243,8 @@ TEST(link, relocates_and_complains)
 {
     module_maker a("a"), b("b");
     a.psect("code", ZO_F_GLOBAL, 0, "CODE", 2).psect("data", ZO_F_GLOBAL, 1, "BANK1").text("data", 0x20, {});
-    b.psect("data", ZO_F_GLOBAL, 1, "BANK1")
-        .text("data", 2, {})
-        .symbol("data", "x", 1, ZO_S_GLOBAL)
-        .symbol("", "bit", 5, ZO_S_GLOBAL);
-    b.symbol("x", "alias", 2, ZO_S_ALIAS);
+    b.psect("data", ZO_F_GLOBAL, 1, "BANK1").text("data", 2, {});
+    b.symbol("data", "x", 1, ZO_S_GLOBAL).symbol("", "bit", 5, ZO_S_GLOBAL).symbol("x", "alias", 2, ZO_S_ALIAS);
     a.text("code", 0, {0x00, 0x6F, 0x00, 0xC0, 0x05, 0xF0, 0x00, 0x91, 0, 0, 0, 0},
            {{0, 0x21, "x", {}, {}}, // movwf x,b: 0x121 is its place in the bank
             {2, 0xEC, "x", {}, {}}, // movff x,data+5
@@ -298,14 +263,11 @@ TEST(link, relocates_and_complains)
         {{0, 0x21, "nowhere", {}, {}}, "undefined symbol \"nowhere\""},
         {{0, 0x31, "", {constant(300)}, {}}, "psect \"code\"+0x0: 300 doesn't fit into 8 bits"},
         {{1, 0x12, "data", {}, {}}, "psect \"code\"+0x1: bad relocation"},
-        {{0, 0x30, "bit number", {constant(8)}, {constant(7)}},
-         "psect \"code\"+0x0: bit number 8 is out of range, at most 7"},
+        {{0, 0x30, "bit", {constant(8)}, {constant(7)}}, "psect \"code\"+0x0: bit 8 is out of range, at most 7"},
         {{0, 0x31, "", {constant(0), constant(1), oper(ZO_OP_DIV)}, {}}, "division by 0"}};
     for (const auto &fault : faults) {
         module_maker c("c");
-        c.psect("code", ZO_F_GLOBAL, 0, "CODE")
-            .psect("data", ZO_F_GLOBAL, 1, "BANK1")
-            .text("code", 0, {0, 0}, {fault.entry});
+        c.psect("code", ZO_F_GLOBAL, 0, "CODE").psect("data", ZO_F_GLOBAL, 1, "").text("code", 0, {0, 0}, {fault.entry});
         EXPECT_EQ(linked({c}, image), "c: " + std::string(fault.error) + "\n");
     }
     module_maker twice("twice");

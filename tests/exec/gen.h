@@ -1,14 +1,27 @@
 // gen: makes programs that end, for the comparison of what they do with and without the optimiser.
 #pragma once
 
-#include "exclude.h"
 #include "target.h"
 
-// A source text in pieces. Leaving out a piece leaves a program that may not assemble or end, but does nothing else
-// forbidden.
+// Situations in which a rule of the optimiser is known to change what a program does.
+enum exclusion : uint8_t {
+    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_ADDWFC_ZERO, X_N_AT_RETURN, X_ADDRESS_3, X_TWO_NAMES,
+    X_UNMARKED_PORT, X_START, X_COMPUTED_JUMP, X_DOLLAR, X_CODE_ADDRESS, X_ERRATA_GLOBAL, X_ERRATA_CALL, X_STACK_POINTER,
+    X_NONE
+};
+struct exclusion_t {
+    const char *name, *why;
+    const char *way;       // with which the example misbehaves
+    const char *example;   // statements of `main`, parted by "/"; what follows them stores W, C and Z
+};
+extern const exclusion_t exclusions[X_NONE];
+exclusion exclusion_find(const std::string &name);                    // X_NONE if there is none of that name
+std::string exclude_errata_skips(std::string text);                   // a program, made safe for --errata=
+
+// A source text in pieces. With one left out it may not assemble or end, but does nothing else that is forbidden.
 using pieces_t = std::vector<std::string>;
 std::string pieces_text(const pieces_t &pieces);
 
-// The program of a seed. `allowed` has a bit set for each exclusion, by index, that isn't heeded.
+// The program of a seed. `allowed` has a bit set for each exclusion, by number, that isn't heeded.
 pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed);
 pieces_t gen_around(const std::string &statements, const target_t &target);   // the example of an exclusion as a program

@@ -14,8 +14,8 @@
 #include "link.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
+#include <set>
 
 enum : uint8_t { SPACE_CODE, SPACE_DATA };
 
@@ -23,14 +23,11 @@ struct group_t;
 
 // What one module gives of a psect. Offsets are bytes.
 struct piece_t {
-    uint16_t flags = 0;
-    uint8_t space = 0;
-    uint32_t delta = 1, reloc = 1, limit = 0, max_size = 0;
-    std::string name, class_name, with;
-    uint32_t low = UINT32_MAX, size = 0;   // first offset used and end
-    uint32_t base = 0;                     // of the piece in the group
+    zo_xpsect x{0, 1, 0, 1, "", "", "", false};
+    uint32_t flags = 0, limit = 0;
+    uint32_t low = UINT32_MAX, size = 0, base = 0;   // first offset used and end; of the piece in the group
     group_t *group = nullptr;
-    bool absolute() const { return flags & ZO_F_ABS; }
+    uint32_t boundary() const { return x.reloc * x.delta; }
 };
 
 struct group_t {
@@ -38,13 +35,18 @@ struct group_t {
     std::string with;
     uint32_t size = 0, address = 0;
     bool placed = false;
+    const char *name() const { return pieces[0]->x.name.c_str(); }
 };
+
+struct sum_t { int64_t value; bool data; };   // what an expression comes to, and whether it is a data address
+using symbols_t = std::map<std::string, sum_t>;
 
 struct module_t {
     const link_module *source;
     std::map<std::string, piece_t> pieces;
     std::vector<piece_t *> order;
-    std::map<std::string, std::pair<int64_t, bool>> locals;   // value, and whether it is a data address
+    symbols_t locals;
+    const char *name() const { return source->name.c_str(); }
 };
 
 struct linker {
@@ -55,12 +57,9 @@ struct linker {
     std::map<std::string, group_t> groups;
     std::vector<group_t *> order;
     std::map<uint8_t, ranges_t> used;                         // by space
-    std::map<std::string, std::pair<int64_t, bool>> globals;
+    symbols_t globals;
     std::map<uint32_t, const piece_t *> written;
 };
-
-// What an expression comes to.
-struct sum_t { int64_t value; bool data; };
 
 template <typename... A> static void complain(linker &l, const char *format, A... a)
 {
@@ -68,7 +67,7 @@ template <typename... A> static void complain(linker &l, const char *format, A..
 }
 
 static uint32_t address_of(const piece_t &p) { return p.group->address + p.base; }
-static int64_t units_of(const piece_t &p) { return address_of(p) / p.delta; }
+static int64_t units_of(const piece_t &p) { return address_of(p) / p.x.delta; }
 
 // Pieces and groups.
 
@@ -76,48 +75,44 @@ static piece_t &piece(module_t &m, const std::string &name)
 {
     const auto [it, made] = m.pieces.try_emplace(name);
     if (made) {
-        it->second.name = name;
+        it->second.x.name = name;
         m.order.push_back(&it->second);
     }
     return it->second;
 }
 
-static void cover(piece_t &p, uint32_t lo, uint32_t end)
-{
-    if (lo < end)
-        p.low = std::min(p.low, lo);
-    p.size = std::max(p.size, end);
-}
-
 static void collect(linker &l, module_t &m)
 {
+    const auto cover = [](piece_t &p, uint32_t lo, uint32_t end) {
+        p.low = lo < end ? std::min(p.low, lo) : p.low;
+        p.size = std::max(p.size, end);
+    };
     for (const zo_record &r : m.source->file.records) {
         if (const auto *psect = std::get_if<zo_psect>(&r.body)) {
             piece(m, psect->name).flags |= psect->flags;
         } else if (const auto *x = std::get_if<zo_xpsect>(&r.body)) {
             piece_t &p = piece(m, x->name);
-            p.space = x->space;
-            p.delta = std::max<uint32_t>(x->delta, 1);
-            p.reloc = std::max<uint32_t>(x->reloc, 1);
-            p.max_size = x->size;
-            p.class_name = x->class_name;
-            p.with = x->with;
+            p.x = *x;
+            p.x.delta = std::max<uint8_t>(x->delta, 1);
+            p.x.reloc = std::max<uint16_t>(x->reloc, 1);
         } else if (const auto *limit = std::get_if<zo_psectlim>(&r.body)) {
             piece(m, limit->name).limit = limit->limit;
         } else if (const auto *bound = std::get_if<zo_psectbound>(&r.body)) {
             cover(piece(m, bound->name), bound->base, bound->top);
         } else if (const auto *text = std::get_if<zo_text>(&r.body)) {
-            cover(piece(m, text->psect), text->data.empty() ? 0 : text->offset,
-                  text->offset + static_cast<uint32_t>(text->data.size()));
+            const uint32_t end = text->offset + static_cast<uint32_t>(text->data.size());
+            cover(piece(m, text->psect), text->data.empty() ? 0 : text->offset, end);
         } else if (const auto *dabs = std::get_if<zo_dabs>(&r.body)) {
             for (const zo_dabs_entry &e : dabs->entries)
                 if (e.size)
                     l.used[e.space].push_back({e.address, e.address + e.size - 1});
         } else if (std::get_if<zo_cond_expr>(&r.body)) {
-            complain(l, "%s: a condition for the linker isn't supported", m.source->name.c_str());
+            complain(l, "%s: a condition for the linker isn't supported", m.name());
         }
     }
 }
+
+static uint32_t rounded(uint32_t at, uint32_t boundary) { return (at + boundary - 1) / boundary * boundary; }
 
 static void join(linker &l, module_t &m)
 {
@@ -125,36 +120,34 @@ static void join(linker &l, module_t &m)
     for (auto at = m.order.rbegin(); at != m.order.rend(); ++at) {
         piece_t *const p = *at;
         const bool shared = p->flags & ZO_F_GLOBAL;
-        group_t &g = l.groups[p->name + (shared ? "" : "\n" + m.source->name)];
+        group_t &g = l.groups[p->x.name + (shared ? "" : "\n" + m.source->name)];
         if (g.pieces.empty())
             l.order.push_back(&g);
-        else if (g.pieces[0]->space != p->space || g.pieces[0]->delta != p->delta)
-            complain(l, "%s: psect \"%s\" has another space or delta elsewhere", m.source->name.c_str(), p->name.c_str());
-        if (!p->absolute() && !(p->flags & ZO_F_OVRLD))
-            p->base = (g.size + p->reloc * p->delta - 1) / (p->reloc * p->delta) * (p->reloc * p->delta);
+        else if (g.pieces[0]->x.space != p->x.space || g.pieces[0]->x.delta != p->x.delta)
+            complain(l, "%s: psect \"%s\" has another space or delta elsewhere", m.name(), p->x.name.c_str());
+        if (!(p->flags & (ZO_F_ABS | ZO_F_OVRLD)))
+            p->base = rounded(g.size, p->boundary());
         p->group = &g;
-        g.with = g.with.empty() ? p->with : g.with;
+        g.with = g.with.empty() ? p->x.with : g.with;
         g.size = std::max(g.size, p->base + p->size);
         g.pieces.push_back(p);
-        if (p->absolute()) {
-            g.placed = true;
-            if (p->low < p->size)
-                l.used[p->space].push_back({p->low, p->size - 1});
-        }
+        g.placed |= (p->flags & ZO_F_ABS) != 0;
+        if (p->flags & ZO_F_ABS && p->low < p->size)
+            l.used[p->x.space].push_back({p->low, p->size - 1});
     }
 }
 
 static ranges_t class_ranges(const linker &l, const piece_t &p)
 {
     const target_t &t = l.target;
-    if (p.space != SPACE_DATA)
-        return {{0, p.space == SPACE_CODE ? t.rom_size - 1 : UINT32_MAX / 2}};
-    if (p.class_name == "COMRAM")
+    if (p.x.space != SPACE_DATA)
+        return {{0, p.x.space == SPACE_CODE ? t.rom_size - 1 : UINT32_MAX / 2}};
+    if (p.x.class_name == "COMRAM")
         return {t.common};
-    if (!p.class_name.starts_with("BANK"))
+    if (!p.x.class_name.starts_with("BANK"))
         return t.banks;
     ranges_t ranges;
-    const uint32_t bank = static_cast<uint32_t>(strtoul(p.class_name.c_str() + 4, nullptr, 10));
+    const uint32_t bank = static_cast<uint32_t>(strtoul(p.x.class_name.c_str() + 4, nullptr, 10));
     std::copy_if(t.banks.begin(), t.banks.end(), std::back_inserter(ranges), [&](range_t r) { return r.lo >> 8 == bank; });
     return ranges;
 }
@@ -165,7 +158,7 @@ static uint32_t gap(const ranges_t &used, range_t range, uint32_t size, uint32_t
     uint32_t at = range.lo;
     for (bool moved = true; moved;) {
         moved = false;
-        at = (at + boundary - 1) / boundary * boundary;
+        at = rounded(at, boundary);
         for (range_t u : used)
             if (at <= u.hi && u.lo < at + size) {
                 at = u.hi + 1;
@@ -182,10 +175,10 @@ static void place(linker &l, group_t &root)
     uint32_t size = root.size, boundary = 1;
     for (size_t i = 0; i < unit.size(); i++) {
         for (const piece_t *p : unit[i].first->pieces)
-            boundary = std::max(boundary, p->reloc * p->delta);
+            boundary = std::max(boundary, p->boundary());
         for (group_t *g : l.order)
-            if (!g->placed && g != &root && !g->with.empty() && g->with == unit[i].first->pieces[0]->name) {
-                const uint32_t own = g->pieces[0]->reloc * g->pieces[0]->delta, at = (size + own - 1) / own * own;
+            if (!g->placed && g != &root && !g->with.empty() && g->with == unit[i].first->name()) {
+                const uint32_t at = rounded(size, g->pieces[0]->boundary());
                 g->placed = true;
                 unit.push_back({g, at});
                 size = at + g->size;
@@ -193,10 +186,10 @@ static void place(linker &l, group_t &root)
     }
     root.placed = true;
     const piece_t &first = *root.pieces[0];
-    ranges_t &used = l.used[first.space];
+    ranges_t &used = l.used[first.x.space];
     for (range_t range : class_ranges(l, first)) {
         if (first.limit)
-            range.hi = std::min(range.hi, first.limit * first.delta);
+            range.hi = std::min(range.hi, first.limit * first.x.delta);
         const uint32_t at = gap(used, range, std::max(size, 1u), boundary);
         if (uint64_t{at} + size > uint64_t{range.hi} + 1 || at > range.hi)
             continue;
@@ -206,69 +199,54 @@ static void place(linker &l, group_t &root)
             g->address = at + offset;
         return;
     }
-    complain(l, "psect \"%s\" of 0x%X bytes doesn't fit into class \"%s\"", first.name.c_str(), size,
-             first.class_name.c_str());
+    complain(l, "psect \"%s\" of 0x%X bytes doesn't fit into class \"%s\"", root.name(), size, first.x.class_name.c_str());
 }
 
 static void place_all(linker &l)
 {
-    const auto wave = [&](auto &&wanted) {
+    for (int wave = 0; wave < 3; wave++)   // the reset vector; others; with a psect that is nowhere, or in a circle
         for (group_t *g : l.order)
-            if (!g->placed && wanted(*g))
+            if (!g->placed && (wave == 0 ? g->pieces[0]->x.class_name == "RESETVEC" : wave == 2 || g->with.empty()))
                 place(l, *g);
-    };
-    wave([](const group_t &g) { return g.pieces[0]->class_name == "RESETVEC"; });
-    wave([](const group_t &g) { return g.with.empty(); });
-    wave([](const group_t &) { return true; });   // with a psect that is nowhere, or in a circle
     for (module_t &m : l.modules)
-        for (piece_t *p : m.order) {
-            if (p->max_size && p->size > p->max_size * p->delta)
-                complain(l, "%s: psect \"%s\" has 0x%X bytes, more than its size of 0x%X", m.source->name.c_str(),
-                         p->name.c_str(), p->size, p->max_size * p->delta);
-            if (p->size > (p->absolute() ? p->low : 0))
-                l.image.psects.push_back({p->name, address_of(*p) + (p->absolute() ? p->low : 0),
-                                          p->size - (p->absolute() ? p->low : 0), p->space});
-        }
+        for (piece_t *p : m.order)
+            if (p->x.size && p->size > p->x.size * p->x.delta)
+                complain(l, "%s: psect \"%s\" has 0x%X bytes, more than its size of 0x%X", m.name(), p->x.name.c_str(),
+                         p->size, p->x.size * p->x.delta);
 }
 
 // Symbols.
 
 static void define(linker &l, module_t &m, const zo_symbol &s, sum_t value)
 {
-    const bool global = s.flags & ZO_S_GLOBAL;
-    auto &table = global ? l.globals : m.locals;
-    if (!table.try_emplace(s.name, value.value, value.data).second && table[s.name].first != value.value)
-        complain(l, "%s: symbol \"%s\" is defined more than once", m.source->name.c_str(), s.name.c_str());
+    symbols_t &table = s.flags & ZO_S_GLOBAL ? l.globals : m.locals;
+    if (table.try_emplace(s.name, value).first->second.value != value.value)
+        complain(l, "%s: symbol \"%s\" is defined more than once", m.name(), s.name.c_str());
     l.image.symbols[s.name] = value.value;
 }
 
-static const std::pair<int64_t, bool> *find(linker &l, module_t &m, const std::string &name)
+static const sum_t *find(linker &l, module_t &m, const std::string &name)
 {
-    if (const auto it = m.locals.find(name); it != m.locals.end())
-        return &it->second;
-    const auto it = l.globals.find(name);
-    return it == l.globals.end() ? nullptr : &it->second;
+    for (const symbols_t *table : {&m.locals, &l.globals})
+        if (const auto it = table->find(name); it != table->end())
+            return &it->second;
+    return nullptr;
 }
 
 static void define_all(linker &l, bool aliases)
 {
+    static const std::set<uint16_t> no_value = {ZO_S_LINE, ZO_S_FILE, ZO_S_UNDEF, ZO_S_UNDEF_LOCAL};
     for (module_t &m : l.modules)
         for (const zo_record &r : m.source->file.records) {
             const auto *sym = std::get_if<zo_sym>(&r.body);
             for (const zo_symbol &s : sym ? sym->symbols : std::vector<zo_symbol>{}) {
-                if (s.flags == ZO_S_LINE || s.flags == ZO_S_FILE || s.flags == ZO_S_UNDEF || s.flags == ZO_S_UNDEF_LOCAL ||
-                    (s.flags == ZO_S_ALIAS) != aliases)
+                if (no_value.contains(s.flags) || (s.flags == ZO_S_ALIAS) != aliases)
                     continue;
-                const int64_t offset = static_cast<int32_t>(s.value);
-                if (aliases) {
-                    if (const auto *of = find(l, m, s.psect))
-                        define(l, m, s, {of->first + offset, of->second});
-                } else if (s.psect.empty()) {
-                    define(l, m, s, {offset, false});
-                } else {
-                    const piece_t &p = piece(m, s.psect);
-                    define(l, m, s, {offset + units_of(p), p.space == SPACE_DATA});
-                }
+                const sum_t *of = aliases ? find(l, m, s.psect) : nullptr;
+                const piece_t *p = aliases || s.psect.empty() ? nullptr : &piece(m, s.psect);
+                const int64_t base = of ? of->value : p ? units_of(*p) : 0;
+                if (of || !aliases)
+                    define(l, m, s, {base + static_cast<int32_t>(s.value), of ? of->data : p && p->x.space == SPACE_DATA});
             }
         }
 }
@@ -277,22 +255,14 @@ static void define_all(linker &l, bool aliases)
 
 static int64_t apply(linker &l, const module_t &m, uint8_t op, int64_t a, int64_t b)
 {
-    if ((op == ZO_OP_DIV || op == ZO_OP_MOD) && b == 0) {
-        complain(l, "%s: division by 0", m.source->name.c_str());
-        return 0;
-    }
+    if ((op == ZO_OP_DIV || op == ZO_OP_MOD) && b == 0)
+        return complain(l, "%s: division by 0", m.name()), 0;
     switch (op) {
-    case ZO_OP_ADD: return a + b;
-    case ZO_OP_SUB: return a - b;
-    case ZO_OP_MUL: return a * b;
-    case ZO_OP_DIV: return a / b;
-    case ZO_OP_MOD: return a % b;
+    case ZO_OP_ADD: return a + b;   case ZO_OP_SUB: return a - b;   case ZO_OP_MUL: return a * b;
+    case ZO_OP_DIV: return a / b;   case ZO_OP_MOD: return a % b;   case ZO_OP_SHR: return a >> (b & 63);
+    case ZO_OP_AND: return a & b;   case ZO_OP_OR: return a | b;    case ZO_OP_XOR: return a ^ b;
     case ZO_OP_SHL: return static_cast<int64_t>(static_cast<uint64_t>(a) << (b & 63));
-    case ZO_OP_SHR: return a >> (b & 63);
-    case ZO_OP_AND: return a & b;
-    case ZO_OP_OR: return a | b;
-    case ZO_OP_XOR: return a ^ b;
-    default: complain(l, "%s: operator %u isn't supported", m.source->name.c_str(), op); return 0;
+    default: complain(l, "%s: operator %u isn't supported", m.name(), op); return 0;
     }
 }
 
@@ -305,17 +275,14 @@ static sum_t evaluate(linker &l, module_t &m, const zo_expr &expr)
             stack.push_back({static_cast<int32_t>(t.number), false});
         } else if (t.op == ZO_OP_PSECT) {
             const piece_t &p = piece(m, t.name);
-            stack.push_back({p.group ? units_of(p) : 0, p.space == SPACE_DATA});
-        } else if (t.op == ZO_OP_DEFINED) {
-            stack.push_back({find(l, m, t.name) != nullptr, false});
+            stack.push_back({p.group ? units_of(p) : 0, p.x.space == SPACE_DATA});
         } else if (t.op == ZO_OP_SYMBOL) {
-            const auto *value = find(l, m, t.name);
+            const sum_t *value = find(l, m, t.name);
             if (!value)
-                complain(l, "%s: undefined symbol \"%s\"", m.source->name.c_str(), t.name.c_str());
-            stack.push_back(value ? sum_t{value->first, value->second} : sum_t{0, false});
-        } else if (t.op == ZO_OP_SEG_PSECT || t.op == ZO_OP_SEG_SYMBOL) {
-            complain(l, "%s: the segment of \"%s\" isn't supported", m.source->name.c_str(), t.name.c_str());
-            stack.push_back({0, false});
+                complain(l, "%s: undefined symbol \"%s\"", m.name(), t.name.c_str());
+            stack.push_back(value ? *value : sum_t{0, false});
+        } else if (t.op == ZO_OP_SEG_PSECT || t.op == ZO_OP_SEG_SYMBOL || t.op == ZO_OP_DEFINED) {
+            stack.push_back({apply(l, m, t.op, 0, 0), false});
         } else if (t.op == ZO_OP_LOW || t.op == ZO_OP_HIGH || t.op == ZO_OP_NOT || t.op == ZO_OP_NEG) {
             int64_t &v = stack.back().value;
             v = t.op == ZO_OP_LOW ? v & 255 : t.op == ZO_OP_HIGH ? v >> 8 & 255 : t.op == ZO_OP_NOT ? ~v : -v;
@@ -330,8 +297,7 @@ static sum_t evaluate(linker &l, module_t &m, const zo_expr &expr)
 
 static void patch(linker &l, module_t &m, const zo_text &text, const zo_reloc_entry &e, std::vector<uint8_t> &data)
 {
-    const std::string where = zo_format("%s: psect \"%s\"+0x%X", m.source->name.c_str(), text.psect.c_str(),
-                                        text.offset + e.offset);
+    const std::string where = zo_format("%s: psect \"%s\"+0x%X", m.name(), text.psect.c_str(), text.offset + e.offset);
     const zo_kind kind = zo_field_kind(e.type);
     if (kind == ZO_CHECK) {
         const int64_t value = evaluate(l, m, e.value).value, limit = evaluate(l, m, e.limit).value;
@@ -360,13 +326,11 @@ static void patch(linker &l, module_t &m, const zo_text &text, const zo_reloc_en
 static void put(linker &l, const piece_t &p, uint32_t address, uint8_t byte)
 {
     if (const auto [it, fresh] = l.written.try_emplace(address, &p); !fresh && it->second != &p && !(p.flags & ZO_F_OVRLD)) {
-        complain(l, "psects \"%s\" and \"%s\" overlap at 0x%X", it->second->name.c_str(), p.name.c_str(), address);
+        complain(l, "psects \"%s\" and \"%s\" overlap at 0x%X", it->second->x.name.c_str(), p.x.name.c_str(), address);
         it->second = &p;
     }
-    if (address < l.image.program.size())
+    if (address < l.image.program.size())   // configuration and ID locations lie above
         l.image.program[address] = byte;
-    else
-        l.image.other[address] = byte;
 }
 
 static void emit(linker &l, module_t &m)
@@ -384,8 +348,8 @@ static void emit(linker &l, module_t &m)
                 for (const zo_reloc_entry &e : relocs->entries)
                     patch(l, m, *text, e, data);
         const piece_t &p = piece(m, text->psect);
-        if (p.space == SPACE_DATA)
-            complain(l, "%s: psect \"%s\" puts bytes into data memory", m.source->name.c_str(), p.name.c_str());
+        if (p.x.space == SPACE_DATA)
+            complain(l, "%s: psect \"%s\" puts bytes into data memory", m.name(), p.x.name.c_str());
         for (size_t k = 0; k < data.size(); k++)
             put(l, p, address_of(p) + text->offset + static_cast<uint32_t>(k), data[k]);
     }
@@ -398,9 +362,8 @@ std::vector<std::string> link_modules(const std::vector<link_module> &sources, c
     linker l{target, image, {}, {}, {}, {}, {}, {}, {}};
     for (const link_module &source : sources) {
         l.modules.push_back({&source, {}, {}, {}});
-        if (!source.file.decoded())
-            complain(l, "%s: %s", source.name.c_str(), source.file.error.empty() ? "a record can't be decoded"
-                                                                               : source.file.error.c_str());
+        if (const std::string &why = source.file.error; !source.file.decoded())
+            complain(l, "%s: %s", source.name.c_str(), why.empty() ? "a record can't be decoded" : why.c_str());
     }
     if (!l.errors.empty())
         return l.errors;
@@ -414,18 +377,4 @@ std::vector<std::string> link_modules(const std::vector<link_module> &sources, c
     for (module_t &m : l.modules)
         emit(l, m);
     return l.errors;
-}
-
-std::vector<std::string> link_files(const std::vector<std::string> &paths, const target_t &target, image_t &image)
-{
-    std::vector<std::vector<uint8_t>> bytes;   // what the records look into
-    std::vector<link_module> modules;
-    for (const std::string &path : paths) {
-        std::ifstream in(path, std::ios::binary);
-        if (!in)
-            return {path + ": can't read the object file"};
-        bytes.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-        modules.push_back({path, zo_read(bytes.back())});
-    }
-    return link_modules(modules, target, image);
 }

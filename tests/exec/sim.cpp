@@ -12,6 +12,8 @@
 // Where an instruction changes status bits and names `status` as its destination, the bits that it changes win.
 #include "sim.h"
 
+#include "zelobj.h"
+
 enum role_t : uint8_t {
     R_PLAIN, R_INDF, R_POSTINC, R_POSTDEC, R_PREINC, R_PLUSW, R_STATUS, R_BSR, R_PCL, R_TOSL, R_TOSH, R_TOSU, R_STKPTR,
     R_HIGH4, R_MODE = 15, R_FSR = 4,   // the low four bits are the role, the others which file select
@@ -27,34 +29,27 @@ void sim_init(sim_t &s, const target_t &t, const std::vector<uint8_t> &program)
     s.data.assign(size, 0);
     s.role.assign(size, R_PLAIN);
     s.watched.assign(size, false);
-    static const struct { const char *name; uint8_t role; } roles[] = {
-        {"STATUS", R_STATUS}, {"BSR", R_BSR}, {"PCL", R_PCL}, {"TOSL", R_TOSL}, {"TOSH", R_TOSH}, {"TOSU", R_TOSU},
-        {"STKPTR", R_STKPTR}};
-    for (const auto &r : roles)
-        s.role[target_sfr(t, r.name)] = r.role;
+    static const char *const roles[] = {"STATUS", "BSR", "PCL", "TOSL", "TOSH", "TOSU", "STKPTR"};   // from R_STATUS on
+    static const struct { const char *name; uint16_t sim_t::*at; } cells[] = {
+        {"WREG", &sim_t::wreg}, {"STATUS", &sim_t::status}, {"BSR", &sim_t::bsr}, {"PRODL", &sim_t::prod},
+        {"TBLPTRL", &sim_t::tblptr}, {"TABLAT", &sim_t::tablat}, {"PCLATH", &sim_t::pclath}};
     static const char *const modes[] = {"INDF", "POSTINC", "POSTDEC", "PREINC", "PLUSW"};
+    for (unsigned i = 0; i < 7; i++)
+        s.role[target_sfr(t, roles[i])] = static_cast<uint8_t>(R_STATUS + i);
+    for (const auto &c : cells)
+        s.*c.at = target_sfr(t, c.name);
     for (unsigned i = 0; i < 3; i++) {
-        const std::string number = std::to_string(i);
         for (unsigned mode = 0; mode < 5; mode++)
-            s.role[target_sfr(t, (modes[mode] + number).c_str())] = static_cast<uint8_t>((R_INDF + mode) | i << R_FSR);
-        s.fsr[i] = target_sfr(t, ("FSR" + number + "L").c_str());
+            s.role[target_sfr(t, modes[mode] + std::to_string(i))] = static_cast<uint8_t>((R_INDF + mode) | i << R_FSR);
+        s.fsr[i] = target_sfr(t, "FSR" + std::to_string(i) + "L");
         s.role[s.fsr[i] + 1u] = R_HIGH4;
     }
-    s.wreg = target_sfr(t, "WREG");
-    s.status = target_sfr(t, "STATUS");
-    s.bsr = target_sfr(t, "BSR");
-    s.prod = target_sfr(t, "PRODL");
-    s.tblptr = target_sfr(t, "TBLPTRL");
-    s.tablat = target_sfr(t, "TABLAT");
-    s.pclath = target_sfr(t, "PCLATH");
 }
 
 static void halt(sim_t &s, sim_stop stop, const char *what, uint32_t at)
 {
-    char text[96];
-    snprintf(text, sizeof text, "%s at 0x%X", what, static_cast<unsigned>(at));
     s.stop = stop;
-    s.why = text;
+    s.why = zo_format("%s at 0x%X", what, at);
 }
 
 static uint32_t fetch(sim_t &s)
@@ -75,11 +70,9 @@ static void push(sim_t &s, uint32_t address)
 
 static uint32_t pop(sim_t &s)
 {
-    if (s.depth == 0) {
+    if (s.depth == 0)
         halt(s, SIM_STACK, "stack underflow", s.pc);
-        return s.pc;
-    }
-    return s.stack[s.depth--];
+    return s.depth ? s.stack[s.depth--] : s.pc;
 }
 
 // Data memory.
@@ -117,12 +110,11 @@ static uint32_t locate(sim_t &s, uint32_t address)
 
 static uint32_t locate_operand(sim_t &s, uint32_t word)
 {
-    const uint32_t f = word & 255, common = s.target->common.hi;
-    if (word & 0x100)
-        return locate(s, s.data[s.bsr] << 8 | f);
-    if (f <= common && s.extended)
+    const uint32_t f = word & 255;
+    const bool low = f <= s.target->common.hi;
+    if (!(word & 0x100) && low && s.extended)
         return (select(s, 2) + f) & mask(s);
-    return locate(s, f <= common ? f : (s.target->sfr_common.hi & ~255u) | f);
+    return locate(s, word & 0x100 ? s.data[s.bsr] << 8 | f : low ? f : (s.target->sfr_common.hi & ~255u) | f);
 }
 
 static uint8_t read(sim_t &s, uint32_t at)
@@ -137,9 +129,7 @@ static uint8_t read(sim_t &s, uint32_t at)
         s.data[s.pclath] = static_cast<uint8_t>(s.pc >> 8);
         s.data[s.pclath + 1u] = static_cast<uint8_t>(s.pc >> 16);
         break;
-    case R_TOSL: cell = static_cast<uint8_t>(top); break;
-    case R_TOSH: cell = static_cast<uint8_t>(top >> 8); break;
-    case R_TOSU: cell = static_cast<uint8_t>(top >> 16); break;
+    case R_TOSL: case R_TOSH: case R_TOSU: cell = static_cast<uint8_t>(top >> (s.role[at] - R_TOSL) * 8); break;
     case R_STKPTR: cell = static_cast<uint8_t>(s.depth); break;
     }
     if (s.watched[at]) {
@@ -148,6 +138,11 @@ static uint8_t read(sim_t &s, uint32_t at)
         s.log.push_back({s.steps, at, cell, sim_access::READ});
     }
     return cell;
+}
+
+static uint32_t jump_address(const sim_t &s, uint32_t low)
+{
+    return (low & ~1u) | s.data[s.pclath] << 8 | (s.data[s.pclath + 1u] & 31u) << 16;
 }
 
 static void write(sim_t &s, uint32_t at, unsigned value)
@@ -159,9 +154,8 @@ static void write(sim_t &s, uint32_t at, unsigned value)
     s.data[at] = byte;
     switch (s.role[at]) {
     case R_STATUS: s.data[at] &= ST_ALL; break;
-    case R_BSR: s.data[at] &= static_cast<uint8_t>(mask(s) >> 8); break;
-    case R_HIGH4: s.data[at] &= static_cast<uint8_t>(mask(s) >> 8); break;
-    case R_PCL: s.pc = (byte & ~1u) | s.data[s.pclath] << 8 | (s.data[s.pclath + 1u] & 31u) << 16; break;
+    case R_BSR: case R_HIGH4: s.data[at] &= static_cast<uint8_t>(mask(s) >> 8); break;
+    case R_PCL: s.pc = jump_address(s, byte); break;
     case R_TOSL: top = (top & ~0xFFu) | byte; break;
     case R_TOSH: top = (top & ~0xFF00u) | byte << 8; break;
     case R_TOSU: top = (top & 0xFFFFu) | (byte & 31u) << 16; break;
@@ -172,11 +166,6 @@ static void write(sim_t &s, uint32_t at, unsigned value)
 }
 
 // Arithmetic.
-
-static void flags(sim_t &s, unsigned mask_, unsigned bits)
-{
-    s.data[s.status] = static_cast<uint8_t>((s.data[s.status] & ~mask_) | (bits & mask_));
-}
 
 static unsigned zn(unsigned r) { return ((r & 255) == 0 ? ST_Z : 0) | (r & 128 ? ST_N : 0); }
 
@@ -192,6 +181,11 @@ static result_t add(unsigned a, unsigned b, unsigned carry)
 static result_t sub(unsigned a, unsigned b, unsigned not_borrow) { return add(a, ~b & 255, not_borrow); }
 static result_t logic(unsigned r) { return {r & 255, zn(r), ST_Z | ST_N}; }
 static result_t rotate(unsigned r, unsigned out) { return {r & 255, zn(r) | out, ST_C | ST_Z | ST_N}; }
+
+static void flags(sim_t &s, unsigned changed, unsigned bits)
+{
+    s.data[s.status] = static_cast<uint8_t>((s.data[s.status] & ~changed) | (bits & changed));
+}
 
 static void store(sim_t &s, uint32_t at, const result_t &r)
 {
@@ -222,29 +216,22 @@ static bool byte_op(sim_t &s, unsigned word)
     const unsigned op = word >> 10;
     const uint32_t at = locate_operand(s, word), dest = word & 0x200 ? at : s.wreg;
     const unsigned w = s.data[s.wreg], c = s.data[s.status] & ST_C, f = read(s, at);
+    const auto done = [&](const result_t &r) { store(s, dest, r); return true; };
     switch (op) {
-    case 0x01: store(s, dest, add(f, 255, 0)); return true;                               // decf
-    case 0x04: store(s, dest, logic(f | w)); return true;
-    case 0x05: store(s, dest, logic(f & w)); return true;
-    case 0x06: store(s, dest, logic(f ^ w)); return true;
-    case 0x07: store(s, dest, logic(~f)); return true;
-    case 0x08: store(s, dest, add(f, w, c)); return true;                                 // addwfc
-    case 0x09: store(s, dest, add(f, w, 0)); return true;
-    case 0x0A: store(s, dest, add(f, 1, 0)); return true;                                 // incf
-    case 0x0C: store(s, dest, rotate(f >> 1 | c << 7, f & 1)); return true;               // rrcf
-    case 0x0D: store(s, dest, rotate(f << 1 | c, f >> 7)); return true;                   // rlcf
-    case 0x0E: write(s, dest, f << 4 | f >> 4); return true;
-    case 0x10: store(s, dest, logic(f >> 1 | f << 7)); return true;                       // rrncf
-    case 0x11: store(s, dest, logic(f << 1 | f >> 7)); return true;                       // rlncf
-    case 0x14: store(s, dest, logic(f)); return true;                                     // movf
-    case 0x15: store(s, dest, sub(w, f, c)); return true;                                 // subfwb
-    case 0x16: store(s, dest, sub(f, w, c)); return true;                                 // subwfb
-    case 0x17: store(s, dest, sub(f, w, 1)); return true;                                 // subwf
+    case 0x04: return done(logic(f | w));           case 0x05: return done(logic(f & w));
+    case 0x06: return done(logic(f ^ w));           case 0x07: return done(logic(~f));
+    case 0x01: return done(add(f, 255, 0));         case 0x0A: return done(add(f, 1, 0));               // decf, incf
+    case 0x08: return done(add(f, w, c));           case 0x09: return done(add(f, w, 0));               // addwfc, addwf
+    case 0x15: return done(sub(w, f, c));           case 0x16: return done(sub(f, w, c));               // subfwb, subwfb
+    case 0x17: return done(sub(f, w, 1));           case 0x14: return done(logic(f));                   // subwf, movf
+    case 0x0C: return done(rotate(f >> 1 | c << 7, f & 1));                                             // rrcf
+    case 0x0D: return done(rotate(f << 1 | c, f >> 7));                                                 // rlcf
+    case 0x10: return done(logic(f >> 1 | f << 7)); case 0x11: return done(logic(f << 1 | f >> 7));     // rrncf, rlncf
+    case 0x0E: return done({f << 4 | f >> 4, 0, 0});                                                    // swapf
     case 0x0B: case 0x0F: case 0x12: case 0x13: {                                         // decfsz, incfsz, infsnz, dcfsnz
         const unsigned r = (op == 0x0B || op == 0x13 ? f - 1 : f + 1) & 255;
-        write(s, dest, r);
         s.pc += (r == 0) == (op < 0x10) ? 2 : 0;
-        return true;
+        return done({r, 0, 0});
     }
     default: return false;
     }
@@ -269,13 +256,11 @@ static bool file_op(sim_t &s, unsigned word)
 static bool bit_op(sim_t &s, unsigned word)
 {
     const uint32_t at = locate_operand(s, word);
-    const unsigned f = read(s, at), bit = 1u << (word >> 9 & 7);
-    switch (word >> 12) {
-    case 0x7: write(s, at, f ^ bit); break;
-    case 0x8: write(s, at, f | bit); break;
-    case 0x9: write(s, at, f & ~bit); break;
-    default: s.pc += ((f & bit) != 0) == (word >> 12 == 0xA) ? 2 : 0; break;
-    }
+    const unsigned f = read(s, at), bit = 1u << (word >> 9 & 7), op = word >> 12;
+    if (op <= 9)
+        write(s, at, op == 7 ? f ^ bit : op == 8 ? f | bit : f & ~bit);
+    else
+        s.pc += ((f & bit) != 0) == (op == 10) ? 2 : 0;
     return true;
 }
 
@@ -299,13 +284,6 @@ static bool literal_op(sim_t &s, unsigned word)
     case 0x0F: store(s, s.wreg, add(w, k, 0)); return true;
     default: return byte_op(s, word);
     }
-}
-
-static void restore(sim_t &s)
-{
-    s.data[s.wreg] = s.shadow[0];
-    s.data[s.status] = s.shadow[1];
-    s.data[s.bsr] = s.shadow[2];
 }
 
 static void call(sim_t &s, uint32_t to, bool fast)
@@ -338,10 +316,13 @@ static uint32_t operand_word(sim_t &s, bool &sound)
     return word & 0xFFF;
 }
 
-static void move(sim_t &s, uint32_t from, uint32_t to)
+static bool move(sim_t &s, uint32_t from, uint32_t to, bool sound)
 {
-    const uint8_t value = read(s, from == NOWHERE ? from : locate(s, from & mask(s)));
-    write(s, locate(s, to & mask(s)), value);
+    if (sound) {
+        const uint8_t value = read(s, locate(s, from & mask(s)));
+        write(s, locate(s, to & mask(s)), value);
+    }
+    return sound;
 }
 
 static bool control_op(sim_t &s, unsigned word)
@@ -354,35 +335,26 @@ static bool control_op(sim_t &s, unsigned word)
     case 0x0005: push(s, s.pc); return true;
     case 0x0006: pop(s); return true;
     case 0x0007: decimal_adjust(s); return true;
-    case 0x0008: case 0x0009: case 0x000A: case 0x000B: case 0x000C: case 0x000D: case 0x000E: case 0x000F:
-        table(s, word);
-        return true;
-    case 0x0011: case 0x0013: restore(s); [[fallthrough]];                                // retfie, return, and fast
-    case 0x0010: case 0x0012: s.pc = pop(s); return true;
-    case 0x0014:                                                                          // callw
-        call(s, (s.data[s.wreg] & ~1u) | s.data[s.pclath] << 8 | (s.data[s.pclath + 1u] & 31u) << 16, false);
-        return true;
+    case 0x0010: case 0x0011: case 0x0012: case 0x0013:                                   // retfie, return, and fast
+        for (unsigned i = 0; i < 3 && word & 1; i++)
+            s.data[i == 0 ? s.wreg : i == 1 ? s.status : s.bsr] = s.shadow[i];
+        return s.pc = pop(s), true;
+    case 0x0014: call(s, jump_address(s, s.data[s.wreg]), false); return true;            // callw
     case 0x0002: {                                                                        // movsfl
         const uint32_t middle = operand_word(s, sound), last = operand_word(s, sound);
-        if (sound)
-            move(s, select(s, 2) + (middle >> 2 & 127), (middle & 3) << 12 | last);
-        return sound;
+        return move(s, select(s, 2) + (middle >> 2 & 127), (middle & 3) << 12 | last, sound);
     }
     case 0x00FF: halt(s, SIM_RESET, "reset", s.pc - 2); return true;
-    case 0x00E0: case 0x00C0:
-        if (word == (s.target->short_trap ? 0x00C0u : 0x00E0u)) {
-            halt(s, SIM_HALT, "trap", s.pc - 2);
-            return true;
-        }
-        return false;
     }
+    if (word >> 3 == 1)                                                                   // tblrd, tblwt
+        table(s, word);
+    if (word == (s.target->short_trap ? 0x00C0u : 0x00E0u))
+        halt(s, SIM_HALT, "trap", s.pc - 2);
     if (word >> 4 == 0x006 && s.target->wide) {                                           // movffl
         const uint32_t middle = operand_word(s, sound), last = operand_word(s, sound);
-        if (sound)
-            move(s, (word & 15) << 10 | middle >> 2, (middle & 3) << 12 | last);
-        return sound;
+        return move(s, (word & 15) << 10 | middle >> 2, (middle & 3) << 12 | last, sound);
     }
-    return false;
+    return word >> 3 == 1 || s.stop == SIM_HALT;
 }
 
 static int32_t signed_bits(unsigned word, unsigned bits)
@@ -395,14 +367,12 @@ static bool jump_op(sim_t &s, unsigned word)
 {
     bool sound = true;
     const unsigned k = word & 63, reg = word >> 6 & 3;
+    static const uint8_t bits[] = {ST_Z, ST_C, ST_OV, ST_N};
     switch (word >> 8 & 15) {
-    case 0x0: case 0x1: case 0x2: case 0x3: case 0x4: case 0x5: case 0x6: case 0x7: {
-        static const uint8_t bits[] = {ST_Z, ST_C, ST_OV, ST_N};
-        const bool set = s.data[s.status] & bits[word >> 9 & 3];
-        if (set != (word >> 8 & 1))
+    default:                                                                              // bz, bnz and so on
+        if (((s.data[s.status] & bits[word >> 9 & 3]) != 0) != (word >> 8 & 1))
             s.pc += static_cast<uint32_t>(signed_bits(word, 8) * 2);
         return true;
-    }
     case 0x8: case 0x9: {                                                                 // addfsr, subfsr; addulnk, subulnk
         const unsigned i = reg == 3 ? 2 : reg;
         set_select(s, i, word & 0x100 ? select(s, i) - k : select(s, i) + k);
@@ -416,19 +386,14 @@ static bool jump_op(sim_t &s, unsigned word)
         return true;
     case 0xB: {                                                                           // movsf, movss
         const uint32_t second = operand_word(s, sound), base = select(s, 2);
-        if (sound)
-            move(s, base + (word & 127), word & 128 ? base + (second & 127) : second);
-        return sound;
+        return move(s, base + (word & 127), word & 128 ? base + (second & 127) : second, sound);
     }
     case 0xC: case 0xD: case 0xF: {                                                       // call, goto
         const uint32_t to = ((word & 255) | operand_word(s, sound) << 8) << 1;
-        if (!sound)
-            return false;
-        if (word >> 8 == 0xEF)
-            s.pc = to;
-        else
+        if (word >> 8 != 0xEF && sound)
             call(s, to, word & 0x100);
-        return true;
+        s.pc = to;
+        return sound;
     }
     case 0xE: {                                                                           // lfsr
         const unsigned low = s.target->wide ? 10 : 8;
@@ -439,7 +404,6 @@ static bool jump_op(sim_t &s, unsigned word)
         return true;
     }
     }
-    return false;
 }
 
 static bool execute(sim_t &s, unsigned word)
@@ -451,9 +415,7 @@ static bool execute(sim_t &s, unsigned word)
     case 0x7: case 0x8: case 0x9: case 0xA: case 0xB: return bit_op(s, word);
     case 0xC: {
         const uint32_t to = operand_word(s, sound);
-        if (sound)
-            move(s, word & 0xFFF, to);
-        return sound;
+        return move(s, word & 0xFFF, to, sound);
     }
     case 0xD:
         if (word & 0x800)
@@ -472,20 +434,15 @@ void sim_step(sim_t &s)
     s.steps++;
     if (word == NOWHERE)
         halt(s, SIM_ILLEGAL, "end of program memory", at);
-    else if (!execute(s, word)) {
-        char what[32];
-        snprintf(what, sizeof what, "illegal word 0x%04X", static_cast<unsigned>(word));
-        halt(s, SIM_ILLEGAL, what, at);
-    }
+    else if (!execute(s, word))
+        halt(s, SIM_ILLEGAL, zo_format("illegal word 0x%04X", word).c_str(), at);
 }
 
 sim_stop sim_run(sim_t &s, uint64_t limit)
 {
-    while (s.stop == SIM_RUNS) {
-        if (s.steps >= limit)
-            halt(s, SIM_LIMIT, "limit of steps", s.pc);
-        else
-            sim_step(s);
-    }
+    while (s.stop == SIM_RUNS && s.steps < limit)
+        sim_step(s);
+    if (s.stop == SIM_RUNS)
+        halt(s, SIM_LIMIT, "limit of steps", s.pc);
     return s.stop;
 }

@@ -15,7 +15,7 @@ struct sim_access {
     uint64_t step;
     uint32_t address;
     uint8_t value;
-    enum { READ, WRITE, TABLE } kind;
+    enum { NONE, READ, WRITE, TABLE } kind;
 };
 
 struct sim_t {

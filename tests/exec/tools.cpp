@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -43,17 +44,21 @@ void write_text(const std::string &path, const std::string &text) { std::ofstrea
 
 std::string program_directory()
 {
-    char path[4096];
-    const ssize_t n = readlink("/proc/self/exe", path, sizeof path);
-    const std::string whole(path, n > 0 ? static_cast<size_t>(n) : 0);
-    return whole.substr(0, whole.rfind('/'));
+    std::error_code ignored;
+    return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
 std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::string> &objects)
 {
+    std::vector<std::vector<uint8_t>> bytes;   // what the records look into
+    std::vector<link_module> modules;
+    for (const std::string &path : objects) {
+        const std::string text = read_text(path);
+        bytes.emplace_back(text.begin(), text.end());
+        modules.push_back({path, zo_read(bytes.back())});
+    }
     image_t image;
-    const std::vector<std::string> errors = link_files(objects, target, image);
-    if (!errors.empty())
+    if (const auto errors = link_modules(modules, target, image); !errors.empty())
         return errors.front();
     sim_init(sim, target, image.program);
     sim.pc = image.start;
