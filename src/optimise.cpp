@@ -116,7 +116,7 @@ static void imply_low(op_t *op)
 
 static void imply_operators(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (!op->op_remark || !cache_starts_with(op->op_remark, ";#"))
             continue;
         switch (op->op_type) {
@@ -164,7 +164,7 @@ static void keep_inlined(const symbol_t *psect)
 // Functions that others still call or jump to have to stay, and those whose address is used.
 static void keep_needed_functions(symbol_t *psect)
 {
-    for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+    for (const op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         const op_t *target = op_is_skip(op) ? nullptr : op_target(op);
         if (target && target->op_psect != psect)
             keep_inlined(target->op_psect);
@@ -202,12 +202,14 @@ static void inline_functions()
 
 // Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all
 // psects before the first label goes. When that goes on and on, functions that nobody needs call each other in a long chain.
-static void repeat_passes()
+// True if the last sweep has left everything as it was, branch stages included.
+static bool repeat_passes()
 {
-    bool changed = true;
+    bool changed = true, settled = false;
     opt_late = true;
     for (int sweep = 0; changed && sweep < MOST_SWEEPS; sweep++) {
         changed = false;
+        settled = true;
         build_all_refs();
         for (symbol_t *psect : st.code_psects)
             if ((sweep < PATIENCE || psect_optim_off(psect, PO_JUMP) ? list_delete_unused_labels(psect)
@@ -216,9 +218,12 @@ static void repeat_passes()
                 opt_changed = true;
                 changed = true;
             }
-        for (symbol_t *psect : st.code_psects)
+        for (symbol_t *psect : st.code_psects) {
             changed |= opt_psect(psect);
+            settled &= !opt_changed;
+        }
     }
+    return settled && !changed;
 }
 
 static void optimise_phase()
@@ -233,12 +238,16 @@ static void optimise_phase()
     build_all_refs();
     for (symbol_t *psect : st.code_psects)
         opt_psect(psect);
-    repeat_passes();
+    const bool settled = repeat_passes();
+    opt_changed = false;
     pa_psects(st.plain_psects, st.code_psects);
     for (const group_t *g : st.group_psects)
         pa_psects(g->psects, st.code_psects);
-    for (symbol_t *psect : st.code_psects)
-        opt_psect(psect);
+    if (!settled || opt_changed) {
+        build_all_refs();
+        for (symbol_t *psect : st.code_psects)
+            opt_psect(psect);
+    }
     opt_trace_counters();
 }
 

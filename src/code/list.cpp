@@ -215,7 +215,7 @@ void op_remove_ref(op_t *ref, op_t *label_node)
 
 void list_build_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
+    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op)) {
         if (op->op_type == T_NAME) {
             if (op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
                 op->op_sym->s_flags |= S_DEFHERE;
@@ -227,7 +227,7 @@ void list_build_refs(symbol_t *psect)
 
 void list_renew_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op->op_type != T_NAME)
             continue;
         uint32_t kept = 0;
@@ -237,16 +237,20 @@ void list_renew_refs(symbol_t *psect)
         while (vec_size(op->op_refs) > kept)
             vec_pop(op->op_refs);
     }
-    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev)
+    for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op))
         if (op_t *label = label_of(op); label && label->op_type == T_NAME && label->op_psect == psect)
             append_ref(op, label);
 }
 
 void list_clear_refs(symbol_t *psect)
 {
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
-        if (op->op_type == T_NAME && op->op_refs)
-            vec_removeAll(op->op_refs);
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op))
+        if (op->op_type == T_NAME) {
+            if (op->op_refs)
+                vec_removeAll(op->op_refs);
+            if (op->op_sym)
+                op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
+        }
 }
 
 // Comments.

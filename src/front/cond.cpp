@@ -21,7 +21,7 @@ void cond_evaluate(symbol_t *psect)
     arm_t state[TOP_LEVEL + 1] = {YES};
     const op_t *opened[TOP_LEVEL + 1] = {};   // the `if` of each level
     unsigned d = 0;
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         const value_t *v = &op->op_opnd1.opnd_value;
         const bool constant = v->v_rtype == RT_CONST, holds = v->v_offs != 0;
         arm_t *top = &state[d];

@@ -45,7 +45,6 @@ struct entry_t {
 static struct {
     loopguard_t *guard;      // bounds the stage over the whole run
     symbol_t *psect;
-    bool refs_known;         // branch stage: the references have been renewed
     bool sized;              // in this walk. What is deleted since only brings things nearer
     // The index. Each slot has two chains: the jumps in list order, and those that were entered anew, in any order.
     entry_t *entries;
@@ -135,7 +134,7 @@ static void build_index()
 {
     uint64_t order = ORDER_LAST;
     js.count = 0;
-    for (op_t *op = js.psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op->op_prev) {
+    for (op_t *op = js.psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op)) {
         op->op_order = order -= ORDER_GAP;
         if (op->op_type == T_GOTO)
             note(op);
@@ -681,13 +680,17 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
         uint32_t *link = &chain[key & (js.slots - 1)];
         while (*link && left > 0) {
             entry_t *e = &js.entries[*link - 1];
+            if (e->key != key) {
+                link = &e->next;
+                continue;
+            }
             op_t *c = e->jump;
-            if (c->op_id != e->id || c->op_type != T_GOTO || (e->key == key && key_of(c, deep) != key)) {
+            if (c->op_id != e->id || c->op_type != T_GOTO || key_of(c, deep) != key) {
                 *link = e->next;     // gone, or entered anew
                 continue;
             }
             link = &e->next;
-            if (e->key != key || c == g || c->op_order <= from)
+            if (c == g || c->op_order <= from)
                 continue;
             if (c->op_order >= order) {
                 if (chain == js.chains[0])
@@ -785,7 +788,7 @@ void opt_jump_walk(symbol_t *psect)
             for (rule_t *rule : rules_of(op))
                 if ((next = rule(op)))
                     break;
-        op = next ? next : op->op_next;
+        op = next ? next : op_step(op);
     }
 }
 
@@ -878,12 +881,7 @@ static op_t *hoist_common_beginning(op_t *c)
     op_t *n = c->op_next, *t = jump_target(c), *b = n;
     while (b->op_type != 0 && !op_barrier(b))
         b = b->op_next;
-    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != t)
-        return n;
-    if (!js.refs_known)
-        list_renew_refs(js.psect);
-    js.refs_known = true;
-    if (!only_way_in(c, t))
+    if (b == n || (b->op_type != T_GOTO && b->op_type != T_BRA) || following(b) != t || !only_way_in(c, t))
         return n;
     op_t *a = n, *e = t;
     for (; op_same(a, e); a = a->op_next, e = e->op_next)
@@ -903,8 +901,6 @@ static op_t *hoist_common_beginning(op_t *c)
 
 void opt_branch_stage(symbol_t *psect)
 {
-    js.psect = psect;
-    js.refs_known = false;
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
         op = op->op_type == T_BCC && op_free(op) && !(op->op_flags & OPF_SKIPPED) && jump_target(op) && !after_skip(op)
             ? hoist_common_beginning(op) : op->op_next;

@@ -231,7 +231,7 @@ unsigned list_delete_unused_labels(symbol_t *psect)
 {
     unsigned gone = 0;
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
-        next = op->op_next;
+        next = op_step(op);
         if (label_is_unused(op))
             gone += static_cast<unsigned>(list_delete_label(op));
     }
@@ -261,11 +261,7 @@ static bool leads_to_label(const op_t *op)
 void note_taken_labels()
 {
     for (const code_list_t *list : psect_list)
-        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
-            if (op->op_type == T_NAME && op->op_sym)
-                op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
-    for (const code_list_t *list : psect_list)
-        for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
             if (!leads_to_label(op))
                 note_taken(&op->op_opnd1.opnd_value);
             note_taken(&op->op_opnd2.opnd_value);
@@ -322,19 +318,23 @@ void reach_mark(op_t *from)
 
 // The pass.
 
-// The `set` nodes go behind the first node, in their order; no node is marked; operands are reduced.
-static void prepare(code_list_t *list)
+// The `set` nodes go behind the first node, in their order; no node is marked; operands are reduced. True if a jump leads to a
+// label now that it didn't name before.
+static bool prepare(code_list_t *list)
 {
+    bool led = false;
     const srcpos_t position = srcpos;
     op_t *front = list->head.op_next;
     for (op_t *op = front, *next; op->op_type != 0; op = next) {
-        next = op->op_next;
+        next = op_step(op);
         op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
         if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op->op_opnd2.opnd_value.v_rtype != RT_CONST) {
+            const symbol_t *was = leads_to_label(op) ? op->op_opnd1.opnd_value.v_sym : nullptr;
             op_set_position(op);
             if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
                 value_eval(&op->op_opnd1.opnd_value);
             value_eval(&op->op_opnd2.opnd_value);
+            led |= leads_to_label(op) && op->op_opnd1.opnd_value.v_sym != was;
         }
         if (op->op_type != T_SET || op == front)
             continue;
@@ -345,11 +345,12 @@ static void prepare(code_list_t *list)
         front = op;
     }
     srcpos = position;   // new nodes take it
+    return led;
 }
 
 static void mark_reachable(code_list_t *list)
 {
-    for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
+    for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
         if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
             && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op->op_refs) > 0))
             reach_mark(op);
@@ -378,8 +379,8 @@ bool opt_psect(symbol_t *psect)
         return false;
     loopguard_t *iterations = loopguard_new(ITERATIONS), *walks = loopguard_new(STAGE_WALKS);
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
-    prepare(list);
-    list_renew_refs(psect);   // the rules keep them true
+    if (prepare(list))
+        list_renew_refs(psect);   // which the rules keep true
     mark_reachable(list);
     // A stage that has been through the list without a change isn't repeated before the other one makes one.
     bool any = false, peeped, jumped, peep_settled, jump_settled = false;

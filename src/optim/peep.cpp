@@ -1116,7 +1116,7 @@ void peephole_walk(symbol_t *psect)
     forget_machine();
     walk.skipped = false;
     for (op_t *n = psect->s_psect->p_code->head.op_next; n->op_type != 0; n = walk.next) {
-        walk.next = n->op_next;
+        walk.next = op_step(n);
         if (n->op_type == T_NAME || n->op_type == T_NUMLABEL)
             forget_machine();
         else if (!(n->op_flags & OPF_SKIPPED))

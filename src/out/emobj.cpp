@@ -753,7 +753,7 @@ static void find_placed(symbol_t *psect)
     st.placed_count = 0;
     st.rigid = psect_delta(psect->s_psect) != 1;
     op_t *op = psect->s_psect->p_code->head.op_next;
-    for (; op->op_type != 0; op = op->op_next) {
+    for (; op->op_type != 0; op = op_step(op)) {
         if (op->op_psect != psect)
             op->op_psect = psect;
         if (op->op_flags & OPF_SKIPPED)
@@ -844,7 +844,7 @@ static void settle_offsets(psect_t *p)
     uint32_t pos = 0;
     op_t *op = p->p_code->head.op_next;
     p->p_base = 0;
-    for (; op->op_type != 0; op = op->op_next) {
+    for (; op->op_type != 0; op = op_step(op)) {
         const uint32_t before = pos;
         if (op == n->op)
             pos = n++->behind;
@@ -970,7 +970,7 @@ void emit_psect(symbol_t *psect)
     p->p_curr = 0;
     obj_text_begin();
     st.last_file = nullptr;
-    for (const op_t *op = p->p_code->head.op_next;; op = op->op_next) {
+    for (const op_t *op = p->p_code->head.op_next;; op = op_step(op)) {
         const bool end = op->op_type == 0;
         if (!end)
             op_set_position(op);
