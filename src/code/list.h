@@ -81,12 +81,16 @@ code_list_t *list_new(symbol_t *psect);   // empty: the sentinels are linked to 
 // while is asked for already: a large list doesn't fit the caches, and waiting for it would be most of the work.
 inline op_t *op_step(const op_t *op)
 {
-    __builtin_prefetch(reinterpret_cast<const char *>(op) + 16 * sizeof *op);
+    const char *ahead = reinterpret_cast<const char *>(op) + 16 * sizeof *op;
+    __builtin_prefetch(ahead);
+    __builtin_prefetch(ahead + 64);
     return op->op_next;
 }
 inline op_t *op_step_back(const op_t *op)
 {
-    __builtin_prefetch(reinterpret_cast<const char *>(op) - 16 * sizeof *op);
+    const char *ahead = reinterpret_cast<const char *>(op) - 16 * sizeof *op;
+    __builtin_prefetch(ahead);
+    __builtin_prefetch(ahead + 64);
     return op->op_prev;
 }
 inline bool list_empty(const code_list_t *l) { return l->head.op_next->op_type == 0; }
