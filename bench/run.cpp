@@ -50,10 +50,12 @@ static const assembler_t assemblers[] = {
     { "aszel8", OWN, nullptr, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "macros", OWN, "macros", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "plain", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
-    { "-O", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "-O", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" },
+      { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
     { "space", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" },
       { "-mcpu=ZEL8BENCH", "-C@c", "-O", "--opt=space", "-O@o", "@i" }, nullptr },
-    { "gotos", OPTIMISER, "gotos", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
+    { "gotos", OPTIMISER, "gotos", "zel8", nullptr, { "aszel8" },
+      { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
     { "gas-avr", PEER, nullptr, "avr-gas", "binutils-avr", { "avr-as" }, { "-mmcu=avr6", "-o", "@o", "@i" }, "--version" },
     { "llvm-avr", PEER, nullptr, "avr-llvm", "llvm-14", { "/usr/lib/llvm-14/bin/llvm-mc", "llvm-mc" },
       { "-triple=avr", "-mcpu=atmega2560", "-filetype=obj", "-o", "@o", "@i" }, "--version" },
@@ -393,7 +395,7 @@ static void print_aim(const char *what, double figure, const char *relation, dou
     printf("%-62s %8.2f  (%s %g)  %s\n", what, figure, relation, aim, met ? "reached" : "NOT REACHED");
 }
 
-// How many times as long, or as large, the first takes on the largest size, and what is aimed at. Nothing if one wasn't measured.
+// How many times as long, or as large, the first is on the largest size, and what is aimed at. Nothing if one wasn't measured.
 static void print_ratio(const char *what, double (*measure)(const result_t &), const contestant_t *a, const contestant_t *b,
                         const char *relation, double aim)
 {
@@ -405,7 +407,8 @@ static void print_doubling(const contestant_t *c, double aim)
 {
     for (int size = 1; c && size < SIZES; size++)
         if (growth(*c, size) > 0)
-            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size), "<=", aim);
+            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size), "<=",
+                      aim);
 }
 
 static void print_aims(const std::vector<contestant_t> &all)

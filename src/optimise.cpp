@@ -84,7 +84,7 @@ static void imply_high(op_t *op)
     if (v->v_rtype != RT_SYM)
         return;
     value_unary(OPC_HIGH, v);
-    op->op_remark = ";# assembler added high";
+    op_more(op)->op_remark = ";# assembler added high";
 }
 
 // The value with `low` around the symbol at the end of its left operands, or the same value if there is none.
@@ -111,13 +111,13 @@ static void imply_low(op_t *op)
     if (!found)
         return;
     op->op_opnd1.opnd_value = v;
-    op->op_remark = ";# assembler added low";
+    op_more(op)->op_remark = ";# assembler added low";
 }
 
 static void imply_operators(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
-        if (!op->op_remark || !cache_starts_with(op->op_remark, ";#"))
+        if (!op_more(op)->op_remark || !cache_starts_with(op_more(op)->op_remark, ";#"))
             continue;
         switch (op->op_type) {
         case T_MOVLB:

@@ -90,7 +90,7 @@ bool value_equal(const value_t *a, const value_t *b);   // of the reduced forms,
 // Reduces `v` in place as far as the symbols' present values allow. Definitions that go round in a circle, and those that
 // make too large a tree, leave it as it was, with message 839 once a line. A division by 0 is reported.
 void value_reduce(value_t *v);
-bool value_set_quiet(bool quiet);   // whether evaluation reports nothing, for what is evaluated once more; returns the former state
+bool value_set_quiet(bool quiet);   // whether evaluation reports nothing; returns the former state
 inline void value_eval(value_t *v)
 {
     if (v->v_rtype != RT_CONST)

@@ -10,6 +10,7 @@
 #include "code/list.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "code/ops.h"
 #include "common/alert.h"
@@ -20,16 +21,44 @@
 #include "options.h"
 
 static struct {
-    xarena_t nodes;
+    op_t *nodes;         // those of the last block
+    uint32_t nodes_left, more_count, more_room;   // more_room: blocks that op_more_blocks has places for
     op_t *free_nodes;    // chained through op_prev
     uint32_t last_id;
     vec_t<const char *> pending_comments;   // null, or not empty
     FILE *summary_comments;                 // null until there is one
 } st;
 
+op_more_t **op_more_blocks;
+
+static uint32_t new_more()
+{
+    const uint32_t block = st.more_count / OP_BLOCK;
+    if (st.more_count % OP_BLOCK == 0) {
+        if (block == st.more_room) {
+            st.more_room = block ? 2 * block : 64;
+            op_more_t **larger = xnew<op_more_t *>(st.more_room);
+            if (block)
+                memcpy(larger, op_more_blocks, block * sizeof *larger);
+            op_more_blocks = larger;
+        }
+        op_more_blocks[block] = xnew<op_more_t>(OP_BLOCK);
+    }
+    return st.more_count++;
+}
+
+// Zeroed records that begin at lines of the cache.
+template <class T> static T *aligned_new(size_t n)
+{
+    char *p = static_cast<char *>(xalloc(n * sizeof(T) + alignof(T)));
+    return reinterpret_cast<T *>(p + (-reinterpret_cast<uintptr_t>(p) & (alignof(T) - 1)));
+}
+
 code_list_t *list_new(symbol_t *psect)
 {
-    code_list_t *list = xnew<code_list_t>();
+    code_list_t *list = aligned_new<code_list_t>(1);
+    list->head.op_more_at = new_more();
+    list->tail.op_more_at = new_more();
     list->psect = psect;
     list->head.op_next = &list->tail;
     list->tail.op_prev = &list->head;
@@ -44,25 +73,39 @@ static uint32_t line32(int64_t line)
     return line < 0 ? 0 : line > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(line);
 }
 
+static op_t *unused_node()
+{
+    if (op_t *op = st.free_nodes) {
+        st.free_nodes = op->op_prev;
+        const uint32_t more = op->op_more_at;
+        *op = {};
+        op->op_more_at = more;
+        *op_more(op) = {};
+        return op;
+    }
+    if (st.nodes_left == 0) {
+        st.nodes = aligned_new<op_t>(OP_BLOCK);
+        st.nodes_left = OP_BLOCK;
+    }
+    op_t *op = &st.nodes[OP_BLOCK - st.nodes_left--];
+    op->op_more_at = new_more();
+    return op;
+}
+
 op_t *op_new()
 {
-    op_t *op = st.free_nodes;
-    if (op) {
-        st.free_nodes = op->op_prev;
-        *op = {};
-    } else {
-        op = static_cast<op_t *>(xalloc_from(st.nodes, sizeof *op));
-    }
-    op->op_lline = line32(srcpos.cur_line);
-    op->op_lfile = srcpos.cur_file;
+    op_t *op = unused_node();
+    op_more_t *more = op_more(op);
+    more->op_lline = line32(srcpos.cur_line);
+    more->op_lfile = srcpos.cur_file;
     if (srcpos.src_line != 0) {
-        op->op_line = line32(srcpos.src_line);
-        op->op_file = srcpos.src_file;
+        more->op_line = line32(srcpos.src_line);
+        more->op_file = srcpos.src_file;
     } else if (opt.line_records) {
-        op->op_line = op->op_lline;
-        op->op_file = srcpos.cur_file;
+        more->op_line = more->op_lline;
+        more->op_file = srcpos.cur_file;
     }
-    op->op_comment = st.pending_comments;
+    more->op_comment = st.pending_comments;
     st.pending_comments = {};
     if (srcpos.line_volatile)
         op->op_flags |= OPF_VOLATILE;
@@ -70,9 +113,9 @@ op_t *op_new()
         op->op_flags |= OPF_VOLATILE | OPF_NOOPT;
     if (srcpos.line_compiled) {
         op->op_flags |= OPF_COMPILED;
-        op->op_lline = op->op_line;
-        if (op->op_file)
-            op->op_lfile = op->op_file;
+        more->op_lline = more->op_line;
+        if (more->op_file)
+            more->op_lfile = more->op_file;
     }
     op->op_id = ++st.last_id;
     return op;
@@ -92,9 +135,8 @@ void op_link_after(op_t *where, op_t *node)
 op_t *op_insert_after(op_t *where, op_t *node)
 {
     op_link_after(where, node);
-    if (!node->op_file && !(opt.list_enabled && !opt.optimise)) {
-        node->op_file = where->op_file;
-        node->op_line = where->op_line;
+    if (!op_more(node)->op_file && !(opt.list_enabled && !opt.optimise)) {
+        op_take_source_line(node, where);
     }
     return node;
 }
@@ -112,7 +154,7 @@ int op_delete(op_t *node)
     op_t *target = op_target(node);
     if (target)
         op_remove_ref(node, target);
-    if (node->op_comment && node->op_next) {
+    if (op_more(node)->op_comment && node->op_next) {
         op_comments_append(node, node->op_next);
         op_comments_free(node);
     }
@@ -184,31 +226,34 @@ op_t *op_target(const op_t *node)
 
 void op_set_position(const op_t *node)
 {
-    srcpos.cur_file = node->op_lfile ? node->op_lfile : "";
-    srcpos.cur_line = node->op_lline;
+    srcpos.cur_file = op_more(node)->op_lfile ? op_more(node)->op_lfile : "";
+    srcpos.cur_line = op_more(node)->op_lline;
 }
 
 // References.
 
 static void append_ref(op_t *ref, op_t *label_node)
 {
-    if (!label_node->op_refs)
-        label_node->op_refs = vec_make<op_t *>(4);
-    vec_add(label_node->op_refs, ref);
+    vec_t<op_t *> &refs = op_more(label_node)->op_refs;
+    if (!refs)
+        refs = vec_make<op_t *>(4);
+    vec_add(refs, ref);
 }
 
 void op_add_ref(op_t *ref, op_t *label_node)
 {
-    if (!label_node->op_refs || vec_indexOf(label_node->op_refs, ref) < 0)
+    const vec_t<op_t *> refs = op_more(label_node)->op_refs;
+    if (!refs || vec_indexOf(refs, ref) < 0)
         append_ref(ref, label_node);
 }
 
 // The optimiser walks forward, and lists are built backward: what goes next stands at the end.
 void op_remove_ref(op_t *ref, op_t *label_node)
 {
-    for (uint32_t i = vec_size(label_node->op_refs); i-- > 0;)
-        if (vec_elementAt(label_node->op_refs, i) == ref) {
-            vec_removeAt(label_node->op_refs, i);
+    const vec_t<op_t *> refs = op_more(label_node)->op_refs;
+    for (uint32_t i = vec_size(refs); i-- > 0;)
+        if (vec_elementAt(refs, i) == ref) {
+            vec_removeAt(refs, i);
             return;
         }
 }
@@ -230,12 +275,13 @@ void list_renew_refs(symbol_t *psect)
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op->op_type != T_NAME)
             continue;
+        const vec_t<op_t *> refs = op_more(op)->op_refs;
         uint32_t kept = 0;
-        for (op_t *ref : op->op_refs)
+        for (op_t *ref : refs)
             if (ref->op_psect != psect)
-                vec_setAt(op->op_refs, ref, kept++);
-        while (vec_size(op->op_refs) > kept)
-            vec_pop(op->op_refs);
+                vec_setAt(refs, ref, kept++);
+        while (vec_size(refs) > kept)
+            vec_pop(refs);
     }
     for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op))
         if (op_t *label = label_of(op); label && label->op_type == T_NAME && label->op_psect == psect)
@@ -246,8 +292,8 @@ void list_clear_refs(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op))
         if (op->op_type == T_NAME) {
-            if (op->op_refs)
-                vec_removeAll(op->op_refs);
+            if (op_more(op)->op_refs)
+                vec_removeAll(op_more(op)->op_refs);
             if (op->op_sym)
                 op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
         }
@@ -316,34 +362,34 @@ void op_comments_copy(op_t *dst, const op_t *src)
 {
     ASSERTION(dst != nullptr, "dst != NULL");
     ASSERTION(src != nullptr, "src != NULL");
-    if (!src->op_comment)
+    if (!op_more(src)->op_comment)
         return;
     op_comments_free(dst);
-    dst->op_comment = vec_copy(src->op_comment);
+    op_more(dst)->op_comment = vec_copy(op_more(src)->op_comment);
 }
 
 void op_comments_append(const op_t *src, op_t *dst)
 {
     ASSERTION(src != nullptr, "src != NULL");
     ASSERTION(dst != nullptr, "dst != NULL");
-    if (!src->op_comment)
+    if (!op_more(src)->op_comment)
         return;
-    if (!dst->op_comment)
-        dst->op_comment = vec_make<const char *>(4);
-    vec_addAll(dst->op_comment.raw, src->op_comment.raw);
+    if (!op_more(dst)->op_comment)
+        op_more(dst)->op_comment = vec_make<const char *>(4);
+    vec_addAll(op_more(dst)->op_comment.raw, op_more(src)->op_comment.raw);
 }
 
 void op_comments_free(op_t *node)
 {
     ASSERTION(node != nullptr, "np != NULL");
-    vec_destroy(node->op_comment.raw);
-    node->op_comment = {};
+    vec_destroy(op_more(node)->op_comment.raw);
+    op_more(node)->op_comment = {};
 }
 
 void op_comments_each(const op_t *node, void (*fn)(const char *text))
 {
     ASSERTION(node != nullptr, "np != NULL");
     ASSERTION(fn != nullptr, "fp != NULL");
-    for (const char *text : node->op_comment)
+    for (const char *text : op_more(node)->op_comment)
         fn(text);
 }

@@ -36,8 +36,9 @@ struct data_item_t {
     value_t value;
 };
 
-// Programs of half a million nodes are ordinary, so the record is kept small: 176 bytes.
-struct op_t {               // what walks along a list look at stands together
+// Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node is two
+// lines of the cache: what walks along a list look at, and the operands. The rest is kept apart, see op_more.
+struct alignas(64) op_t {
     uint16_t op_type;       // the statement's token number (ops.h); 0 only in sentinels
     uint16_t op_dest;       // DEST_F or DEST_W
     uint16_t op_access;     // ACCESS_B, ACCESS_C, or 0
@@ -45,14 +46,9 @@ struct op_t {               // what walks along a list look at stands together
     uint32_t op_flags;
     uint32_t op_id;         // from 1; 0: free, or must not be deleted
     uint32_t op_offs;       // bytes from the psect's start; set by the size pass
-    uint32_t op_callstack;
+    uint32_t op_more_at;    // where the rest is
     op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
     symbol_t *op_psect;
-    uint32_t op_lline;      // line for messages about this node; lines past 2^32 - 1 count as that one
-    uint32_t op_line;       // source line for debuggers, likewise; 0 unknown
-    const char *op_lfile;   // file of op_lline
-    const char *op_file;    // file of op_line; may be null
-    opnd_t op_opnd1, op_opnd2;
     union {                 // by kind:
         uint64_t op_arg;    // ORG, ALIGN
         symbol_t *op_sym;   // NAME
@@ -60,25 +56,37 @@ struct op_t {               // what walks along a list look at stands together
         uint64_t op_tlab;   // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
         data_item_t *op_data;  // DB
     };
+    union {                 // scratch of the optimiser's modules:
+        uint64_t op_order;  // grows along the list, with gaps
+        pa_node_t *op_pa;   // what procedural abstraction knows of the node
+        op_t *op_ahead;     // a node behind this one: errata
+    };
+    opnd_t op_opnd1, op_opnd2;
+};
+static_assert(sizeof(op_t) == 128);
+
+// What is asked of a node now and then.
+struct op_more_t {
+    uint32_t op_lline;      // line for messages about this node; lines past 2^32 - 1 count as that one
+    uint32_t op_line;       // source line for debuggers, likewise; 0 unknown
+    const char *op_lfile;   // file of op_lline
+    const char *op_file;    // file of op_line; may be null
     vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty
     const char *op_remark;            // comment behind the statement
     vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
-    union {                           // scratch of the optimiser's modules:
-        uint64_t op_order;            // grows along the list, with gaps
-        pa_node_t *op_pa;             // what procedural abstraction knows of the node
-        op_t *op_ahead;               // what the errata pass knows to stand ahead of a label
-    };
+    uint32_t op_callstack;
 };
-static_assert(sizeof(op_t) == 176);
+enum : uint32_t { OP_BLOCK = 256 };        // nodes, and op_more_t records, are made by so many
+extern op_more_t **op_more_blocks;
+inline op_more_t *op_more(const op_t *op) { return &op_more_blocks[op->op_more_at / OP_BLOCK][op->op_more_at % OP_BLOCK]; }
 
 struct code_list_t {
     symbol_t *psect;
     op_t head, tail;
 };
 
-code_list_t *list_new(symbol_t *psect);   // empty: the sentinels are linked to each other
-// The next node of a walk over a whole list, or the one before. Nodes mostly lie in the order of the list, so what comes in a
-// while is asked for already: a large list doesn't fit the caches, and waiting for it would be most of the work.
+// The next node of a walk over a whole list, or the one before. Nodes mostly lie in the order of the list, so what comes in
+// a while is asked for already: a large list doesn't fit the caches, and waiting for it would be most of the work.
 inline op_t *op_step(const op_t *op)
 {
     const char *ahead = reinterpret_cast<const char *>(op) + 16 * sizeof *op;
@@ -93,6 +101,8 @@ inline op_t *op_step_back(const op_t *op)
     __builtin_prefetch(ahead + 64);
     return op->op_prev;
 }
+
+code_list_t *list_new(symbol_t *psect);   // empty: the sentinels are linked to each other
 inline bool list_empty(const code_list_t *l) { return l->head.op_next->op_type == 0; }
 
 // A new node, not linked. It takes the input's current position and marks, and the comments that wait.
@@ -108,6 +118,18 @@ op_t *op_ensure_label(op_t *node);               // the label node right before 
 bool op_is_silent(const op_t *op);               // stands between instructions and takes no part: label, condition, ...
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
+
+// `node` gets the place of `from` for messages, or its source line for debuggers.
+inline void op_take_position(op_t *node, const op_t *from)
+{
+    op_more(node)->op_lfile = op_more(from)->op_lfile;
+    op_more(node)->op_lline = op_more(from)->op_lline;
+}
+inline void op_take_source_line(op_t *node, const op_t *from)
+{
+    op_more(node)->op_file = op_more(from)->op_file;
+    op_more(node)->op_line = op_more(from)->op_line;
+}
 
 // Reference lists. They are complete when those of all psects have been cleared and then built; op_delete keeps them true.
 // Building enters what the psect's nodes refer to, and marks its global labels with S_DEFHERE. It doesn't look whether
@@ -130,4 +152,4 @@ void op_comments_copy(op_t *dst, const op_t *src);   // replaces those of dst, i
 void op_comments_append(const op_t *src, op_t *dst);
 void op_comments_free(op_t *node);
 void op_comments_each(const op_t *node, void (*fn)(const char *text));
-inline bool op_comments_any(const op_t *node) { return static_cast<bool>(node->op_comment); }
+inline bool op_comments_any(const op_t *node) { return static_cast<bool>(op_more(node)->op_comment); }

@@ -42,8 +42,8 @@ inline void *xalloc(size_t size) {
     return p;
 }
 
-// The same out of a pool: blocks of 32 KB of the arena. Records that are visited in no order, again and again, cost far fewer
-// misses when they lie together and not between records of other kinds.
+// The same out of a pool: blocks of 32 KB of the arena. Records that are visited in no order, again and again, cost far
+// fewer misses when they lie together and not between records of other kinds.
 inline void *xalloc_from(xarena_t &pool, size_t size) {
     constexpr size_t BLOCK = 32 << 10;
     if (XALLOC_CHECKED || size > BLOCK / 8) return xalloc(size);

@@ -155,7 +155,7 @@ op_t *stmt_new_op(uint16_t type)
     op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
     op->op_type = type;
     op->op_flags |= parse_state.stmt_flags;
-    op->op_callstack = parse_state.callstack_depth;
+    op_more(op)->op_callstack = parse_state.callstack_depth;
     parse_state.last_op = op;
     return op;
 }
@@ -189,7 +189,7 @@ static bool parse_end_of_statement(stmt_end_t end)
         if (end == END_CONTROL)
             op_comment_add(yylval.str, yylval.str_len);
         else if (parse_state.last_op)
-            parse_state.last_op->op_remark = xstrndup(yylval.str, yylval.str_len);
+            op_more(parse_state.last_op)->op_remark = xstrndup(yylval.str, yylval.str_len);
     } else if (token != T_EOL) {
         return syntax_error();
     }

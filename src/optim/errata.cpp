@@ -31,7 +31,7 @@ static op_t *new_nop()
     op->op_flags |= OPF_MARK;
     op->op_data = xnew<data_item_t>();
     op->op_data->value = value_const(NOP_WORD);
-    op->op_remark = "; assembler added errata NOP";
+    op_more(op)->op_remark = "; assembler added errata NOP";
     return op;
 }
 
@@ -124,7 +124,7 @@ static void errata_psect(symbol_t *psect)
             next = nop_at(skip_definitions(op->op_next));
             break;
         case T_NAME:
-            if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op->op_refs) == 0) {
+            if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op_more(op)->op_refs) == 0) {
                 if (op->op_next->op_type == 0)
                     return;
                 next = nop_at(skip_definitions(op->op_next));

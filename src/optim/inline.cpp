@@ -46,7 +46,11 @@ bool psect_is_function(const symbol_t *psect)
         && !cache_starts_with(psect->s_name, "swtext");
 }
 
-static bool is_indirect(const op_t *op) { return op->op_remark && cache_starts_with(op->op_remark, ";indir"); }
+static bool is_indirect(const op_t *op)
+{
+    const char *remark = op_more(op)->op_remark;
+    return remark && cache_starts_with(remark, ";indir");
+}
 
 // Whether a body can't hold the node.
 static bool spoils_body(const op_t *op)
@@ -162,7 +166,7 @@ struct copy_t {
 
 static op_t *put(copy_t *c, op_t *op)
 {
-    op->op_callstack = c->call->op_callstack;
+    op_more(op)->op_callstack = op_more(c->call)->op_callstack;
     op->op_flags |= OPF_MARK;
     st.nodes++;
     return c->at = op_insert_after(c->at, op);
@@ -191,11 +195,9 @@ static op_t *plain_copy(copy_t *c, const op_t *op)
     n->op_opnd1 = op->op_opnd1;
     n->op_opnd2 = op->op_opnd2;
     n->op_arg = op->op_arg;
-    n->op_remark = op->op_remark;
-    n->op_file = op->op_file;
-    n->op_line = op->op_line;
-    n->op_lfile = op->op_lfile;
-    n->op_lline = op->op_lline;
+    op_more(n)->op_remark = op_more(op)->op_remark;
+    op_take_source_line(n, op);
+    op_take_position(n, op);
     op_comments_copy(n, op);
     return put(c, n);
 }
@@ -231,8 +233,7 @@ static void patch(copy_t *c, vec_t<op_t *> later)
 static void put_goto_exit(copy_t *c, const op_t *op)
 {
     op_t *jump = put(c, op_new_goto(c->exit));
-    jump->op_lfile = op->op_lfile;
-    jump->op_lline = op->op_lline;
+    op_take_position(jump, op);
     op_add_ref(jump, c->exit);
 }
 
@@ -322,7 +323,7 @@ static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit, ve
 static op_t *border_label(op_t *where, const op_t *call)
 {
     op_t *label = label_node(cache_printf("iL%u", sym_newlabel()->s_labelno));
-    label->op_callstack = call->op_callstack;
+    op_more(label)->op_callstack = op_more(call)->op_callstack;
     label->op_flags |= OPF_MARK;
     op_insert_after(where, label);
     label->op_sym->s_owner = label->op_psect;

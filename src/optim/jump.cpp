@@ -237,8 +237,7 @@ static op_t *new_goto_before(op_t *op, op_t *label)
 {
     op_t *jump = op_insert_after(op->op_prev, op_new_goto(label));
     jump->op_flags |= op->op_flags & OPF_MARK;
-    jump->op_lfile = op->op_lfile;
-    jump->op_lline = op->op_lline;
+    op_take_position(jump, op);
     number_new(jump);
     op_add_ref(jump, label);
     touch(jump);
@@ -659,7 +658,7 @@ static bool j18_accepts(const tail_t &t)
     const op_t *p = t.a->op_prev;
     if (p->op_type == T_GOTO && jump_target(p) == t.b)
         return false;
-    if (t.a->op_remark && cache_starts_with(t.a->op_remark, ";#"))
+    if (op_more(t.a)->op_remark && cache_starts_with(op_more(t.a)->op_remark, ";#"))
         return false;
     // J12 would make a return of the new jump.
     return !is_return(t.b) || (op_is_simple(t.a) && (opt.errata_mask & ERRATA_JUMPS));
@@ -868,7 +867,7 @@ static bool only_way_in(const op_t *c, const op_t *arm)
     for (const op_t *op = arm->op_prev; op->op_type == T_NAME; op = op->op_prev) {
         if (op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
             return false;
-        for (const op_t *ref : op->op_refs)
+        for (const op_t *ref : op_more(op)->op_refs)
             if (ref != c)
                 return false;
     }

@@ -53,8 +53,9 @@ static void trace_rule(const char *rule, const char *counter, const op_t *op)
         text.remove_suffix(1);
     while (!text.empty() && (text.front() == '\n' || text.front() == '\t'))
         text.remove_prefix(1);
-    TRACEF("%s (%s): %.*s, %s:%u", rule, counter, static_cast<int>(text.size()), text.data(), op->op_lfile ? op->op_lfile : "",
-           op->op_lline);
+    const char *file = op_more(op)->op_lfile;
+    TRACEF("%s (%s): %.*s, %s:%u", rule, counter, static_cast<int>(text.size()), text.data(), file ? file : "",
+           op_more(op)->op_lline);
 }
 
 void opt_fired(const char *rule, int counter, const op_t *op)
@@ -177,10 +178,11 @@ bool op_barrier(const op_t *op)
 
 bool label_only_from(const op_t *label, const op_t *branch)
 {
-    if (label->op_type != T_NAME || vec_size(label->op_refs) > 1 || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
+    if (label->op_type != T_NAME || vec_size(op_more(label)->op_refs) > 1
+        || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
         return false;
     for (const op_t *op = label->op_prev; op != branch; op = op->op_prev)
-        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op->op_refs) > 0))
+        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op_more(op)->op_refs) > 0))
             return false;
     return true;
 }
@@ -216,7 +218,7 @@ int list_delete_label(op_t *node)
     s->s_flags |= S_UNDEF;
     s->s_defop = nullptr;
     s->s_refs = 0;
-    node->op_refs = {};
+    op_more(node)->op_refs = {};
     op_delete_if_live(node);
     return 1;
 }
@@ -224,7 +226,7 @@ int list_delete_label(op_t *node)
 bool label_is_unused(const op_t *op)
 {
     return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
-        && vec_size(op->op_refs) == 0;
+        && vec_size(op_more(op)->op_refs) == 0;
 }
 
 unsigned list_delete_unused_labels(symbol_t *psect)
@@ -352,7 +354,7 @@ static void mark_reachable(code_list_t *list)
 {
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
         if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
-            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op->op_refs) > 0))
+            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op_more(op)->op_refs) > 0))
             reach_mark(op);
     reach_mark(list->head.op_next);
 }

@@ -297,7 +297,7 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
 // Whether the node may leave its place at all.
 static bool may_move(const op_t *op, bool psect_allows)
 {
-    return psect_allows && op->op_callstack != 0 && !(op->op_flags & OPF_SKIPPED);
+    return psect_allows && op_more(op)->op_callstack != 0 && !(op->op_flags & OPF_SKIPPED);
 }
 
 // Gives the nodes of a list their records, and finds its join points.
@@ -408,7 +408,7 @@ static int by_run(op_t *a, op_t *b)
     if (int c = compare(q->pa_len, p->pa_len)) return c;
     if (int c = compare(p->pa_sum, q->pa_sum)) return c;
     if (int c = compare(p->pa_crc, q->pa_crc)) return c;
-    if (int c = compare(a->op_line, b->op_line)) return c;
+    if (int c = compare(op_more(a)->op_line, op_more(b)->op_line)) return c;
     return compare(a->op_id, b->op_id);
 }
 
@@ -496,9 +496,8 @@ static op_t *taken_node(uint16_t type, const op_t *like)
     op_t *op = op_new();
     op->op_type = type;
     op->op_flags |= OPF_MARK;
-    op->op_callstack = like->op_callstack;
-    op->op_lfile = like->op_lfile;
-    op->op_lline = like->op_lline;
+    op_more(op)->op_callstack = op_more(like)->op_callstack;
+    op_take_position(op, like);
     op->op_pa = xnew<pa_node_t>();
     pa(op)->pa_flags = PAF_TAKEN;
     return op;
@@ -511,7 +510,7 @@ static op_t *new_label(const char *name, op_t *where, const op_t *like)
     s->s_refs = REFS_KEEP;
     op_t *op = taken_node(T_NAME, like);
     op->op_sym = s;
-    op->op_refs = vec_make<op_t *>();
+    op_more(op)->op_refs = vec_make<op_t *>();
     s->s_defop = op;
     sym_link(s);
     op_insert_after(where, op);
@@ -526,7 +525,7 @@ static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
     op->op_subop = ends_in_return ? 0 : CALL;
     op->op_opnd1.opnd_kind = OPND_CODE;
     op->op_opnd1.opnd_value = value_sym(procedure->op_sym);
-    op->op_remark = ";call to abstracted procedure";
+    op_more(op)->op_remark = ";call to abstracted procedure";
     return op_insert_after(run->op_prev, op);
 }
 
@@ -561,15 +560,14 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
     op_t *procedure = new_label(name, psect->s_psect->p_code->tail.op_prev, p);
     new_label(cache_printf("__end_of%s", name), procedure, p);
     op_t *call = replacement(p, procedure, ends_in_return), *where = procedure;
-    call->op_file = p->op_file;
-    call->op_line = p->op_line;
+    op_take_source_line(call, p);
     uint32_t left = length;
     for (op_t *op = p, *next; left > 0; left--, op = next) {
         next = op->op_next;
         hand_comments_over(op, call);
         pa(op)->pa_flags |= PAF_TAKEN;
-        op->op_line = 0;
-        op->op_file = nullptr;
+        op_more(op)->op_line = 0;
+        op_more(op)->op_file = nullptr;
         op_unlink(op);
         op_link_after(where, op);
         if (op->op_type == T_NAME)

@@ -716,8 +716,7 @@ static bool g9(op_t *n)
     bit->op_opnd2 = {OPND_BIT, 0, value_const(0)};
     bit->op_access = ACCESS_C;
     bit->op_flags |= n->op_flags & OPF_MARK;   // it is as reachable
-    bit->op_lfile = n->op_lfile;
-    bit->op_lline = n->op_lline;
+    op_take_position(bit, n);
     drop(n);
     reg_forget_w();
     return true;

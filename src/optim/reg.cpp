@@ -204,7 +204,7 @@ static effect_t effect_of_return(const op_t *op, bool sure)
     uint8_t kills = sure ? N : 0;
     if (sure && op->op_type == T_RETLW)
         kills |= W;
-    if (sure && op->op_remark && strcmp(op->op_remark, ";funcret") == 0)
+    if (sure && op_more(op)->op_remark && strcmp(op_more(op)->op_remark, ";funcret") == 0)
         kills |= Z;
     return {static_cast<uint8_t>(ALL & ~kills), kills};
 }

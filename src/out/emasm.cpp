@@ -493,14 +493,16 @@ static constexpr std::array<void (*)(const op_t *op), TYPES> statements = [] {
 // Where the higher-level source stands.
 static void put_position(const op_t *op)
 {
-    if (op->op_file && (!st.last_file || strcmp(op->op_file, st.last_file) != 0)) {
-        text_format(&st.text, "\tfile\t\"%s\"\n", op->op_file);
-        st.last_file = op->op_file;
+    const char *file = op_more(op)->op_file;
+    const uint32_t line = op_more(op)->op_line;
+    if (file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
+        text_format(&st.text, "\tfile\t\"%s\"\n", file);
+        st.last_file = file;
         st.last_line = 0;
     }
-    if (op->op_line != 0 && op->op_line != st.last_line) {
-        text_format(&st.text, "\tline\t%lu\n", static_cast<unsigned long>(op->op_line));
-        st.last_line = op->op_line;
+    if (line != 0 && line != st.last_line) {
+        text_format(&st.text, "\tline\t%lu\n", static_cast<unsigned long>(line));
+        st.last_line = line;
     }
 }
 
@@ -508,7 +510,7 @@ static void put_callstack(const op_t *op)
 {
     const op_t *next = op->op_next && op->op_next->op_type != 0 ? op->op_next : op;
     put("\n\tcallstack ");
-    put_digits(static_cast<int32_t>(next->op_callstack));
+    put_digits(static_cast<int32_t>(op_more(next)->op_callstack));
 }
 
 std::string_view asm_op(const op_t *op, asm_mode_t mode)
@@ -517,7 +519,7 @@ std::string_view asm_op(const op_t *op, asm_mode_t mode)
     if (opt.asm_output && mode != ASM_COMPARE)
         put_position(op);
     if (op->op_type != T_NAME && mode != ASM_COMPARE)
-        for (const char *comment : op->op_comment)
+        for (const char *comment : op_more(op)->op_comment)
             put(comment);
     const bool hidden = op->op_type == T_NAME && mode == ASM_PRINT && op->op_sym->s_refs == 1;
     const auto print = op->op_type < TYPES ? statements[op->op_type] : nullptr;
@@ -529,9 +531,9 @@ std::string_view asm_op(const op_t *op, asm_mode_t mode)
         if (op->op_type == T_NAME && op->op_sym->s_flags & S_GLOBAL && mode != ASM_COMPARE)
             put_callstack(op);
     }
-    if (op->op_remark && st.text.length != 0 && mode != ASM_COMPARE) {
+    if (op_more(op)->op_remark && st.text.length != 0 && mode != ASM_COMPARE) {
         put('\t');
-        put(op->op_remark);
+        put(op_more(op)->op_remark);
     }
     if (st.text.length != 0)
         put('\n');

@@ -940,17 +940,19 @@ static const char *told_name(const char *file)
 static void line_information(const op_t *op)
 {
     const psect_t *p = cur_psect->s_psect;
-    if (p->p_space != 0 || p->p_noexec || op->op_line == 0)
+    const char *file = op_more(op)->op_file;
+    const uint32_t line = op_more(op)->op_line;
+    if (p->p_space != 0 || p->p_noexec || line == 0)
         return;
-    if (op->op_file && op->op_file != st.last_file && (!st.last_file || strcmp(op->op_file, st.last_file) != 0)) {
-        st.last_file = op->op_file;
+    if (file && file != st.last_file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
+        st.last_file = file;
         st.last_line = 0;
-        obj_file_entry(told_name(op->op_file));
+        obj_file_entry(told_name(file));
     }
     const kind_t *k = kind_of(op);
-    if (op->op_line != st.last_line && !(k && k->flags & KIND_NO_LINE)) {
-        st.last_line = op->op_line;
-        obj_line_entry(op->op_line);
+    if (line != st.last_line && !(k && k->flags & KIND_NO_LINE)) {
+        st.last_line = line;
+        obj_line_entry(line);
     }
 }
 

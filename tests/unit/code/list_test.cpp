@@ -42,7 +42,7 @@ TEST(List, DeletionAndReuse)
     op_comment_add(";! summary\nrest", 10);
     op_t *a = append(T_NOP), *b = append(T_NOP);
     EXPECT_EQ(comments(a), "\n; one\n; two\n");
-    EXPECT_TRUE(vec_size(a->op_comment) == 3 && !op_comments_any(b));
+    EXPECT_TRUE(vec_size(op_more(a)->op_comment) == 3 && !op_comments_any(b));
     EXPECT_EQ(op_delete(a), 1);
     EXPECT_EQ(comments(b), "\n; one\n; two\n");
     EXPECT_EQ(op_delete_if_live(a), 0);
@@ -66,13 +66,13 @@ TEST(List, TargetsAndReferences)
     EXPECT_TRUE(op_target(skips_last) == &cur_psect->s_psect->p_code->tail && !op_target(last));
     list_build_refs(cur_psect);
     EXPECT_TRUE(sym_find("start")->s_flags & S_DEFHERE);
-    EXPECT_EQ(vec_size(end->op_refs), 2u);
-    EXPECT_FALSE(landing->op_refs);   // a label has references, the place a skip leads to has none
+    EXPECT_EQ(vec_size(op_more(end)->op_refs), 2u);
+    EXPECT_FALSE(op_more(landing)->op_refs);   // a label has references, the place a skip leads to has none
     op_add_ref(jump, end);
     op_delete(jump);
-    EXPECT_EQ(vec_size(end->op_refs), 1u);
+    EXPECT_EQ(vec_size(op_more(end)->op_refs), 1u);
     op_remove_ref(second, end);
-    EXPECT_EQ(vec_size(end->op_refs), 0u);
+    EXPECT_EQ(vec_size(op_more(end)->op_refs), 0u);
 }
 
 static std::string names(vec_t<symbol_t *> v)

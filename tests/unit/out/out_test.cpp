@@ -30,7 +30,7 @@ protected:
         op->op_subop = subop;
         op->op_opnd1 = {kind, 0, v};
         op->op_arg = static_cast<uint64_t>(v.v_offs);
-        op->op_remark = remark;
+        op_more(op)->op_remark = remark;
         return op;
     }
     static op_t *append_label(symbol_t *s)
