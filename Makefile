@@ -19,6 +19,7 @@ check: demo
 	cmake --build --preset clang -j $(JOBS)
 	sh scripts/check-install.sh build/release
 	ctest --preset dev -j $(JOBS)
+	$(RELEASE)/exec_compare --count 400
 
 build: deps
 	cmake --preset release
