@@ -93,19 +93,20 @@ static struct {
     exit(1);
 }
 
-static int64_t size_of(int size)
-{
-    return opt.lines >> (SIZES - 1 - size);
-}
-
 static std::string shape_of(const assembler_t &row)
 {
     return row.shape ? row.shape : opt.shape;
 }
 
+// The shape "gotos" is meant for half the lines of the others.
+static int64_t size_of(const assembler_t &row, int size)
+{
+    return opt.lines >> (SIZES - 1 - size + (shape_of(row) == "gotos"));
+}
+
 static std::string source_of(const assembler_t &row, int size)
 {
-    const std::string number = size < 0 ? "start" : shape_of(row) + "-" + std::to_string(size_of(size));
+    const std::string number = size < 0 ? "start" : shape_of(row) + "-" + std::to_string(size_of(row, size));
     return opt.dir + "/" + row.dialect + "-" + number + ".asm";
 }
 
@@ -242,7 +243,7 @@ static bool generate(const assembler_t &row)
         if (std::filesystem::exists(path))
             continue;
         run_t run;
-        if (size >= 0 && !spawn({ opt.gen, shape_of(row), std::to_string(size_of(size)), row.dialect }, path, false, &run))
+        if (size >= 0 && !spawn({ opt.gen, shape_of(row), std::to_string(size_of(row, size)), row.dialect }, path, false, &run))
             return false;
         if (size < 0)
             if (FILE *f = fopen(path.c_str(), "w")) {
@@ -322,7 +323,7 @@ static void measure_all(std::vector<contestant_t> &all)
             for (contestant_t &c : all) {
                 result_t *result = &c.sized[size];
                 if (round == 0 && size > 0 && (c.sized[size - 1].off || 4 * best(c.sized[size - 1]) > skip_above)) {
-                    printf("%s: left out at %lld lines\n", c.row->name, (long long)size_of(size));
+                    printf("%s: left out at %lld lines\n", c.row->name, (long long)size_of(*c.row, size));
                     result->off = true;
                 }
                 if (!result->off && result->spent < repeat_budget)
@@ -352,8 +353,9 @@ static void print_sizes(const std::vector<contestant_t> &all)
             const result_t &r = c.sized[size];
             if (r.runs.empty())
                 continue;
-            printf("| %-9s | %7lld | %4zu | %6.3f | %8.3f | %6.3f | %7.0f | ", c.row->name, (long long)size_of(size),
-                   r.runs.size(), best(r), median(r), least_cpu(r), (double)size_of(size) / best(r));
+            const int64_t lines = size_of(*c.row, size);
+            printf("| %-9s | %7lld | %4zu | %6.3f | %8.3f | %6.3f | %7.0f | ", c.row->name, (long long)lines,
+                   r.runs.size(), best(r), median(r), least_cpu(r), (double)lines / best(r));
             gas && !gas->sized[size].runs.empty() ? printf("%9.2fx", best(gas->sized[size]) / best(r)) : printf("%10s", "-");
             printf(" | %7.1f |\n", peak_mb(r));
         }
@@ -366,16 +368,15 @@ static double growth(const contestant_t &c, int size)
 
 static void print_growth(const std::vector<contestant_t> &all)
 {
-    printf("\n| growth    | time, %7lld to %7lld lines | memory | time, %7lld to %7lld lines | memory |\n"
-           "|-----------|-------------------------------:|-------:|-------------------------------:|-------:|\n",
-           (long long)size_of(0), (long long)size_of(1), (long long)size_of(1), (long long)size_of(2));
+    printf("\n| growth    |   lines | time, first doubling | memory | time, second doubling | memory |\n"
+           "|-----------|--------:|---------------------:|-------:|----------------------:|-------:|\n");
     for (const contestant_t &c : all) {
-        printf("| %-9s |", c.row->name);
+        printf("| %-9s | %7lld |", c.row->name, (long long)size_of(*c.row, SIZES - 1));
         for (int size = 1; size < SIZES; size++)
             if (growth(c, size) > 0)
-                printf(" %30.2f | %6.2f |", growth(c, size), peak_mb(c.sized[size]) / peak_mb(c.sized[size - 1]));
+                printf(" %*.2f | %6.2f |", 19 + size, growth(c, size), peak_mb(c.sized[size]) / peak_mb(c.sized[size - 1]));
             else
-                printf(" %30s | %6s |", "-", "-");
+                printf(" %*s | %6s |", 19 + size, "-", "-");
         printf("\n");
     }
 }
