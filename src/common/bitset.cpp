@@ -65,11 +65,15 @@ static bool set_bits(bitset_t *s, uint64_t bits)
 
 static uint64_t bit(word_t x)
 {
-    ASSERTION(bitset_canContain(x), "bitset_canContain(x)");
     return bitset_canContain(x) ? uint64_t{1} << x : 0;
 }
 
-bool bitset_add(bitset_t *s, word_t x) { return set_bits(s, s->bits | bit(x)); }
+bool bitset_add(bitset_t *s, word_t x)
+{
+    ASSERTION(bitset_canContain(x), "bitset_canContain(x)");
+    return set_bits(s, s->bits | bit(x));
+}
+
 bool bitset_remove(bitset_t *s, word_t x) { return set_bits(s, s->bits & ~bit(x)); }
 bool bitset_contains(const bitset_t *s, word_t x) { return s->bits & bit(x); }
 void bitset_union(bitset_t *dst, const bitset_t *src) { dst->bits |= src->bits; }

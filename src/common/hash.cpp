@@ -14,7 +14,7 @@
 struct hash_entry_t {
     hash_entry_t *next;
     word_t key, value;
-    uint32_t hash;
+    word_t hash;   // wider than 32 bits where the key word is its own hash
 };
 
 struct hash_t {
@@ -45,10 +45,10 @@ void hash_destroy(hash_t *h)
     xfree(h);
 }
 
-static uint32_t hash_of_key(const hash_t *h, word_t key) { return h->hashfn ? h->hashfn(key) : static_cast<uint32_t>(key); }
+static word_t hash_of_key(const hash_t *h, word_t key) { return h->hashfn ? h->hashfn(key) : key; }
 
 // The link that points to the key's entry, or the null link at the end of its chain.
-static hash_entry_t **find(const hash_t *h, word_t key, uint32_t hash)
+static hash_entry_t **find(const hash_t *h, word_t key, word_t hash)
 {
     hash_entry_t **link = &h->buckets[hash % h->size];
     for (hash_entry_t *e; (e = *link); link = &e->next)
@@ -65,7 +65,7 @@ static hash_entry_t *find_entry(const hash_t *h, word_t key)
 bool hash_insert(hash_t *h, word_t key, word_t value)
 {
     ASSERTION(h, "p != NULL");
-    uint32_t hash = hash_of_key(h, key);
+    word_t hash = hash_of_key(h, key);
     hash_entry_t **link = find(h, key, hash), *e = spare_entries;
     if (*link) return false;
     if (e) spare_entries = e->next;

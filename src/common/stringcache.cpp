@@ -7,7 +7,7 @@
 // it: they are cached strings, literals or the caller's own buffers. Where one builder uses another, the inner one's result
 // is a cached string before the outer one touches the buffer.
 //
-// The table has a fixed number of buckets, read when the first string is entered; with 0 every call gives a fresh copy.
+// The table has a fixed number of buckets, read when the first string is entered; while it is 0 every call gives a fresh copy.
 #include "common/stringcache.h"
 
 #include <algorithm>
@@ -42,10 +42,11 @@ static const char *intern(const char *s, bool copy)
 {
     if (!s) return nullptr;
     if (!st.table && cache_size) st.table = hash_new(cache_size, hash_string, hash_strcmp);
-    if (st.table)
-        if (word_t found = hash_lookup(st.table, to_word(s))) return from_word<const char *>(found);
+    hash_t *table = cache_size ? st.table : nullptr;
+    if (table)
+        if (word_t found = hash_lookup(table, to_word(s))) return from_word<const char *>(found);
     if (copy) s = xstrdup(s);
-    if (st.table && (!cache_limit || hash_size(st.table) < cache_limit)) hash_insert(st.table, to_word(s), to_word(s));
+    if (table && (!cache_limit || hash_size(table) < cache_limit)) hash_insert(table, to_word(s), to_word(s));
     return s;
 }
 
@@ -232,11 +233,11 @@ static const char *after_prefix(const char *s, const char *t, bool (*same)(char,
     return s;
 }
 
-const char *cache_suffix(const char *s, const char *t) { return suffix(s, t, equal); }
-const char *cache_suffix_nocase(const char *s, const char *t) { return suffix(s, t, equal_nocase); }
+const char *cache_suffix(const char *s, const char *t) { return cache_string(suffix(s, t, equal)); }
+const char *cache_suffix_nocase(const char *s, const char *t) { return cache_string(suffix(s, t, equal_nocase)); }
 bool cache_ends_with(const char *s, const char *t) { return suffix(s, t, equal); }
 bool cache_ends_with_nocase(const char *s, const char *t) { return suffix(s, t, equal_nocase); }
-const char *cache_after_prefix(const char *s, const char *t) { return after_prefix(s, t, equal); }
-const char *cache_after_prefix_nocase(const char *s, const char *t) { return after_prefix(s, t, equal_nocase); }
+const char *cache_after_prefix(const char *s, const char *t) { return cache_string(after_prefix(s, t, equal)); }
+const char *cache_after_prefix_nocase(const char *s, const char *t) { return cache_string(after_prefix(s, t, equal_nocase)); }
 bool cache_starts_with(const char *s, const char *t) { return after_prefix(s, t, equal); }
 bool cache_starts_with_nocase(const char *s, const char *t) { return after_prefix(s, t, equal_nocase); }

@@ -34,11 +34,11 @@ const char *cache_dirname(const char *path);         // null if there is no '/'
 const char *cache_between(const char *s, char open, char close, const char **first, const char **last);
 const char *cache_escape(const char *s, const char *chars, char esc);
 const char *cache_quote(const char *s, char q);
-const char *cache_suffix(const char *s, const char *t);           // the tail of `s`, or null; not a new string
+const char *cache_suffix(const char *s, const char *t);           // the tail of `s`, or null
 const char *cache_suffix_nocase(const char *s, const char *t);
 bool cache_ends_with(const char *s, const char *t);
 bool cache_ends_with_nocase(const char *s, const char *t);
-const char *cache_after_prefix(const char *s, const char *t);     // `s` behind `t`, or null; not a new string
+const char *cache_after_prefix(const char *s, const char *t);     // `s` behind `t`, or null
 const char *cache_after_prefix_nocase(const char *s, const char *t);
 bool cache_starts_with(const char *s, const char *t);
 bool cache_starts_with_nocase(const char *s, const char *t);

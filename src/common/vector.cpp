@@ -111,11 +111,14 @@ void vec_addAllNotPresent(vector_t *v, const vector_t *other)
 void vec_insert(vector_t *v, word_t x, uint32_t i)
 {
     ASSERTION(v, "p != NULL");
-    if (i >= v->count) return vec_setAt(v, x, i);
-    need_index(v, v->count);
-    memmove(v->data + i + 1, v->data + i, (v->count - i) * sizeof(word_t));
-    v->data[i] = x;
-    v->count++;
+    if (i >= v->count) {
+        vec_setAt(v, x, i);
+    } else {
+        need_index(v, v->count);
+        memmove(v->data + i + 1, v->data + i, (v->count - i) * sizeof(word_t));
+        v->data[i] = x;
+        v->count++;
+    }
     for (vec_iter_t *it = v->iters; it; it = it->outer) it->next += it->next >= i;
 }
 

@@ -35,7 +35,7 @@ void vec_add(vector_t *v, word_t x);
 uint32_t vec_addNotPresent(vector_t *v, word_t x);   // index of the element
 void vec_addAll(vector_t *v, const vector_t *other);
 void vec_addAllNotPresent(vector_t *v, const vector_t *other);
-void vec_insert(vector_t *v, word_t x, uint32_t i);  // past the end: as vec_setAt
+void vec_insert(vector_t *v, word_t x, uint32_t i);  // past the end: skipped slots are 0
 void vec_move(vector_t *v, uint32_t from, uint32_t to);
 void vec_setAt(vector_t *v, word_t x, uint32_t i);   // grows; skipped slots are 0
 bool vec_remove(vector_t *v, word_t x);              // the first equal word

@@ -55,12 +55,12 @@ bool qvinst_discover(const char *exe_dir, const char **root, const char **versio
         TRACEF("Identified as running from the '%s' directory: \"%s\"", cache_lower(tool), dir);
         dir = path_dirname(dir);
     }
-    const char *parent = dir ? cache_dirname(dir) : nullptr, *zel = parent ? path_concat(dir, "zel") : nullptr;
-    if (!zel) return false;
+    const char *zel = cache_path_join(dir, "zel"), *parent = cache_dirname(dir);
     if (!file_exists(zel)) {
         TRACEF("The 'zel' directory could not be found: \"%s\"", zel);
         return false;
     }
+    if (!parent) return false;
     *version = cache_string(dir);
     *root = *parent ? parent : "/";
     return true;

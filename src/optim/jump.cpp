@@ -664,9 +664,27 @@ static bool j18_accepts(const tail_t &t)
     return !is_return(t.b) || (op_is_simple(t.a) && (opt.errata_mask & ERRATA_JUMPS));
 }
 
-// The tail that ends at the first rival behind the position `from` whose tail `accepts` takes, or one of length 0.
+// The tail before a rival that may take over from the one before `g`, or one of length 0.
+static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
+    return t.length > 0 && !after_skip(t.a) && accepts(t) ? t : tail_t{};
+}
+
+static tail_t plain_search(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    for (op_t *c = js.psect->s_psect->p_code->head.op_next; c->op_type != 0; c = c->op_next)
+        if (c != g && c->op_type == T_GOTO && c->op_order > from)
+            if (const tail_t t = rival_tail(g, c, skip_labels, accepts); t.length > 0)
+                return t;
+    return {};
+}
+
+// The tail before the first rival behind the position `from` that has one which `accepts` takes, or one of length 0.
 static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
 {
+    if (opt_plain_search)
+        return plain_search(g, from, skip_labels, accepts);
     tail_t best = {};
     uint64_t order = ORDER_LAST;
     uint32_t left = MOST_RIVALS;
@@ -697,8 +715,8 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
                 continue;
             }
             left--;
-            const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
-            if (t.length > 0 && !after_skip(t.a) && accepts(t)) {
+            const tail_t t = rival_tail(g, c, skip_labels, accepts);
+            if (t.length > 0) {
                 best = t;
                 order = c->op_order;
             }

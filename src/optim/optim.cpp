@@ -22,7 +22,7 @@
 #include "optim/reg.h"
 #include "out/emasm.h"
 
-bool opt_changed, opt_late, codecov_seen;
+bool opt_changed, opt_late, codecov_seen, opt_plain_search;
 
 constexpr uint64_t ITERATIONS = 10, STAGE_WALKS = 50000;
 

@@ -20,6 +20,7 @@ constexpr int CNT_NONE = -1;
 extern bool opt_changed;      // a rule has edited the list
 extern bool opt_late;         // the repeat loop of the run has begun
 extern bool codecov_seen;     // the program has a coverage note psect
+extern bool opt_plain_search; // J18 and J19 try one `goto` after the other: what their index is tested against
 
 // `rule` has fired on `op` (told before the node changes or goes): counts one on `counter` unless it is CNT_NONE, sets
 // opt_changed, and leaves a line in the trace.

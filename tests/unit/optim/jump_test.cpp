@@ -1,5 +1,8 @@
 // The jump rules and the branch stage, beyond what the cases have: code that a rule rewrites, and code that it has to leave
 // alone. A row is one walk.
+#include <algorithm>
+#include <random>
+
 #include "fixture.h"
 
 struct row_t {
@@ -114,4 +117,37 @@ TEST_F(Optim, JumpRules)
     opt.errata_mask = 0x4000;
     expect_rows({{"goto L / M: / incf z / L: / return"}}, opt_jump_walk, assemble);   // J12
     opt.errata_mask = 0;
+}
+
+// The index finds what trying one goto after the other finds, also when the list has changed under it.
+TEST_F(Optim, SharedTails)
+{
+    static const char *const pieces[] = {"incf x", "incf y", "nop", "clrw", "btfsc x,1", "decfsz y", "daw", "retlw 1", "call L0"};
+    std::mt19937 random(1);
+    unsigned merged = 0;
+    for (int round = 0; round < 150; round++) {
+        std::string code;
+        for (unsigned long i = 0, labels = 4 + random() % 8; i < labels; i++) {
+            code += "L" + std::to_string(i) + ": / ";
+            for (auto n = random() % 7; n > 0; n--)
+                code += std::string(pieces[random() % (n > 2 ? 9 : 5)]) + " / ";
+            code += random() % 5 ? "goto L" + std::to_string(random() % std::min(labels, 3ul)) + " / " : "";
+        }
+        codecov_seen = round % 3 == 0;
+        std::string shapes[2];
+        for (int plain = 0; plain < 2; plain++) {
+            symbol_t *psect = assemble(code + "USED");
+            const std::string before = shape_of(psect);
+            opt_plain_search = plain;
+            for (op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
+                op->op_flags |= OPF_MARK;
+            note_taken_labels();
+            opt_jump_walk(psect);
+            shapes[plain] = shape_of(psect);
+            merged += shapes[plain] != before;
+        }
+        EXPECT_EQ(shapes[0], shapes[1]) << code;
+    }
+    EXPECT_GT(merged, 200u);
+    opt_plain_search = codecov_seen = false;
 }
