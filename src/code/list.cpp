@@ -35,13 +35,7 @@ static uint32_t new_more()
 {
     const uint32_t block = st.more_count / OP_BLOCK;
     if (st.more_count % OP_BLOCK == 0) {
-        if (block == st.more_room) {
-            st.more_room = block ? 2 * block : 64;
-            op_more_t **larger = xnew<op_more_t *>(st.more_room);
-            if (block)
-                memcpy(larger, op_more_blocks, block * sizeof *larger);
-            op_more_blocks = larger;
-        }
+        xreserve(op_more_blocks, block, block + 1, st.more_room, 64u);
         op_more_blocks[block] = xnew<op_more_t>(OP_BLOCK);
     }
     return st.more_count++;

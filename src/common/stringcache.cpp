@@ -7,7 +7,7 @@
 // it: they are cached strings, literals or the caller's own buffers. Where one builder uses another, the inner one's result
 // is a cached string before the outer one touches the buffer.
 //
-// The table has a fixed number of buckets, read when the first string is entered; while it is 0 every call gives a fresh copy.
+// The table has a fixed number of buckets, read when the first string is entered; at 0 every call gives a fresh copy.
 #include "common/stringcache.h"
 
 #include <algorithm>
@@ -238,6 +238,10 @@ const char *cache_suffix_nocase(const char *s, const char *t) { return cache_str
 bool cache_ends_with(const char *s, const char *t) { return suffix(s, t, equal); }
 bool cache_ends_with_nocase(const char *s, const char *t) { return suffix(s, t, equal_nocase); }
 const char *cache_after_prefix(const char *s, const char *t) { return cache_string(after_prefix(s, t, equal)); }
-const char *cache_after_prefix_nocase(const char *s, const char *t) { return cache_string(after_prefix(s, t, equal_nocase)); }
+const char *cache_after_prefix_nocase(const char *s, const char *t)
+{
+    return cache_string(after_prefix(s, t, equal_nocase));
+}
+
 bool cache_starts_with(const char *s, const char *t) { return after_prefix(s, t, equal); }
 bool cache_starts_with_nocase(const char *s, const char *t) { return after_prefix(s, t, equal_nocase); }

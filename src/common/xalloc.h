@@ -65,6 +65,17 @@ template <class T> inline T *xnew(size_t n = 1) {
     return static_cast<T *>(xalloc(n * sizeof(T)));
 }
 
+// Makes room in `*array` for `need` plain records, by doubling its `*room`, at first to `least`. The first `used` stay.
+template <class T, class N> inline void xreserve(T *&array, N used, N need, N &room, N least) {
+    if (need <= room) return;
+    const N larger = 2 * room > least ? 2 * room : least;
+    T *all = xnew<T>(larger > need ? larger : need);
+    for (N i = 0; i < used; i++) all[i] = array[i];
+    xfree(array);
+    array = all;
+    room = larger > need ? larger : need;
+}
+
 // A copy of the first `len` bytes of `s` (or of all of it) with a NUL behind it.
 char *xstrndup(const char *s, size_t len);
 char *xstrdup(const char *s);

@@ -66,9 +66,11 @@ bool qvinst_discover(const char *exe_dir, const char **root, const char **versio
     return true;
 }
 
+static void set_qvinstall_paths() { qvinst_discover(qvinst_exe_dir(), &st.qvinstall_dir, &st.qvinstall_ver); }
+
 const char *qvinstdir(int which)
 {
-    if (!st.qvinstall_ver) qvinst_discover(qvinst_exe_dir(), &st.qvinstall_dir, &st.qvinstall_ver);
+    if (!st.qvinstall_ver) set_qvinstall_paths();
     if (!st.qvinstall_ver) return nullptr;
     switch (which) {
     case 0: return st.qvinstall_dir;

@@ -64,14 +64,7 @@ static struct {
 
 static void put(text_t *t, char c)
 {
-    if (t->length == t->room) {
-        const size_t room = t->room ? 2 * t->room : 256;
-        char *s = static_cast<char *>(xalloc(room));
-        if (t->length)
-            memcpy(s, t->s, t->length);
-        t->s = s;
-        t->room = room;
-    }
+    xreserve(t->s, t->length, t->length + 1, t->room, size_t{256});
     t->s[t->length++] = c;
 }
 

@@ -108,14 +108,7 @@ static void note(op_t *jump)
 {
     op_t *p = before(jump, true);
     const int keys = !op_is_code(p) ? 0 : op_is_skip(before(p, true)) ? 2 : 1;
-    if (js.count + 2 > js.room) {
-        const uint32_t room = js.room ? 2 * js.room : 1024;
-        entry_t *larger = xnew<entry_t>(room);
-        if (js.count)
-            memcpy(larger, js.entries, js.count * sizeof *larger);
-        js.entries = larger;
-        js.room = room;
-    }
+    xreserve(js.entries, js.count, js.count + 2, js.room, 1024u);
     for (int deep = 0; deep < keys; deep++)
         js.entries[js.count++] = {jump, jump->op_id, 0, key_of(jump, deep)};
 }

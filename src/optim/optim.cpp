@@ -285,14 +285,7 @@ static void reach_later(const op_t *op)
 {
     if (!op || op->op_type == 0 || (op->op_flags & OPF_MARK))
         return;
-    if (reach.depth == reach.room) {
-        const size_t room = reach.room ? 2 * reach.room : 1024;
-        const op_t **larger = xnew<const op_t *>(room);
-        for (size_t i = 0; i < reach.depth; i++)
-            larger[i] = reach.stack[i];
-        reach.stack = larger;
-        reach.room = room;
-    }
+    xreserve(reach.stack, reach.depth, reach.depth + 1, reach.room, size_t{1024});
     reach.stack[reach.depth++] = op;
 }
 

@@ -135,15 +135,7 @@ static void listing_header()
 
 void list_queue_add(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
 {
-    if (st.queued == st.queue_room) {
-        const size_t room = st.queue_room ? 2 * st.queue_room : 16;
-        queued_t *larger = xnew<queued_t>(room);
-        if (st.queued)
-            memcpy(larger, st.queue, st.queued * sizeof *larger);
-        xfree(st.queue);
-        st.queue = larger;
-        st.queue_room = room;
-    }
+    xreserve(st.queue, st.queued, st.queued + 1, st.queue_room, size_t{16});
     st.queue[st.queued++] = {word, value ? *value : value_const(0), nbytes, bits};
 }
 

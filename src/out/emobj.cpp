@@ -727,14 +727,7 @@ static uint32_t add_size(uint32_t pos, uint64_t size) { return within_limit(pos 
 
 static void append_placed(op_t *op, uint32_t ahead)
 {
-    if (st.placed_count == st.placed_room) {
-        const size_t room = st.placed_room ? 2 * st.placed_room : 256;
-        placed_t *larger = xnew<placed_t>(room);
-        if (st.placed_count)
-            memcpy(larger, st.placed, st.placed_count * sizeof *larger);
-        st.placed = larger;
-        st.placed_room = room;
-    }
+    xreserve(st.placed, st.placed_count, st.placed_count + 1, st.placed_room, size_t{256});
     const value_t &v = op->op_opnd1.opnd_value;
     symbol_t *sym = nullptr;
     if (op->op_type == T_NAME)

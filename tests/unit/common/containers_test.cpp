@@ -69,6 +69,7 @@ TEST(Vector, IteratorsFollowChanges) {
     vec_insert(v, 7, 0);
     vec_removeAt(v, 1);
     EXPECT_EQ(vec_iterNext(v), 3u);
+    vec_insert(v, 6, 3);   // at the end, where the walk is
     EXPECT_EQ(vec_iterNext(v), 0u);
 }
 
@@ -87,6 +88,9 @@ TEST(Hash, WalkIsByBucketThenInsertion) {
     auto drop = [](void *arg, word_t key, word_t) -> word_t { return hash_remove(static_cast<hash_t *>(arg), key), 0; };
     hash_each(h, h, drop);   // removing the entry at hand
     EXPECT_EQ(hash_size(h), 0u);
+    h = hash_new(3, nullptr, nullptr);
+    for (word_t key : {(1ull << 32) + 1, 1ull}) hash_insert(h, key, key);   // the whole word chooses the bucket: 2, 1
+    EXPECT_EQ(list(hash_keys(h)), (words{1, (1ull << 32) + 1}));
 }
 
 static int by_value(word_t a, word_t b) { return a < b ? -1 : a > b; }

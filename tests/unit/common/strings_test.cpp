@@ -19,6 +19,10 @@ TEST(StringCache, EqualTextIsOnePointer) {
     EXPECT_EQ(cache_string("adopted"), fresh);
     std::string wide(20000, 'x');
     EXPECT_EQ(cache_printf("<%s>", wide.c_str()), "<" + wide + ">");
+    EXPECT_TRUE(cache_suffix("x.abc", "abc") == s && cache_after_prefix_nocase("X.abc", "x.") == s);
+    cache_size = 0;   // off, though there is a table
+    EXPECT_NE(cache_string("abc"), s);
+    cache_size = 5077;
 }
 
 TEST(StringCache, PathsAndPieces) {

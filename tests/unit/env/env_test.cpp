@@ -97,6 +97,13 @@ TEST(DebugFile, Traces) {
                                               "src.cpp:15          > EXIT f() -> -1\n");
 }
 
+TEST(DebugFile, MissingInstallation) {   // a tool in "/bin"
+    scratch_dir_t dir;
+    const char *root, *version;
+    said(dir, [&] { debug_option("out:x.log,on"), qvinst_discover("/bin", &root, &version); });
+    EXPECT_NE(read_file(dir.path + "/x.log").find("The 'zel' directory could not be found: \"zel\""), std::string::npos);
+}
+
 static std::string unzip(const scratch_dir_t &dir, const std::string &options) {
     std::string out = dir.path + "/.unzip";
     int status = system(("cd " + dir.path + " && unzip " + options + " > .unzip 2>&1").c_str());
