@@ -216,6 +216,7 @@ int run_main(int argc, char **argv)
     cut_program_name(argv[0]);
     const int first_source = cmdline_options(argc, argv);
     load_chip();
+    errno = 0;   // messages about the source don't show what looking for files of the installation has left
     HTML_anchor("AS");
     HTML_commandLine(argv, argc, "Assembler");
     if (first_source >= argc)
