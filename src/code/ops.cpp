@@ -273,18 +273,10 @@ constexpr word_index_t listopt_index(listopt_rows);
 constexpr word_index_t switch_index(switch_rows);
 constexpr word_index_t psectflag_index(psectflag_rows);
 
-static struct {
-    uint32_t archmask;   // of the last word that had one
-} st;
-
 const op_row_t *op_lookup_keyword(const char *word, size_t len)
 {
     const int i = len == 0 ? ROW_EMPTY : find(keyword_index, word, len);
-    if (i < 0)
-        return nullptr;
-    if (op_rows[i].archmask != 0)
-        st.archmask = op_rows[i].archmask;
-    return &op_rows[i];
+    return i < 0 ? nullptr : &op_rows[i];
 }
 
 template <size_t ROWS>
@@ -360,9 +352,9 @@ uint32_t op_status_read(const op_t *op)
 
 // Checks of a statement.
 
-void op_check_arch()
+void op_check_arch(int token)
 {
-    if (!chip_archIs(st.archmask))
+    if (!chip_archIs(op_rows[token_index.first[token - TOKEN_FIRST]].archmask))
         alert_msg(849);
 }
 
@@ -412,6 +404,8 @@ static constexpr bool rows_are_sound()
         if (len > LONGEST || (len == 0) != (i == ROW_EMPTY) || r.token < TOKEN_FIRST || r.token >= TOKEN_END)
             return false;
         if ((r.archmask == 0) != (i < 33) || (i < 33 || i > 131 ? r.status_written | r.status_read : 0))
+            return false;
+        if (r.archmask != op_rows[token_index.first[r.token - TOKEN_FIRST]].archmask)   // op_check_arch asks by token
             return false;
     }
     return true;

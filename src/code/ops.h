@@ -66,15 +66,15 @@ const char *op_name(const op_t *op);
 uint32_t op_status_written(const op_t *op);
 uint32_t op_status_read(const op_t *op);
 
-// Word look-up, without regard to case; null if the word isn't in the table. A hit in the main table that has an archmask
-// is what op_check_arch tests from then on. That `config` is no keyword at times is the scanner's business.
+// Word look-up, without regard to case; null if the word isn't in the table. That `config` is no keyword at times is the
+// scanner's business.
 const op_row_t *op_lookup_keyword(const char *word, size_t len);
 const op_row_t *op_lookup_control(const char *word, size_t len);      // the controls of opt and $
 const op_row_t *op_lookup_listopt(const char *word, size_t len);      // options of list and nolist
 const op_row_t *op_lookup_switch(const char *word, size_t len);       // asmopt on, off, push, pop
 const op_row_t *op_lookup_psectflag(const char *word, size_t len);
 
-// Message 849 if the chip lacks the last word looked up.
-void op_check_arch();
+// Message 849 if the chip lacks the instructions of this token.
+void op_check_arch(int token);
 // The access word of a statement and its file operand: ACCESS_B or ACCESS_C. Messages 1224, 1522.
 uint16_t op_resolve_access(uint16_t token, const value_t *value);

@@ -15,7 +15,7 @@ static op_t *instruction(int type, uint16_t subop, bool check_arch = true)
     op_t *op = stmt_new_op(static_cast<uint16_t>(type));
     op->op_subop = subop;
     if (check_arch)
-        op_check_arch();
+        op_check_arch(type);
     return op;
 }
 
