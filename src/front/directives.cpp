@@ -34,6 +34,13 @@ static bool parse_const(value_t *v, int64_t least, int64_t most, unsigned number
     return true;
 }
 
+// A number that goes into a field of the program or of the object file: whatever its bits are cut to, message 2210 says so.
+static void check_field(const char *what, int64_t n, int64_t most)
+{
+    if (n < 0 || n > most)
+        alert_msg(2210, what, 0LL, static_cast<long long>(most), static_cast<long long>(n));
+}
+
 static op_t *text_node(uint16_t type, uint16_t subop, const char *text)
 {
     op_t *op = stmt_new_op(type);
@@ -66,20 +73,30 @@ static bool do_include()
 
 static void do_expand(bool on) { opt.list_expand = on || opt.list_all; }
 
-static bool do_number(int32_t *option)
+static void set_page(int32_t *option, const char *what, int64_t n)
+{
+    check_field(what, n, INT32_MAX);
+    *option = static_cast<uint64_t>(n) > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
+}
+
+static bool do_page(int32_t *option, const char *what)
 {
     int64_t n;
     if (!parse_int(&n))
         return false;
-    *option = static_cast<uint64_t>(n) > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
+    set_page(option, what, n);
     return true;
 }
+
+static bool do_pagelength() { return do_page(&opt.form_length, "page length"); }
+static bool do_pagewidth() { return do_page(&opt.page_width, "page width"); }
 
 bool parse_callstack()
 {
     int64_t n;
     if (!parse_int(&n))
         return false;
+    check_field("call stack depth", n, UINT32_MAX);
     parse_state.callstack_depth = static_cast<uint32_t>(n);
     return true;
 }
@@ -121,7 +138,7 @@ static bool list_option()
         if (v.v_offs < (columns ? 49 : 15))
             alert_msg(columns ? 860 : 835);
         else
-            (columns ? opt.page_width : opt.form_length) = static_cast<int32_t>(v.v_offs < INT32_MAX ? v.v_offs : INT32_MAX);
+            set_page(columns ? &opt.page_width : &opt.form_length, columns ? "page width" : "page length", v.v_offs);
         return true;
     }
     case T_LO_T:
@@ -197,9 +214,9 @@ static bool control(int token, bool on)
             asmopt_pop();
         return true;
     case T_PAGELENGTH:
-        return do_number(&opt.form_length);
+        return do_pagelength();
     case T_PAGEWIDTH:
-        return do_number(&opt.page_width);
+        return do_pagewidth();
     default:
         return syntax_error();
     }
@@ -228,8 +245,8 @@ static bool d_subtitle(uint16_t) { return do_title(true); }
 static bool d_include(uint16_t) { return do_include(); }
 static bool d_expand(uint16_t on) { do_expand(on != 0); return true; }
 static bool d_callstack(uint16_t) { return parse_callstack(); }
-static bool d_pagelength(uint16_t) { return do_number(&opt.form_length); }
-static bool d_pagewidth(uint16_t) { return do_number(&opt.page_width); }
+static bool d_pagelength(uint16_t) { return do_pagelength(); }
+static bool d_pagewidth(uint16_t) { return do_pagewidth(); }
 
 static bool d_messg(uint16_t is_error)
 {
@@ -341,6 +358,9 @@ bool parse_definition(symbol_t *s, int token)
 
 static void dabs_add(int64_t space, int64_t address, int64_t size, symbol_t *s)
 {
+    check_field("memory space of dabs", space, UINT8_MAX);
+    check_field("address of dabs", address, UINT32_MAX);
+    check_field("size of dabs", size, UINT32_MAX);
     dabs_t *d = xnew<dabs_t>();
     d->space = static_cast<uint8_t>(space);
     d->address = address;
@@ -416,6 +436,7 @@ static bool d_fnindir(uint16_t)
     int64_t signature;
     if (!parse_name(&s) || !expect(T_COMMA) || !parse_int(&signature))
         return false;
+    check_field("signature", signature, UINT16_MAX);
     fn_t *fn = sym_fn(s);
     if (!fn->s_indirs)
         fn->s_indirs = set_new(nullptr);
@@ -429,6 +450,7 @@ static bool d_signat(uint16_t)
     int64_t n;
     if (!parse_name(&s) || !expect(T_COMMA) || !parse_int(&n))
         return false;
+    check_field("signature", n, UINT16_MAX);
     s->s_flags |= S_SIGNAT;
     sym_fn(s)->s_signat = static_cast<uint16_t>(n);
     return true;
@@ -440,11 +462,14 @@ static bool d_fnsize(uint16_t)
     value_t args, autos;
     if (!parse_name(&s) || !expect(T_COMMA) || !parse_expr(&args) || !expect(T_COMMA) || !parse_expr(&autos))
         return false;
-    for (const value_t *v : {&args, &autos})
-        if (v->v_rtype != RT_CONST || v->v_offs < 0 || v->v_offs > UINT16_MAX) {
-            alert_msg(853);
-            return true;
-        }
+    if (args.v_rtype != RT_CONST || args.v_offs < 0 || autos.v_rtype != RT_CONST || autos.v_offs < 0) {
+        alert_msg(853);
+        return true;
+    }
+    check_field("size of arguments", args.v_offs, UINT16_MAX);
+    check_field("size of variables", autos.v_offs, UINT16_MAX);
+    if (args.v_offs > UINT16_MAX || autos.v_offs > UINT16_MAX)
+        return true;
     fn_t *fn = sym_fn(s);
     if (args.v_offs > fn->s_argsize)
         fn->s_argsize = static_cast<uint16_t>(args.v_offs);
@@ -484,8 +509,11 @@ static bool d_fnconf(uint16_t)
         words[i] = yylval.str;
         take();
     }
-    if (accept(T_COMMA) && !parse_int(&number))
-        return false;
+    if (accept(T_COMMA)) {
+        if (!parse_int(&number))
+            return false;
+        check_field("number of fnconf", number, UINT16_MAX);
+    }
     lex_mode = LM_PLAIN;
     for (int i = 0; i < 3; i++)
         program.fnconf_words[i] = words[i];
@@ -665,14 +693,18 @@ static bool flag_value(value_t *v)
     return ok;
 }
 
-// A numeric flag: `bad` when it isn't a constant from 0 to `most`, `again` when it had another value. 0: not set so far.
-template <class T> static bool numeric_flag(T psect_t::*field, int64_t most, unsigned bad, unsigned again)
+// A numeric flag: `bad` when it isn't a constant from 0 on, 2210 with `what` when it is above `most`, `again` when it had
+// another value. 0: not set so far.
+template <class T>
+static bool numeric_flag(T psect_t::*field, const char *what, int64_t most, unsigned bad, unsigned again)
 {
     value_t v;
     if (!flag_value(&v))
         return false;
-    if (v.v_rtype != RT_CONST || v.v_offs < 0 || v.v_offs > most)
+    if (v.v_rtype != RT_CONST || v.v_offs < 0)
         alert_msg(bad);
+    else
+        check_field(what, v.v_offs, most);
     T *now = &(cur_psect->s_psect->*field), n = static_cast<T>(v.v_offs);
     if (*now != 0 && *now != n)
         alert_msg(again);
@@ -707,6 +739,8 @@ static bool group_flag()
         return false;
     if (v.v_rtype != RT_CONST)
         alert_msg(847);
+    else
+        check_field("psect flag \"group\"", v.v_offs, UINT32_MAX);
     cur_psect->s_psect->p_group = static_cast<uint32_t>(v.v_offs);
     return true;
 }
@@ -748,11 +782,11 @@ static bool psect_flag()
     take();
     switch (flag) {
     case T_PSECTFLAG: cur_psect->s_flags |= bits; return true;
-    case T_PF_SIZE: return numeric_flag(&psect_t::p_size, UINT32_MAX, 864, 865);
-    case T_PF_LIMIT: return numeric_flag(&psect_t::p_limit, UINT16_MAX, 1013, 1014);
-    case T_PF_RELOC: return numeric_flag(&psect_t::p_reloc, UINT16_MAX, 866, 867);
-    case T_PF_DELTA: return numeric_flag(&psect_t::p_delta, UINT8_MAX, 868, 869);
-    case T_PF_SPACE: return numeric_flag(&psect_t::p_space, UINT8_MAX, 871, 872);
+    case T_PF_SIZE: return numeric_flag(&psect_t::p_size, "psect flag \"size\"", UINT32_MAX, 864, 865);
+    case T_PF_LIMIT: return numeric_flag(&psect_t::p_limit, "psect flag \"limit\"", UINT16_MAX, 1013, 1014);
+    case T_PF_RELOC: return numeric_flag(&psect_t::p_reloc, "psect flag \"reloc\"", UINT16_MAX, 866, 867);
+    case T_PF_DELTA: return numeric_flag(&psect_t::p_delta, "psect flag \"delta\"", UINT8_MAX, 868, 869);
+    case T_PF_SPACE: return numeric_flag(&psect_t::p_space, "psect flag \"space\"", UINT8_MAX, 871, 872);
     case T_PF_CLASS: return name_flag(&psect_t::p_class, S_CLASS, 873);
     case T_PF_WITH: return name_flag(&psect_t::p_with, S_PSECT, 874);
     case T_PF_GROUP: return group_flag();
