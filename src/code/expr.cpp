@@ -249,6 +249,14 @@ void value_copy(value_t *dst, const value_t *src)
     }
 }
 
+bool value_has_here(const value_t *v)
+{
+    for (; v->v_nodes; v = value_left(v))
+        if (rtype_is_binary(v->v_rtype) && value_has_here(value_right(v)))
+            return true;
+    return v->v_rtype == RT_HERE;
+}
+
 bool sym_is_self(const symbol_t *s)
 {
     return !(s->s_flags & (S_SPACE_MASK | S_MACRO)) && s->s_value.v_rtype == RT_SYM && s->s_value.v_sym == s;

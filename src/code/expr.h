@@ -85,6 +85,7 @@ void value_binary(uint16_t code, value_t *a, const value_t *b);
 // `v` changes in place. Messages 786, 1494, 846; `seg` of what has no segment is reported and changes nothing.
 void value_unary(uint16_t code, value_t *v);
 void value_copy(value_t *dst, const value_t *src);   // message 787 on an unknown kind
+bool value_has_here(const value_t *v);               // whether `$` is in it, which is where it comes to be used
 bool value_equal(const value_t *a, const value_t *b);   // of the reduced forms, which is decided without a message
 
 // Reduces `v` in place as far as the symbols' present values allow. Definitions that go round in a circle, and those that

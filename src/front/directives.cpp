@@ -347,6 +347,8 @@ bool parse_definition(symbol_t *s, int token)
         return false;
     if (token == T_EQU && !(s->s_flags & S_UNDEF) && !value_equal(&v, &s->s_value))
         alert_msg(845, s->s_name);
+    if (value_has_here(&v))
+        alert_msg(2211, s->s_name);
     s->s_value = v;
     s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
     s->s_flags |= token == T_EQU ? S_EQU : S_SET;
