@@ -87,9 +87,9 @@ void xfree(void *) {}
 
 char *xstrndup(const char *s, size_t len)
 {
-    size_t n = strnlen(s, len);
+    size_t n = len ? strnlen(s, len) : 0;
     char *p = static_cast<char *>(xalloc(n + 1));
-    memcpy(p, s, n);
+    if (n) memcpy(p, s, n);
     return p;
 }
 

@@ -76,7 +76,7 @@ template <class T, class N> inline void xreserve(T *&array, N used, N need, N &r
     room = larger > need ? larger : need;
 }
 
-// A copy of the first `len` bytes of `s` (or of all of it) with a NUL behind it.
+// A copy of the first `len` bytes of `s` (or of all of it) with a NUL behind it. Of no bytes `s` may be null.
 char *xstrndup(const char *s, size_t len);
 char *xstrdup(const char *s);
 

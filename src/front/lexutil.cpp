@@ -85,10 +85,10 @@ static inline uint8_t class_of(char c) { return classes.of[static_cast<unsigned 
 
 // Files and lines.
 
-// Room for `room` bytes in the buffer, whose first `kept` stay.
+// Room for `room` bytes and a newline in the buffer, whose first `kept` stay. A context's first line may well be empty.
 static void keep_room(input_ctx_t *c, size_t kept, size_t room)
 {
-    if (room <= c->capacity)
+    if (c->buf && room <= c->capacity)
         return;
     if (room < 2 * c->capacity)
         room = 2 * c->capacity;
