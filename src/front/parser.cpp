@@ -15,6 +15,8 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/fileutils.h"
+#include "front/controls.h"
+#include "front/declarations.h"
 #include "front/directives.h"
 #include "front/instruction.h"
 #include "front/macro.h"
@@ -146,6 +148,21 @@ bool parse_string(const char **s)
     return !paren || expect(T_RPAREN);
 }
 
+bool parse_const(value_t *v, int64_t least, int64_t most, unsigned number)
+{
+    if (!parse_expr(v))
+        return false;
+    if (v->v_rtype != RT_CONST || v->v_offs < least || v->v_offs > most)
+        alert_msg(number);
+    return true;
+}
+
+void parse_check_field(const char *what, int64_t n, int64_t most)
+{
+    if (n < 0 || n > most)
+        alert_msg(2210, what, 0LL, static_cast<long long>(most), static_cast<long long>(n));
+}
+
 // Statements.
 
 op_t *stmt_new_op(uint16_t type)
@@ -157,6 +174,14 @@ op_t *stmt_new_op(uint16_t type)
     op->op_flags |= parse_state.stmt_flags;
     op_more(op)->op_callstack = parse_state.callstack_depth;
     parse_state.last_op = op;
+    return op;
+}
+
+op_t *stmt_new_text(uint16_t type, uint16_t subop, const char *text)
+{
+    op_t *op = stmt_new_op(type);
+    op->op_subop = subop;
+    op->op_text = text;
     return op;
 }
 

@@ -1,6 +1,6 @@
 // parser: statements to code lists. One pass over all sources, by recursive descent with one token of look-ahead.
 //
-// The token functions below are what the statement rules of this module and of `directives` are written with. A rule
+// The token functions below are what the rules of all statements are written with. A rule
 // asks for a token only when it needs one, since a token is scanned under the lex_mode of the moment, and returns false
 // on a syntax error, which has then been reported.
 #pragma once
@@ -19,6 +19,7 @@ extern parse_state_t parse_state;
 
 void yyparse();                  // to the end of all input
 op_t *stmt_new_op(uint16_t type);   // the node of a statement, at the end of the current psect
+op_t *stmt_new_text(uint16_t type, uint16_t subop, const char *text);
 
 int peek();                      // the next token, which stays
 void take();                     // it goes; its value stays in yylval until the next peek
@@ -34,3 +35,7 @@ bool parse_expr_behind(int prefix, value_t *v);   // whose first word, `b` or `c
 bool parse_int(int64_t *n);      // a number token
 bool parse_name(symbol_t **s);
 bool parse_string(const char **s);
+// An expression that must be a constant from `least` to `most`; otherwise the message `number`. The value goes on as it is.
+bool parse_const(value_t *v, int64_t least, int64_t most, unsigned number);
+// Message 2210 if a number doesn't go into its field of the program or of the object file, which takes 0 to `most`.
+void parse_check_field(const char *what, int64_t n, int64_t most);
