@@ -36,6 +36,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "common/streams.h"
+
 enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
 static const double repeat_budget = 10, slow_above = 0.6, skip_above = 60;     // seconds
 
@@ -234,7 +236,8 @@ static void write_chip(const std::string &path)
             fprintf(f, "SFR=PERIPH%d,%X,8\n", left, 0xFFF - left);
     for (int left = SFR_LINES; left-- > 0;)
         fprintf(f, "SFRFLD=FIELD%d,%X,%d,1\n", left, 0xFFF - left, left % 8);
-    fclose(f);
+    if (fclose(f) != 0)
+        die("can't write %s", path.c_str());
 }
 
 // Makes the programs for an assembler. False if the shape can't be had in its dialect.
@@ -486,6 +489,8 @@ static void read_options(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    if (!streams_complete())
+        return 1;
     read_options(argc, argv);
     setvbuf(stdout, nullptr, _IOLBF, 0);
     if (opt.peers)

@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "common/streams.h"
 #include "gen.h"
 #include "link.h"
 #include "tools.h"
@@ -201,6 +202,8 @@ static void check_exclusions()
 
 int main(int argc, char **argv)
 {
+    if (!streams_complete())
+        return 2;
     bool show_exclusions = false, print = false, rules = false;
     const std::map<std::string, uint64_t *> numbers = {
         {"--seed", &st.seed}, {"--print", &st.seed}, {"--count", &st.count}, {"--reports", &st.reports}};

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "common/streams.h"
 #include "tools.h"
 
 static void print_log(const sim_t &s, uint64_t lines)
@@ -47,6 +48,8 @@ static void print_log(const sim_t &s, uint64_t lines)
 
 int main(int argc, char **argv)
 {
+    if (!streams_complete())
+        return 2;
     std::map<std::string, std::string> settings{{"--steps", "2000000"}, {"--lines", "20"}, {"--mcpu", "ZEL8K10"}};
     int i = 1;
     for (; i + 1 < argc && settings.contains(argv[i]); i += 2)

@@ -24,6 +24,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "common/streams.h"
+
 namespace fs = std::filesystem;
 using strings = std::vector<std::string>;
 
@@ -383,10 +385,13 @@ static outcome_t run_section(case_t &c, size_t i)
 {
     const section_t run = c.sections[i];
     strings words = run.words;
+    const bool shell = starts(run.rest, "shell ");
     if (words.size() < 2 || words[0] != "tool")
         words.insert(words.begin(), {"", "aszel8"});
     words.erase(words.begin());
     words[0] = opt.bin + "/" + words[0];
+    if (shell)
+        words = {"/bin/sh", "-c", "PATH=" + opt.bin + ":$PATH; " + run.rest.substr(6)};
     outcome_t o = run_program(words, c.env, c.dir, c.input);
     c.input.clear();
     if (!o.failure.empty())
@@ -451,6 +456,8 @@ static void run_case(case_t &c)
 
 int main(int argc, char **argv)
 {
+    if (!streams_complete())
+        return 2;
     strings paths;
     std::string bin;
     std::error_code error;

@@ -1,6 +1,6 @@
 // zelobj: prints object files and relocation listing files, or checks them.
 //
-// Exit status: 0 if all is well, 1 if a file is malformed, 2 for wrong usage or a file that cannot be read.
+// Exit status: 0 if all is well, 1 if a file is malformed, 2 for wrong usage or a file that cannot be read or written.
 #include "zelobj.h"
 
 #include <cerrno>
@@ -8,14 +8,16 @@
 #include <cstring>
 #include <string_view>
 
+#include "common/streams.h"
+
 static int usage(FILE *to, int status)
 {
-    fputs("usage: zelobj [--verify] [--no-disassembly] [--offsets] [--wide] file...\n"
+    const int written = fputs("usage: zelobj [--verify] [--no-disassembly] [--offsets] [--wide] file...\n"
           "  --verify          check only: print what is wrong, nothing if all is well\n"
           "  --no-disassembly  show program psects as bytes too\n"
           "  --offsets         put each record's offset in the file in front\n"
           "  --wide            read lfsr as on chips with 14-bit data addresses\n", to);
-    return status;
+    return written < 0 || fflush(to) != 0 ? 2 : status;
 }
 
 static bool read_file(const char *path, std::vector<uint8_t> &bytes)
@@ -33,6 +35,8 @@ static bool read_file(const char *path, std::vector<uint8_t> &bytes)
 
 int main(int argc, char **argv)
 {
+    if (!streams_complete())
+        return 2;
     zo_style style;
     bool verify = false;
     int i = 1;
@@ -81,6 +85,10 @@ int main(int argc, char **argv)
             fprintf(stderr, "zelobj: %s: %s\n", argv[i], p.c_str());
         if (!problems.empty() && status == 0)
             status = 1;
+    }
+    if (ferror(stdout)) {   // each file's output has been flushed
+        fputs("zelobj: can't write the output\n", stderr);
+        status = 2;
     }
     return status;
 }
