@@ -62,11 +62,6 @@ code_list_t *list_new(symbol_t *psect)
 
 // Nodes.
 
-static uint32_t line32(int64_t line)
-{
-    return line < 0 ? 0 : line > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(line);
-}
-
 static op_t *unused_node()
 {
     if (op_t *op = st.free_nodes) {
@@ -90,10 +85,10 @@ op_t *op_new()
 {
     op_t *op = unused_node();
     op_more_t *more = op_more(op);
-    more->op_lline = line32(srcpos.cur_line);
+    more->op_lline = static_cast<uint64_t>(srcpos.cur_line);
     more->op_lfile = srcpos.cur_file;
     if (srcpos.src_line != 0) {
-        more->op_line = line32(srcpos.src_line);
+        more->op_line = static_cast<uint64_t>(srcpos.src_line);
         more->op_file = srcpos.src_file;
     } else if (opt.line_records) {
         more->op_line = more->op_lline;
@@ -221,7 +216,7 @@ op_t *op_target(const op_t *node)
 void op_set_position(const op_t *node)
 {
     srcpos.cur_file = op_more(node)->op_lfile ? op_more(node)->op_lfile : "";
-    srcpos.cur_line = op_more(node)->op_lline;
+    srcpos.cur_line = static_cast<int64_t>(op_more(node)->op_lline);
 }
 
 // References.

@@ -67,8 +67,8 @@ static_assert(sizeof(op_t) == 128);
 
 // What is asked of a node now and then.
 struct op_more_t {
-    uint32_t op_lline;      // line for messages about this node; lines past 2^32 - 1 count as that one
-    uint32_t op_line;       // source line for debuggers, likewise; 0 unknown
+    uint64_t op_lline;      // line for messages about this node
+    uint64_t op_line;       // source line for debuggers; 0 unknown
     const char *op_lfile;   // file of op_lline
     const char *op_file;    // file of op_line; may be null
     vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty

@@ -2,4 +2,5 @@
 #include "common/srcpos.h"
 
 srcpos_t srcpos = {.cur_file = "", .cur_line = 0, .phys_file = "", .phys_line = 0, .src_file = nullptr, .src_line = 0,
-                   .line_follows = false, .line_volatile = false, .line_volsfr = false, .line_compiled = false};
+                   .src_stale = false, .line_follows = false, .line_volatile = false, .line_volsfr = false,
+                   .line_compiled = false};

@@ -12,10 +12,11 @@ struct srcpos_t {
     int64_t cur_line;       // the line pointer of alert_set_location
     // The file being read and the number of lines read from it.
     const char *phys_file;
-    uint32_t phys_line;
+    int64_t phys_line;
     // The position in the higher-level source, told by `line`, `file` and `#`. src_line 0: none.
     const char *src_file;
     int64_t src_line;
+    bool src_stale;         // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
     bool line_follows;      // `line #` is in force: src_line copies phys_line for every statement
     // Markers that stand anywhere in the raw current line.
     bool line_volatile;     // ";volatile"

@@ -54,8 +54,8 @@ static void trace_rule(const char *rule, const char *counter, const op_t *op)
     while (!text.empty() && (text.front() == '\n' || text.front() == '\t'))
         text.remove_prefix(1);
     const char *file = op_more(op)->op_lfile;
-    TRACEF("%s (%s): %.*s, %s:%u", rule, counter, static_cast<int>(text.size()), text.data(), file ? file : "",
-           op_more(op)->op_lline);
+    TRACEF("%s (%s): %.*s, %s:%llu", rule, counter, static_cast<int>(text.size()), text.data(), file ? file : "",
+           static_cast<unsigned long long>(op_more(op)->op_lline));
 }
 
 void opt_fired(const char *rule, int counter, const op_t *op)

@@ -494,14 +494,14 @@ static constexpr std::array<void (*)(const op_t *op), TYPES> statements = [] {
 static void put_position(const op_t *op)
 {
     const char *file = op_more(op)->op_file;
-    const uint32_t line = op_more(op)->op_line;
+    const uint64_t line = op_more(op)->op_line;
     if (file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
         text_format(&st.text, "\tfile\t\"%s\"\n", file);
         st.last_file = file;
         st.last_line = 0;
     }
     if (line != 0 && line != st.last_line) {
-        text_format(&st.text, "\tline\t%lu\n", static_cast<unsigned long>(line));
+        text_format(&st.text, "\tline\t%llu\n", static_cast<unsigned long long>(line));
         st.last_line = line;
     }
 }

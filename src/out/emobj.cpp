@@ -934,7 +934,7 @@ static void line_information(const op_t *op)
 {
     const psect_t *p = cur_psect->s_psect;
     const char *file = op_more(op)->op_file;
-    const uint32_t line = op_more(op)->op_line;
+    const uint64_t line = op_more(op)->op_line;
     if (p->p_space != 0 || p->p_noexec || line == 0)
         return;
     if (file && file != st.last_file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
