@@ -35,6 +35,7 @@ static struct {
 
 // Words of a stream.
 
+constexpr char CTRL_Z = 0x1A;
 constexpr int WORD_BUFFER = 2048;     // a word's bytes with its NUL
 constexpr int VECTOR_STEP = 1024;     // entries
 
@@ -117,6 +118,7 @@ static void read_words(FILE *in, int *argc, char ***argv)
     const bool prompt = isatty(fileno(in));
     char *line = nullptr;
     size_t size = 0;
+    bool first = true;
     for (;;) {
         if (prompt) {
             fputs("ASZEL8> ", stdout);
@@ -125,9 +127,14 @@ static void read_words(FILE *in, int *argc, char ***argv)
         ssize_t length = getline(&line, &size, in);
         if (length < 0)
             break;
-        if (length > 0 && line[length - 1] == '\n')
+        const bool whole = length > 0 && line[length - 1] == '\n';
+        if (whole && --length > 0 && line[length - 1] == '\r')
             length--;
-        if (!read_line_words(w, line, static_cast<size_t>(length)))
+        while (!whole && length > 0 && line[length - 1] == CTRL_Z)
+            length--;
+        const size_t mark = first && length >= 3 && memcmp(line, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+        first = false;
+        if (!read_line_words(w, line + mark, static_cast<size_t>(length) - mark))
             break;
     }
     free(line);

@@ -7,6 +7,7 @@
 
 #include "code/program.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "front/parser.h"
 #include "options.h"
 
@@ -32,8 +33,13 @@ bool d_include(uint16_t)
     const char *name;
     if (!parse_string(&name))
         return false;
-    stmt_new_text(T_INCLUDE, 0, name);   // first, so that the node has this line's position
+    const srcpos_t line = srcpos;
     lex_open(name);
+    stmt_new_text(T_INCLUDE, 0, name);   // at the head of the file, before its first line, so that no line is recorded for it
+    srcpos.cur_file = line.cur_file;
+    srcpos.cur_line = line.cur_line;
+    srcpos.phys_file = line.phys_file;
+    srcpos.phys_line = line.phys_line;
     return true;
 }
 

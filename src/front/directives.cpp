@@ -112,6 +112,7 @@ static bool d_line(uint16_t)
         return false;
     srcpos.line_follows = false;
     srcpos.src_line = n;
+    srcpos.src_stale = false;
     if (n == srcpos.cur_line)
         srcpos.cur_line = n - 1;
     return true;
@@ -148,6 +149,7 @@ static bool d_hash(uint16_t)
     }
     if (counts) {
         srcpos.cur_line = srcpos.src_line = n - 1;
+        srcpos.src_stale = true;
         if (file)
             srcpos.cur_file = srcpos.src_file = cache_string(file);
     }

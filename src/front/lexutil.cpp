@@ -10,8 +10,12 @@
 // `lex_mode` and `lex_space` before it asks for the token behind the word that matters, and asks for no token earlier
 // than it needs it.
 //
-// What may bite: `lex_open` is called in the middle of a line, whose rest is still to be scanned. So the position of
-// messages moves to the new file only when its first line is read.
+// A file may begin with the mark by which editors say that a text is UTF-8, and end in the Ctrl-Z by which others say that it
+// ends. Neither is part of its text.
+//
+// What may bite: `lex_open` is called in the middle of a line, whose rest is still to be scanned. It moves the position to the
+// new file, which is what the node of an `include` has to take; whoever scans the rest sets it back, so that messages about
+// the line show it, and it moves again when the first line is read.
 #include "front/lexutil.h"
 
 #include <cerrno>
@@ -36,6 +40,8 @@ uint32_t lex_mode;
 uint64_t lex_space;
 
 constexpr size_t BLOCK = 65536;
+constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
+constexpr char CTRL_Z = 0x1A;
 constexpr size_t MAX_LINE = size_t{1} << 27;   // a line without end, as /dev/zero has, is taken for a read error
 
 // A source or included file, or the text of a macro's expansion.
@@ -49,7 +55,8 @@ struct input_ctx_t {
     bool fresh;                // no line of the file has been read yet
     bool unfinished;           // the line that was read last had no newline
     const char *ctx_file;
-    uint32_t ctx_line;         // phys_line to go back to when the context above ends
+    int64_t ctx_line;          // phys_line to go back to when the context above ends
+    const char *ctx_src_file;  // src_file likewise
     bool ctx_list;             // list_on likewise
 };
 
@@ -159,9 +166,21 @@ static input_ctx_t *next_context()
     input_ctx_t *c = &lx.stack[lx.depth];
     if (lx.depth > 0) {
         c[-1].ctx_line = srcpos.phys_line;
+        // Where `#` told a file, the way back leads to the file that was read. One that `file` told stays in force.
+        c[-1].ctx_src_file = srcpos.src_file == srcpos.cur_file ? c[-1].ctx_file : srcpos.src_file;
         c[-1].ctx_list = opt.list_on;
     }
     return c;
+}
+
+static void stand_at_head(const input_ctx_t *c)
+{
+    srcpos.cur_file = srcpos.phys_file = c->ctx_file;
+    srcpos.cur_line = srcpos.phys_line = 0;
+    srcpos.src_line = 0;
+    srcpos.src_stale = false;
+    if (opt.line_records)
+        srcpos.src_file = c->ctx_file;
 }
 
 bool lex_open(const char *name)
@@ -186,6 +205,7 @@ bool lex_open(const char *name)
     c->ctx_file = cache_string(name);
     c->fresh = true;
     lx.depth++;
+    stand_at_head(c);
     return true;
 }
 
@@ -214,8 +234,11 @@ static bool lex_pop()
         if (lx.depth > 0) {
             const input_ctx_t *c = &lx.stack[lx.depth - 1];
             srcpos.cur_line = srcpos.phys_line = c->ctx_line;
-            if (opt.line_records)
+            srcpos.src_stale = true;
+            if (opt.line_records) {
                 srcpos.src_line = c->ctx_line;
+                srcpos.src_file = c->ctx_src_file;
+            }
             opt.list_on = c->ctx_list;
             srcpos.cur_file = srcpos.phys_file = c->ctx_file;
             if (opt.crf_stream)
@@ -226,7 +249,7 @@ static bool lex_pop()
     srcpos.cur_file = "";
     if (opt.src_next >= opt.src_count)
         return false;
-    const char *name = opt.src_files[opt.src_next++];
+    const char *name = cache_string(opt.src_files[opt.src_next++]);
     srcpos.src_file = name;
     return lex_open(name);
 }
@@ -287,13 +310,15 @@ static bool fill_from_file(input_ctx_t *c)
     do
         newline = static_cast<char *>(memchr(c->buf + c->begin, '\n', c->end - c->begin));
     while (!newline && read_more(c));
+    if (c->fresh && c->end - c->begin >= 3 && memcmp(c->buf + c->begin, BYTE_ORDER_MARK, 3) == 0)
+        c->begin += 3;
+    while (!newline && c->end > c->begin && c->buf[c->end - 1] == CTRL_Z)
+        c->end--;
     if (!newline && c->begin == c->end)
         return false;
     if (c->fresh) {
         c->fresh = false;
-        srcpos.cur_file = srcpos.phys_file = c->ctx_file;
-        srcpos.cur_line = srcpos.phys_line = 0;
-        srcpos.src_line = 0;
+        stand_at_head(c);
     }
     c->unfinished = !newline;
     if (c->unfinished) {

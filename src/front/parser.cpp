@@ -72,20 +72,31 @@ void end_line()
     ps.token = T_EOL;
 }
 
+// An error in what another tool wrote is shown where it comes from, if that is known. In a preprocessed source, messages show
+// the position that `#` lines tell, and where it stands must not change by an error.
 static void yyerror(const char *text)
 {
-    const bool known = srcpos.line_compiled || fileid_is_preprocessed(fileid(srcpos.phys_file));
-    srcpos.cur_line = known ? srcpos.src_line : srcpos.phys_line;
-    srcpos.cur_file = known ? srcpos.src_file : srcpos.phys_file;
+    const srcpos_t here = srcpos;
+    const bool compiled = srcpos.line_compiled, preprocessed = fileid_is_preprocessed(fileid(srcpos.phys_file));
+    if (srcpos.src_line != 0 && (compiled || (preprocessed && !srcpos.src_stale))) {
+        srcpos.cur_line = srcpos.src_line;
+        srcpos.cur_file = srcpos.src_file;
+    } else if (compiled || !preprocessed) {
+        srcpos.cur_line = srcpos.phys_line;
+        srcpos.cur_file = srcpos.phys_file;
+    }
     if (text) {
         alert_print("%s", text);
         alert_msg(877);
     } else {
         alert_msg(876);
     }
-    if (srcpos.line_compiled) {
+    if (compiled) {
         srcpos.cur_line = srcpos.phys_line;
         srcpos.cur_file = srcpos.phys_file;
+    } else if (preprocessed) {
+        srcpos.cur_line = here.cur_line;
+        srcpos.cur_file = here.cur_file;
     }
 }
 
