@@ -8,6 +8,7 @@
 
 #include <cstring>
 
+#include "code/layout.h"
 #include "code/ops.h"
 #include "code/tlab.h"
 #include "common/stringcache.h"
@@ -18,7 +19,6 @@
 #include "optim/optim.h"
 #include "optim/pa.h"
 #include "options.h"
-#include "out/emobj.h"
 
 constexpr uint32_t ERRATA_NOPS = 0x4001;
 constexpr int PATIENCE = 20, MOST_SWEEPS = 1000;

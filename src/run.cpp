@@ -15,6 +15,7 @@
 #include "chip/sfrs.h"
 #include "cmdline.h"
 #include "code/cfgpsect.h"
+#include "code/layout.h"
 #include "code/list.h"
 #include "code/tlab.h"
 #include "common/alert.h"
@@ -31,7 +32,6 @@
 #include "options.h"
 #include "out/emasm.h"
 #include "out/emlist.h"
-#include "out/emobj.h"
 #include "out/objout.h"
 
 constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;

@@ -30,8 +30,6 @@ static struct {
 } st;
 
 static uint64_t u(int64_t n) { return static_cast<uint64_t>(n); }
-static int64_t plus(int64_t a, int64_t b) { return static_cast<int64_t>(u(a) + u(b)); }
-static int64_t minus(int64_t a, int64_t b) { return static_cast<int64_t>(u(a) - u(b)); }
 
 static int64_t fold_unary(uint8_t rtype, int64_t a)
 {
@@ -39,7 +37,7 @@ static int64_t fold_unary(uint8_t rtype, int64_t a)
     case RT_LOW: return a & 0xFF;
     case RT_HIGH: return a >> 8 & 0xFF;
     case RT_NOT: return ~a;
-    default: return minus(0, a);
+    default: return wrap_minus(0, a);
     }
 }
 
@@ -47,10 +45,10 @@ static int64_t fold_unary(uint8_t rtype, int64_t a)
 static int64_t fold_binary(uint8_t rtype, int64_t a, int64_t b)
 {
     switch (rtype) {
-    case RT_ADD: return plus(a, b);
-    case RT_SUB: return minus(a, b);
+    case RT_ADD: return wrap_plus(a, b);
+    case RT_SUB: return wrap_minus(a, b);
     case RT_MUL: return static_cast<int64_t>(u(a) * u(b));
-    case RT_DIV: return b == -1 ? minus(0, a) : a / b;
+    case RT_DIV: return b == -1 ? wrap_minus(0, a) : a / b;
     case RT_MOD: return b == -1 ? 0 : a % b;
     case RT_SHL: return static_cast<int64_t>(u(a) << (b & 63));
     case RT_SHR: return a >> (b & 63);
@@ -153,17 +151,17 @@ void value_binary(uint16_t code, value_t *a, const value_t *b)
     const bool a_const = a->v_rtype == RT_CONST, b_const = b->v_rtype == RT_CONST;
     const uint8_t rtype = tree_kind(code);
     if (code == OPC_MINUS && b_const) {
-        a->v_offs = minus(a->v_offs, b->v_offs);
+        a->v_offs = wrap_minus(a->v_offs, b->v_offs);
     } else if (code == OPC_MINUS && same_base(a, b)) {
-        become_const(a, minus(a->v_offs, b->v_offs));
+        become_const(a, wrap_minus(a->v_offs, b->v_offs));
     } else if (code == OPC_PLUS && a_const) {
         const int64_t offs = a->v_offs;
         const uint8_t common = a->v_common;
         *a = *b;
-        a->v_offs = plus(offs, b->v_offs);
+        a->v_offs = wrap_plus(offs, b->v_offs);
         a->v_common |= common;
     } else if (code == OPC_PLUS && b_const) {
-        a->v_offs = plus(a->v_offs, b->v_offs);
+        a->v_offs = wrap_plus(a->v_offs, b->v_offs);
     } else if (rtype == 0) {
         if (a_const && b_const)
             a->v_offs = compare(code, a->v_offs, b->v_offs);
@@ -277,15 +275,15 @@ static bool reduce_node(value_t *v, const value_t *kids)
     const int64_t offs = v->v_offs;
     if (right && divides_by_zero(v->v_rtype, right)) {
         *v = *left;
-        v->v_offs = plus(offs, left->v_offs);
+        v->v_offs = wrap_plus(offs, left->v_offs);
     } else if (left_const && right_const) {
-        become_const(v, plus(offs, right ? fold_binary(v->v_rtype, left->v_offs, right->v_offs)
+        become_const(v, wrap_plus(offs, right ? fold_binary(v->v_rtype, left->v_offs, right->v_offs)
                                          : fold_unary(v->v_rtype, left->v_offs)));
     } else if (v->v_rtype == RT_SUB && right_const) {
         *v = *left;
-        v->v_offs = plus(offs, minus(left->v_offs, right->v_offs));
+        v->v_offs = wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs));
     } else if (v->v_rtype == RT_SUB && same_base(left, right)) {
-        become_const(v, plus(offs, minus(left->v_offs, right->v_offs)));
+        become_const(v, wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs)));
     } else if (memcmp(kids, v->v_kids, (right ? 2 : 1) * sizeof *kids) != 0) {
         if (!make_node(v, v->v_rtype, left, right))
             return false;
@@ -305,11 +303,11 @@ static bool reduce(value_t *v)
         const int64_t offs = v->v_offs;
         const uint8_t common = v->v_common;
         *v = v->v_sym->s_value;
-        v->v_offs = plus(v->v_offs, offs);
+        v->v_offs = wrap_plus(v->v_offs, offs);
         v->v_common = common;
     }
     if (v->v_rtype == RT_DEFINED && sym_find(v->v_name))
-        become_const(v, plus(v->v_offs, 1));
+        become_const(v, wrap_plus(v->v_offs, 1));
     const bool binary = rtype_is_binary(v->v_rtype);
     if (!binary && !rtype_is_unary(v->v_rtype))
         return true;
@@ -349,6 +347,8 @@ static bool same(const value_t *a, const value_t *b)
             return false;
     }
 }
+
+bool value_is_quiet() { return st.quiet; }
 
 bool value_set_quiet(bool quiet)
 {

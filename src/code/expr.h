@@ -60,8 +60,23 @@ constexpr uint32_t VALUE_MAX_NODES = 4000;
 
 inline const value_t *value_left(const value_t *v) { return v->v_kids; }
 inline const value_t *value_right(const value_t *v) { return v->v_kids + 1; }
+// Whether it stands for a symbol's or a temporary label's.
+inline bool value_is_reference(const value_t *v)
+{
+    return v->v_rtype == RT_SYM || v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB;
+}
 inline bool rtype_is_unary(uint8_t t) { return t == RT_LOW || t == RT_HIGH || t == RT_NOT || t == RT_NEG; }
 inline bool rtype_is_binary(uint8_t t) { return (t >= RT_ADD && t <= RT_XOR) || t == RT_MOD; }
+
+// Sums of numbers wrap around.
+inline int64_t wrap_plus(int64_t a, int64_t b)
+{
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+inline int64_t wrap_minus(int64_t a, int64_t b)
+{
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
 
 // Leaves.
 inline value_t value_const(int64_t n) { value_t v = {}; v.v_offs = n; return v; }
@@ -92,6 +107,7 @@ bool value_equal(const value_t *a, const value_t *b);   // of the reduced forms,
 // make too large a tree, leave it as it was, with message 839 once a line. A division by 0 is reported.
 void value_reduce(value_t *v);
 bool value_set_quiet(bool quiet);   // whether evaluation reports nothing; returns the former state
+bool value_is_quiet();
 inline void value_eval(value_t *v)
 {
     if (v->v_rtype != RT_CONST)

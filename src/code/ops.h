@@ -6,8 +6,10 @@
 // Three small tables serve the scanner's other modes.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
 #include "code/expr.h"
 
@@ -40,6 +42,28 @@ enum token_t : uint16_t {
     T_PF_KEEP = 431, T_PF_NOEXEC = 432, T_PF_OPTIM = 433, T_PF_PA = 434, T_PF_JUMP = 435, T_PF_PEEP = 436,
     T_PF_REMOVE = 437, T_PF_LOWDATA = 438, T_PF_GROUP = 439, T_PF_MINOCG = 440, T_PF_CODECOV = 441,
 };
+
+// The kinds of nodes, op_type.
+inline constexpr uint16_t node_kinds[] = {
+    T_SUBWF, T_MOVF, T_SWAPF, T_RLCF, T_DECFSZ, T_ANDWF, T_INCF, T_ADDWF, T_MULWF, T_CPFSEQ, T_MOVWF, T_CLRF, T_BCF,
+    T_BTFSC, T_CALLW, T_PUSH, T_RETURN, T_TRET, T_DBOUT, T_TBLRD, T_TRAP, T_NOP, T_ADDLW, T_RETLW, T_MOVLW, T_PUSHL,
+    T_ADDULNK, T_ADDFSR, T_SETCNT, T_BANKSEL, T_MOVLB, T_LFSR, T_MOVSF, T_MOVSS, T_MOVFF, T_MOVFFL, T_MOVSFL, T_BRA,
+    T_RCALL, T_BCC, T_GOTO, T_CALL, T_DB, T_DS, T_ORG, T_ALIGN, T_NAME, T_NUMLABEL, T_IF, T_ELSIF, T_ELSE, T_ENDIF,
+    T_ENDM, T_TITLE, T_INCLUDE, T_MESSG, T_EQU, T_SET,
+};
+
+// A table of rows in which `type` is the kind, by kind; the row of no kind is empty. A kind that is missing or has two rows
+// fails to compile.
+template<typename row_t, size_t N> constexpr std::array<row_t, T_PF_CODECOV + 1> rows_by_kind(const row_t (&rows)[N])
+{
+    std::array<row_t, T_PF_CODECOV + 1> all = {};
+    for (const row_t &r : rows)
+        all[r.type] = r;
+    for (const uint16_t kind : node_kinds)
+        if (N != std::size(node_kinds) || all[kind].type != kind)
+            throw "each kind of node has one row";
+    return all;
+}
 
 // Architecture masks of the rows.
 enum : uint32_t { ROWS_ALL = 0x380, ROWS_X = 0x100 };

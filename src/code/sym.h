@@ -103,6 +103,11 @@ struct psect_t {
     uint8_t p_inlstate;               // of inlining: 0 not checked, 1 may be inlined, 2 may not
 };
 
+// An absolute psect: its labels are addresses.
+inline bool psect_is_abs(const symbol_t *psect) { return (psect->s_flags & (S_ABS | S_OVRLD)) == (S_ABS | S_OVRLD); }
+// Bytes per addressing unit, also before the output step has given every psect its p_delta.
+inline uint64_t psect_delta(const psect_t *p) { return p->p_delta ? p->p_delta : 1; }
+
 extern vec_t<code_list_t *> psect_list;   // all psects, in order of creation
 extern symbol_t *cur_psect;               // receives statements; then the psect that is sized or emitted
 extern symbol_t *abs_psect;               // the built-in psect with the empty name

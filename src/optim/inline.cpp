@@ -13,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "code/layout.h"
 #include "common/alert.h"
 #include "common/hash.h"
 #include "common/srcpos.h"
@@ -20,7 +21,6 @@
 #include "optim/errata.h"
 #include "optim/optim.h"
 #include "options.h"
-#include "out/emobj.h"
 
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
 constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00, FAST = 0x0100;

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <span>
 
+#include "code/layout.h"
 #include "code/sfrop.h"
 #include "common/alert.h"
 #include "common/loopguard.h"
@@ -26,7 +27,6 @@
 #include "optim/optim.h"
 #include "optim/templates.h"
 #include "options.h"
-#include "out/emobj.h"
 
 constexpr uint64_t RUN_STEPS = 500000000;
 constexpr uint64_t ORDER_GAP = uint64_t{1} << 20, ORDER_LAST = uint64_t{1} << 62;

@@ -19,6 +19,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "code/layout.h"
 #include "code/sfrop.h"
 #include "common/hash.h"
 #include "common/stringcache.h"
@@ -28,7 +29,6 @@
 #include "optim/optim.h"
 #include "options.h"
 #include "out/emasm.h"
-#include "out/emobj.h"
 
 constexpr uint32_t COST = 6;                  // bytes of a call and a return
 constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run

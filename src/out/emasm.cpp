@@ -31,7 +31,7 @@
 #include "common/xalloc.h"
 #include "options.h"
 #include "out/emlist.h"
-#include "out/emobj.h"
+#include "out/encode.h"
 
 enum : unsigned { EQU_DEPTH = 1000, EQU_TEXT = 1 << 12 };   // names are printed as their values up to this
 enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };

@@ -28,7 +28,7 @@
 #include "common/xalloc.h"
 #include "options.h"
 #include "out/emasm.h"
-#include "out/objout.h"
+#include "out/rlf.h"
 
 enum : int { TEXT_COLUMN = 32, PREFIX_WIDTH = 13, PAGE_BORDER = 4, HEADER_LINES = 5, PAD_MAX = 10000 };
 enum : unsigned { ADDRESS_BYTES = 4, ADDRESS_CHARS = 6, SYMBOL_CHARS = 4, WIDTH_MAX = 15, BITS_TYPE = 0xC0 };

@@ -4,10 +4,10 @@
 #include <string>
 
 #include "chip/chip.h"
+#include "code/layout.h"
 #include "code/ops.h"
 #include "options.h"
 #include "out/emlist.h"
-#include "out/emobj.h"
 
 class Out : public testing::Test {
 protected:

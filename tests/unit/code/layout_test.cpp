@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "chip/chip.h"
+#include "code/layout.h"
 #include "code/list.h"
 #include "code/ops.h"
 #include "options.h"
-#include "out/emobj.h"
 
 struct plain_t { op_t *op; size_t target; int64_t at; };
 

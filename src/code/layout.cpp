@@ -1,0 +1,399 @@
+// Gives everything its size and place.
+//
+// The size pass walks a psect's list, adding up sizes: every node gets its offset, every label its value. The size of a
+// branch depends on how far away its label is, and that label may lie behind it. So the walk is repeated, each time with
+// the label values that the walk before has left, until nothing moves any more. A label that lies ahead of the branch has
+// its value from before the walk, when the branch stood elsewhere too: the distance is that of their places then, or a
+// large psect would take a walk for every two kilobytes. Usually branches only shrink from one walk to the next and this
+// is over after a few of them. But padding can make them chase each other for ever; therefore after a number of walks a
+// branch may only grow, so that each further walk makes at least one longer, and after three times that many all those
+// that still have a choice take their longest form, which ends it.
+//
+// What may bite. An `org` stands where it says, so in front of one the form of a branch can't be told from the distance to
+// the next node: branch_form works it out again from the final labels. Offsets are 32 bits. A position that would pass
+// OFFS_MAX stays there, and emission stops, with a message, where it meets it.
+#include "code/layout.h"
+
+#include <array>
+
+#include "chip/chip.h"
+#include "code/ops.h"
+#include "common/alert.h"
+#include "common/xalloc.h"
+#include "options.h"
+
+enum : unsigned { SETTLE_PASSES = 50, MOST_EXTRA_PASSES = 1000, AHEAD = 12 };
+enum : uint32_t { ERRATA_NOP2 = 0x20000, ARCH_14BIT = ARCH_X };
+enum : uint16_t { CALL_FAST = 0x0100 };
+
+struct placed_t;
+
+static struct {
+    bool longest;                // branches no longer have a choice
+    placed_t *placed;            // the nodes of a psect that have to be walked again and again
+    size_t placed_count, placed_room;
+    unsigned settle_passes;      // walks after which branches may only grow
+    bool rigid;                  // not all nodes move when one grows
+} st;
+
+static bool is_live_org(const op_t *op) { return op->op_type == T_ORG && !(op->op_flags & OPF_SKIPPED); }
+
+// How far a branch at `here` has to reach. A distance relative to `$` counts from the branch itself when it goes forward.
+struct reach_t {
+    int64_t back, ahead;
+};
+
+static bool within(reach_t reach, bool (*fits)(int64_t distance)) { return fits(reach.back) && fits(reach.ahead); }
+
+// The two-word form of a conditional branch: the reversed condition, and a short branch that it skips.
+static bool fits_branch_behind_skip(int64_t distance) { return distance >= -2044 && distance <= 2043; }
+
+static reach_t reach_from(uint64_t here, int64_t to)
+{
+    const int64_t distance = wrap_minus(wrap_minus(to, 2), static_cast<int64_t>(here));
+    return {distance, distance};
+}
+
+// Whether `addend` behind the place `v` is known to lie at some distance in the same psect.
+static bool place_is_near(const value_t *v, int64_t addend, uint64_t here, reach_t *reach)
+{
+    const int64_t offs = wrap_plus(addend, v->v_offs);
+    if (v->v_rtype == RT_HERE)
+        *reach = {wrap_minus(offs, 2), offs};
+    else
+        *reach = reach_from(here, offs);
+    return v->v_rtype == RT_HERE || (v->v_rtype == RT_PSECT && v->v_sym == cur_psect);
+}
+
+static bool is_near(const value_t *v, uint64_t here, reach_t *reach)
+{
+    if (psect_is_abs(cur_psect)) {
+        *reach = reach_from(here, v->v_offs);
+        return v->v_rtype == RT_CONST;
+    }
+    return value_is_reference(v) ? place_is_near(&v->v_sym->s_value, v->v_offs, here, reach)
+                                 : place_is_near(v, 0, here, reach);
+}
+
+bool branch_has_forms(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BCC:
+        return !opt.no_trans && !(op->op_flags & OPF_COMPILED);
+    case T_GOTO:
+        return opt.optimise && !(op->op_flags & OPF_FIXED);
+    case T_CALL:
+        return !opt.no_trans && !(op->op_subop & CALL_FAST);
+    default:
+        return false;
+    }
+}
+
+// The size of a branch that has forms.
+static uint64_t form_size(unsigned type, bool near, reach_t reach)
+{
+    near &= !st.longest;
+    if (type == T_BCC)
+        return !near ? 6 : within(reach, fits_cond_branch) ? 2 : within(reach, fits_branch_behind_skip) ? 4 : 6;
+    return near && within(reach, fits_short_branch) ? 2 : 4;
+}
+
+// These take a node of a row's kind at position `pos`. Sizes may be anything up to OFFS_MAX + 1.
+static uint64_t size_branch(const op_t *op, uint64_t pos)
+{
+    if (!branch_has_forms(op))
+        return op->op_type == T_BCC ? 2 : 4;
+    reach_t reach;
+    const bool near = is_near(&op->op_opnd1.opnd_value, pos, &reach);
+    return form_size(op->op_type, near, reach);
+}
+
+symbol_t *value_psect(const value_t *v)
+{
+    if (v->v_rtype == RT_PSECT)
+        return v->v_sym;
+    if (!value_is_reference(v))
+        return nullptr;
+    const value_t *behind = &v->v_sym->s_value;
+    if (behind->v_rtype == RT_PSECT)
+        return behind->v_sym;
+    return behind->v_rtype == RT_SYM && behind->v_sym->s_defop ? behind->v_sym->s_defop->op_psect : nullptr;
+}
+
+static bool is_low_address(const opnd_t *o)
+{
+    const value_t &v = o->opnd_value;
+    return o->opnd_kind == OPND_DATA && v.v_rtype == RT_CONST && static_cast<uint64_t>(v.v_offs) < 4096;
+}
+
+static bool in_lowdata(const opnd_t *o)
+{
+    const symbol_t *psect = value_psect(&o->opnd_value);
+    return psect && psect->s_psect->p_lowdata;
+}
+
+bool movff_is_short(const op_t *op)
+{
+    if (!chip_archIs(ARCH_14BIT))
+        return true;
+    if (is_low_address(&op->op_opnd1) && is_low_address(&op->op_opnd2))
+        return true;
+    return in_lowdata(&op->op_opnd1) && in_lowdata(&op->op_opnd2);
+}
+
+static uint64_t size_movff(const op_t *op, uint64_t)
+{
+    return movff_is_short(op) ? 4 : 6;
+}
+
+static uint64_t size_nop(const op_t *op, uint64_t)
+{
+    return op->op_subop == NOP2 && opt.errata_mask & ERRATA_NOP2 ? 4 : 2;
+}
+
+unsigned data_item_width(const op_t *op)
+{
+    const unsigned delta = static_cast<unsigned>(psect_delta(cur_psect->s_psect));
+    return op->op_subop > delta ? op->op_subop : delta;
+}
+
+static uint64_t size_db(const op_t *op, uint64_t)
+{
+    uint64_t items = 0;
+    for (const data_item_t *d = op->op_data; d; d = d->next)
+        items++;
+    return items * data_item_width(op);
+}
+
+uint64_t units_to_bytes(uint64_t units)
+{
+    const uint64_t delta = psect_delta(cur_psect->s_psect);
+    return units > OFFS_MAX / delta ? OFFS_MAX + 1 : units * delta;
+}
+
+static uint64_t size_ds(const op_t *op, uint64_t)
+{
+    const int64_t units = op->op_opnd1.opnd_value.v_offs;
+    return units > 0 ? units_to_bytes(static_cast<uint64_t>(units)) : 0;
+}
+
+static uint64_t size_align(const op_t *op, uint64_t pos)
+{
+    const uint64_t over = op->op_arg ? pos % op->op_arg : 0;
+    const uint64_t padding = over ? op->op_arg - over : 0;
+    return padding <= ALIGN_MAX ? padding : 0;
+}
+
+// One row a kind of node. A size function works out what a fixed number can't tell.
+struct size_row_t {
+    uint16_t type = 0;
+    uint8_t size = 0;                                              // bytes; the longest form of a branch
+    uint64_t (*size_of)(const op_t *op, uint64_t pos) = nullptr;   // null: it is `size`
+    bool placed = false;      // the position counts: for the size, for what follows, or for a symbol
+};
+
+static constexpr size_row_t size_rows[] = {
+    {T_SUBWF, 2}, {T_MOVF, 2}, {T_SWAPF, 2}, {T_RLCF, 2}, {T_DECFSZ, 2}, {T_ANDWF, 2}, {T_INCF, 2}, {T_ADDWF, 2},
+    {T_MULWF, 2}, {T_CPFSEQ, 2}, {T_MOVWF, 2}, {T_CLRF, 2}, {T_BCF, 2}, {T_BTFSC, 2}, {T_CALLW, 2}, {T_PUSH, 2},
+    {T_RETURN, 2}, {T_TRET, 2}, {T_DBOUT, 2}, {T_TBLRD, 2}, {T_TRAP, 2}, {T_ADDLW, 2}, {T_RETLW, 2}, {T_MOVLW, 2},
+    {T_PUSHL, 2}, {T_ADDULNK, 2}, {T_ADDFSR, 2}, {T_SETCNT, 2}, {T_BANKSEL, 2}, {T_MOVLB, 2}, {T_BRA, 2}, {T_RCALL, 2},
+    {T_NOP, 2, size_nop}, {T_LFSR, 4}, {T_MOVSF, 4}, {T_MOVSS, 4}, {T_MOVFF, 6, size_movff, true}, {T_MOVFFL, 6},
+    {T_MOVSFL, 6}, {T_BCC, 6, size_branch}, {T_GOTO, 4, size_branch}, {T_CALL, 4, size_branch}, {T_DB, 0, size_db},
+    {T_DS, 0, size_ds}, {T_ORG, 0, nullptr, true}, {T_ALIGN, 0, size_align, true}, {T_NAME, 0, nullptr, true},
+    {T_NUMLABEL, 0, nullptr, true}, {T_IF, 0}, {T_ELSIF, 0}, {T_ELSE, 0}, {T_ENDIF, 0}, {T_ENDM, 0}, {T_TITLE, 0},
+    {T_INCLUDE, 0}, {T_MESSG, 0}, {T_EQU, 0}, {T_SET, 0},
+};
+static constexpr auto sizes = rows_by_kind(size_rows);
+
+static const size_row_t *row_of(const op_t *op)
+{
+    const size_row_t *k = op->op_type < sizes.size() ? &sizes[op->op_type] : nullptr;
+    return k && k->type ? k : nullptr;
+}
+
+static uint64_t row_size(const size_row_t *k, const op_t *op, uint64_t pos)
+{
+    return k->size_of ? k->size_of(op, pos) : k->size;
+}
+
+uint64_t op_size(const op_t *op, uint64_t pos)
+{
+    const size_row_t *k = row_of(op);
+    return k ? row_size(k, op, pos) : 0;
+}
+
+uint64_t branch_form(const op_t *op)
+{
+    const op_t *next = op->op_next;
+    return is_live_org(next) ? size_branch(op, op->op_offs) : next->op_offs - op->op_offs;
+}
+
+// The walks.
+
+// A node whose position counts, or the end of the list. What a walk needs of the node is here: in a large program the nodes
+// themselves are far from each other.
+struct placed_t {
+    op_t *op;
+    symbol_t *sym;         // of a label; of a branch to nothing but a symbol: that; otherwise null
+    uint32_t type;
+    uint32_t ahead;        // bytes between the placed node before it and this one
+    uint32_t at, behind;   // positions before and after it, as the last walk has found them
+};
+
+static uint32_t within_limit(uint64_t pos) { return static_cast<uint32_t>(pos < OFFS_MAX ? pos : uint64_t{OFFS_MAX}); }
+
+static uint32_t add_size(uint32_t pos, uint64_t size) { return within_limit(pos == OFFS_MAX ? pos : pos + size); }
+
+static void append_placed(op_t *op, uint32_t ahead)
+{
+    xreserve(st.placed, st.placed_count, st.placed_count + 1, st.placed_room, size_t{256});
+    const value_t &v = op->op_opnd1.opnd_value;
+    symbol_t *sym = nullptr;
+    if (op->op_type == T_NAME)
+        sym = op->op_sym;
+    else if (op->op_type == T_NUMLABEL || (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect)))
+        sym = v.v_sym;
+    st.placed[st.placed_count++] = {op, sym, op->op_type, ahead, OFFS_MAX, OFFS_MAX};
+}
+
+// Enters the psect's placed nodes.
+static void find_placed(symbol_t *psect)
+{
+    uint32_t ahead = 0;
+    st.placed_count = 0;
+    st.rigid = psect_delta(psect->s_psect) != 1;
+    op_t *op = psect->s_psect->p_code->head.op_next;
+    for (; op->op_type != 0; op = op_step(op)) {
+        if (op->op_psect != psect)
+            op->op_psect = psect;
+        if (op->op_flags & OPF_SKIPPED)
+            continue;
+        const size_row_t *k = row_of(op);
+        if (!k) {
+            op_set_position(op);
+            alert_msg(813, op->op_type);
+        } else if (k->placed || branch_has_forms(op)) {
+            append_placed(op, ahead);
+            ahead = 0;
+            st.rigid |= op->op_type == T_ORG || op->op_type == T_ALIGN;
+        } else {
+            ahead = add_size(ahead, row_size(k, op, 0));
+        }
+    }
+    append_placed(op, ahead);
+    size_t extra = st.placed_count / 100;   // without the old places a walk settles some hundred nodes
+    if (extra > MOST_EXTRA_PASSES)
+        extra = MOST_EXTRA_PASSES;
+    st.settle_passes = SETTLE_PASSES + static_cast<unsigned>(extra);
+}
+
+static uint64_t placed_branch_size(const placed_t *n, uint64_t pos, unsigned pass)
+{
+    if (!n->sym)
+        return size_branch(n->op, pos);
+    reach_t reach;
+    const value_t *target = &n->sym->s_value;
+    const bool old = pass > 1 && !st.rigid && target->v_offs > static_cast<int64_t>(pos);
+    const bool near = place_is_near(target, 0, old ? n->at : pos, &reach);
+    return form_size(n->type, near, reach);
+}
+
+// Where a placed node puts the position `pos` that it finds.
+static uint32_t position_behind(const placed_t *n, uint32_t pos, unsigned pass)
+{
+    uint64_t size = 0;
+    switch (n->type) {
+    case T_NAME:
+    case T_NUMLABEL:
+        if (pass == 1 || n->at != pos)
+            n->sym->s_value = value_psect_offset(cur_psect, pos / psect_delta(cur_psect->s_psect));
+        break;
+    case T_ORG:
+        return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_arg));
+    case T_ALIGN:
+        size = size_align(n->op, pos);
+        break;
+    case T_MOVFF:
+        size = size_movff(n->op, pos);
+        break;
+    default:
+        size = placed_branch_size(n, pos, pass);
+        if (pass > st.settle_passes && size < n->behind - n->at)
+            size = n->behind - n->at;
+    }
+    return add_size(pos, size);
+}
+
+// One walk over the placed nodes. True if any has moved.
+static bool size_walk(unsigned pass)
+{
+    bool moved = false;
+    uint32_t pos = 0;
+    placed_t *n = st.placed;
+    for (; n->type != 0; n++) {
+        if (n + AHEAD < st.placed + st.placed_count)
+            __builtin_prefetch(n[AHEAD].sym);   // symbols lie in the order in which they were first named
+        pos = add_size(pos, n->ahead);
+        moved |= n->at != pos;
+        const uint32_t behind = position_behind(n, pos, pass);
+        n->at = pos;
+        n->behind = pos = behind;
+    }
+    pos = add_size(pos, n->ahead);
+    moved |= n->at != pos;
+    n->at = pos;
+    return moved;
+}
+
+// Gives all nodes their final offsets. An `org` stands where it puts the position. The psect begins at the lowest code; an
+// `org` in front of it all tells where too, for a psect without code.
+static void settle_offsets(psect_t *p)
+{
+    const placed_t *n = st.placed;
+    bool started = false;
+    uint32_t pos = 0;
+    op_t *op = p->p_code->head.op_next;
+    p->p_base = 0;
+    for (; op->op_type != 0; op = op_step(op)) {
+        const uint32_t before = pos;
+        if (op == n->op)
+            pos = n++->behind;
+        else if (!(op->op_flags & OPF_SKIPPED))
+            pos = add_size(pos, op_size(op, 0));
+        const bool org = is_live_org(op);
+        op->op_offs = org ? pos : before;
+        if (org && !started) {
+            p->p_base = pos;
+        } else if (!org && pos != before) {
+            if (!started || before < p->p_base)
+                p->p_base = before;
+            started = true;
+        }
+    }
+    op->op_offs = pos;
+    p->p_top = pos;
+}
+
+void size_psect(symbol_t *psect)
+{
+    cur_psect = psect;
+    find_placed(psect);
+    for (unsigned pass = 1;; pass++) {
+        st.longest = pass > 3 * st.settle_passes;
+        if (!size_walk(pass) && pass > 1)
+            break;
+    }
+    st.longest = false;
+    settle_offsets(psect->s_psect);
+    psect->s_psect->p_curr = 0;
+}
+
+void size_all()
+{
+    for (const code_list_t *list : psect_list)
+        if (list->psect->s_psect->p_delta == 0)
+            list->psect->s_psect->p_delta = 1;
+    for (const code_list_t *list : psect_list)
+        if (!list_empty(list))
+            size_psect(list->psect);
+}

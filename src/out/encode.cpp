@@ -1,0 +1,390 @@
+// Encodes nodes: the road of an operand from value to bytes and relocations.
+//
+//     1. emit_psect (emit.cpp) walks the list; emobj looks the node's kind up in the table below and calls its encoder.
+//     2. The encoder takes the operand through operand_reduce (reduce.cpp), after which it is a number, a place in a psect,
+//        an external, or an expression of these.
+//     3. The encoder cuts the operand into the fields that the instruction has, with the folding operators of `expr`: a
+//        number stays a number, anything else grows into an expression tree. `goto x` has the fields (x>>1)&255 and x>>9.
+//     4. It hands the word's template, the field's value and its width to the writer, st.emit.
+//     5. The writer for the object file is emit_bytes in objtext.cpp: a number is added to the template; a place or a tree
+//        becomes a relocation entry. The writer for the listing puts everything in its queue (emlist.cpp). A program that
+//        is listed is encoded twice, first for the listing.
+//
+// What may bite. Operands are reduced once, before the first word of a node goes out: `$` means the node's own place in all
+// of its words (the items of `db` stand each at their own).
+#include "out/encode.h"
+
+#include <array>
+
+#include "chip/chip.h"
+#include "code/layout.h"
+#include "code/ops.h"
+#include "code/reduce.h"
+#include "common/alert.h"
+#include "out/emlist.h"
+#include "out/objtext.h"
+#include "out/rlf.h"
+
+enum : uint32_t { ARCH_14BIT = ARCH_X };
+
+typedef void (*emit_fn)(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
+
+static struct {
+    emit_fn emit = emit_bytes;   // takes each word, with the value for its field normalised or null
+    bool listing;                // the words go to the listing; the object file's turn is for messages and for records
+} st;
+
+// Words.
+
+static void put_word(uint32_t word)
+{
+    st.emit(word, nullptr, 2, 0);
+}
+
+// A word whose low `bits` bits are a field.
+static void put_field(uint32_t word, const value_t &value, unsigned bits)
+{
+    st.emit(word, &value, 2, bits);
+}
+
+static value_t number(int64_t n) { return value_const(n); }
+
+static value_t calc(uint16_t code, value_t a, const value_t &b)
+{
+    value_binary(code, &a, &b);
+    return a;
+}
+
+static value_t operand(const opnd_t *o)
+{
+    value_t v = o->opnd_value;
+    operand_reduce(&v);
+    return v;
+}
+
+static bool is_number_above(const value_t &v, uint64_t most)
+{
+    return v.v_rtype == RT_CONST && static_cast<uint64_t>(v.v_offs) > most;
+}
+
+// An operand that isn't cut to its field silently when it is a number.
+static value_t strict_operand(const opnd_t *o, unsigned bits)
+{
+    const value_t v = operand(o);
+    if (is_number_above(v, (uint64_t{1} << bits) - 1))
+        alert_once(1339, bits, "unsigned");
+    return v;
+}
+
+// A file operand. In square brackets it is an offset from file select 2, and only 96 of them are in the access bank.
+static value_t file_operand(const op_t *op)
+{
+    const value_t v = operand(&op->op_opnd1);
+    if (op->op_flags & OPF_INDEXED && is_number_above(v, 95))
+        alert_once(2065);
+    return v;
+}
+
+static uint32_t access_bit(const op_t *op) { return op->op_access == ACCESS_C ? 0 : 0x0100; }
+static uint32_t dest_bit(const op_t *op) { return op->op_dest == DEST_F ? 0x0200 : 0; }
+static unsigned bank_bits() { return chip_archIs(ARCH_14BIT) ? 6 : 4; }
+
+static void enc_none(const op_t *) {}
+static void enc_plain(const op_t *op) { put_word(op->op_subop); }
+static void enc_file(const op_t *op) { put_field(op->op_subop | access_bit(op), file_operand(op), 8); }
+static void enc_file_dest(const op_t *op) { put_field(op->op_subop | dest_bit(op) | access_bit(op), file_operand(op), 8); }
+static void enc_literal(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 8); }
+static void enc_pushl(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 8), 8); }
+static void enc_addulnk(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 6), 6); }
+static void enc_setcnt(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 6); }
+static void enc_movlb(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), bank_bits()); }
+static void enc_banksel(const op_t *op)
+{
+    put_field(0x0100, calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits());
+}
+static void enc_trap(const op_t *) { put_word(chip_archIs(ARCH_X | ARCH_IVT) ? 0x00C0 : 0x00E0); }
+
+static void enc_bit(const op_t *op)
+{
+    const uint32_t word = op->op_subop | access_bit(op);
+    const value_t file = file_operand(op), bit = operand(&op->op_opnd2);
+    if (bit.v_rtype == RT_CONST) {
+        const uint32_t n = static_cast<uint32_t>(bit.v_offs);
+        if (n > 7 && !st.listing)
+            alert_msg(842);
+        put_field(word | n << 9, file, 8);
+        return;
+    }
+    const value_t seven = number(7);
+    if (!st.listing)
+        obj_range_check(&bit, &seven, "bit number");
+    const value_t high = calc(OPC_SHL, calc(OPC_AND, seven, bit), number(9));
+    put_field(word, calc(OPC_PLUS, high, calc(OPC_AND, number(255), file)), 12);
+}
+
+// The upper two of the three words of a long move: `rest` bits of the source, and the destination.
+static void long_move_tail(const value_t &from, int64_t mask, const value_t &to, unsigned bits)
+{
+    const value_t upper = calc(OPC_SHL, calc(OPC_AND, from, number(mask)), number(2));
+    put_field(0xF000, calc(OPC_OR, upper, calc(OPC_AND, calc(OPC_SHR, to, number(12)), number(3))), bits);
+    put_field(0xF000, calc(OPC_AND, to, number(4095)), 12);
+}
+
+static void enc_movffl(const op_t *op)
+{
+    const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
+    put_field(0x0060, calc(OPC_SHR, from, number(10)), 4);
+    long_move_tail(from, 1023, to, 12);
+}
+
+static void enc_movff(const op_t *op)
+{
+    if (!movff_is_short(op)) {
+        enc_movffl(op);
+        return;
+    }
+    const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
+    put_field(0xC000, from, 12);
+    put_field(0xF000, to, 12);
+}
+
+static void enc_movsf(const op_t *op)
+{
+    const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
+    put_field(0xEB00, calc(OPC_AND, from, number(127)), 7);
+    put_field(0xF000, to, 12);
+}
+
+static void enc_movsfl(const op_t *op)
+{
+    const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
+    put_word(0x0002);
+    long_move_tail(from, 127, to, 9);
+}
+
+static void enc_movss(const op_t *op)
+{
+    const value_t from = strict_operand(&op->op_opnd1, 7), to = strict_operand(&op->op_opnd2, 7);
+    put_field(0xEB80, calc(OPC_AND, from, number(127)), 7);
+    put_field(0xF000, calc(OPC_AND, to, number(127)), 7);
+}
+
+static void enc_addfsr(const op_t *op)
+{
+    const uint32_t reg = static_cast<uint32_t>(op->op_opnd1.opnd_value.v_offs);
+    put_field(op->op_subop | reg << 6, strict_operand(&op->op_opnd2, 6), 6);
+}
+
+static void enc_lfsr(const op_t *op)
+{
+    const unsigned low = chip_archIs(ARCH_14BIT) ? 10 : 8;
+    const value_t reg = calc(OPC_SHL, operand(&op->op_opnd1), number(4)), to = operand(&op->op_opnd2);
+    const value_t high = calc(OPC_AND, number(15), calc(OPC_SHR, to, number(low)));
+    put_field(0xEE00, calc(OPC_PLUS, high, reg), 6);
+    put_field(0xF000, calc(OPC_AND, number((1 << low) - 1), to), low);
+}
+
+static void enc_nop(const op_t *op)
+{
+    if (op_size(op, 0) == 4) {
+        put_word(0xF000);
+        put_word(0xF000);
+    } else {
+        put_word(op->op_subop == NOP2 ? 0xD000 : op->op_subop);
+    }
+}
+
+static void enc_db(const op_t *op)
+{
+    const unsigned width = data_item_width(op);
+    for (const data_item_t *d = op->op_data; d; d = d->next) {
+        value_t v = d->value;
+        operand_reduce(&v);
+        st.emit(0, &v, width, width * 8);
+    }
+}
+
+// Position changes.
+
+static void move_to(uint64_t position)
+{
+    if (st.listing) {
+        rlf_ident();
+        cur_psect->s_psect->p_curr = position;
+        return;
+    }
+    obj_text_flush();
+    cur_psect->s_psect->p_curr = position;
+    obj_text_begin();
+}
+
+static void enc_ds(const op_t *op) { move_to(cur_psect->s_psect->p_curr + op_size(op, 0)); }
+static void enc_org(const op_t *op) { move_to(units_to_bytes(op->op_arg)); }
+
+static void enc_align(const op_t *op)
+{
+    const uint64_t here = cur_psect->s_psect->p_curr, padding = op_size(op, here);
+    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0 && !st.listing)
+        alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_arg));
+    const value_t zero = number(0);
+    for (uint64_t n = padding; n; n--)
+        st.emit(0, &zero, 1, 0);
+}
+
+// Branches.
+
+static int64_t distance_to(const value_t &target)
+{
+    return wrap_minus(wrap_minus(target.v_offs, 2), static_cast<int64_t>(cur_psect->s_psect->p_curr));
+}
+
+static void put_relative(uint32_t word, int64_t distance, uint32_t mask)
+{
+    put_word(word | (static_cast<uint32_t>(distance / 2) & mask));
+}
+
+// Tests a branch that can't be made longer. Only a target in this psect has a distance at all.
+static void check_reach(const value_t &target, bool (*fits)(int64_t distance))
+{
+    const bool known = psect_is_abs(cur_psect) && target.v_rtype == RT_CONST;
+    const bool here = target.v_rtype == RT_PSECT && target.v_sym == cur_psect;
+    if (!st.listing && ((!known && !here) || !fits(distance_to(target))))
+        alert_msg(1223);
+}
+
+static void put_long_goto(uint32_t word, const value_t &target)
+{
+    put_field(word, calc(OPC_AND, calc(OPC_SHR, target, number(1)), number(255)), 8);
+    put_field(0xF000, calc(OPC_SHR, target, number(9)), 12);
+}
+
+static void enc_bra(const op_t *op)
+{
+    const value_t target = operand(&op->op_opnd1);
+    check_reach(target, fits_short_branch);
+    if (op->op_next->op_offs == op->op_offs + 2) {
+        put_relative(op->op_subop, distance_to(target), 0x7FF);
+        return;
+    }
+    const int64_t behind = static_cast<int64_t>(cur_psect->s_psect->p_curr + 2);
+    const value_t next = target.v_rtype == RT_CONST && psect_is_abs(cur_psect) ? number(behind)
+                                                                               : value_psect_offset(cur_psect, behind);
+    put_field(op->op_subop, calc(OPC_DIV, calc(OPC_MINUS, target, next), number(2)), 11);
+}
+
+static void enc_bcc(const op_t *op)
+{
+    const value_t target = operand(&op->op_opnd1);
+    const uint32_t reversed = op->op_subop ^ 0x0100u;
+    switch (branch_form(op)) {
+    case 2:
+        check_reach(target, fits_cond_branch);
+        put_relative(op->op_subop, distance_to(target), 0xFF);
+        break;
+    case 4:
+        put_word(reversed | 1);
+        put_relative(0xD000, distance_to(target), 0x7FF);
+        break;
+    default:
+        put_word(reversed | 2);
+        put_long_goto(0xEF00, target);
+        break;
+    }
+}
+
+static void enc_goto(const op_t *op)
+{
+    const value_t target = operand(&op->op_opnd1);
+    if (branch_has_forms(op) && branch_form(op) == 2)
+        put_relative(0xD000, distance_to(target), 0x7FF);
+    else
+        put_long_goto(0xEF00, target);
+}
+
+static void enc_call(const op_t *op)
+{
+    const value_t target = operand(&op->op_opnd1);
+    if (branch_form(op) == 2)
+        put_relative(0xD800, distance_to(target), 0x7FF);
+    else
+        put_long_goto(op->op_subop, target);
+}
+
+// Statements that make no bytes.
+
+static void enc_cond(const op_t *op)
+{
+    if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !st.listing)
+        obj_cond_expr(&op->op_opnd1.opnd_value);
+}
+
+static void enc_messg(const op_t *op)
+{
+    if (!st.listing)
+        alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text);
+}
+
+// A definition shows in the listing what it defines.
+static void enc_definition(const op_t *op)
+{
+    if (st.listing)
+        list_address(operand(&op->op_opnd2));
+}
+
+// One row a kind of node.
+typedef void (*encode_fn)(const op_t *op);
+struct encoder_t {
+    uint16_t type = 0;
+    encode_fn encode = nullptr;
+};
+
+static constexpr encoder_t encoder_rows[] = {
+    {T_SUBWF, enc_file_dest}, {T_MOVF, enc_file_dest}, {T_SWAPF, enc_file_dest}, {T_RLCF, enc_file_dest},
+    {T_DECFSZ, enc_file_dest}, {T_ANDWF, enc_file_dest}, {T_INCF, enc_file_dest}, {T_ADDWF, enc_file_dest},
+    {T_MULWF, enc_file}, {T_CPFSEQ, enc_file}, {T_MOVWF, enc_file}, {T_CLRF, enc_file}, {T_BCF, enc_bit}, {T_BTFSC, enc_bit},
+    {T_CALLW, enc_plain}, {T_PUSH, enc_plain}, {T_RETURN, enc_plain}, {T_TRET, enc_plain}, {T_DBOUT, enc_plain},
+    {T_TBLRD, enc_plain}, {T_TRAP, enc_trap}, {T_NOP, enc_nop}, {T_ADDLW, enc_literal}, {T_RETLW, enc_literal},
+    {T_MOVLW, enc_literal}, {T_PUSHL, enc_pushl}, {T_ADDULNK, enc_addulnk}, {T_ADDFSR, enc_addfsr}, {T_SETCNT, enc_setcnt},
+    {T_BANKSEL, enc_banksel}, {T_MOVLB, enc_movlb}, {T_LFSR, enc_lfsr}, {T_MOVSF, enc_movsf}, {T_MOVSS, enc_movss},
+    {T_MOVFF, enc_movff}, {T_MOVFFL, enc_movffl}, {T_MOVSFL, enc_movsfl}, {T_BRA, enc_bra}, {T_RCALL, enc_bra},
+    {T_BCC, enc_bcc}, {T_GOTO, enc_goto}, {T_CALL, enc_call}, {T_DB, enc_db}, {T_DS, enc_ds}, {T_ORG, enc_org},
+    {T_ALIGN, enc_align}, {T_NAME, enc_none}, {T_NUMLABEL, enc_none}, {T_IF, enc_cond}, {T_ELSIF, enc_cond},
+    {T_ELSE, enc_none}, {T_ENDIF, enc_none}, {T_ENDM, enc_none}, {T_TITLE, enc_none}, {T_INCLUDE, enc_none},
+    {T_MESSG, enc_messg}, {T_EQU, enc_definition}, {T_SET, enc_definition},
+};
+static constexpr auto encoders = rows_by_kind(encoder_rows);
+
+// The writer for the listing.
+static void emit_list(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
+{
+    list_queue_add(word, value, nbytes, bits);
+    cur_psect->s_psect->p_curr += nbytes;
+}
+
+// The node's place goes to the listing's address column, unless its value has gone there.
+static void list_place(const op_t *op)
+{
+    const int64_t units = static_cast<int64_t>(op->op_offs / psect_delta(cur_psect->s_psect));
+    if (op->op_type != T_EQU && op->op_type != T_SET)
+        list_address(psect_is_abs(cur_psect) ? number(units) : value_psect_offset(cur_psect, units));
+}
+
+void emobj(const op_t *op, bool listing)
+{
+    const encode_fn encode = op->op_type < encoders.size() ? encoders[op->op_type].encode : nullptr;
+    if (!encode) {
+        alert_msg(812, op->op_type);
+        return;
+    }
+    if (!listing && cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
+        alert_msg(840);
+    st.listing = listing;
+    st.emit = listing ? emit_list : emit_bytes;
+    value_set_quiet(listing);
+    if (!listing || op->op_offs != OFFS_MAX)
+        encode(op);
+    if (listing)
+        list_place(op);
+    value_set_quiet(false);
+    st.listing = false;
+}
