@@ -14,6 +14,9 @@
 struct chipinfo_t;
 struct symbol_t;
 
+// Bits of the mask of --errata=.
+enum : uint32_t { ERRATA_NOPS = 0x4001, ERRATA_NO_PA = 0x0011 };
+
 struct options_t {
     const char *chip_name;            // upper case
     const char *user_chipinfo_path;   // -C<path>

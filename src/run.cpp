@@ -28,7 +28,7 @@
 #include "front/cond.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
-#include "optimise.h"
+#include "optim/driver.h"
 #include "options.h"
 #include "out/emasm.h"
 #include "out/emlist.h"

@@ -181,7 +181,7 @@ bool op_is_silent(const op_t *op)
     }
 }
 
-static op_t *past_silent(op_t *op)
+op_t *op_past_silent(op_t *op)
 {
     while (op && op_is_silent(op))
         op = op->op_next;
@@ -205,8 +205,8 @@ op_t *op_target(const op_t *node)
 {
     switch (node->op_type) {
     case T_BTFSC: case T_DECFSZ: case T_CPFSEQ: {
-        const op_t *skipped = past_silent(node->op_next);
-        return skipped ? past_silent(skipped->op_next) : nullptr;
+        const op_t *skipped = op_past_silent(node->op_next);
+        return skipped ? op_past_silent(skipped->op_next) : nullptr;
     }
     default:
         return label_of(node);

@@ -9,7 +9,8 @@
 #include "optim/errata.h"
 
 #include "common/xalloc.h"
-#include "optim/optim.h"
+#include "optim/edit.h"
+#include "optim/node.h"
 
 constexpr int64_t NOP_WORD = 0xFFFF;
 constexpr uint16_t INVERT = 0x1000;
@@ -68,22 +69,7 @@ static op_t *nop_at(op_t *op)
 
 static op_t *link_bra(op_t *where, op_t *label)
 {
-    op_t *op = op_new();
-    op->op_type = T_BRA;
-    op->op_subop = BRA;
-    op->op_opnd1.opnd_kind = OPND_CODE;
-    op->op_opnd1.opnd_value = value_sym(label->op_sym);
-    sym_add_ref(label->op_sym);
-    op_insert_after(where, op);
-    op_add_ref(op, label);
-    return op;
-}
-
-static op_t *instruction_at(op_t *op)
-{
-    while (op_is_silent(op))
-        op = op->op_next;
-    return op;
+    return edit_link_jump(where, edit_new_jump(T_BRA, BRA, label), label);
 }
 
 // A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
@@ -94,7 +80,7 @@ static void mend_skip(op_t *t, op_t *nop)
         k = k->op_prev;
     if (!op_is_skip(k))
         return;
-    op_t *x = instruction_at(nop->op_next), *y = x->op_type ? instruction_at(x->op_next) : x;
+    op_t *x = op_past_silent(nop->op_next), *y = x->op_type ? op_past_silent(x->op_next) : x;
     op_t *m = op_ensure_label(y);
     op_add_ref(k, m);
     if (k->op_type == T_BTFSC) {

@@ -10,7 +10,6 @@
 // have the same ones. Global they are called so that no rule takes them for unused.
 #include "optim/inline.h"
 
-#include <cstring>
 #include <utility>
 
 #include "code/layout.h"
@@ -18,8 +17,10 @@
 #include "common/hash.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
+#include "optim/edit.h"
 #include "optim/errata.h"
-#include "optim/optim.h"
+#include "optim/node.h"
+#include "optim/report.h"
 #include "options.h"
 
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
@@ -37,14 +38,6 @@ static struct {
 } st;
 
 // Tests.
-
-bool psect_is_function(const symbol_t *psect)
-{
-    const psect_t *p = psect->s_psect;
-    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA)
-        && p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text")
-        && !cache_starts_with(psect->s_name, "swtext");
-}
 
 static bool is_indirect(const op_t *op)
 {
@@ -120,7 +113,7 @@ static symbol_t *callee_psect(const op_t *call)
 // else: a fast one saves registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    if (!q || !call->op_psect || q == call->op_psect || !same_memory_group(q, call->op_psect) || (q->s_flags & S_NOTE)
+    if (!q || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) || (q->s_flags & S_NOTE)
         || (call->op_subop & FAST))
         return false;
     const op_t *label = op_target(call);
@@ -172,18 +165,6 @@ static op_t *put(copy_t *c, op_t *op)
     return c->at = op_insert_after(c->at, op);
 }
 
-static op_t *label_node(const char *name)
-{
-    symbol_t *s = sym_new(name);
-    s->s_refs = REFS_KEEP;
-    s->s_flags = 0;
-    op_t *op = op_new();
-    op->op_type = T_NAME;
-    op->op_sym = s;
-    s->s_defop = op;
-    return op;
-}
-
 static op_t *plain_copy(copy_t *c, const op_t *op)
 {
     op_t *n = op_new();
@@ -202,19 +183,12 @@ static op_t *plain_copy(copy_t *c, const op_t *op)
     return put(c, n);
 }
 
-static void point_at(op_t *op, op_t *label)
-{
-    op->op_opnd1.opnd_value = value_sym(label->op_sym);
-    sym_add_ref(label->op_sym);
-    op_add_ref(op, label);
-}
-
 // A copied jump or call, pointed at the copy of its label or noted for later.
 static void point_or_note(copy_t *c, op_t *op, vec_t<op_t *> later)
 {
     op_t *label = hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name);
     if (label)
-        point_at(op, label);
+        edit_lead_to(op, label->op_sym);
     else
         vec_add(later, op);
 }
@@ -224,7 +198,7 @@ static void patch(copy_t *c, vec_t<op_t *> later)
     for (op_t *op : later) {
         op_t *label = hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name);
         if (label)
-            point_at(op, label);
+            edit_lead_to(op, label->op_sym);
         else if (op_target(op))
             op_add_ref(op, op_target(op));
     }
@@ -232,14 +206,14 @@ static void patch(copy_t *c, vec_t<op_t *> later)
 
 static void put_goto_exit(copy_t *c, const op_t *op)
 {
-    op_t *jump = put(c, op_new_goto(c->exit));
+    op_t *jump = put(c, edit_new_jump(T_GOTO, 0, c->exit));
     op_take_position(jump, op);
     op_add_ref(jump, c->exit);
 }
 
 static void copy_label(copy_t *c, const op_t *op)
 {
-    op_t *label = label_node(cache_concat(cache_printf("i%uL", st.inline_seq), op->op_sym->s_name));
+    op_t *label = edit_new_label(cache_concat(cache_printf("i%uL", st.inline_seq), op->op_sym->s_name));
     label->op_sym->s_flags = S_GLOBAL;
     hash_insert(c->labels, op->op_sym->s_name, put(c, label));
     label->op_sym->s_owner = label->op_psect;
@@ -322,7 +296,7 @@ static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit, ve
 // An entry or exit label, linked behind `where`.
 static op_t *border_label(op_t *where, const op_t *call)
 {
-    op_t *label = label_node(cache_printf("iL%u", sym_newlabel()->s_labelno));
+    op_t *label = edit_new_label(cache_printf("iL%u", sym_newlabel()->s_labelno));
     op_more(label)->op_callstack = op_more(call)->op_callstack;
     label->op_flags |= OPF_MARK;
     op_insert_after(where, label);

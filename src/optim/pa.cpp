@@ -25,8 +25,10 @@
 #include "common/stringcache.h"
 #include "common/tally_table.h"
 #include "common/xalloc.h"
-#include "optim/inline.h"
-#include "optim/optim.h"
+#include "optim/edit.h"
+#include "optim/labels.h"
+#include "optim/node.h"
+#include "optim/report.h"
 #include "options.h"
 #include "out/emasm.h"
 
@@ -34,7 +36,6 @@ constexpr uint32_t COST = 6;                  // bytes of a call and a return
 constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run
 constexpr uint32_t FIRST_MEMBERS = 19;        // of a group that are compared with the others
 constexpr uint64_t MOST_STEPS = 20'000'000;   // of comparisons, which end after LONGEST nodes from then on
-constexpr uint32_t ERRATA_NO_PA = 0x11;
 constexpr uint16_t CALL = 0xEC00, RETURN = 0x0012, NOP_NOT_BEHIND = 2;
 
 // pa_flags
@@ -126,7 +127,7 @@ static bool pa_flow(const op_t *a, const op_t *b)
         return false;
     switch (a->op_type) {
     case T_GOTO: return a->op_opnd1.opnd_value.v_offs == b->op_opnd1.opnd_value.v_offs;
-    case T_BTFSC: return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+    case T_BTFSC: return op_same_operands(a, b);
     case T_DECFSZ: return a->op_dest == b->op_dest && opnd_same(&a->op_opnd1, &b->op_opnd1);
     case T_CPFSEQ: return opnd_same(&a->op_opnd1, &b->op_opnd1);
     default: return false;
@@ -279,7 +280,7 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
     for (const op_t *u = a, *v = b; u->op_type != 0 && v->op_type != 0 && !taken(u) && !taken(v) && common_pair(u, v);) {
         n++;
         size += pa(u)->pa_size;
-        if (u->op_type == T_RETURN || u->op_type == T_RETLW)
+        if (op_is_return(u))
             break;
         u = u->op_next;
         v = v->op_next;
@@ -295,7 +296,7 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
 // What is known of each node.
 
 // Whether the node may leave its place at all.
-static bool may_move(const op_t *op, bool psect_allows)
+static bool may_leave(const op_t *op, bool psect_allows)
 {
     return psect_allows && op_more(op)->op_callstack != 0 && !(op->op_flags & OPF_SKIPPED);
 }
@@ -312,7 +313,7 @@ static void survey(code_list_t *list, uint32_t *place)
             pa(op)->pa_flags |= PAF_JOIN;
         if (op->op_type == 0)
             break;
-        if (may_move(op, allowed))
+        if (may_leave(op, allowed))
             pa(op)->pa_flags |= PAF_MOVABLE;
         if (!op_is_silent(op)) {
             behind_skip = skip;
@@ -491,10 +492,9 @@ static void evaluate(pa_group_t *g)
 
 // Abstraction.
 
-static op_t *taken_node(uint16_t type, const op_t *like)
+// What is made here takes its place from `like`, and is nobody's candidate.
+static op_t *take_new(op_t *op, const op_t *like)
 {
-    op_t *op = op_new();
-    op->op_type = type;
     op->op_flags |= OPF_MARK;
     op_more(op)->op_callstack = op_more(like)->op_callstack;
     op_take_position(op, like);
@@ -503,28 +503,21 @@ static op_t *taken_node(uint16_t type, const op_t *like)
     return op;
 }
 
-static op_t *new_label(const char *name, op_t *where, const op_t *like)
+static op_t *link_new_label(const char *name, op_t *where, const op_t *like)
 {
-    symbol_t *s = sym_new(name);
-    s->s_flags = S_GLOBAL;
-    s->s_refs = REFS_KEEP;
-    op_t *op = taken_node(T_NAME, like);
-    op->op_sym = s;
+    op_t *op = take_new(edit_new_label(name), like);
+    op->op_sym->s_flags = S_GLOBAL;
     op_more(op)->op_refs = vec_make<op_t *>();
-    s->s_defop = op;
-    sym_link(s);
+    sym_link(op->op_sym);
     op_insert_after(where, op);
-    s->s_owner = op->op_psect;
+    op->op_sym->s_owner = op->op_psect;
     return op;
 }
 
 // What takes the place of a run: a jump or a call to the procedure, linked before the run.
 static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
 {
-    op_t *op = taken_node(ends_in_return ? T_GOTO : T_CALL, run);
-    op->op_subop = ends_in_return ? 0 : CALL;
-    op->op_opnd1.opnd_kind = OPND_CODE;
-    op->op_opnd1.opnd_value = value_sym(procedure->op_sym);
+    op_t *op = take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, CALL, procedure), run);
     op_more(op)->op_remark = ";call to abstracted procedure";
     return op_insert_after(run->op_prev, op);
 }
@@ -554,11 +547,11 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
     const op_t *last = p;
     for (uint32_t i = 1; i < length; i++)
         last = last->op_next;
-    const bool ends_in_return = last->op_type == T_RETURN || last->op_type == T_RETLW;
+    const bool ends_in_return = op_is_return(last);
     opt_fired("abstraction", CNT_NONE, p);
     const char *name = cache_printf("PL%u", sym_newlabel()->s_labelno);
-    op_t *procedure = new_label(name, psect->s_psect->p_code->tail.op_prev, p);
-    new_label(cache_printf("__end_of%s", name), procedure, p);
+    op_t *procedure = link_new_label(name, psect->s_psect->p_code->tail.op_prev, p);
+    link_new_label(cache_printf("__end_of%s", name), procedure, p);
     op_t *call = replacement(p, procedure, ends_in_return), *where = procedure;
     op_take_source_line(call, p);
     uint32_t left = length;
@@ -568,14 +561,14 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
         pa(op)->pa_flags |= PAF_TAKEN;
         op_more(op)->op_line = 0;
         op_more(op)->op_file = nullptr;
-        op_unlink(op);
-        op_link_after(where, op);
+        edit_move(op, where);
         if (op->op_type == T_NAME)
             op->op_sym->s_owner = op->op_psect;
         where = op;
     }
     if (!ends_in_return) {
-        op_t *op = taken_node(T_RETURN, where);
+        op_t *op = take_new(op_new(), where);
+        op->op_type = T_RETURN;
         op->op_subop = RETURN;
         op_link_after(where, op);
     }

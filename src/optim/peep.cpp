@@ -11,7 +11,7 @@
 // labels and directives. What a node that may not run tells about the machine isn't learned, and what it may change is
 // forgotten.
 //
-// Behind every section `side_effects` ends knowledge that the node ends in ways its section doesn't look at: a file
+// Behind every section `reg_side_effects` ends knowledge that the node ends in ways its section doesn't look at: a file
 // instruction whose register happens to be W, status or the bank register, an indirect write that may reach any register,
 // instructions with registers of their own. That is also why W is never said to equal a core register: the machine
 // changes those by itself.
@@ -24,17 +24,22 @@
 #include <iterator>
 
 #include "code/sfrop.h"
-#include "optim/optim.h"
-#include "optim/reg.h"
+#include "optim/edit.h"
+#include "optim/known.h"
+#include "optim/labels.h"
+#include "optim/live.h"
+#include "optim/node.h"
+#include "optim/report.h"
 #include "optim/templates.h"
 
 constexpr int RO = CNT_REDUNDANT_OPS, SJ = CNT_SKIPS_OVER, SA = CNT_ADDRESSES, JJ = CNT_JUMPS_TO_JUMPS;
 constexpr int64_t TABLAT_ADDRESS = 0xFF5, STATUS_IN_OLD_BANK = 3;
 
+bool opt_late;
+
 static struct {
     op_t *next;        // where the walk goes on
     bool skipped;      // the current node may not run
-    value_t bank;      // what reg.bank points to
 } walk;
 
 // Questions.
@@ -43,36 +48,14 @@ static bool dead(reg_t r, const op_t *n) { return !nxtuse(r, n->op_next, n, n); 
 static bool dead2(reg_t r, const op_t *n) { return !nxtuse(r, n->op_next->op_next, n, n); }   // behind the next node
 static bool dead_zn(const op_t *n) { return dead(REG_Z, n) && dead(REG_N, n); }
 
-static bool w_is(int64_t k) { return reg_w_known() && reg_w_value() == k; }
 static bool is_plain(const opnd_t *o, int64_t k) { return o->opnd_value.v_rtype == RT_CONST && o->opnd_value.v_offs == k; }
 static bool is(const op_t *op, uint16_t type, uint16_t subop) { return op->op_type == type && op->op_subop == subop; }
 static bool to_w(const op_t *op) { return op->op_dest == DEST_W; }
-
-static bool same_bit(const op_t *a, const op_t *b)
-{
-    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
-}
 
 // A test of bit `bit` of status.
 static bool tests_status(const op_t *op, int64_t bit)
 {
     return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && is_plain(&op->op_opnd2, bit);
-}
-
-// A number below 256 with banked access while another bank than 0 is selected: not the register at that address.
-static bool in_other_bank(const opnd_t *o)
-{
-    const value_t *v = &o->opnd_value;
-    return o->opnd_access == ACCESS_B && v->v_rtype == RT_CONST && v->v_offs >= 0 && v->v_offs < 256 && reg.bank
-        && reg.bank->v_rtype == RT_CONST && reg.bank->v_offs != 0;
-}
-
-// Whether the register holds the same as W.
-static bool equals_w(const opnd_t *o)
-{
-    if (!opnd_same(o, &reg.w_reg))
-        return false;
-    return !o->opnd_access == !reg.w_reg.opnd_access || !in_other_bank(o->opnd_access ? o : &reg.w_reg);
 }
 
 // Whether the operand is a register named by a number or a symbol. One that is written as a symbol XOR the bank of a
@@ -121,34 +104,6 @@ static bool w_flags_valid(const op_t *n)
     }
 }
 
-// Knowledge.
-
-static void forget_machine()
-{
-    reg_forget_all();
-    reg.carry = -1;
-    reg_bank_selected(nullptr);
-}
-
-static void carry_track(const op_t *n)
-{
-    switch (n->op_subop) {
-    case TPL_ADDWFC:
-        if (reg.carry != 0) {
-            reg.carry = -1;
-            break;
-        }
-        [[fallthrough]];
-    case TPL_ADDWF: case TPL_ADDLW:
-        reg.carry = w_is(0) && !sfr_isStatus(&n->op_opnd1) ? 0 : -1;
-        break;
-    case TPL_INCF: case TPL_DECF: case TPL_SUBLW: case TPL_DAW: case TPL_SUBFWB: case TPL_SUBWFB: case TPL_SUBWF:
-    case TPL_RRCF: case TPL_RLCF: case TPL_NEGF:
-        reg.carry = -1;
-        break;
-    }
-}
-
 // Whether the node may not run; the one behind it is sure to.
 static bool take_skipped()
 {
@@ -157,70 +112,20 @@ static bool take_skipped()
     return skipped;
 }
 
-// The register that a file instruction writes, or null.
-static const opnd_t *written(const op_t *n)
-{
-    switch (n->op_type) {
-    case T_SUBWF: case T_ANDWF: case T_ADDWF: case T_INCF: case T_DECFSZ: case T_SWAPF: case T_RLCF:
-        return to_w(n) ? nullptr : &n->op_opnd1;
-    case T_BCF: case T_CLRF: case T_MOVWF:
-        return &n->op_opnd1;
-    case T_MOVFF: case T_MOVFFL:
-        return &n->op_opnd2;
-    default:
-        return nullptr;
-    }
-}
-
-// What the node ends beside the work of its section.
-static void side_effects(const op_t *n)
-{
-    const opnd_t *o = written(n);
-    switch (n->op_type) {
-    case T_DB: case T_DS: case T_ORG: case T_CALLW: case T_MOVSF: case T_MOVSFL: case T_MOVSS: case T_PUSHL: case T_ADDULNK:
-        forget_machine();
-        return;
-    case T_DECFSZ: case T_MOVFFL:
-        if (o)
-            reg_written(o);
-        break;
-    case T_CLRF:
-        carry_track(n);
-        break;
-    case T_NOP:
-        carry_track(n);
-        if (n->op_subop == TPL_DAW)
-            reg_forget_w();
-        break;
-    case T_BANKSEL:
-        reg_bank_selected(nullptr);
-        break;
-    }
-    if (o && sfr_isWreg(o) && n->op_type != T_MOVWF && n->op_type != T_MOVFF)
-        reg_forget_w();
-    if (o && sfr_isStatus(o) && n->op_type != T_BCF)
-        reg.carry = -1;
-    if (o && sfr_isBsr(o))
-        reg_bank_selected(nullptr);
-    if ((o && sfr_isIndirect(o)) || (sfr_idOf(&reg.w_reg) != SFR_NONE && !sfr_isIndirect(&reg.w_reg)))
-        reg_forget_w_reg();
-}
-
 // Editing.
 
 static void drop(op_t *op)
 {
     if (op == walk.next)
         walk.next = op->op_next;
-    op_delete_if_live(op);
+    edit_delete(op);
 }
 
 static void move_behind(op_t *where, op_t *op)
 {
     if (op == walk.next)
         walk.next = op->op_next;
-    op_unlink(op);
-    op_link_after(where, op);
+    edit_move(op, where);
 }
 
 // The two ways in which most rules end.
@@ -242,16 +147,16 @@ static bool becomes(const char *rule, int counter, op_t *n, uint16_t type, uint1
 
 static void keep_volatile(op_t *to, const op_t *from) { to->op_flags |= from->op_flags & OPF_VOLATILE; }
 
-struct rule_t {
+struct peep_rule_t {
     bool (*fires)(op_t *n);
     bool fixed_too = false;   // the rule leaves n itself alone, so it is tried on nodes that may not change as well
 };
 
 // Tries rules in order. True if one has fired.
-template <size_t COUNT> static bool tried(const rule_t (&rules)[COUNT], op_t *n)
+template <size_t COUNT> static bool tried(const peep_rule_t (&rules)[COUNT], op_t *n)
 {
     const bool is_free = op_free(n);
-    for (const rule_t &rule : rules)
+    for (const peep_rule_t &rule : rules)
         if ((is_free || rule.fixed_too) && rule.fires(n))
             return true;
     return false;
@@ -263,7 +168,7 @@ template <size_t COUNT> static bool tried(const rule_t (&rules)[COUNT], op_t *n)
 static bool m1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || in_other_bank(&n->op_opnd1)
+    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || reg_in_other_bank(&n->op_opnd1)
         || !dead_zn(n) || !dead2(REG_W, n) || !opnd_plain_reg(&n->op_opnd1))
         return false;
     opt_fired("M1", RO, n);
@@ -290,7 +195,7 @@ static bool m2(op_t *n)
 static bool m3(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !equals_w(&m->op_opnd1))
+    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !reg_equals_w(&m->op_opnd1))
         return false;
     opt_fired("M3", RO, n);
     m->op_opnd1 = n->op_opnd1;
@@ -300,7 +205,7 @@ static bool m3(op_t *n)
     return true;
 }
 
-constexpr rule_t movf_rules[] = {{m1}, {m2}, {m3}};
+constexpr peep_rule_t movf_rules[] = {{m1}, {m2}, {m3}};
 
 static void on_movf(op_t *n)
 {
@@ -338,7 +243,7 @@ static bool f2(op_t *n)
 {
     op_t *m = n->op_next;
     return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1)
-        && !in_other_bank(&m->op_opnd1) && dead2(REG_W, n) && opnd_plain_reg(&m->op_opnd1)
+        && !reg_in_other_bank(&m->op_opnd1) && dead2(REG_W, n) && opnd_plain_reg(&m->op_opnd1)
         && moves_on("F2", n, &m->op_opnd1);
 }
 
@@ -353,14 +258,14 @@ static bool f3(op_t *n)
 // movff x,wreg, where W holds x
 static bool f4(op_t *n)
 {
-    return sfr_isWreg(&n->op_opnd2) && !op_volatile(n) && (opnd_same(&n->op_opnd1, &reg.w_lit) || equals_w(&n->op_opnd1))
+    return sfr_isWreg(&n->op_opnd2) && !op_volatile(n) && (opnd_same(&n->op_opnd1, &reg.w_lit) || reg_equals_w(&n->op_opnd1))
         && deletes("F4", RO, n);
 }
 
 // movff x,wreg, with x in the access bank
 static bool f5(op_t *n)
 {
-    if (depends_on_bank(n, &n->op_opnd1) || !dead_zn(n))
+    if (depends_on_bank(&n->op_opnd1) || !dead_zn(n))
         return false;
     becomes("F5", RO, n, T_MOVF, TPL_MOVF);
     n->op_dest = DEST_W;
@@ -371,7 +276,7 @@ static bool f5(op_t *n)
     return true;
 }
 
-constexpr rule_t movff_rules[] = {{f1}, {f2}, {f3}, {f4}}, movff_last_rules[] = {{f5}};
+constexpr peep_rule_t movff_rules[] = {{f1}, {f2}, {f3}, {f4}}, movff_last_rules[] = {{f5}};
 
 static void on_movff(op_t *n)
 {
@@ -404,11 +309,11 @@ static bool find_if_else(op_t *b, uint16_t jump_type, if_else_t *s)
 {
     s->g = b->op_next;
     s->arm = s->g->op_next;
-    s->other = jump_target(s->g);
+    s->other = op_landing(s->g);
     if (s->arm->op_type == 0 || !s->other || s->other->op_type == 0)
         return false;
     s->jump = s->arm->op_next;
-    return s->jump->op_type == jump_type && jump_target(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm)
+    return s->jump->op_type == jump_type && op_landing(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm)
         && op_free(s->other);
 }
 
@@ -426,7 +331,7 @@ static bool override_arm(const char *rule, op_t *b, const if_else_t &s)
 static bool b1(op_t *b)
 {
     op_t *g = b->op_next;
-    if (following(g) != jump_target(g) || !op_free(g) || op_volatile(b))
+    if (following(g) != op_landing(g) || !op_free(g) || op_volatile(b))
         return false;
     opt_fired("B1", SJ, b);
     drop(g);
@@ -439,8 +344,8 @@ static bool b2(op_t *b)
 {
     if_else_t s;
     return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm)
-        && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && same_bit(s.arm, s.other)
-        && !same_bit(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
+        && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && op_same_operands(s.arm, s.other)
+        && !op_same_operands(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
         && override_arm("B2", b, s);
 }
 
@@ -459,7 +364,7 @@ static bool b4(op_t *b)
     if_else_t s;
     return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm)))
         && (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF))
-        && same_bit(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !sfr_isWreg(&s.arm->op_opnd1)
+        && op_same_operands(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !sfr_isWreg(&s.arm->op_opnd1)
         && !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1) && !sfr_isIndirect(&b->op_opnd1)
         && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
 }
@@ -522,12 +427,12 @@ static bool b8(op_t *b)
     return true;
 }
 
-constexpr rule_t test_goto_rules[] = {{b1}, {b2, true}, {b3, true}, {b4, true}, {b5}, {b6}, {b7}};
-constexpr rule_t test_rules[] = {{b8}};
+constexpr peep_rule_t test_goto_rules[] = {{b1}, {b2, true}, {b3, true}, {b4, true}, {b5}, {b6}, {b7}};
+constexpr peep_rule_t test_rules[] = {{b8}};
 
 static void on_btfsc(op_t *b)
 {
-    reg.carry = -1;
+    reg_set_carry(-1);
     if (walk.skipped)
         return;
     walk.skipped = true;
@@ -542,7 +447,7 @@ static void on_btfsc(op_t *b)
 
 static void on_decfsz(op_t *n)
 {
-    reg.carry = -1;
+    reg_set_carry(-1);
     if (to_w(n))
         reg_forget_w();
     walk.skipped = true;
@@ -573,7 +478,7 @@ static bool reads_carry(const op_t *n)
 // andwf x,w, W = 255
 static bool a1(op_t *n)
 {
-    if (!is(n, T_ANDWF, TPL_ANDWF) || !w_is(255) || op_volatile(n))
+    if (!is(n, T_ANDWF, TPL_ANDWF) || !reg_w_is(255) || op_volatile(n))
         return false;
     walk.skipped = false;
     becomes("A1", RO, n, T_MOVF, TPL_MOVF);
@@ -584,7 +489,7 @@ static bool a1(op_t *n)
 // andwf x,w, W = 0
 static bool a2(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_ANDWF) && !walk.skipped && w_is(0) && !op_volatile(n) && dead_zn(n) && deletes("A2", RO, n);
+    return is(n, T_ANDWF, TPL_ANDWF) && !walk.skipped && reg_w_is(0) && !op_volatile(n) && dead_zn(n) && deletes("A2", RO, n);
 }
 
 // A3 and A5: nothing is done to what sets a carry that is needed.
@@ -603,7 +508,7 @@ static bool a3_a5(op_t *n)
 static bool a4(op_t *n)
 {
     const bool adds = n->op_type == T_ADDWF || n->op_type == T_SUBWF || (n->op_type == T_ANDWF && n->op_subop != TPL_ANDWF);
-    if (!adds || !w_is(0) || sfr_isIndirect(&n->op_opnd1) || !dead(REG_W, n) || (reads_carry(n) && !dead_zn(n)))
+    if (!adds || !reg_w_is(0) || sfr_isIndirect(&n->op_opnd1) || !dead(REG_W, n) || (reads_carry(n) && !dead_zn(n)))
         return false;
     walk.skipped = false;
     becomes("A4", SA, n, T_MOVF, TPL_MOVF);
@@ -646,32 +551,32 @@ static bool a7(op_t *n)
 // andwf x,f, W = 255
 static bool g1(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_ANDWF) && w_is(255) && !op_volatile(n) && dead_zn(n) && deletes("G1", RO, n);
+    return is(n, T_ANDWF, TPL_ANDWF) && reg_w_is(255) && !op_volatile(n) && dead_zn(n) && deletes("G1", RO, n);
 }
 
 // andwf x,f, W = 0
 static bool g2(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_ANDWF) && w_is(0) && !op_volatile(n) && dead_zn(n) && becomes("G2", RO, n, T_CLRF, TPL_CLRF);
+    return is(n, T_ANDWF, TPL_ANDWF) && reg_w_is(0) && !op_volatile(n) && dead_zn(n) && becomes("G2", RO, n, T_CLRF, TPL_CLRF);
 }
 
 // xorwf x,f, W = 255
 static bool g3(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_XORWF) && w_is(255) && !op_volatile(n) && becomes("G3", RO, n, T_INCF, TPL_COMF);
+    return is(n, T_ANDWF, TPL_XORWF) && reg_w_is(255) && !op_volatile(n) && becomes("G3", RO, n, T_INCF, TPL_COMF);
 }
 
 // iorwf x,f or xorwf x,f, W = 0
 static bool g4(op_t *n)
 {
-    return n->op_type == T_ANDWF && n->op_subop != TPL_ANDWF && w_is(0) && !op_volatile(n) && dead_zn(n)
+    return n->op_type == T_ANDWF && n->op_subop != TPL_ANDWF && reg_w_is(0) && !op_volatile(n) && dead_zn(n)
         && deletes("G4", RO, n);
 }
 
 // addwfc x,f, no carry, W = 0
 static bool g5(op_t *n)
 {
-    if (!is(n, T_ADDWF, TPL_ADDWFC) || reg.carry != 0 || !w_is(0) || op_volatile(n))
+    if (!is(n, T_ADDWF, TPL_ADDWFC) || reg.carry != 0 || !reg_w_is(0) || op_volatile(n))
         return false;
     reg_written(&n->op_opnd1);
     return deletes("G5", RO, n);
@@ -683,7 +588,7 @@ static bool g6(op_t *n)
     if (!is(n, T_ADDWF, TPL_ADDWFC) || reg.carry != 0)
         return false;
     becomes("G6", RO, n, T_ADDWF, TPL_ADDWF);
-    reg.carry = w_is(0) ? 0 : -1;
+    reg_set_carry(reg_w_is(0) ? 0 : -1);
     return true;
 }
 
@@ -692,7 +597,7 @@ static bool adds_or_subtracts(const op_t *n) { return is(n, T_ADDWF, TPL_ADDWF) 
 // addwf x,f or subwf x,f, W = k: one step up or down.
 static bool steps(const char *rule, op_t *n, int64_t k, uint16_t if_add, uint16_t if_subtract)
 {
-    if (!adds_or_subtracts(n) || !w_is(k))
+    if (!adds_or_subtracts(n) || !reg_w_is(k))
         return false;
     becomes(rule, RO, n, T_INCF, n->op_type == T_ADDWF ? if_add : if_subtract);
     carry_track(n);
@@ -705,10 +610,10 @@ static bool g8(op_t *n) { return steps("G8", n, 255, TPL_DECF, TPL_INCF); }
 // addwf x,f or subwf x,f, W = 0: what is left is the carry
 static bool g9(op_t *n)
 {
-    if (!adds_or_subtracts(n) || !w_is(0) || op_volatile(n) || !dead_zn(n))
+    if (!adds_or_subtracts(n) || !reg_w_is(0) || op_volatile(n) || !dead_zn(n))
         return false;
     opt_fired("G9", RO, n);
-    reg.carry = n->op_type == T_SUBWF;
+    reg_set_carry(n->op_type == T_SUBWF);
     op_t *bit = op_insert_after(n, op_new());
     bit->op_type = T_BCF;
     bit->op_subop = reg.carry ? TPL_BSF : TPL_BCF;
@@ -722,8 +627,8 @@ static bool g9(op_t *n)
     return true;
 }
 
-constexpr rule_t into_w_rules[] = {{a1}, {a2}, {a3_a5, true}, {a4}, {a6}, {a7}};
-constexpr rule_t into_file_rules[] = {{g1}, {g2}, {g3}, {g4}, {g5}, {g6}, {g7}, {g8}, {g9}};
+constexpr peep_rule_t into_w_rules[] = {{a1}, {a2}, {a3_a5, true}, {a4}, {a6}, {a7}};
+constexpr peep_rule_t into_file_rules[] = {{g1}, {g2}, {g3}, {g4}, {g5}, {g6}, {g7}, {g8}, {g9}};
 
 static void on_arithmetic(op_t *n)
 {
@@ -742,7 +647,7 @@ static void on_arithmetic(op_t *n)
         reg_written(&n->op_opnd1);
 }
 
-constexpr rule_t incf_rules[] = {{d1}};
+constexpr peep_rule_t incf_rules[] = {{d1}};
 
 static void on_incf(op_t *n)
 {
@@ -775,17 +680,17 @@ static bool l2(op_t *n)
 // andlw 0, W = 0
 static bool l3(op_t *n)
 {
-    return n->op_subop == TPL_ANDLW && is_plain(&n->op_opnd1, 0) && w_is(0) && dead_zn(n) && deletes("L3", RO, n);
+    return n->op_subop == TPL_ANDLW && is_plain(&n->op_opnd1, 0) && reg_w_is(0) && dead_zn(n) && deletes("L3", RO, n);
 }
 
-constexpr rule_t addlw_rules[] = {{l1}, {l2}, {l3}};
+constexpr peep_rule_t addlw_rules[] = {{l1}, {l2}, {l3}};
 
 static void on_addlw(op_t *n)
 {
     const bool adds = n->op_subop == TPL_ADDLW;
     if (take_skipped()) {
         if (adds || n->op_subop == TPL_SUBLW)
-            reg.carry = -1;
+            reg_set_carry(-1);
         reg_forget_w();
     } else if (tried(addlw_rules, n) || only_tests(n)) {
         return;
@@ -793,7 +698,7 @@ static void on_addlw(op_t *n)
         reg_load_w(&n->op_opnd1);
     } else {
         if (adds && !dead(REG_C, n))
-            reg.carry = -1;
+            reg_set_carry(-1);
         else
             carry_track(n);
         reg_forget_w();
@@ -812,7 +717,7 @@ static bool r1(op_t *n)
     return true;
 }
 
-constexpr rule_t return_rules[] = {{r1}};
+constexpr peep_rule_t return_rules[] = {{r1}};
 
 static void on_return(op_t *n)
 {
@@ -833,7 +738,7 @@ static bool restores_page(const op_t *op)
 static bool c1(op_t *n)
 {
     const op_t *callee = op_target(n);
-    if (walk.skipped || (n->op_subop & 0x100) || !callee || !same_memory_group(callee->op_psect, n->op_psect))
+    if (walk.skipped || (n->op_subop & 0x100) || !callee || !psect_shares(callee->op_psect, n->op_psect))
         return false;
     op_t *r = n->op_next;
     while (restores_page(r))
@@ -846,12 +751,12 @@ static bool c1(op_t *n)
     return true;
 }
 
-constexpr rule_t call_rules[] = {{c1}};
+constexpr peep_rule_t call_rules[] = {{c1}};
 
 // The callee may change anything.
 static void on_rcall(op_t *)
 {
-    forget_machine();
+    reg_forget_machine();
     walk.skipped = false;
 }
 
@@ -884,7 +789,7 @@ static bool w3(op_t *n)
     return dead(REG_W, n) && deletes("W3", RO, n);
 }
 
-constexpr rule_t movlw_rules[] = {{w1}, {w2, true}, {w3}};
+constexpr peep_rule_t movlw_rules[] = {{w1}, {w2, true}, {w3}};
 
 static void on_movlw(op_t *n)
 {
@@ -907,19 +812,18 @@ static bool k2(op_t *n)
 {
     if (walk.skipped || !dead(REG_BSR, n))
         return false;
-    reg.bank = nullptr;
+    reg_forget_bank();
     return deletes("K2", RO, n);
 }
 
-constexpr rule_t movlb_rules[] = {{k1}, {k2}};
+constexpr peep_rule_t movlb_rules[] = {{k1}, {k2}};
 
 static void on_movlb(op_t *n)
 {
     if (tried(movlb_rules, n))
         return;
     const bool skipped = take_skipped();
-    walk.bank = n->op_opnd1.opnd_value;
-    reg_bank_selected(skipped ? nullptr : &walk.bank);
+    reg_select_bank(skipped ? nullptr : &n->op_opnd1.opnd_value);
 }
 
 // V: movwf.
@@ -927,7 +831,7 @@ static void on_movlb(op_t *n)
 // movwf x, where W holds x
 static bool v1(op_t *n)
 {
-    return !op_volatile(n) && equals_w(&n->op_opnd1) && deletes("V1", RO, n);
+    return !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("V1", RO, n);
 }
 
 // incf x,w / movwf x
@@ -953,12 +857,12 @@ static bool becomes_clear(const char *rule, op_t *n, uint16_t subop)
 }
 
 // movwf x, W = 0
-static bool v3(op_t *n) { return w_is(0) && dead(REG_Z, n) && becomes_clear("V3", n, TPL_CLRF); }
+static bool v3(op_t *n) { return reg_w_is(0) && dead(REG_Z, n) && becomes_clear("V3", n, TPL_CLRF); }
 
 // movwf x, W = 255
-static bool v4(op_t *n) { return w_is(255) && becomes_clear("V4", n, TPL_SETF); }
+static bool v4(op_t *n) { return reg_w_is(255) && becomes_clear("V4", n, TPL_SETF); }
 
-constexpr rule_t movwf_rules[] = {{v1}, {v2}, {v3}, {v4}};
+constexpr peep_rule_t movwf_rules[] = {{v1}, {v2}, {v3}, {v4}};
 
 static void on_movwf(op_t *n)
 {
@@ -970,7 +874,7 @@ static void on_movwf(op_t *n)
     if (tried(movwf_rules, n))
         return;
     if (sfr_isIndirect(x))
-        reg.fsr_val[sfr_fileSelect(x) - 1] = reg.w_lit;
+        reg_stored_through(x);
     reg_load_w(x);
 }
 
@@ -1006,7 +910,7 @@ static bool t3(op_t *n)
     return true;
 }
 
-constexpr rule_t tblrd_rules[] = {{t1}, {t2}, {t3}};
+constexpr peep_rule_t tblrd_rules[] = {{t1}, {t2}, {t3}};
 
 static void on_tblrd(op_t *n)
 {
@@ -1020,7 +924,7 @@ static void on_bcf(op_t *n)
 {
     const value_t *bit = &n->op_opnd2.opnd_value;
     if (sfr_isStatus(&n->op_opnd1) && (bit->v_rtype != RT_CONST || bit->v_offs == 0))
-        reg.carry = bit->v_rtype != RT_CONST ? -1 : n->op_subop == TPL_BSF ? 1 : n->op_subop == TPL_BCF ? 0 : -1;
+        reg_set_carry(bit->v_rtype != RT_CONST ? -1 : n->op_subop == TPL_BSF ? 1 : n->op_subop == TPL_BCF ? 0 : -1);
     walk.skipped = false;
     reg_written(&n->op_opnd1);
 }
@@ -1056,7 +960,7 @@ static void on_swapf(op_t *n)
 
 static void on_rlcf(op_t *n)
 {
-    reg.carry = -1;
+    reg_set_carry(-1);
     on_swapf(n);
 }
 
@@ -1105,19 +1009,19 @@ static void visit(op_t *n)
     if (n->op_type < std::size(section_index.work) && section_index.work[n->op_type])
         section_index.work[n->op_type](n);
     if (n->op_id == id)
-        side_effects(n);
+        reg_side_effects(n);
     if (skipped && reg.carry != carry)
-        reg.carry = -1;
+        reg_set_carry(-1);
 }
 
-void peephole_walk(symbol_t *psect)
+void peep_walk(symbol_t *psect)
 {
-    forget_machine();
+    reg_forget_machine();
     walk.skipped = false;
     for (op_t *n = psect->s_psect->p_code->head.op_next; n->op_type != 0; n = walk.next) {
         walk.next = op_step(n);
         if (n->op_type == T_NAME || n->op_type == T_NUMLABEL)
-            forget_machine();
+            reg_forget_machine();
         else if (!(n->op_flags & OPF_SKIPPED))
             visit(n);
     }

@@ -3,5 +3,5 @@
 
 struct symbol_t;
 
-// One walk over the psect's code list. Sets opt_changed if it rewrote anything.
-void peephole_walk(symbol_t *psect);
+extern bool opt_late;                       // the repeat loop of the run has begun: B6 and B7 wait for it
+void peep_walk(symbol_t *psect);            // one walk. Sets opt_changed if it rewrote anything

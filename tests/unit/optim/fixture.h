@@ -16,7 +16,9 @@
 #include "env/catalogue.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
-#include "optim/optim.h"
+#include "optim/jump.h"
+#include "optim/node.h"
+#include "optim/report.h"
 #include "options.h"
 #include "out/emasm.h"
 
@@ -29,7 +31,7 @@ protected:
         alert_set_log(unexpected);
         opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
         sfr_init(opt.cur_chip);
-        optim_init();
+        jump_init();
     }
 
     static void unexpected(const char *message) { ADD_FAILURE() << message; }

@@ -4,6 +4,9 @@
 #include <random>
 
 #include "fixture.h"
+#include "optim/hoist.h"
+#include "optim/labels.h"
+#include "optim/tails.h"
 
 struct row_t {
     const char *before, *after = nullptr;   // null: stays
@@ -107,15 +110,15 @@ static void expect_rows(const row_t (&rows)[N], void (*pass)(symbol_t *psect), s
 
 TEST_F(Optim, JumpRules)
 {
-    expect_rows(tests_and_branches, opt_jump_walk, assemble);
-    expect_rows(jumps, opt_jump_walk, assemble);
-    expect_rows(tails, opt_jump_walk, assemble);
+    expect_rows(tests_and_branches, jump_walk, assemble);
+    expect_rows(jumps, jump_walk, assemble);
+    expect_rows(tails, jump_walk, assemble);
     codecov_seen = true;
-    expect_rows(covered, opt_jump_walk, assemble);
+    expect_rows(covered, jump_walk, assemble);
     codecov_seen = false;
-    expect_rows(branches, opt_branch_stage, assemble);
+    expect_rows(branches, hoist_walk, assemble);
     opt.errata_mask = 0x4000;
-    expect_rows({{"goto L / M: / incf z / L: / return"}}, opt_jump_walk, assemble);   // J12
+    expect_rows({{"goto L / M: / incf z / L: / return"}}, jump_walk, assemble);   // J12
     opt.errata_mask = 0;
 }
 
@@ -142,7 +145,7 @@ TEST_F(Optim, SharedTails)
             for (op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
                 op->op_flags |= OPF_MARK;
             note_taken_labels();
-            opt_jump_walk(psect);
+            jump_walk(psect);
             shapes[plain] = shape_of(psect);
             merged += shapes[plain] != before;
         }

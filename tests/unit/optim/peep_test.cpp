@@ -1,5 +1,6 @@
 // The peephole rules: code in which a rule has to see more than the pattern, and what it makes of it. A row is one walk.
 #include "fixture.h"
+#include "optim/driver.h"
 #include "optim/peep.h"
 
 struct row_t {
@@ -58,9 +59,9 @@ static const row_t control[] = {
     {"movlw low(r) / return"}, {"call fn / retfie / fn: / return"}, {"btfsc x,0 / call fn / return / fn: / return"},
 };
 
-TEST_F(Optim, RulesOnMoves) { for (const row_t &r : moves) expect(peephole_walk, r.before, r.after); }
-TEST_F(Optim, RulesOnArithmetic) { for (const row_t &r : arithmetic) expect(peephole_walk, r.before, r.after); }
-TEST_F(Optim, RulesOnControl) { for (const row_t &r : control) expect(peephole_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnMoves) { for (const row_t &r : moves) expect(peep_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnArithmetic) { for (const row_t &r : arithmetic) expect(peep_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnControl) { for (const row_t &r : control) expect(peep_walk, r.before, r.after); }
 
 // A7 is no change; a tail call needs both functions in one memory group; whole passes come to rest.
 TEST_F(Optim, ChangesAndPasses)
@@ -68,9 +69,9 @@ TEST_F(Optim, ChangesAndPasses)
     symbol_t *psect = assemble("comf y,w / DEAD");
     opt_changed = false;
     const uint16_t redundant = opt_counter(CNT_REDUNDANT_OPS);
-    peephole_walk(psect);
+    peep_walk(psect);
     EXPECT_TRUE(node(psect, 0)->op_type == T_GOTO && !opt_changed && opt_counter(CNT_REDUNDANT_OPS) == redundant);
-    peephole_walk(assemble("movff x,x / comf y,w / DEAD"));
+    peep_walk(assemble("movff x,x / comf y,w / DEAD"));
     EXPECT_TRUE(opt_changed && opt_counter(CNT_REDUNDANT_OPS) == redundant + 1);
 
     for (uint32_t group : {1u, 2u}) {
@@ -78,7 +79,7 @@ TEST_F(Optim, ChangesAndPasses)
         symbol_t *caller = vec_elementAt(psect_list, callee->p_number - 1)->psect;
         caller->s_psect->p_optim |= PO_MINOCG;
         caller->s_psect->p_group = group;
-        peephole_walk(caller);
+        peep_walk(caller);
         EXPECT_EQ(node(caller, 0)->op_type, group == callee->p_group ? T_GOTO : T_CALL);
     }
     expect([](symbol_t *p) { opt_psect(p); }, "movlw 0 / addwf x / bc L / L: / DEAD", "bcf status,0 / bc L / L: / DEAD");

@@ -4,26 +4,41 @@
 // With -O, functions are inlined first, since that gives the rules more to see. Then the pass runs over each code psect
 // once, and again and again together with the removal of unused labels, until nothing changes. Repeated code is abstracted,
 // and a last pass looks at what that left. Errata NOPs come last of all, with or without -O.
-#include "optimise.h"
+//
+// A pass works on one psect and repeats two stages until neither finds anything to do: the peephole stage, which knows what
+// the registers hold, and the jump stage, which knows where control goes. A third, the branch stage, runs once at the end.
+// Each stage is a walk over the list that is itself repeated while it changes something. Loop guards turn a set of rules
+// that doesn't settle into a normal end; the list is valid at every step.
+//
+// Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
+// `errata`), from them to what they share: `known`, `live`, `labels`, `edit`, `index`, `report`, and the tests of `node`.
+#include "optim/driver.h"
 
 #include <cstring>
 
 #include "code/layout.h"
 #include "code/ops.h"
 #include "code/tlab.h"
+#include "common/loopguard.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
 #include "optim/errata.h"
+#include "optim/hoist.h"
+#include "optim/imply.h"
 #include "optim/inline.h"
-#include "optim/optim.h"
+#include "optim/jump.h"
+#include "optim/labels.h"
+#include "optim/node.h"
 #include "optim/pa.h"
+#include "optim/peep.h"
+#include "optim/report.h"
+#include "optim/tails.h"
 #include "options.h"
 
-constexpr uint32_t ERRATA_NOPS = 0x4001;
+constexpr uint64_t ITERATIONS = 10, STAGE_WALKS = 50000;
 constexpr int PATIENCE = 20, MOST_SWEEPS = 1000;
-// Operator kinds, a bit each, through whose left operands the implied `low` looks for a symbol.
-constexpr uint32_t LOOK_THROUGH = 0x421FF0;
 
 struct group_t {
     uint32_t number;
@@ -76,62 +91,77 @@ static void sort_psects()
     }
 }
 
-// Implied operators: older compilers leave `low` and `high` out on the lines that they write.
+// The pass over a psect.
 
-static void imply_high(op_t *op)
+// The `set` nodes go behind the first node, in their order; no node is marked; operands are reduced. True if a jump leads to a
+// label now that it didn't name before.
+static bool prepare(code_list_t *list)
 {
-    value_t *v = &op->op_opnd1.opnd_value;
-    if (v->v_rtype != RT_SYM)
-        return;
-    value_unary(OPC_HIGH, v);
-    op_more(op)->op_remark = ";# assembler added high";
-}
-
-// The value with `low` around the symbol at the end of its left operands, or the same value if there is none.
-static value_t low_inside(const value_t *v, bool *found)
-{
-    value_t result = *v;
-    if (v->v_rtype == RT_SYM && !v->v_common) {
-        value_unary(OPC_LOW, &result);
-        *found = true;
-    } else if (v->v_rtype < 32 && (LOOK_THROUGH >> v->v_rtype & 1) && !v->v_common) {
-        const value_t left = low_inside(value_left(v), found);
-        if (*found) {
-            result = value_make_binary(v->v_rtype, &left, value_right(v));
-            result.v_offs = v->v_offs;
+    bool led = false;
+    const srcpos_t position = srcpos;
+    op_t *front = list->head.op_next;
+    for (op_t *op = front, *next; op->op_type != 0; op = next) {
+        next = op_step(op);
+        op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
+        if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op->op_opnd2.opnd_value.v_rtype != RT_CONST) {
+            const symbol_t *was = leads_to_label(op) ? op->op_opnd1.opnd_value.v_sym : nullptr;
+            op_set_position(op);
+            if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
+                value_eval(&op->op_opnd1.opnd_value);
+            value_eval(&op->op_opnd2.opnd_value);
+            led |= leads_to_label(op) && op->op_opnd1.opnd_value.v_sym != was;
         }
-    }
-    return result;
-}
-
-static void imply_low(op_t *op)
-{
-    bool found = false;
-    const value_t v = low_inside(&op->op_opnd1.opnd_value, &found);
-    if (!found)
-        return;
-    op->op_opnd1.opnd_value = v;
-    op_more(op)->op_remark = ";# assembler added low";
-}
-
-static void imply_operators(symbol_t *psect)
-{
-    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
-        if (!op_more(op)->op_remark || !cache_starts_with(op_more(op)->op_remark, ";#"))
+        if (op->op_type != T_SET || op == front)
             continue;
-        switch (op->op_type) {
-        case T_MOVLB:
-            imply_high(op);
-            break;
-        case T_SUBWF: case T_BCF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_BTFSC: case T_DECFSZ: case T_ANDWF: case T_INCF:
-        case T_ADDWF: case T_MULWF: case T_CPFSEQ: case T_MOVWF: case T_CLRF:
-            if (op->op_access == ACCESS_B)
-                imply_low(op);
-            break;
-        default:
-            break;
+        if (op->op_prev != front) {
+            op_unlink(op);
+            op_link_after(front, op);
         }
+        front = op;
     }
+    srcpos = position;   // new nodes take it
+    return led;
+}
+
+// Repeats `walk` while it changes the list. True if it ever did.
+static bool stage(symbol_t *psect, loopguard_t *guard, bool off, void (*walk)(symbol_t *psect))
+{
+    bool any = false;
+    loopguard_reset(guard);
+    do {
+        opt_changed = false;
+        if (!off)
+            walk(psect);
+        any |= opt_changed;
+    } while (opt_changed && loopguard_next(guard));
+    return any;
+}
+
+bool opt_psect(symbol_t *psect)
+{
+    code_list_t *list = psect->s_psect->p_code;
+    if (list_empty(list))
+        return false;
+    loopguard_t *iterations = loopguard_new(ITERATIONS), *walks = loopguard_new(STAGE_WALKS);
+    const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
+    if (prepare(list))
+        list_renew_refs(psect);   // which the rules keep true
+    reach_mark_psect(list);
+    // A stage that has been through the list without a change isn't repeated before the other one makes one.
+    bool any = false, peeped, jumped, peep_settled, jump_settled = false;
+    do {
+        peeped = stage(psect, walks, no_peep, peep_walk);
+        peep_settled = !opt_changed;
+        jumped = false;
+        if (peeped || !jump_settled) {
+            jumped = stage(psect, walks, no_jump, jump_walk);
+            jump_settled = !opt_changed;
+        }
+        any |= peeped || jumped;
+    } while ((jumped || !peep_settled) && loopguard_next(iterations));
+    if (!no_jump)
+        hoist_walk(psect);
+    return any;
 }
 
 // The optimise phase.
@@ -213,7 +243,7 @@ static bool repeat_passes()
         build_all_refs();
         for (symbol_t *psect : st.code_psects)
             if ((sweep < PATIENCE || psect_optim_off(psect, PO_JUMP) ? list_delete_unused_labels(psect)
-                                                                     : opt_delete_dead_chains(psect, sweep & 1)) > 0) {
+                                                                     : jump_delete_dead_chains(psect, sweep & 1)) > 0) {
                 opt_count(CNT_REDUNDANT_LABELS);
                 opt_changed = true;
                 changed = true;
@@ -228,7 +258,7 @@ static bool repeat_passes()
 
 static void optimise_phase()
 {
-    optim_init();
+    jump_init();
     tlab_to_labels();
     each_psect(list_build_refs);
     each_psect(size_if_any);

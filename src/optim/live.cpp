@@ -1,9 +1,5 @@
-// Two kinds of question are asked about registers. What W holds here is a forward fact: the peephole walk keeps it up to
-// date node by node in one small record and drops it at every label, so that it describes one straight run of code.
-// Whether a register is still needed is a backward fact, and isn't kept: nxtuse follows the code forward from the place
-// that asks, into both arms of branches and into callees, until each way has used the register or overwritten it.
-//
-// W may be known in two ways at once, as a number and as equal to a register: after `movlw 5` / `movwf x` both hold.
+// Whether a register is still needed is a backward fact, and isn't kept: nxtuse follows the code forward from the place that
+// asks, into both arms of branches and into callees, until each way has used the register or overwritten it.
 //
 // nxtuse answers yes whenever it can't prove that the value is dead. It spends 40 nodes on each straight way, follows
 // four levels of branches and four of calls, and gives up on a question as a whole after QUESTION nodes: jump tables have
@@ -13,102 +9,16 @@
 //
 // What may bite: an instruction uses `status` and `bsr` also by naming them as its operand. In the other direction writes to
 // them aren't counted on; that only keeps code that could have gone.
-#include "optim/reg.h"
+#include "optim/live.h"
 
 #include <cstring>
 
+#include "code/ops.h"
 #include "code/sfrop.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
-#include "common/xalloc.h"
-#include "optim/optim.h"
+#include "optim/node.h"
 #include "optim/templates.h"
-
-reg_state_t reg = {.w_lit = {}, .w_reg = {}, .carry = -1, .bank = nullptr, .fsr_val = {}};
-
-// Knowledge.
-
-void reg_forget_w_reg()
-{
-    reg.w_reg = {};
-}
-
-void reg_forget_w()
-{
-    reg.w_lit = {};
-    reg.w_reg = {};
-}
-
-void reg_forget_all()
-{
-    reg_forget_w();
-}
-
-void reg_load_w(const opnd_t *o)
-{
-    const opnd_t operand = *o;   // it may be part of what is known
-    if (operand.opnd_kind == OPND_DATA) {
-        reg.w_reg = operand;
-        return;
-    }
-    reg_forget_w();
-    if (operand.opnd_kind == OPND_LIT)
-        reg.w_lit = operand;
-}
-
-// Adds to the number inside an expression: that of its left operand. Trees are shared, so it gets operands of its own.
-static void add_inside(value_t *e, int64_t n)
-{
-    if (!rtype_is_unary(e->v_rtype) && !rtype_is_binary(e->v_rtype))
-        return;
-    const size_t count = rtype_is_binary(e->v_rtype) ? 2 : 1;
-    value_t *kids = xnew<value_t>(count);
-    memcpy(kids, e->v_kids, count * sizeof *kids);
-    kids[0].v_offs = static_cast<int64_t>(static_cast<uint64_t>(kids[0].v_offs) + static_cast<uint64_t>(n));
-    e->v_kids = kids;
-}
-
-static bool is_byte_of(const value_t *e, const value_t *v)
-{
-    if (e->v_rtype != RT_LOW && e->v_rtype != RT_HIGH)
-        return false;
-    const value_t *x = value_left(e);
-    return x->v_offs == v->v_offs && x->v_rtype == v->v_rtype && x->v_kids == v->v_kids;
-}
-
-void reg_written(const opnd_t *o)
-{
-    if (opnd_same(&reg.w_reg, o))
-        reg_forget_w_reg();
-    if (o->opnd_kind != OPND_DATA)
-        return;
-    if (sfr_isStatus(o))
-        reg_forget_w_reg();
-    const int select = sfr_fileSelect(o);
-    if (select == 0)
-        return;
-    if (sfr_fileSelect(&reg.w_reg) == select)
-        reg_forget_w_reg();
-    value_t *e = &reg.fsr_val[select - 1].opnd_value;
-    if (sfr_isPreinc(o))
-        add_inside(e, 1);
-    if (is_byte_of(e, &reg.w_reg.opnd_value))
-        reg_forget_w_reg();
-    if (sfr_isPostinc(o) || sfr_isPostdec(o))
-        add_inside(e, sfr_isPostinc(o) ? 1 : -1);
-}
-
-// A number that depends on the bank may be an offset in whatever bank is selected, and so another register from now on. A
-// symbol stands for its own register in any bank.
-void reg_bank_selected(const value_t *bank)
-{
-    reg.bank = bank;
-    if (reg.w_reg.opnd_access == ACCESS_B && reg.w_reg.opnd_value.v_rtype == RT_CONST)
-        reg_forget_w_reg();
-    reg.w_reg.opnd_access = 0;
-}
-
-// Liveness.
 
 constexpr int WAY = 40, QUESTION = 10000, DEEPEST = 3;
 
@@ -135,9 +45,9 @@ struct effect_t {
 };
 
 // What it takes to get at a file operand, to read or to write it.
-static uint8_t address_uses(const op_t *op, const opnd_t *o)
+static uint8_t address_uses(const opnd_t *o)
 {
-    return static_cast<uint8_t>((sfr_isWreg(o) || sfr_isPlusw(o) ? W : 0) | (depends_on_bank(op, o) ? BSR : 0));
+    return static_cast<uint8_t>((sfr_isWreg(o) || sfr_isPlusw(o) ? W : 0) | (depends_on_bank(o) ? BSR : 0));
 }
 
 // A core register among what can be asked about, which the operand names.
@@ -148,7 +58,7 @@ static uint8_t named(const opnd_t *o)
 
 static uint8_t operand_uses(const op_t *op)
 {
-    return address_uses(op, &op->op_opnd1) | named(&op->op_opnd1);
+    return address_uses(&op->op_opnd1) | named(&op->op_opnd1);
 }
 
 // The flag that a bit instruction on `status` means; all of them if the bit isn't known.
@@ -173,7 +83,6 @@ static uint8_t branch_flag(uint16_t subop)
 }
 
 static uint8_t dest_kills(const op_t *op) { return op->op_dest == DEST_W ? W : 0; }
-static bool is_return(const op_t *op) { return op->op_type == T_RETURN || op->op_type == T_RETLW; }
 
 // Of a file instruction that works on W and its operand.
 static effect_t effect_with_w(const op_t *op, bool sure)
@@ -193,7 +102,7 @@ static effect_t effect_with_w(const op_t *op, bool sure)
 static effect_t effect_of_clear(const op_t *op, bool sure)
 {
     const bool reads = op->op_subop == TPL_NEGF, on_w = sfr_isWreg(&op->op_opnd1) && sure && !reads;
-    const uint8_t uses = reads ? operand_uses(op) : address_uses(op, &op->op_opnd1);
+    const uint8_t uses = reads ? operand_uses(op) : address_uses(&op->op_opnd1);
     return {static_cast<uint8_t>(on_w ? uses & ~W : uses),
             static_cast<uint8_t>((op->op_subop != TPL_SETF ? Z : 0) | (on_w ? W : 0))};
 }
@@ -225,13 +134,13 @@ static effect_t effect(const op_t *op, bool sure)
     case T_INCF:
         return {operand_uses(op), static_cast<uint8_t>(dest_kills(op) | Z | N | (subop != TPL_COMF ? C : 0))};
     case T_BCF: {
-        const uint8_t uses = address_uses(op, first) | (sfr_isBsr(first) ? BSR : 0);
+        const uint8_t uses = address_uses(first) | (sfr_isBsr(first) ? BSR : 0);
         if (subop == TPL_BTG)
             return {static_cast<uint8_t>(uses | flag_of(op)), 0};
         return {uses, static_cast<uint8_t>(second->opnd_value.v_rtype == RT_CONST ? flag_of(op) : 0)};
     }
     case T_BTFSC:
-        return {static_cast<uint8_t>(address_uses(op, first) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op)), 0};
+        return {static_cast<uint8_t>(address_uses(first) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op)), 0};
     case T_MOVFF: case T_MOVFFL: {
         const bool w = sfr_isWreg(first) || sfr_isPlusw(first) || sfr_isPlusw(second);
         return {static_cast<uint8_t>((w ? W : 0) | named(first)), static_cast<uint8_t>(sfr_isWreg(second) ? W : 0)};
@@ -241,13 +150,13 @@ static effect_t effect(const op_t *op, bool sure)
     case T_MULWF: case T_CPFSEQ:
         return {static_cast<uint8_t>(W | operand_uses(op)), 0};
     case T_MOVWF:
-        return {static_cast<uint8_t>(W | address_uses(op, first)), 0};
+        return {static_cast<uint8_t>(W | address_uses(first)), 0};
     case T_ADDLW: {
         const uint8_t carry = subop == TPL_ADDLW || subop == TPL_SUBLW ? C : 0;
         return {W, static_cast<uint8_t>(subop == TPL_MULLW ? 0 : carry | Z | N)};
     }
     case T_MOVLW:
-        return {static_cast<uint8_t>(sure && is_return(op->op_next) ? Z : 0), W};
+        return {static_cast<uint8_t>(sure && op_is_return(op->op_next) ? Z : 0), W};
     case T_NOP:
         if (subop == TPL_DAW)
             return {C | W, 0};
@@ -293,7 +202,7 @@ static bool leaves_doubt(const op_t *op, bool maybe)
 }
 
 // The label's node that a jump or call leads to; null if that can't be told.
-static const op_t *label_node(const op_t *op)
+static const op_t *label_led_to(const op_t *op)
 {
     return op_is_simple(op) ? op_target(op) : nullptr;
 }
@@ -311,13 +220,13 @@ static bool used_in_arm(uint8_t r, const op_t *op, const op_t *stop1, const op_t
 
 static bool used_behind_branch(uint8_t r, const op_t *op, const op_t *stop1)
 {
-    return use.branches > DEEPEST || used_in_arm(r, op->op_next, stop1, op) || used_in_arm(r, label_node(op), stop1, op);
+    return use.branches > DEEPEST || used_in_arm(r, op->op_next, stop1, op) || used_in_arm(r, label_led_to(op), stop1, op);
 }
 
 static bool used_in_callee(uint8_t r, const op_t *op, bool maybe, const op_t *stop1)
 {
-    const op_t *callee = label_node(op);
-    if (maybe || r == BSR || !callee || !same_memory_group(op->op_psect, callee->op_psect) || use.calls > DEEPEST)
+    const op_t *callee = label_led_to(op);
+    if (maybe || r == BSR || !callee || !psect_shares(op->op_psect, callee->op_psect) || use.calls > DEEPEST)
         return true;
     use.calls++;
     const bool answer = used(r, callee, stop1, op);
@@ -334,7 +243,7 @@ static jump_answer_t used_behind_jump(uint8_t r, const op_t *op, bool maybe, con
         return r & (W | BSR) ? JUMP_USED : JUMP_DEAD;
     if (!maybe && op_is_simple(op) && strcmp(v->v_sym->s_name, "start") == 0)
         return JUMP_DEAD;
-    if (!label_node(op))
+    if (!label_led_to(op))
         return JUMP_USED;
     if (maybe && (use.branches > DEEPEST || used_in_arm(r, op->op_next, stop1, op)))
         return JUMP_USED;
@@ -364,7 +273,7 @@ static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2
                     return answer == JUMP_USED;
                 if (maybe)
                     stop2 = op;
-                op = label_node(op);
+                op = label_led_to(op);
                 maybe = false;
                 break;
             }

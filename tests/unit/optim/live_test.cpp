@@ -1,8 +1,9 @@
 // What W is known to hold, and whether registers are still needed.
-#include "optim/reg.h"
+#include "optim/live.h"
 
 #include "code/sfrop.h"
 #include "fixture.h"
+#include "optim/known.h"
 
 static std::string messages;
 
@@ -71,7 +72,8 @@ TEST_F(Optim, KnowledgeOfW)
         reg_written(operand(write));
         return reg.w_reg.opnd_kind == OPND_DATA;
     };
-    reg.fsr_val[0] = *operand(0);
+    reg_load_w(operand(0));
+    reg_stored_through(operand(3));
     EXPECT_FALSE(stays(1, 3));
     EXPECT_TRUE(stays(2, 3) && stays(2, 4));
     EXPECT_TRUE(stays(1, 3));

@@ -1,0 +1,205 @@
+// W may be known in two ways at once, as a number and as equal to a register: after `movlw 5` / `movwf x` both hold. It is
+// never said to equal a core register, since the machine changes those by itself.
+//
+// Nothing here crosses a label: the record describes one straight run of code.
+#include "optim/known.h"
+
+#include <cstring>
+
+#include "code/ops.h"
+#include "code/sfrop.h"
+#include "common/xalloc.h"
+#include "optim/node.h"
+#include "optim/templates.h"
+
+static reg_state_t state = {.w_lit = {}, .w_reg = {}, .carry = -1, .bank = nullptr, .fsr_val = {}};
+static value_t selected;                // what state.bank points to
+const reg_state_t &reg = state;
+
+// W.
+
+void reg_forget_w_reg()
+{
+    state.w_reg = {};
+}
+
+void reg_forget_all()
+{
+    state.w_lit = {};
+    state.w_reg = {};
+}
+
+void reg_load_w(const opnd_t *o)
+{
+    const opnd_t operand = *o;   // it may be part of what is known
+    if (operand.opnd_kind == OPND_DATA) {
+        state.w_reg = operand;
+        return;
+    }
+    reg_forget_w();
+    if (operand.opnd_kind == OPND_LIT)
+        state.w_lit = operand;
+}
+
+bool reg_equals_w(const opnd_t *o)
+{
+    if (!opnd_same(o, &reg.w_reg))
+        return false;
+    return !o->opnd_access == !reg.w_reg.opnd_access || !reg_in_other_bank(o->opnd_access ? o : &reg.w_reg);
+}
+
+// The carry.
+
+void reg_set_carry(int32_t carry)
+{
+    state.carry = carry;
+}
+
+void carry_track(const op_t *n)
+{
+    switch (n->op_subop) {
+    case TPL_ADDWFC:
+        if (state.carry != 0) {
+            state.carry = -1;
+            break;
+        }
+        [[fallthrough]];
+    case TPL_ADDWF: case TPL_ADDLW:
+        state.carry = reg_w_is(0) && !sfr_isStatus(&n->op_opnd1) ? 0 : -1;
+        break;
+    case TPL_INCF: case TPL_DECF: case TPL_SUBLW: case TPL_DAW: case TPL_SUBFWB: case TPL_SUBWFB: case TPL_SUBWF:
+    case TPL_RRCF: case TPL_RLCF: case TPL_NEGF:
+        state.carry = -1;
+        break;
+    }
+}
+
+// The bank.
+
+// A number that depends on the bank may be an offset in whatever bank is selected, and so another register from now on. A
+// symbol stands for its own register in any bank.
+void reg_select_bank(const value_t *bank)
+{
+    if (bank)
+        selected = *bank;
+    state.bank = bank ? &selected : nullptr;
+    if (state.w_reg.opnd_access == ACCESS_B && state.w_reg.opnd_value.v_rtype == RT_CONST)
+        reg_forget_w_reg();
+    state.w_reg.opnd_access = 0;
+}
+
+void reg_forget_bank()
+{
+    state.bank = nullptr;
+}
+
+bool reg_in_other_bank(const opnd_t *o)
+{
+    const value_t *v = &o->opnd_value;
+    return o->opnd_access == ACCESS_B && v->v_rtype == RT_CONST && v->v_offs >= 0 && v->v_offs < 256 && reg.bank
+        && reg.bank->v_rtype == RT_CONST && reg.bank->v_offs != 0;
+}
+
+// Registers in general.
+
+// Adds to the number inside an expression: that of its left operand. Trees are shared, so it gets operands of its own.
+static void add_inside(value_t *e, int64_t n)
+{
+    if (!rtype_is_unary(e->v_rtype) && !rtype_is_binary(e->v_rtype))
+        return;
+    const size_t count = rtype_is_binary(e->v_rtype) ? 2 : 1;
+    value_t *kids = xnew<value_t>(count);
+    memcpy(kids, e->v_kids, count * sizeof *kids);
+    kids[0].v_offs = static_cast<int64_t>(static_cast<uint64_t>(kids[0].v_offs) + static_cast<uint64_t>(n));
+    e->v_kids = kids;
+}
+
+static bool is_byte_of(const value_t *e, const value_t *v)
+{
+    if (e->v_rtype != RT_LOW && e->v_rtype != RT_HIGH)
+        return false;
+    const value_t *x = value_left(e);
+    return x->v_offs == v->v_offs && x->v_rtype == v->v_rtype && x->v_kids == v->v_kids;
+}
+
+void reg_written(const opnd_t *o)
+{
+    if (opnd_same(&state.w_reg, o))
+        reg_forget_w_reg();
+    if (o->opnd_kind != OPND_DATA)
+        return;
+    if (sfr_isStatus(o))
+        reg_forget_w_reg();
+    const int select = sfr_fileSelect(o);
+    if (select == 0)
+        return;
+    if (sfr_fileSelect(&state.w_reg) == select)
+        reg_forget_w_reg();
+    value_t *e = &state.fsr_val[select - 1].opnd_value;
+    if (sfr_isPreinc(o))
+        add_inside(e, 1);
+    if (is_byte_of(e, &state.w_reg.opnd_value))
+        reg_forget_w_reg();
+    if (sfr_isPostinc(o) || sfr_isPostdec(o))
+        add_inside(e, sfr_isPostinc(o) ? 1 : -1);
+}
+
+void reg_stored_through(const opnd_t *o)
+{
+    state.fsr_val[sfr_fileSelect(o) - 1] = state.w_lit;
+}
+
+void reg_forget_machine()
+{
+    reg_forget_all();
+    state.carry = -1;
+    reg_select_bank(nullptr);
+}
+
+// The register that a file instruction writes, or null.
+static const opnd_t *written(const op_t *n)
+{
+    switch (n->op_type) {
+    case T_SUBWF: case T_ANDWF: case T_ADDWF: case T_INCF: case T_DECFSZ: case T_SWAPF: case T_RLCF:
+        return n->op_dest == DEST_W ? nullptr : &n->op_opnd1;
+    case T_BCF: case T_CLRF: case T_MOVWF:
+        return &n->op_opnd1;
+    case T_MOVFF: case T_MOVFFL:
+        return &n->op_opnd2;
+    default:
+        return nullptr;
+    }
+}
+
+void reg_side_effects(const op_t *n)
+{
+    const opnd_t *o = written(n);
+    switch (n->op_type) {
+    case T_DB: case T_DS: case T_ORG: case T_CALLW: case T_MOVSF: case T_MOVSFL: case T_MOVSS: case T_PUSHL: case T_ADDULNK:
+        reg_forget_machine();
+        return;
+    case T_DECFSZ: case T_MOVFFL:
+        if (o)
+            reg_written(o);
+        break;
+    case T_CLRF:
+        carry_track(n);
+        break;
+    case T_NOP:
+        carry_track(n);
+        if (n->op_subop == TPL_DAW)
+            reg_forget_w();
+        break;
+    case T_BANKSEL:
+        reg_select_bank(nullptr);
+        break;
+    }
+    if (o && sfr_isWreg(o) && n->op_type != T_MOVWF && n->op_type != T_MOVFF)
+        reg_forget_w();
+    if (o && sfr_isStatus(o) && n->op_type != T_BCF)
+        state.carry = -1;
+    if (o && sfr_isBsr(o))
+        reg_select_bank(nullptr);
+    if ((o && sfr_isIndirect(o)) || (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
+        reg_forget_w_reg();
+}

@@ -1,0 +1,140 @@
+// A label goes when nothing refers to it: no jump or call (`op_refs`), no other module (S_DEFHERE), no data, literal or
+// definition (S_TAKEN).
+//
+// Reachability is worked out once for a pass: what is marked then may be reached from outside or from the psect's first
+// node. A label that anything refers to counts as reached, whatever refers to it, so it is enough to look at the labels of
+// the psect itself; where control comes from in other psects need not be followed.
+#include "optim/labels.h"
+
+#include "code/ops.h"
+#include "code/program.h"
+#include "common/stringcache.h"
+#include "common/xalloc.h"
+#include "optim/node.h"
+#include "optim/report.h"
+
+// Unused labels.
+
+int list_delete_label(op_t *node)
+{
+    symbol_t *s = node->op_sym;
+    if (cache_starts_with(s->s_name, "__end_of_") || cache_starts_with(s->s_name, "__ccov"))
+        return 0;
+    opt_fired("unreferenced label", CNT_UNREF_LABELS, node);
+    s->s_flags |= S_UNDEF;
+    s->s_defop = nullptr;
+    s->s_refs = 0;
+    op_more(node)->op_refs = {};
+    op_delete_if_live(node);
+    return 1;
+}
+
+bool label_is_unused(const op_t *op)
+{
+    return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
+        && vec_size(op_more(op)->op_refs) == 0;
+}
+
+unsigned list_delete_unused_labels(symbol_t *psect)
+{
+    unsigned gone = 0;
+    for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
+        next = op_step(op);
+        if (label_is_unused(op))
+            gone += static_cast<unsigned>(list_delete_label(op));
+    }
+    return gone;
+}
+
+bool label_only_from(const op_t *label, const op_t *branch)
+{
+    if (label->op_type != T_NAME || vec_size(op_more(label)->op_refs) > 1
+        || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
+        return false;
+    for (const op_t *op = label->op_prev; op != branch; op = op->op_prev)
+        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op_more(op)->op_refs) > 0))
+            return false;
+    return true;
+}
+
+// Labels whose place counts.
+
+// Depth is bounded by the size of a tree.
+static void note_taken(const value_t *v)
+{
+    if (v->v_rtype == RT_SYM || v->v_rtype == RT_SYM_SEG)
+        v->v_sym->s_flags |= S_TAKEN;
+    else if (rtype_is_binary(v->v_rtype) || rtype_is_unary(v->v_rtype))
+        for (int i = rtype_is_binary(v->v_rtype); i >= 0; i--)
+            note_taken(&v->v_kids[i]);
+}
+
+bool leads_to_label(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL:
+        return op_is_simple(op);
+    default:
+        return false;
+    }
+}
+
+void note_taken_labels()
+{
+    for (const code_list_t *list : psect_list)
+        for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+            if (!leads_to_label(op))
+                note_taken(&op->op_opnd1.opnd_value);
+            note_taken(&op->op_opnd2.opnd_value);
+            for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
+                note_taken(&item->value);
+        }
+    if (program.has_end_value)
+        note_taken(&program.end_value);
+}
+
+// Reachability. Nodes whose successors are still to be followed wait on a stack.
+
+static struct {
+    const op_t **stack;
+    size_t depth, room;
+} reach;
+
+static void reach_later(const op_t *op)
+{
+    if (!op || op->op_type == 0 || (op->op_flags & OPF_MARK))
+        return;
+    xreserve(reach.stack, reach.depth, reach.depth + 1, reach.room, size_t{1024});
+    reach.stack[reach.depth++] = op;
+}
+
+void reach_mark(op_t *from)
+{
+    reach_later(from);
+    while (reach.depth > 0) {
+        op_t *op = const_cast<op_t *>(reach.stack[--reach.depth]);
+        while (op && op->op_type != 0 && !(op->op_flags & OPF_MARK)) {
+            op->op_flags |= OPF_MARK;
+            if (op_is_skip(op)) {
+                op_t *skipped = op_past_silent(op->op_next);
+                reach_later(op->op_next);
+                op = skipped->op_type == 0 ? nullptr : op_past_silent(skipped->op_next);
+            } else if (op->op_type == T_GOTO) {
+                op = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
+            } else {
+                if (op->op_type == T_CALL && op_is_simple(op))
+                    reach_later(op->op_opnd1.opnd_value.v_sym->s_defop);
+                op = op->op_next;
+            }
+        }
+    }
+}
+
+void reach_mark_psect(code_list_t *list)
+{
+    for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
+        if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
+            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op_more(op)->op_refs) > 0))
+            reach_mark(op);
+    reach_mark(list->head.op_next);
+}

@@ -1,0 +1,139 @@
+// What the rules ask of nodes. Most tests are asked for by several modules; one that a single rule needs stands beside the
+// rule.
+#include "optim/node.h"
+
+#include <cstring>
+
+#include "code/sfrop.h"
+#include "common/stringcache.h"
+
+// Psects.
+
+bool psect_shares(const symbol_t *a, const symbol_t *b)
+{
+    if (!a || !b)
+        return false;
+    const psect_t *p = a->s_psect, *q = b->s_psect;
+    return (p->p_optim & PO_MINOCG) == (q->p_optim & PO_MINOCG)
+        && (!(p->p_optim & PO_MINOCG) || p->p_group == q->p_group);
+}
+
+bool psect_is_function(const symbol_t *psect)
+{
+    const psect_t *p = psect->s_psect;
+    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA)
+        && p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text")
+        && !cache_starts_with(psect->s_name, "swtext");
+}
+
+// Kinds of nodes.
+
+bool op_is_code(const op_t *op)
+{
+    switch (op->op_type) {
+    case 0: case T_DB: case T_DS: case T_ORG: case T_ALIGN:
+        return false;
+    default:
+        return !op_is_silent(op);
+    }
+}
+
+bool op_volatile(const op_t *op)
+{
+    return (op->op_flags & OPF_VOLATILE) || sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2);
+}
+
+bool op_barrier(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_CPFSEQ: case T_BCC: case T_BTFSC: case T_DECFSZ: case T_PUSH: case T_GOTO: case T_RETURN: case T_CALL:
+    case T_RETLW: case T_MOVLB: case T_NAME:
+        return true;
+    default:
+        return (sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF)) || op_volatile(op)
+            || !op_free(op);
+    }
+}
+
+bool op_writes_pc(const op_t *op)
+{
+    return sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF || op->op_type == T_CLRF);
+}
+
+// Places.
+
+bool after_skip(const op_t *op)
+{
+    do
+        op = op->op_prev;
+    while (op && op_is_silent(op));
+    return op && op_is_skip(op);
+}
+
+static op_t *past_labels(op_t *op)
+{
+    while (op->op_type == T_NAME)
+        op = op->op_next;
+    return op;
+}
+
+op_t *following(const op_t *op)
+{
+    return past_labels(op->op_next);
+}
+
+op_t *op_landing(const op_t *jump)
+{
+    if (!op_is_simple(jump))
+        return nullptr;
+    op_t *label = jump->op_opnd1.opnd_value.v_sym->s_defop;
+    return label ? past_labels(label) : nullptr;
+}
+
+// Operands.
+
+// `x & 255` stands for `x` where the other side has the same number in it: a file operand that has been masked for its bank.
+static const value_t *look_through_mask(const value_t *v, const value_t *other)
+{
+    if (v->v_rtype != RT_AND || v->v_offs != 0)
+        return v;
+    const value_t *mask = value_right(v), *x = value_left(v);
+    return mask->v_rtype == RT_CONST && mask->v_offs == 255 && x->v_offs == other->v_offs ? x : v;
+}
+
+bool opnd_same(const opnd_t *a, const opnd_t *b)
+{
+    if (a == b)
+        return true;
+    if (a->opnd_kind != b->opnd_kind)
+        return false;
+    if (a->opnd_kind == OPND_NONE)
+        return true;
+    if (a->opnd_kind == OPND_DATA && a->opnd_access && b->opnd_access && a->opnd_access != b->opnd_access)
+        return false;
+    const value_t *va = look_through_mask(&a->opnd_value, &b->opnd_value);
+    const value_t *vb = look_through_mask(&b->opnd_value, &a->opnd_value);
+    return value_equal(va, vb);
+}
+
+bool op_same(const op_t *a, const op_t *b)
+{
+    if (!a || !b || a->op_type != b->op_type || a->op_subop != b->op_subop || a->op_dest != b->op_dest)
+        return false;
+    return op_is_code(a) && op_is_code(b) && opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+}
+
+bool op_same_operands(const op_t *a, const op_t *b)
+{
+    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+}
+
+bool depends_on_bank(const opnd_t *o)
+{
+    if (o->opnd_kind != OPND_DATA)
+        return true;
+    if (o->opnd_access == ACCESS_C)
+        return false;
+    const value_t *v = &o->opnd_value;
+    return o->opnd_access != 0 || v->v_rtype != RT_CONST || !chip_isCommonAddr(v->v_offs);
+}

@@ -1,0 +1,50 @@
+// node: the tests that rules are written with, on nodes, operands and psects. They look and never change anything.
+#pragma once
+
+#include "code/list.h"
+#include "code/ops.h"
+
+// Psects.
+
+// Whether the facility `bit` (PO_PEEP, PO_JUMP, PO_PA) is switched off for the psect.
+inline bool psect_optim_off(const symbol_t *psect, uint32_t bit)
+{
+    const uint32_t o = psect->s_psect->p_optim;
+    return (o & PO_GIVEN) && !(o & bit);
+}
+// Whether the two may share code: equal `minocg` bits, and with the bit equal groups; false for null.
+bool psect_shares(const symbol_t *a, const symbol_t *b);
+// A code psect of a function, as inlining and abstraction want it: its name, class and flags.
+bool psect_is_function(const symbol_t *psect);
+
+// Kinds of nodes.
+
+inline bool op_free(const op_t *op) { return !(op->op_flags & OPF_FIXED); }
+inline bool op_is_skip(const op_t *op)
+{
+    return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ;
+}
+inline bool op_is_return(const op_t *op) { return op->op_type == T_RETURN || op->op_type == T_RETLW; }
+inline bool op_is_transfer(const op_t *op) { return op->op_type == T_GOTO || op_is_return(op); }
+inline bool op_is_simple(const op_t *op)
+{
+    return op->op_opnd1.opnd_value.v_rtype == RT_SYM && op->op_opnd1.opnd_value.v_offs == 0;
+}
+inline bool op_ends_run(const op_t *op) { return op->op_type == 0 || op->op_type == T_NAME; }   // of straight code
+bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
+bool op_volatile(const op_t *op);
+bool op_barrier(const op_t *op);
+bool op_writes_pc(const op_t *op);
+
+// Places.
+
+bool after_skip(const op_t *op);            // the nearest node before it that isn't silent is a skip
+op_t *following(const op_t *op);            // the first node behind it that is no label
+op_t *op_landing(const op_t *jump);         // where a simple jump leads, behind the labels there; null if unknown
+
+// Operands.
+
+bool op_same(const op_t *a, const op_t *b); // equal instructions
+bool opnd_same(const opnd_t *a, const opnd_t *b);
+bool op_same_operands(const op_t *a, const op_t *b);
+bool depends_on_bank(const opnd_t *operand);

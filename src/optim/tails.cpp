@@ -1,0 +1,140 @@
+// Two runs of instructions are compared backward, from a `goto` and from the place that it leads to (J17), or from two gotos
+// to one place (J18, J19). One copy then becomes a jump into the other.
+//
+// J18 makes nothing that J12 takes back, or the two would go on for ever.
+#include "optim/tails.h"
+
+#include "code/ops.h"
+#include "common/stringcache.h"
+#include "optim/edit.h"
+#include "optim/index.h"
+#include "optim/node.h"
+#include "optim/report.h"
+#include "options.h"
+
+bool codecov_seen, opt_plain_search;
+
+// What matched last is the beginning of the tail.
+struct tail_t {
+    op_t *a, *b;
+    unsigned length;
+};
+
+static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
+{
+    tail_t t = {};
+    op_t *a = index_before(g, skip_labels), *b = index_before(c, skip_labels);
+    while (a != b && a != c && b != g && op_same(a, b) && !op_writes_pc(a) && a->op_type != T_CALL && op_free(a)
+           && !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
+        t.a = a;
+        t.b = b;
+        t.length++;
+        a = index_before(a, skip_labels);
+        b = index_before(b, skip_labels);
+    }
+    return t;
+}
+
+static bool stops_j18(const op_t *op) { return op_ends_run(op) || op->op_type == T_DB; }
+
+// The tail at t.a becomes a jump to the one at t.b. Returns where the walk goes on.
+static op_t *merge(const char *rule, const tail_t &t, bool (*stop)(const op_t *op), bool count_deleted)
+{
+    opt_fired(rule, CNT_COMMON, t.a);
+    op_t *jump = edit_goto_before(t.a, edit_label_before(t.b));
+    edit_delete_behind(jump, stop, count_deleted ? rule : nullptr, CNT_UNREACHABLE);
+    return jump->op_next;
+}
+
+// A tail before a goto, and before the label that it leads to
+op_t *tails_j17(op_t *g)
+{
+    if (codecov_seen || !op_is_simple(g) || after_skip(g))
+        return nullptr;
+    op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
+    if (!label)
+        return nullptr;
+    const tail_t t = compare_tails(g, label, false);
+    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, op_ends_run, true) : nullptr;
+}
+
+// Whether the tail at the other goto may take over from the one before `g`.
+static bool j18_accepts(const tail_t &t)
+{
+    if (t.b->op_type == T_GOTO)
+        return false;
+    const op_t *p = t.a->op_prev;
+    if (p->op_type == T_GOTO && op_landing(p) == t.b)
+        return false;
+    if (op_more(t.a)->op_remark && cache_starts_with(op_more(t.a)->op_remark, ";#"))
+        return false;
+    // J12 would make a return of the new jump.
+    return !op_is_return(t.b) || (op_is_simple(t.a) && (opt.errata_mask & ERRATA_NOPS));
+}
+
+// The tail before a rival that may take over from the one before `g`, or one of length 0.
+static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
+    return t.length > 0 && !after_skip(t.a) && accepts(t) ? t : tail_t{};
+}
+
+static tail_t plain_search(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    for (op_t *c = g->op_psect->s_psect->p_code->head.op_next; c->op_type != 0; c = c->op_next)
+        if (c != g && c->op_type == T_GOTO && c->op_order > from)
+            if (const tail_t t = rival_tail(g, c, skip_labels, accepts); t.length > 0)
+                return t;
+    return {};
+}
+
+// The tail before the first rival behind the position `from` that has one which `accepts` takes, or one of length 0.
+static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
+{
+    if (opt_plain_search)
+        return plain_search(g, from, skip_labels, accepts);
+    tail_t best = {};
+    rivals_t rivals = index_rivals(g, from);
+    while (op_t *c = index_next(&rivals)) {
+        const tail_t t = rival_tail(g, c, skip_labels, accepts);
+        if (t.length > 0) {
+            best = t;
+            rivals.order = c->op_order;
+        }
+    }
+    return best;
+}
+
+// A tail before a goto, and before another goto to the same place
+op_t *tails_j18(op_t *g)
+{
+    if (codecov_seen || after_skip(g))
+        return nullptr;
+    const tail_t t = best_rival(g, 0, true, j18_accepts);
+    return t.length > 0 ? merge("J18", t, stops_j18, false) : nullptr;
+}
+
+// Whether control falls into `op`: going back, a label or the list's head comes before an unconditional transfer. With
+// `or_skipped`, a transfer that a skip may pass over is enough.
+static bool falls_into(const op_t *op, bool or_skipped)
+{
+    for (op = op->op_prev;; op = op->op_prev) {
+        if (op->op_type == 0 || op->op_type == T_NAME)
+            return true;
+        if (op_is_transfer(op) && !after_skip(op))
+            return false;
+        if (op_is_transfer(op) && or_skipped)
+            return true;
+    }
+}
+
+static bool j19_accepts(const tail_t &t) { return falls_into(t.a, false) && falls_into(t.b, true); }
+
+// The same with a goto further down, label by label
+op_t *tails_j19(op_t *g)
+{
+    if (after_skip(g))
+        return nullptr;
+    const tail_t t = best_rival(g, g->op_order, false, j19_accepts);
+    return t.length > 0 ? merge("J19", t, op_ends_run, true) : nullptr;
+}
