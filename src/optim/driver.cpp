@@ -11,7 +11,8 @@
 // that doesn't settle into a normal end; the list is valid at every step.
 //
 // Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
-// `errata`), from them to what they share: `known`, `live`, `labels`, `edit`, `index`, `report`, and the tests of `node`.
+// `errata`), from them to what they share: `known` and `live` above `effects`, `labels`, `edit` above `index`, `report`, and
+// the tests of `node`.
 #include "optim/driver.h"
 
 #include <cstring>

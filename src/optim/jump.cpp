@@ -234,7 +234,7 @@ static op_t *j9(op_t *c)
     if (!s->s_defop || s == symbol_of(c) || s->s_defop->op_psect != st.psect)
         return nullptr;
     size_once();
-    if (254 - c->op_offs + s->s_defop->op_offs >= 511)
+    if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2))
         return nullptr;
     opt_fired("J9", CNT_JUMPS_TO_JUMPS, c);
     edit_point_at(c, s);

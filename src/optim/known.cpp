@@ -9,6 +9,7 @@
 #include "code/ops.h"
 #include "code/sfrop.h"
 #include "common/xalloc.h"
+#include "optim/effects.h"
 #include "optim/node.h"
 #include "optim/templates.h"
 
@@ -156,50 +157,22 @@ void reg_forget_machine()
     reg_select_bank(nullptr);
 }
 
-// The register that a file instruction writes, or null.
-static const opnd_t *written(const op_t *n)
-{
-    switch (n->op_type) {
-    case T_SUBWF: case T_ANDWF: case T_ADDWF: case T_INCF: case T_DECFSZ: case T_SWAPF: case T_RLCF:
-        return n->op_dest == DEST_W ? nullptr : &n->op_opnd1;
-    case T_BCF: case T_CLRF: case T_MOVWF:
-        return &n->op_opnd1;
-    case T_MOVFF: case T_MOVFFL:
-        return &n->op_opnd2;
-    default:
-        return nullptr;
-    }
-}
-
 void reg_side_effects(const op_t *n)
 {
-    const opnd_t *o = written(n);
-    switch (n->op_type) {
-    case T_DB: case T_DS: case T_ORG: case T_CALLW: case T_MOVSF: case T_MOVSFL: case T_MOVSS: case T_PUSHL: case T_ADDULNK:
+    const uint8_t ends = effect_ends(n);
+    if (ends == FX_ALL) {
         reg_forget_machine();
         return;
-    case T_DECFSZ: case T_MOVFFL:
-        if (o)
-            reg_written(o);
-        break;
-    case T_CLRF:
-        carry_track(n);
-        break;
-    case T_NOP:
-        carry_track(n);
-        if (n->op_subop == TPL_DAW)
-            reg_forget_w();
-        break;
-    case T_BANKSEL:
-        reg_select_bank(nullptr);
-        break;
     }
+    const opnd_t *o = op_written(n);
+    if (n->op_type == T_MOVFFL)
+        reg_written(o);
+    if (ends & FX_BSR || (o && sfr_isBsr(o)))
+        reg_select_bank(nullptr);
     if (o && sfr_isWreg(o) && n->op_type != T_MOVWF && n->op_type != T_MOVFF)
         reg_forget_w();
     if (o && sfr_isStatus(o) && n->op_type != T_BCF)
         state.carry = -1;
-    if (o && sfr_isBsr(o))
-        reg_select_bank(nullptr);
     if ((o && sfr_isIndirect(o)) || (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
         reg_forget_w_reg();
 }

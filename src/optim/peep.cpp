@@ -13,15 +13,13 @@
 //
 // Behind every section `reg_side_effects` ends knowledge that the node ends in ways its section doesn't look at: a file
 // instruction whose register happens to be W, status or the bank register, an indirect write that may reach any register,
-// instructions with registers of their own. That is also why W is never said to equal a core register: the machine
-// changes those by itself.
+// instructions with registers of their own.
 //
 // What may bite: rules delete and move the nodes behind the current one, which is where the walk goes on. They do so with
 // `drop` and `move_behind`, which take care of it.
 #include "optim/peep.h"
 
 #include <cstring>
-#include <iterator>
 
 #include "code/sfrop.h"
 #include "optim/edit.h"
@@ -450,6 +448,8 @@ static void on_decfsz(op_t *n)
     reg_set_carry(-1);
     if (to_w(n))
         reg_forget_w();
+    else
+        reg_written(&n->op_opnd1);
     walk.skipped = true;
 }
 
@@ -934,17 +934,24 @@ static void on_other(op_t *) { walk.skipped = false; }
 static void on_nop(op_t *n)
 {
     const bool skipped = take_skipped();
-    if (n->op_subop != TPL_CLRW)
-        return;
-    reg_forget_w();
     const opnd_t zero = {OPND_LIT, 0, value_const(0)};
-    if (!skipped)
-        reg_load_w(&zero);
+    switch (n->op_subop) {
+    case TPL_CLRW:
+        reg_forget_w();
+        if (!skipped)
+            reg_load_w(&zero);
+        break;
+    case TPL_DAW:
+        carry_track(n);
+        reg_forget_w();
+        break;
+    }
 }
 
 static void on_clrf(op_t *n)
 {
     walk.skipped = false;
+    carry_track(n);
     reg_written(&n->op_opnd1);
 }
 
@@ -976,10 +983,10 @@ static void on_lfsr(op_t *)
     }
 }
 
-// The sections. A kind that isn't listed leaves `skipped` and the knowledge as they are, but for side effects.
+// The sections, one for each kind. A kind without work leaves `skipped` and the knowledge as they are, but for side effects.
 struct section_t {
-    uint16_t kind;
-    void (*work)(op_t *n);
+    uint16_t type = 0;
+    void (*work)(op_t *n) = nullptr;
 };
 
 constexpr section_t sections[] = {
@@ -989,25 +996,19 @@ constexpr section_t sections[] = {
     {T_DB, on_other}, {T_DS, on_other}, {T_RETLW, on_other}, {T_BRA, on_other}, {T_BCC, on_other}, {T_GOTO, on_other},
     {T_NOP, on_nop}, {T_SWAPF, on_swapf}, {T_CLRF, on_clrf}, {T_RLCF, on_rlcf}, {T_DECFSZ, on_decfsz}, {T_CPFSEQ, on_cpfseq},
     {T_LFSR, on_lfsr},
+    {T_MULWF}, {T_MOVFFL}, {T_CALLW}, {T_PUSH}, {T_TRET}, {T_DBOUT}, {T_TRAP}, {T_PUSHL}, {T_ADDULNK}, {T_ADDFSR}, {T_SETCNT},
+    {T_BANKSEL}, {T_MOVSF}, {T_MOVSS}, {T_MOVSFL}, {T_ORG}, {T_ALIGN}, {T_NAME}, {T_NUMLABEL}, {T_IF}, {T_ELSIF}, {T_ELSE},
+    {T_ENDIF}, {T_ENDM}, {T_TITLE}, {T_INCLUDE}, {T_MESSG}, {T_EQU}, {T_SET},
 };
-
-struct section_index_t {
-    void (*work[T_PF_CODECOV + 1])(op_t *n) = {};
-    constexpr section_index_t()
-    {
-        for (const section_t &s : sections)
-            work[s.kind] = s.work;
-    }
-};
-constexpr section_index_t section_index;
+constexpr auto section_of_kind = rows_by_kind(sections);
 
 static void visit(op_t *n)
 {
     const uint32_t id = n->op_id;
     const int32_t carry = reg.carry;
     const bool skipped = walk.skipped;
-    if (n->op_type < std::size(section_index.work) && section_index.work[n->op_type])
-        section_index.work[n->op_type](n);
+    if (n->op_type < section_of_kind.size() && section_of_kind[n->op_type].work)
+        section_of_kind[n->op_type].work(n);
     if (n->op_id == id)
         reg_side_effects(n);
     if (skipped && reg.carry != carry)
