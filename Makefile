@@ -2,7 +2,7 @@
 JOBS ?= 2
 RELEASE = build/release/bin
 
-.PHONY: demo run-example check build deps install bench clean
+.PHONY: demo run-example check build deps install bench fuzz clean
 
 demo: build
 	@sh scripts/demo.sh $(RELEASE)
@@ -33,6 +33,10 @@ install: build
 
 bench: build
 	cmake --build --preset release --target bench
+
+SECONDS ?= 60
+fuzz:
+	for target in source chip cfgdata zelobj; do sh scripts/fuzz.sh $$target $(SECONDS) || exit 1; done
 
 clean:
 	rm -rf build

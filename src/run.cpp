@@ -204,7 +204,7 @@ static void write_object()
     fclose(opt.out_stream);
 }
 
-int run_main(int argc, char **argv)
+void run_start(int argc, char **argv)
 {
     static const alert_services_t services = {catalogue_path, run_stop};
     alert_set_services(&services);
@@ -224,6 +224,10 @@ int run_main(int argc, char **argv)
     opt.src_files = argv + first_source;
     opt.src_count = static_cast<uint32_t>(argc - first_source);
     opt.version_text = cmdline_version_text(opt.version_text);
+}
+
+int run_assemble()
+{
     open_cross_reference();
     parse_sources();
     if (opt.xinst)
@@ -255,4 +259,10 @@ int run_main(int argc, char **argv)
     HTML_close();
     debug_finish();
     return alert_exit_status();
+}
+
+int run_main(int argc, char **argv)
+{
+    run_start(argc, argv);
+    return run_assemble();
 }

@@ -306,37 +306,36 @@ static vec_t<symbol_t *> all_records()
 
 struct place_t {
     symbol_t *sym;
-    uint32_t seqno, age;   // age: position in the bucket's chain among equals by number, newest first
+    uint32_t bucket, seqno, age;   // age: position in the bucket's chain among equals by number, newest first
 };
 
 static bool stands_before(const place_t &a, const place_t &b)
 {
-    return a.seqno != b.seqno ? a.seqno > b.seqno : a.age < b.age;
+    return a.bucket != b.bucket ? a.bucket < b.bucket : a.seqno != b.seqno ? a.seqno > b.seqno : a.age < b.age;
 }
 
-// Dealt out to the buckets by counting, since a table full of records is sorted in every run. What remains is the order in
-// each bucket, and few hold more than two or three.
+// Dealt out by counting, since a table full of records is sorted in every run: to as many piles as there are records, each
+// for a run of buckets. What remains is the order in each pile, and few hold more than two or three.
 vec_t<symbol_t *> sym_slot_order()
 {
     vec_t<symbol_t *> order = all_records();
     const uint32_t count = vec_size(order);
+    const auto pile = [count](const place_t &p) { return static_cast<uint64_t>(p.bucket) * count / BUCKETS; };
     place_t *found = xnew<place_t>(count), *sorted = xnew<place_t>(count);
-    uint32_t *buckets = xnew<uint32_t>(count), *ends = xnew<uint32_t>(BUCKETS), n = 0;
+    uint32_t *begins = xnew<uint32_t>(count + 1), n = 0;
     for (symbol_t *s : order) {
-        found[n] = {s, s->s_seqno, n};
-        ends[buckets[n++] = sym_bucket(s->s_name)]++;
+        found[n] = {s, sym_bucket(s->s_name), s->s_seqno, n};
+        begins[pile(found[n++])]++;
     }
-    for (uint32_t i = 1; i < BUCKETS; i++)
-        ends[i] += ends[i - 1];
+    for (uint32_t i = 1; i <= count; i++)   // where a pile ends, until its records are dealt
+        begins[i] += begins[i - 1];
     while (n-- > 0)
-        sorted[--ends[buckets[n]]] = found[n];
-    for (uint32_t i = 0; i < BUCKETS; i++) {   // where its records begin, now
-        std::sort(sorted + ends[i], sorted + (i + 1 < BUCKETS ? ends[i + 1] : count), stands_before);
-    }
+        sorted[--begins[pile(found[n])]] = found[n];
+    for (uint32_t i = 0; i < count; i++)
+        std::sort(sorted + begins[i], sorted + begins[i + 1], stands_before);
     for (uint32_t i = 0; i < count; i++)
         vec_setAt(order, sorted[i].sym, i);
-    xfree(ends);
-    xfree(buckets);
+    xfree(begins);
     xfree(sorted);
     xfree(found);
     return order;

@@ -1,8 +1,10 @@
 // Any bytes at all as a chip information file, behind a program that has to do with the chip's memory and registers. The
 // chip is asked for by the end that the names of all sample chips have; they are in dat/ini/.
-#include "child.h"
+#include "target.h"
 
-static const char source[] = R"(
+static std::string program(std::string_view, std::string_view)
+{
+    return R"(
 	global	ext
 	psect	ram,class=RAM,space=1
 v:	ds	2
@@ -19,11 +21,9 @@ start:	movlw	5
 	goto	start
 	end	start
 )";
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    run_child({{"-mcpu=0", "-CFILE"}, {"--maxizel", "-O", "-no_trans", "-A", "--xinst", "-L/dev/null", "-mcpu=10"},
-               source, false},
-              {reinterpret_cast<const char *>(data), size});
-    return 0;
 }
+
+const assembly_t assembly = {
+    "in.ini", '#', {"-mcpu=0", "-Cin.ini"}, true,
+    {{'M', "--maxizel"}, {'O', "-O"}, {'T', "-no_trans"}, {'A', "-A"}, {'X', "--xinst"}, {'L', "-L"}, {'1', "-mcpu=10"}},
+    program, nullptr};

@@ -4,12 +4,19 @@
 
 #include <cstdlib>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+#include "target.h"
+
+const bool target_forks = false;
+
+void target_prepare() {}
+void target_clean() {}
+bool target_may_take_long(std::string_view) { return false; }
+
+void target_run(std::string_view input)
 {
-    zo_file file = zo_read({data, size});
+    zo_file file = zo_read({reinterpret_cast<const uint8_t *>(input.data()), input.size()});
     zo_verify(file);
     for (bool disassembly : {false, true})
-        if (zo_print(file, {true, disassembly, disassembly}).size() > 128 * size + 1024)
+        if (zo_print(file, {true, disassembly, disassembly}).size() > 128 * input.size() + 1024)
             abort();
-    return 0;
 }
