@@ -15,7 +15,7 @@ struct chipinfo_t;
 struct symbol_t;
 
 // Bits of the mask of --errata=.
-enum : uint32_t { ERRATA_NOPS = 0x4001, ERRATA_NO_PA = 0x0011 };
+enum : uint32_t { ERRATA_NOPS = 0x4001, ERRATA_NO_PA = 0x0011, ERRATA_NOP2 = 0x20000 };
 
 struct options_t {
     const char *chip_name;            // upper case

@@ -23,7 +23,7 @@
 #include "options.h"
 
 enum : unsigned { SETTLE_PASSES = 50, MOST_EXTRA_PASSES = 1000, AHEAD = 12 };
-enum : uint32_t { ERRATA_NOP2 = 0x20000, ARCH_14BIT = ARCH_X };
+enum : uint32_t { ARCH_14BIT = ARCH_X };
 enum : uint16_t { CALL_FAST = 0x0100 };
 
 struct placed_t;

@@ -1,6 +1,6 @@
 // A row says what the role of the operands is and what the kind uses, kills and ends beside them; where the templates of a
-// kind differ, a variant says it for one of them. effect_of puts both together for a node: an operand may be W, STATUS or BSR
-// itself, needs BSR if it is banked, and W if its address is formed with it.
+// kind differ, a variant says it for one of them. effect_of puts both together for a node: an operand may be W, STATUS or
+// BSR itself, needs BSR if it is banked, and W if its address is formed with it.
 //
 // The table says what searches count on, which may be less than what the machine does: flags that `movf` overwrites count as
 // kept, which only keeps code that could have gone.
@@ -8,8 +8,8 @@
 // An instruction uses STATUS and BSR also by naming them as its operand. In the other direction writes to them aren't
 // counted on.
 //
-// What may bite: what a row uses and kills at once is needed only if the node may not run. So addwf overwrites the carry, and
-// needs it under a skip.
+// What may bite: what a row uses and kills at once is needed only if the node may not run. So addwf overwrites the carry,
+// and needs it under a skip.
 #include "optim/effects.h"
 
 #include <array>

@@ -11,10 +11,9 @@
 #include "common/xalloc.h"
 #include "optim/edit.h"
 #include "optim/node.h"
+#include "optim/templates.h"
 
 constexpr int64_t NOP_WORD = 0xFFFF;
-constexpr uint16_t INVERT = 0x1000;
-constexpr uint16_t BRA = 0xD000;
 
 uint32_t errata_nops;
 
@@ -69,7 +68,7 @@ static op_t *nop_at(op_t *op)
 
 static op_t *link_bra(op_t *where, op_t *label)
 {
-    return edit_link_jump(where, edit_new_jump(T_BRA, BRA, label), label);
+    return edit_link_jump(where, edit_new_jump(T_BRA, TPL_BRA, label), label);
 }
 
 // A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
@@ -84,14 +83,14 @@ static void mend_skip(op_t *t, op_t *nop)
     op_t *m = op_ensure_label(y);
     op_add_ref(k, m);
     if (k->op_type == T_BTFSC) {
-        k->op_subop ^= INVERT;
+        k->op_subop ^= TPL_INVERT;
         link_bra(k, m);
     } else if (k->op_type == T_DECFSZ) {
         switch (k->op_subop) {
-        case 0x2C00: k->op_subop = 0x4C00; break;
-        case 0x4C00: k->op_subop = 0x2C00; break;
-        case 0x3C00: k->op_subop = 0x4800; break;
-        default: k->op_subop = 0x3C00; break;
+        case TPL_DECFSZ: k->op_subop = TPL_DCFSNZ; break;
+        case TPL_DCFSNZ: k->op_subop = TPL_DECFSZ; break;
+        case TPL_INCFSZ: k->op_subop = TPL_INFSNZ; break;
+        default: k->op_subop = TPL_INCFSZ; break;
         }
         link_bra(k, m);
     } else {

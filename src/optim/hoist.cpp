@@ -78,7 +78,8 @@ static op_t *hoist_common_beginning(op_t *c)
         return n;
     op_t *a = n, *e = t;
     for (; op_same(a, e); a = a->op_next, e = e->op_next)
-        if (branch_depends_on(c, a) || !may_pass_branch(a) || !may_follow_branch(a->op_next) || op_barrier(a) || op_barrier(e))
+        if (branch_depends_on(c, a) || !may_pass_branch(a) || !may_follow_branch(a->op_next) || op_barrier(a)
+            || op_barrier(e))
             return n;
     opt_fired("branch stage", CNT_COMMON, c);
     if (a == n)

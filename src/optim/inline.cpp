@@ -21,10 +21,10 @@
 #include "optim/errata.h"
 #include "optim/node.h"
 #include "optim/report.h"
+#include "optim/templates.h"
 #include "options.h"
 
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
-constexpr uint16_t RETFIE = 0x0010, MOVLW = 0x0E00, CALL = 0xEC00, FAST = 0x0100;
 constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
 constexpr unsigned MOST_COPIES = 10000;       // in one host
 constexpr unsigned MOST_NODES = 200'000;      // copied in the run
@@ -54,7 +54,7 @@ static bool spoils_body(const op_t *op)
     case T_DB:
         return !errata_is_nop(op);
     case T_RETURN:
-        return op->op_subop == RETFIE;
+        return op->op_subop == TPL_RETFIE;
     case T_RETLW:
         return after_skip(op) && !is_indirect(op);   // two instructions can't stand under a skip
     case T_BRA: case T_BCC: case T_GOTO: {
@@ -114,7 +114,7 @@ static symbol_t *callee_psect(const op_t *call)
 static bool may_share(const symbol_t *q, const op_t *call)
 {
     if (!q || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) || (q->s_flags & S_NOTE)
-        || (call->op_subop & FAST))
+        || (call->op_subop & TPL_FAST))
         return false;
     const op_t *label = op_target(call);
     return label && label->op_offs == 0;
@@ -229,7 +229,7 @@ static void copy_call(copy_t *c, const op_t *op)
         return;
     if (hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name)) {
         call->op_type = T_CALL;
-        call->op_subop = CALL;
+        call->op_subop = TPL_CALL;
     }
     point_or_note(c, call, c->calls);
 }
@@ -254,7 +254,7 @@ static bool copy_node(copy_t *c, const op_t *op)
         if (op->op_type == T_RETLW) {
             op_t *load = plain_copy(c, op);
             load->op_type = T_MOVLW;
-            load->op_subop = MOVLW;
+            load->op_subop = TPL_MOVLW;
         }
         put_goto_exit(c, op);
         break;

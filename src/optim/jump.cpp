@@ -391,7 +391,8 @@ static op_t *j16(op_t *g)
 
 // The rules of a node in the order in which they are tried. J1 leaves its node to those behind it.
 using jump_rule_t = op_t *(op_t *op);
-static jump_rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const branch_rules[] = {j9}, *const return_rules[] = {j1},
+static jump_rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const branch_rules[] = {j9},
+    *const return_rules[] = {j1},
     *const goto_rules[] = {j1, j10, j11, j12, j13, j14, j15, j16, tails_j17, tails_j18, tails_j19};
 
 static std::span<jump_rule_t *const> rules_of(const op_t *op)

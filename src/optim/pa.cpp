@@ -29,6 +29,7 @@
 #include "optim/labels.h"
 #include "optim/node.h"
 #include "optim/report.h"
+#include "optim/templates.h"
 #include "options.h"
 #include "out/emasm.h"
 
@@ -36,7 +37,7 @@ constexpr uint32_t COST = 6;                  // bytes of a call and a return
 constexpr uint32_t LONGEST = 20;              // nodes of a candidate's first run
 constexpr uint32_t FIRST_MEMBERS = 19;        // of a group that are compared with the others
 constexpr uint64_t MOST_STEPS = 20'000'000;   // of comparisons, which end after LONGEST nodes from then on
-constexpr uint16_t CALL = 0xEC00, RETURN = 0x0012, NOP_NOT_BEHIND = 2;
+constexpr uint16_t NOP_NOT_BEHIND = 2;
 
 // pa_flags
 enum : uint32_t {
@@ -517,7 +518,7 @@ static op_t *link_new_label(const char *name, op_t *where, const op_t *like)
 // What takes the place of a run: a jump or a call to the procedure, linked before the run.
 static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
 {
-    op_t *op = take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, CALL, procedure), run);
+    op_t *op = take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, TPL_CALL, procedure), run);
     op_more(op)->op_remark = ";call to abstracted procedure";
     return op_insert_after(run->op_prev, op);
 }
@@ -569,7 +570,7 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
     if (!ends_in_return) {
         op_t *op = take_new(op_new(), where);
         op->op_type = T_RETURN;
-        op->op_subop = RETURN;
+        op->op_subop = TPL_RETURN;
         op_link_after(where, op);
     }
     for (op_t *c : others)

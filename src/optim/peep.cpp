@@ -738,7 +738,7 @@ static bool restores_page(const op_t *op)
 static bool c1(op_t *n)
 {
     const op_t *callee = op_target(n);
-    if (walk.skipped || (n->op_subop & 0x100) || !callee || !psect_shares(callee->op_psect, n->op_psect))
+    if (walk.skipped || (n->op_subop & TPL_FAST) || !callee || !psect_shares(callee->op_psect, n->op_psect))
         return false;
     op_t *r = n->op_next;
     while (restores_page(r))
