@@ -181,6 +181,19 @@ bool op_is_silent(const op_t *op)
     }
 }
 
+bool op_is_skip(const op_t *op)
+{
+    return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ;
+}
+
+bool after_skip(const op_t *op)
+{
+    do
+        op = op->op_prev;
+    while (op && op_is_silent(op));
+    return op && op_is_skip(op);
+}
+
 op_t *op_past_silent(op_t *op)
 {
     while (op && op_is_silent(op))

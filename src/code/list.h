@@ -117,6 +117,8 @@ int op_delete_if_live(op_t *node);               // 0 if the node is free or mus
 op_t *op_ensure_label(op_t *node);               // the label node right before `node`, made if there is none
 bool op_is_silent(const op_t *op);               // stands between instructions and takes no part: label, condition, ...
 op_t *op_past_silent(op_t *op);                  // the first node from `op` on that isn't silent; null for null
+bool op_is_skip(const op_t *op);
+bool after_skip(const op_t *op);                 // the nearest node before it that isn't silent is a skip
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
 

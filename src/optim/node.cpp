@@ -62,14 +62,6 @@ bool op_writes_pc(const op_t *op)
 
 // Places.
 
-bool after_skip(const op_t *op)
-{
-    do
-        op = op->op_prev;
-    while (op && op_is_silent(op));
-    return op && op_is_skip(op);
-}
-
 static op_t *past_labels(op_t *op)
 {
     while (op->op_type == T_NAME)

@@ -20,10 +20,6 @@ bool psect_is_function(const symbol_t *psect);
 // Kinds of nodes.
 
 inline bool op_free(const op_t *op) { return !(op->op_flags & OPF_FIXED); }
-inline bool op_is_skip(const op_t *op)
-{
-    return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ;
-}
 inline bool op_is_return(const op_t *op) { return op->op_type == T_RETURN || op->op_type == T_RETLW; }
 inline bool op_is_transfer(const op_t *op) { return op->op_type == T_GOTO || op_is_return(op); }
 inline bool op_is_simple(const op_t *op)
@@ -38,7 +34,6 @@ bool op_writes_pc(const op_t *op);
 
 // Places.
 
-bool after_skip(const op_t *op);            // the nearest node before it that isn't silent is a skip
 op_t *following(const op_t *op);            // the first node behind it that is no label
 op_t *op_landing(const op_t *jump);         // where a simple jump leads, behind the labels there; null if unknown
 

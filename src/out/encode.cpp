@@ -272,11 +272,15 @@ static void enc_bra(const op_t *op)
     put_field(op->op_subop, calc(OPC_DIV, calc(OPC_MINUS, target, next), number(2)), 11);
 }
 
+// A long form leads around a jump. A skip in front of it leads into that jump.
 static void enc_bcc(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
     const uint32_t reversed = op->op_subop ^ 0x0100u;
-    switch (branch_form(op)) {
+    const uint64_t form = branch_form(op);
+    if (form > 2 && !st.listing && after_skip(op))
+        alert_msg(2212, op_name(op), static_cast<unsigned>(form / 2));
+    switch (form) {
     case 2:
         check_reach(target, fits_cond_branch);
         put_relative(op->op_subop, distance_to(target), 0xFF);
