@@ -319,7 +319,7 @@ static void tell_limit(const op_t *op)
 {
     const srcpos_t position = srcpos;
     op_set_position(op);
-    alert_text("0", "too many calls to inline in psect \"%s\"; the others stay", op->op_psect->s_name);
+    alert_msg(2214, op->op_psect->s_name);
     srcpos = position;
 }
 

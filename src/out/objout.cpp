@@ -125,6 +125,8 @@ static void obj_start()
         alert_msg(802);
         return;
     }
+    if (!rec_fits(v.v_offs))
+        rec_too_large("address behind end, in psect", v.v_sym->s_name, v.v_offs);
     buf_t *b = rec_begin(REC_START);
     buf_put(b, static_cast<uint64_t>(v.v_offs), 4);
     buf_put_z(b, v.v_sym->s_name);

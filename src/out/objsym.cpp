@@ -91,7 +91,11 @@ static void obj_symbol(const symbol_t *s, uint16_t flags)
         owner = v.v_sym->s_name;
     } else if (v.v_rtype != RT_SYM && v.v_rtype != RT_CONST) {
         position_of(s);
-        alert_text("0", "value of symbol \"%s\" is an expression that other modules can't be told", s->s_name);
+        alert_msg(2213, s->s_name);
+    }
+    if (!rec_fits(v.v_offs)) {
+        position_of(s);
+        rec_too_large("value of symbol", s->s_name, v.v_offs);
     }
     sym_entry(v.v_offs, flags, owner, s->s_name);
 }

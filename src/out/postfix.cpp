@@ -27,6 +27,8 @@ static void code_byte(code_t *c, uint8_t byte)
 
 static void code_number(code_t *c, int64_t n)
 {
+    if (c->room && c->declared && !rec_fits(n))
+        alert_once(1352, static_cast<unsigned long long>(n), 32);
     code_byte(c, TOKEN_NUMBER);
     for (int shift = 0; shift < 32; shift += 8)
         code_byte(c, static_cast<uint8_t>(n >> shift));

@@ -69,6 +69,13 @@ void rec_too_long(const char *what, const char *name)
     alert_text("E", "%s \"%.60s%s\" is too long for the object file", what, name, strlen(name) > 60 ? "..." : "");
 }
 
+void rec_too_large(const char *what, const char *name, int64_t n)
+{
+    char text[100];
+    snprintf(text, sizeof text, "%s \"%.60s\"", what, name);
+    alert_msg(2210, text, static_cast<long long>(INT32_MIN), static_cast<long long>(UINT32_MAX), static_cast<long long>(n));
+}
+
 buf_t *rec_begin(uint8_t type, size_t size)
 {
     rec_reset(&st.rec, type, size);

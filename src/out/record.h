@@ -45,3 +45,6 @@ void rec_end(const char *what, const char *name);   // it is reported, with what
 void rec_ident(const char *text);              // IDENT
 void rec_file_end(bool written);               // 804 if the last of the file could not be written, unless it has been told
 void rec_too_long(const char *what, const char *name);   // the report of something that no record can take
+// Numbers have 4 bytes, which are read with and without a sign. One that needs more is cut, and reported with message 2210.
+inline bool rec_fits(int64_t n) { return n >= INT32_MIN && n <= int64_t{UINT32_MAX}; }
+void rec_too_large(const char *what, const char *name, int64_t n);
