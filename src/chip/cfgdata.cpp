@@ -13,8 +13,12 @@
 //
 // The model. A word holds its contents as a number; each setting also remembers whether it was given a named value, a
 // number, or nothing. Every change of a setting goes through do_cmsgs, which sees to it that a second statement doesn't
-// silently change what a first one said, and then looks which messages of the file now apply. A word may be programmed as a
-// whole, by number; then its settings are worked out from the number, so that they are described and checked all the same.
+// silently change what a first one said, and then gives the messages of the file that now apply. A word may be programmed as
+// a whole, by number; then its settings are worked out from the number, so that they are described and checked all the same.
+//
+// A setting changes once at most, and so does each condition of a message. So a message counts the conditions that hold, a
+// changed setting tells those that ask about it, and one whose last condition has come true is due. It waits there as long
+// as messages are held back.
 #include "chip/cfgdata.h"
 
 #include <bit>
@@ -22,9 +26,11 @@
 #include <cstring>
 
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 
+constexpr int CTRL_Z = 0x1A;
 enum : size_t { LINE_SIZE = 1024, ENDLESS_LINE = 1 << 20 };
 enum : uint32_t { WORD_BUCKETS = 23, SETTING_BUCKETS = 31, VALUE_BUCKETS = 7 };
 
@@ -33,7 +39,8 @@ struct cfg_model_t {
     vec_t<cfg_word_t *> words;                             // in file order, or sorted
     hash_of<uint64_t, cfg_word_t *> by_address;
     hash_of<const char *, cfg_word_t *> by_name;           // null until the first name
-    vec_t<cfg_msg_t *> cmsg_list;
+    hash_of<const char *, cfg_setting_t *> settings;       // of all words, by every name; null until the first one
+    vec_t<cfg_msg_t *> due;                                // messages to give, in the order in which they became due
     uint32_t next, count;                                  // the walk over the words
 };
 
@@ -114,12 +121,7 @@ static cfg_word_t *find_word(uint64_t address)
     return st.model.by_address ? hash_lookup(st.model.by_address, address) : nullptr;
 }
 
-static cfg_setting_t *find_setting(const char *name)
-{
-    for (cfg_word_t *word : st.model.words)
-        if (cfg_setting_t *set = find_name(word->settings_by_name, name)) return set;
-    return nullptr;
-}
+static cfg_setting_t *find_setting(const char *name) { return find_name(st.model.settings, name); }
 
 // ---- records: false is a syntax error
 
@@ -163,7 +165,7 @@ static bool read_csetting(char *rest)
     if (!read_described(rest, &set->mask, set) || set->mask == 0 || !word) return false;
     if (!word->settings) word->settings = vec_make<cfg_setting_t *>();
     vec_add(word->settings, set);
-    enter_names(&word->settings_by_name, SETTING_BUCKETS, set);
+    if (find_word(word->address) == word) enter_names(&st.model.settings, SETTING_BUCKETS, set);   // or else it was dropped
     return true;
 }
 
@@ -172,8 +174,8 @@ static bool read_cvalue(char *rest)
     cfg_value_t *val = xnew<cfg_value_t>();
     cfg_setting_t *set = val->setting = st.setting;
     if (!read_described(rest, &val->value, val) || !set) return false;
-    if (!set->values) set->values = vec_make<cfg_value_t *>();
-    vec_add(set->values, val);
+    if (!set->values_by_bits) set->values_by_bits = hash_make<uint64_t, cfg_value_t *>(VALUE_BUCKETS, nullptr, nullptr);
+    hash_insert(set->values_by_bits, val->value, val);   // the first value of the same bits keeps them
     enter_names(&set->values_by_name, VALUE_BUCKETS, val);
     return true;
 }
@@ -184,6 +186,25 @@ static bool unknown_in_cmsg(const char *what, const char *name)
     return false;
 }
 
+static void message_due(cfg_msg_t *msg)
+{
+    if (!st.model.due) st.model.due = vec_make<cfg_msg_t *>();
+    vec_add(st.model.due, msg);
+}
+
+static void enter_message(cfg_msg_t *msg, vec_t<cfg_setting_t *> settings, vec_t<cfg_value_t *> values)
+{
+    msg->conditions = vec_size(settings);
+    if (msg->conditions == 0) return message_due(msg);
+    for (uint32_t i = 0; i < msg->conditions; i++) {
+        cfg_setting_t *set = vec_elementAt(settings, i);
+        cfg_condition_t *condition = xnew<cfg_condition_t>();
+        *condition = {vec_elementAt(values, i), msg};
+        if (!set->conditions) set->conditions = vec_make<cfg_condition_t *>(2);
+        vec_add(set->conditions, condition);
+    }
+}
+
 static bool read_cmsg(char *rest)
 {
     char *pairs = take_field(&rest, ":");
@@ -191,6 +212,9 @@ static bool read_cmsg(char *rest)
     if (!read_number(take_field(&rest, ":"), 10, &number) || number > UINT32_MAX) return false;
     cfg_msg_t *msg = xnew<cfg_msg_t>();
     msg->msgno = static_cast<unsigned>(number);
+    msg->order = st.line;
+    vec_t<cfg_setting_t *> settings = vec_make<cfg_setting_t *>();   // in pairs with the values
+    vec_t<cfg_value_t *> values = vec_make<cfg_value_t *>();
     bool known = true;
     if (pairs && !*pairs) pairs = nullptr;
     while (char *name = take_field(&pairs, ",=")) {
@@ -200,16 +224,12 @@ static bool read_cmsg(char *rest)
         if (!set) known = unknown_in_cmsg("CSETTING", name);
         else if (!val) known = unknown_in_cmsg("CVALUE", value_name ? value_name : "");
         if (!known) continue;
-        if (!msg->settings) {
-            msg->settings = vec_make<cfg_setting_t *>(4);
-            msg->values = vec_make<cfg_value_t *>(4);
-        }
-        vec_add(msg->settings, set);
-        vec_add(msg->values, val);
+        vec_add(settings, set);
+        vec_add(values, val);
     }
-    if (!known || number == 0) return true;
-    if (!st.model.cmsg_list) st.model.cmsg_list = vec_make<cfg_msg_t *>();
-    vec_add(st.model.cmsg_list, msg);
+    if (known && number != 0) enter_message(msg, settings, values);
+    vec_destroy(settings.raw);
+    vec_destroy(values.raw);
     return true;
 }
 
@@ -227,18 +247,22 @@ static bool read_record(char *line)
 
 enum line_result_t { LINE_GOOD, LINE_BAD, LINE_ENDLESS, LINE_NONE };
 
-// One line without its newline, cut if it is too long.
+// One line without its newline, cut if it is too long. A carriage return belongs to the newline, a Ctrl-Z to the end of the
+// file, and a byte order mark to its beginning.
 static line_result_t read_line(FILE *in, char (&line)[LINE_SIZE])
 {
     size_t n = 0;
     bool bad = false;
-    int c;
+    int c, last = 0;
     line[LINE_SIZE - 1] = '\0';
-    for (; (c = getc(in)) != EOF && c != '\n'; ++n) {
+    while ((c = getc(in)) != EOF && c != '\n') {
         if (n < LINE_SIZE - 1) line[n] = static_cast<char>(c);
         bad |= c == '\0';
-        if (n == ENDLESS_LINE) return LINE_ENDLESS;
+        last = c;
+        if (++n > ENDLESS_LINE) return LINE_ENDLESS;
+        if (n == 3 && st.line == 1 && memcmp(line, "\xEF\xBB\xBF", 3) == 0) n = 0;
     }
+    if (n && last == (c == '\n' ? '\r' : CTRL_Z)) --n;
     if (n < LINE_SIZE) line[n] = '\0';
     if (c == EOF && n == 0) return LINE_NONE;
     return bad || n >= LINE_SIZE ? LINE_BAD : LINE_GOOD;
@@ -252,14 +276,17 @@ static bool parse(FILE *in)
     st.line = 0;
     st.word = nullptr;
     st.setting = nullptr;
+    const srcpos_t before = srcpos;
+    srcpos.cur_file = st.cfg_filename;
     do {
+        srcpos.cur_line = ++st.line;
         result = read_line(in, line);
-        ++st.line;
         char *s = skip_blanks(line);
         if (result == LINE_NONE || (result != LINE_ENDLESS && *s == '#') || (result == LINE_GOOD && !*s)) continue;
         if (result != LINE_GOOD || !read_record(s))
             alert_text("E", "Syntax error in \"%s\" line %u", st.cfg_filename, st.line);
     } while (result == LINE_GOOD || result == LINE_BAD);
+    srcpos = before;
     st.model.count = vec_size(st.model.words);
     return !ferror(in);
 }
@@ -351,36 +378,46 @@ static bool is_same(cfg_state_t kind, cfg_current_t a, cfg_current_t b)
     return kind == CFG_NAME ? a.value == b.value : a.literal == b.literal;
 }
 
+// Whether a setting that has changed now holds `val`.
 static bool condition_holds(const cfg_setting_t *set, const cfg_value_t *val)
 {
-    return (set->state == CFG_NAME && set->current.value == val) ||
-           (set->state == CFG_LITERAL && set->current.literal == val->value);
+    return set->state == CFG_NAME ? set->current.value == val : set->current.literal == val->value;
 }
+
+static int by_order(cfg_msg_t *a, cfg_msg_t *b) { return (a->order > b->order) - (a->order < b->order); }
 
 static void give_messages()
 {
-    for (cfg_msg_t *msg : st.model.cmsg_list) {
-        uint32_t conditions = vec_size(msg->settings), held = 0;
-        if (msg->fired) continue;
-        for (uint32_t i = 0; i < conditions; ++i)
-            held += condition_holds(vec_elementAt(msg->settings, i), vec_elementAt(msg->values, i));
-        if (held != conditions) continue;
-        alert_once_bare(msg->msgno);
-        msg->fired = true;
-    }
+    if (!st.model.due) return;
+    vec_sort_by<cfg_msg_t *, by_order>(st.model.due);
+    for (const cfg_msg_t *msg : st.model.due) alert_once_bare(msg->msgno);
+    vec_removeAll(st.model.due);
+}
+
+// Whether a setting may be given something: it has nothing yet, or the same.
+static bool accepts(const cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
+{
+    return set->state == CFG_UNSET || (set->state == kind && is_same(kind, set->current, what));
+}
+
+static bool refuse(const cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
+{
+    alert_msg(1389, "setting", cfg_get_setting_name(set), shown(kind, what), shown(set->state, set->current));
+    return false;
 }
 
 // The one place where a setting changes. False, and no change, if it holds something else already.
 static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
 {
+    if (!accepts(set, kind, what)) return refuse(set, kind, what);
     if (set->state == CFG_UNSET) {
         uint64_t bits = kind == CFG_NAME ? what.value->value : what.literal << cfg_setting_shift(set);
         set->state = kind;
         set->current = what;
         set->word->value = (set->word->value & ~set->mask) | bits;
-    } else if (set->state != kind || !is_same(kind, set->current, what)) {
-        alert_msg(1389, "setting", cfg_get_setting_name(set), shown(kind, what), shown(set->state, set->current));
-        return false;
+        for (cfg_condition_t *condition : set->conditions)
+            if (condition_holds(set, condition->value) && ++condition->msg->held == condition->msg->conditions)
+                message_due(condition->msg);
     }
     if (!st.ignore_cmsgs) give_messages();
     return true;
@@ -396,17 +433,33 @@ bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name)
 
 bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number)
 {
+    const uint64_t field = set->mask >> cfg_setting_shift(set);
+    if (set->state == CFG_UNSET && number & ~field)
+        alert_msg(2220, cfg_get_setting_name(set), static_cast<unsigned long>(number), static_cast<unsigned long>(field));
     return do_cmsgs(set, CFG_LITERAL, {.literal = number});
 }
 
-static cfg_value_t *value_of_bits(const cfg_setting_t *set, uint64_t bits)
+// What a setting gets from the number of its word. False if that leaves it alone.
+static bool setting_of_word(const cfg_setting_t *set, uint64_t number, cfg_state_t *kind, cfg_current_t *what)
 {
-    for (cfg_value_t *val : set->values)
-        if (val->value == bits) return val;
-    return nullptr;
+    const uint64_t bits = number & set->mask;
+    cfg_value_t *val = set->values_by_bits ? hash_lookup(set->values_by_bits, bits) : nullptr;
+    *kind = val ? CFG_NAME : CFG_LITERAL;
+    if (val) what->value = val;
+    else what->literal = bits >> cfg_setting_shift(set);
+    return val || bits != (set->word->defvalue & set->mask);
 }
 
-void cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
+static bool settings_accept(const cfg_word_t *word, uint64_t number)
+{
+    cfg_state_t kind;
+    cfg_current_t what;
+    for (const cfg_setting_t *set : word->settings)
+        if (setting_of_word(set, number, &kind, &what) && !accepts(set, kind, what)) return false;
+    return true;
+}
+
+bool cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
 {
     const char *name = cfg_get_word_name(word);
     if (!name) name = "";
@@ -415,17 +468,20 @@ void cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
     number &= word->mask;
     if (word->state == CFG_LITERAL && word->value != number && !cfg_word_has_settings(word)) {
         alert_msg(1389, "register", name, number_text(number), number_text(word->value));
-        return;
+        return false;
     }
-    word->value = number;
-    word->state = CFG_LITERAL;
+    const bool accepted = settings_accept(word, number);   // or else nothing changes, and the settings say why
+    if (accepted) {
+        word->value = number;
+        word->state = CFG_LITERAL;
+    }
     for (cfg_setting_t *set : word->settings) {
-        uint64_t bits = number & set->mask;
-        if (cfg_value_t *val = value_of_bits(set, bits)) {
-            do_cmsgs(set, CFG_NAME, {.value = val});
-        } else if (bits != (word->defvalue & set->mask)) {
-            alert_msg(1386, cfg_get_setting_name(set), name);
-            do_cmsgs(set, CFG_LITERAL, {.literal = bits >> cfg_setting_shift(set)});
-        }
+        cfg_state_t kind;
+        cfg_current_t what;
+        if (!setting_of_word(set, number, &kind, &what)) continue;
+        if (kind == CFG_LITERAL) alert_msg(1386, cfg_get_setting_name(set), name);
+        if (accepted) do_cmsgs(set, kind, what);
+        else if (!accepts(set, kind, what)) refuse(set, kind, what);
     }
+    return accepted;
 }

@@ -20,11 +20,24 @@ enum cfg_state_t : uint8_t {
 struct cfg_setting_t;
 struct cfg_word_t;
 
+// A message to give when each of its conditions holds, once.
+struct cfg_msg_t {
+    unsigned msgno;
+    unsigned order;                                           // rises in the file
+    uint32_t conditions, held;                                // how many there are, and hold
+};
+
 struct cfg_value_t {
     vec_t<const char *> names;                                // one at least, the primary name first
     const char *description;
     uint64_t value;                                           // in place: already shifted to the setting's bits
     cfg_setting_t *setting;
+};
+
+// On the setting that it asks about.
+struct cfg_condition_t {
+    const cfg_value_t *value;
+    cfg_msg_t *msg;
 };
 
 union cfg_current_t {
@@ -37,10 +50,17 @@ struct cfg_setting_t {
     const char *description;
     uint64_t mask;                                            // its bits in the word; never 0
     hash_of<const char *, cfg_value_t *> values_by_name;      // null until the first value
-    vec_t<cfg_value_t *> values;                              // in file order; null if none
+    hash_of<uint64_t, cfg_value_t *> values_by_bits;          // the same, in place
+    vec_t<cfg_condition_t *> conditions;                      // of messages, on this setting; null if none
     cfg_state_t state;
     cfg_word_t *word;
     cfg_current_t current;
+};
+
+// A line of the source.
+struct cfg_place_t {
+    const char *file;
+    int64_t line;
 };
 
 struct cfg_word_t {
@@ -48,19 +68,11 @@ struct cfg_word_t {
     uint64_t mask;                                            // the bits that the chip has
     uint64_t defvalue;                                        // the contents of an unprogrammed word
     uint64_t value;                                           // the contents now
-    hash_of<const char *, cfg_setting_t *> settings_by_name;  // null until the first setting
     vec_t<cfg_setting_t *> settings;                          // in file order; null if none
     cfg_state_t state;
     vec_t<const char *> names;                                // null if none
     bool programmed;                                          // by a statement of the source; kept by `config`
-};
-
-// A message to give when each setting is programmed with the value of the same index.
-struct cfg_msg_t {
-    unsigned msgno;
-    vec_t<cfg_setting_t *> settings;                          // both null if there is no condition
-    vec_t<cfg_value_t *> values;
-    bool fired;
+    cfg_place_t place;                                        // of the last such statement
 };
 
 void cfg_set_file(const char *path);   // drops what is loaded. Without it the first look-up ends in message 141
@@ -86,6 +98,7 @@ uint32_t cfg_setting_shift(const cfg_setting_t *set);   // position of its lowes
 
 // Programming. A setting can be given the same thing again, but no other: message 1389.
 void cfg_set_ignore_cmsgs(bool flag);                                        // set at first: no message of the file is given
-void cfg_prog_word_literal(cfg_word_t *word, uint64_t number);               // messages 1388, 1389, 1386
-bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name);   // false: no such value, nothing is changed
-bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number);          // false: refused
+// False: refused, and nothing is changed; with a number, after message 1389.
+bool cfg_prog_word_literal(cfg_word_t *word, uint64_t number);               // messages 1388, 1389, 1386
+bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name);   // false: no such value
+bool cfg_prog_setting_literal(cfg_setting_t *set, uint64_t number);          // 2220 if it is wider than the setting

@@ -81,7 +81,8 @@ struct chipinfo_t {
     memrange_t c_extmem, c_common, c_sfrcommon, c_cfgmem, c_useridmem, c_devidmem, c_eeprom;
     vec_t<memrange_t *> c_probe[4];                   // PROBE2RAM, PROBE2ROM, PROBEXRAM, PROBEXROM
     vec_t<memrange_t *> c_gprbanks, c_sfrbanks;
-    memrange_t *c_volsfrs;
+    vec_t<memrange_t *> c_volsfrs_read;               // as they came; once the section has been read,
+    memrange_t *c_volsfrs;                            // joined and in order
     uint32_t c_flash_read, c_flash_write, c_flash_erase;
     uint32_t c_stackdepth;
     uint8_t c_plib;
@@ -145,7 +146,7 @@ enum chip_range : uint32_t {
     RANGE_SFRCOMMON, RANGE_COUNT
 };
 // On a chip of neither family these do nothing. Message 919 on a range that may not stand.
-void chip_setScalar(chipinfo_t *ci, uint32_t index, uint32_t value);
+void chip_setScalar(chipinfo_t *ci, uint32_t index, uint64_t value);   // cut to the 32 bits of the record
 void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi);
 // Checks the record and derives the structured fields, when the section has been read. Messages 1015 to 1019, 919.
 void zel1x_chip_post(chipinfo_t *ci);

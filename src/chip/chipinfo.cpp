@@ -6,14 +6,16 @@
 // "ZEL8K10"; such a section is only remembered, since the whole name may stand further on, and it is gone back to at the
 // end of the file.
 //
-// Every attribute's values are kept as text, in order, in a table of the head or of the section. Numbers and ranges are
+// Every attribute's values are kept as text, in order, in a table of the head or of the section. ALIAS is the exception: it
+// is a section's own affair, and one in the head is passed over. Numbers and ranges are
 // handed to the record as they are read besides. The record forgets them at each section header: what the head says
 // counts in look-ups and checks, but its numbers don't reach the chip. They need the architecture, so in a section ARCH
 // comes before them.
 //
 // The words of a line come from strtok_r on the line buffer. A line that is longer than the buffer is read as several
 // lines, as fgets gives them, and what stands behind a NUL byte is not seen. A user may name any path, so a file that
-// never ends, as a device does, has to end in a message.
+// never ends, as a device does, has to end in a message. What editors of other systems put around a text is not part of it:
+// a byte order mark at its head, a Ctrl-Z at its end, a carriage return at the end of a line, which is white space.
 #include "chip/chipinfo.h"
 
 #include <cstdarg>
@@ -27,6 +29,7 @@
 #include "env/osdep.h"
 #include "env/registry.h"
 
+constexpr int CTRL_Z = 0x1A;
 enum : unsigned { LINE_SIZE = 3072, ATTRIBUTE_BUCKETS = 13, WARNED_BUCKETS = 127 };
 constexpr size_t MOST_TEXT = size_t{64} << 20;   // bytes of a file
 
@@ -160,18 +163,18 @@ void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std:
 
 // ---- attributes
 
-// Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text.
-static bool scan_hex(const char *s, uint32_t *out)
+// Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text and 64 bits at most.
+static bool scan_hex(const char *s, uint64_t *out)
 {
     if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s += 2;
     size_t digits = strspn(s, "0123456789abcdefABCDEF");
     uint64_t n = 0;
     if (digits == 0 || s[digits] != '\0') return false;
     for (; *s; ++s) {
+        if (n >> 60) return false;
         n = n * 16 + static_cast<unsigned>(*s <= '9' ? *s - '0' : (*s & 0x5F) - 'A' + 10);
-        if (n > UINT32_MAX) return false;
     }
-    *out = static_cast<uint32_t>(n);
+    *out = n;
     return true;
 }
 
@@ -180,13 +183,13 @@ static void read_ranges(chipinfo_t *ci, const char *key, uint32_t index, char *t
 {
     char *rest, *word = strtok_r(text, "-,", &rest);
     do {
-        uint32_t lo, hi;
+        uint64_t lo, hi;
         const char *second = word ? strtok_r(nullptr, "-,", &rest) : nullptr;
         if (!second || !scan_hex(word, &lo) || !scan_hex(second, &hi) || lo > hi) {
             alert_msg(1022, key, st.file, st.line);
             return;
         }
-        chip_addRange(ci, index, lo, hi);
+        chip_addRange(ci, index, static_cast<uint32_t>(lo), static_cast<uint32_t>(hi));   // the record has 32 bits
         word = strtok_r(nullptr, "-,", &rest);
     } while (word);
 }
@@ -226,16 +229,16 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
     if (at < 0) return report_unknown(name);
 
     const char *key = keys[at].name, *value = cache_string(text);
-    if (strcmp(key, "ALIAS") == 0) {   // a bare ALIAS in the section undoes one in the head
-        ci->c_alias = value;
+    if (strcmp(key, "ALIAS") == 0) {   // of several the last one, also if it is bare
+        if (level->section) ci->c_alias = value;
         return;
     }
-    if (strcmp(key, "MAKE") == 0) ci->c_make = value;
+    if (strcmp(key, "MAKE") == 0 && level->section) ci->c_make = value;
     char kind = keys[at].kind;
     uint32_t index = index_in_kind(static_cast<unsigned>(at), kind);
     if (value && kind != 'T' && level->section && !ci->c_arch) alert_msg(1026, st.file, st.line);
     if (value && kind == 'S') {
-        uint32_t number;
+        uint64_t number;
         if (scan_hex(value, &number)) chip_setScalar(ci, index, number);
         else alert_msg(1021, key, st.file, st.line);
     } else if (value && kind == 'R') {
@@ -254,7 +257,15 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
 
 static bool next_line(FILE *in)
 {
+    static const char byte_order_mark[] = "\xEF\xBB\xBF";
     if (!fgets(st.text, LINE_SIZE, in)) return false;
+    const size_t mark = sizeof byte_order_mark - 1;
+    if (st.line == 0 && strncmp(st.text, byte_order_mark, mark) == 0) memmove(st.text, st.text + mark, LINE_SIZE - mark);
+    if (feof(in)) {   // the last line, without a newline
+        size_t n = strlen(st.text);
+        if (n && st.text[n - 1] == CTRL_Z) st.text[--n] = '\0';
+        if (n == 0) return false;
+    }
     ++st.line;
     st.text_read += *st.text ? strlen(st.text) : sizeof st.text;   // a line of NUL bytes may be that long
     if (st.text_read <= MOST_TEXT) return true;

@@ -11,9 +11,9 @@
 
 #include <strings.h>
 
-#include "chip/cfgdata.h"
 #include "chip/chip.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 
 static struct {
@@ -38,6 +38,12 @@ static const option_t option_rows[] = {
 
 static void pass_ignore_cmsgs() { cfg_set_ignore_cmsgs(st.options.ignore_cmsgs); }
 
+static void begin_statement()
+{
+    st.options.place = {srcpos.cur_file, srcpos.cur_line};
+    pass_ignore_cmsgs();
+}
+
 static const option_t *find_option(const char *name)
 {
     for (const option_t &option : option_rows)
@@ -50,7 +56,7 @@ static void option_by_name(const option_t *option, const char *with)
     uint8_t i = 0;
     while (i <= option->most && strcasecmp(option->words[i], with) != 0) ++i;
     if (i <= option->most) st.options.*option->value = i;
-    else alert_once(1361);
+    else alert_msg(1361);
     pass_ignore_cmsgs();
 }
 
@@ -69,13 +75,14 @@ static void note_region(const cfg_word_t *word)
 static void note_programmed(cfg_word_t *word, cfg_state_t state)
 {
     word->programmed = true;
+    word->place = st.options.place;
     word->state = state;
 }
 
 void cfg_prog_with_name(const char *what, const char *with)
 {
     bool known = false;
-    pass_ignore_cmsgs();
+    begin_statement();
     if (const cfg_word_t *word = cfg_find_word_by_name(what)) {
         note_region(word);   // a word takes no named value
     } else if (cfg_setting_t *set = cfg_find_setting(what)) {
@@ -92,7 +99,7 @@ void cfg_prog_with_name(const char *what, const char *with)
 static void word_by_value(cfg_word_t *word, uint64_t number)
 {
     bool settings = cfg_word_has_settings(word);
-    cfg_prog_word_literal(word, number);
+    if (!cfg_prog_word_literal(word, number)) return;
     note_programmed(word, settings ? CFG_NAME : CFG_LITERAL);
     if (settings) word->value |= ~word->mask & word->defvalue;
 }
@@ -100,7 +107,7 @@ static void word_by_value(cfg_word_t *word, uint64_t number)
 void cfg_prog_with_value(const char *what, uint64_t number)
 {
     bool known = true;
-    pass_ignore_cmsgs();
+    begin_statement();
     if (cfg_word_t *word = cfg_find_word_by_name(what)) {
         note_region(word);
         word_by_value(word, number);

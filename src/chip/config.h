@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "chip/cfgdata.h"
+
 void cfg_prog_with_name(const char *what, const char *with);
 void cfg_prog_with_value(const char *what, uint64_t number);
 
@@ -20,5 +22,6 @@ struct cfg_options_t {
     uint8_t default_idlocs = CFG_OFF;      // cfg_when_t: when to write ID locations that the source left alone,
     uint8_t default_configs = CFG_AUTO;    // and configuration words
     bool cfg_any_config, cfg_any_idloc;    // a statement named a word or setting of the region
+    cfg_place_t place;                     // of the last statement
 };
 const cfg_options_t *cfg_options();

@@ -64,6 +64,20 @@ void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page,
         list = add_from(list, static_cast<uint32_t>(from), static_cast<uint32_t>(std::min<uint64_t>(end, hi)), join);
 }
 
+static int by_lo(memrange_t *a, memrange_t *b) { return (a->lo > b->lo) - (a->lo < b->lo); }
+
+// In ascending order, each range meets nothing beyond the one before it, so no walk goes back to the beginning.
+memrange_t *range_list(vec_t<memrange_t *> ranges)
+{
+    memrange_t *list = nullptr, **at = &list;
+    if (ranges) vec_sort_by<memrange_t *, by_lo>(ranges);
+    for (const memrange_t *r : ranges) {
+        ASSERTION(r->lo <= r->hi, "lo <= hi");
+        if (r->lo <= r->hi) at = add_from(at, r->lo, r->hi, true);
+    }
+    return list;
+}
+
 memrange_t *range_subtract(const memrange_t *a, const memrange_t *b)
 {
     memrange_t *result = nullptr, **tail = &result;

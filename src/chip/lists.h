@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "common/vector.h"
+
 struct memrange_t {
     uint32_t lo, hi;
     memrange_t *next;
@@ -16,6 +18,8 @@ struct memrange_t {
 void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join);
 // The same in pieces that cross no multiple of `page`; 0 for one piece.
 void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join);
+// A list of ranges that may overlap and stand in any order. Those that touch become one.
+memrange_t *range_list(vec_t<memrange_t *> ranges);
 inline bool range_contains(const memrange_t *list, int64_t addr) {
     for (; list; list = list->next)
         if (addr >= list->lo && addr <= list->hi) return true;

@@ -8,6 +8,9 @@
 // same, as whatever the programmer takes for it. So the walk goes by units: where one location of a unit is wanted, the
 // others are looked at with it, and the user hears of those that he left alone. A location that was reached through its
 // neighbour's unit is stepped over in the walk, for it is done.
+//
+// That reckons with words that lie in their units. A word of two bytes may lie across two of them: an ID location at an odd
+// address is never met, and a pad byte may come to lie on an upper byte. What is written stays as it is, but it is told.
 #include "code/cfgpsect.h"
 
 #include <cstring>
@@ -18,6 +21,7 @@
 #include "code/list.h"
 #include "code/ops.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 
@@ -32,6 +36,8 @@ struct punit_t {
 static struct {
     punit_t punit = {1, 1, 1};
     symbol_t *config, *idloc;   // the psects; null until used
+    srcpos_t behind_source;
+    uint64_t written, end;      // where the location that was written last begins and ends
 } st;
 
 static bool in_idlocs(uint64_t address) { return is_useridmem(static_cast<int64_t>(address)); }
@@ -72,15 +78,32 @@ static symbol_t *psect_for(uint64_t address)
     return st.config;
 }
 
+// Messages are shown at the statement that programmed the word, or else at the last one. The nodes have no line.
+static void show_place(const cfg_word_t *word)
+{
+    const cfg_place_t &place = word->programmed ? word->place : cfg_options()->place;
+    srcpos.cur_file = place.file ? place.file : "";
+    srcpos.cur_line = place.line;
+}
+
 static op_t *append(code_list_t *list, uint16_t type)
 {
+    const srcpos_t place = srcpos;
+    srcpos = st.behind_source;
     op_t *op = op_insert_after(list->tail.op_prev, op_new());
+    srcpos = place;
+    op_note_position(op);
     op->op_type = type;
     return op;
 }
 
-static void write_location(uint64_t address, uint64_t mask, uint64_t value)
+// `what`: how a message names it.
+static void write_location(uint64_t address, uint64_t mask, uint64_t value, const char *what)
 {
+    if (address > st.written && address < st.end)
+        alert_msg(2221, what, number(address), number(st.written));
+    st.written = address;
+    st.end = address + (mask < 256 ? 1 : 2);
     code_list_t *list = psect_for(address)->s_psect->p_code;
     op_t *org = append(list, T_ORG);
     org->op_arg = address;
@@ -150,27 +173,42 @@ static bool announce_word(const cfg_word_t *r, bool forced)
     return true;
 }
 
+static bool forced_at(uint64_t address)
+{
+    const cfg_options_t *options = cfg_options();
+    return (in_configs(address) && choice_forces(options->default_configs, options->cfg_any_config)) ||
+           (in_idlocs(address) && choice_forces(options->default_idlocs, options->cfg_any_idloc));
+}
+
+// Tells that a word isn't written since `odd` lies across two units.
+static void note_missed(const cfg_word_t *word, const cfg_word_t *odd)
+{
+    show_place(word);
+    if (word->programmed || forced_at(word->address))
+        alert_msg(2222, number(word->address), number(odd->address));
+}
+
 // One location of the unit that `w` lies in.
 static void make_location(uint64_t punit_address, uint64_t creg_address, const cfg_word_t *w)
 {
-    const cfg_options_t *options = cfg_options();
-    const bool force_config = in_configs(creg_address) && choice_forces(options->default_configs, options->cfg_any_config);
-    const bool force_idloc = in_idlocs(creg_address) && choice_forces(options->default_idlocs, options->cfg_any_idloc);
-    const bool forced = force_config || force_idloc;
+    const bool forced = forced_at(creg_address);
     if (!forced && !any_programmed(punit_address))
         return;
     const cfg_word_t *r = cfg_find_word(creg_address);
     if (!r) {
-        if (options->pad_punits) {
+        show_place(w);
+        if (cfg_options()->pad_punits) {
             comment("; Padding undefined space");
-            write_location(creg_address, PAD_BYTE, PAD_BYTE);
+            write_location(creg_address, PAD_BYTE, PAD_BYTE, "padding");
         }
         return;
     }
+    show_place(r);
     if (announce_word(r, forced))
-        write_location(r->address, r->mask, r->value);
-    if (r != w)
-        cfg_next_word();
+        write_location(r->address, r->mask, r->value, "word");
+    const cfg_word_t *passed = r != w ? cfg_next_word() : r;
+    if (passed && passed != r)
+        note_missed(passed, w);
 }
 
 void cfg_make_psects()
@@ -178,6 +216,7 @@ void cfg_make_psects()
     // A program that was given no data, and never asked for any, needs none.
     if (!cfg_given() || !cfg_ready())
         return;
+    st.behind_source = srcpos;
     cfg_rewind();
     cfg_sort();
     while (const cfg_word_t *w = cfg_next_word()) {
@@ -185,5 +224,9 @@ void cfg_make_psects()
         const uint64_t punit_address = w->address & ~uint64_t{st.punit.alignment - 1};
         for (uint32_t i = 0; i < st.punit.num_cregs; i++)
             make_location(punit_address, punit_address + i * st.punit.delta, w);
+        const uint64_t offset = w->address - punit_address;
+        if (offset % st.punit.delta != 0 || offset / st.punit.delta >= st.punit.num_cregs)
+            note_missed(w, w);
     }
+    srcpos = st.behind_source;
 }

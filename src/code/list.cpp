@@ -81,12 +81,17 @@ static op_t *unused_node()
     return op;
 }
 
+void op_note_position(op_t *op)
+{
+    op_more(op)->op_lline = static_cast<uint64_t>(srcpos.cur_line);
+    op_more(op)->op_lfile = srcpos.cur_file;
+}
+
 op_t *op_new()
 {
     op_t *op = unused_node();
     op_more_t *more = op_more(op);
-    more->op_lline = static_cast<uint64_t>(srcpos.cur_line);
-    more->op_lfile = srcpos.cur_file;
+    op_note_position(op);
     if (srcpos.src_line != 0) {
         more->op_line = static_cast<uint64_t>(srcpos.src_line);
         more->op_file = srcpos.src_file;

@@ -121,6 +121,7 @@ bool op_is_skip(const op_t *op);
 bool after_skip(const op_t *op);                 // the nearest node before it that isn't silent is a skip
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
+void op_note_position(op_t *node);               // messages about the node will show the present position
 
 // `node` gets the place of `from` for messages, or its source line for debuggers.
 inline void op_take_position(op_t *node, const op_t *from)

@@ -354,18 +354,41 @@ static int compare_depth(symbol_t *a, symbol_t *b)
     return x != y ? (x > y ? -1 : 1) : compare_seqno(b, a);
 }
 
-vec_t<symbol_t *> psect_order()
+// A psect stands one step further along than the longest way to it, and `with` leads on from each to one other. So psects
+// are dealt with as soon as all that name them have been. False if some are left: they name each other in a circle.
+static bool set_depths(vec_t<symbol_t *> psects)
 {
-    const uint32_t count = vec_size(psect_list);
-    vec_t<symbol_t *> order = vec_make<symbol_t *>(count);
-    bool told = false;
-    for (code_list_t *list : psect_list) {
-        list->psect->s_psect->p_depth = 0;
-        vec_add(order, list->psect);
+    const uint32_t count = vec_size(psects);
+    uint32_t *named_by = xnew<uint32_t>(count), done = 0;
+    for (const symbol_t *s : psects) {
+        s->s_psect->p_depth = 1;
+        if (const symbol_t *with = s->s_psect->p_with)
+            named_by[with->s_psect->p_number]++;
     }
-    for (symbol_t *first : order) {
+    for (const symbol_t *first : psects)
+        for (const symbol_t *s = first; s && named_by[s->s_psect->p_number] == 0; done++) {
+            const psect_t *p = s->s_psect;
+            named_by[p->p_number] = UINT32_MAX;   // done
+            s = p->p_with;
+            if (s) {
+                s->s_psect->p_depth = std::max(s->s_psect->p_depth, p->p_depth + 1);
+                named_by[s->s_psect->p_number]--;
+            }
+        }
+    xfree(named_by);
+    return done == count;
+}
+
+// The depths of psects some of which form a circle are what these walks leave.
+static void report_circles(vec_t<symbol_t *> psects)
+{
+    const uint32_t count = vec_size(psects);
+    bool told = false;
+    for (const symbol_t *s : psects)
+        s->s_psect->p_depth = 0;
+    for (const symbol_t *first : psects) {
         uint32_t depth = 0;
-        for (symbol_t *s = first; s && s->s_psect->p_depth <= depth; s = s->s_psect->p_with) {
+        for (const symbol_t *s = first; s && s->s_psect->p_depth <= depth; s = s->s_psect->p_with) {
             // A circle that the walk runs into from outside never comes back to its start.
             if (depth > 0 && (s == first || depth == count)) {
                 if (s == first || !told)
@@ -376,6 +399,15 @@ vec_t<symbol_t *> psect_order()
             s->s_psect->p_depth = ++depth;
         }
     }
+}
+
+vec_t<symbol_t *> psect_order()
+{
+    vec_t<symbol_t *> order = vec_make<symbol_t *>(vec_size(psect_list));
+    for (const code_list_t *list : psect_list)
+        vec_add(order, list->psect);
+    if (!set_depths(order))
+        report_circles(order);
     vec_sort_by<symbol_t *, compare_depth>(order);
     return order;
 }

@@ -370,7 +370,7 @@ static int report(unsigned number, va_list args)
 static uint32_t reported_hash(word_t key)
 {
     const alert_reported_t *r = from_word<const alert_reported_t *>(key);
-    return hash_string(to_word(r->file)) ^ static_cast<uint32_t>(static_cast<uint64_t>(r->line) << 16) ^ r->number;
+    return hash_string(to_word(r->file)) ^ static_cast<uint32_t>(r->line) * 0x9E3779B1 ^ r->number;
 }
 
 static int reported_compare(word_t v, word_t w)

@@ -1,9 +1,11 @@
-// hash: fixed buckets, chains in order of insertion.
+// hash: fixed buckets for walks, an index that grows for look-ups.
 //
 // The order of a walk is seen in object records and reports, so nothing here is free to change it: the number of buckets
-// stays as it was made, and a new entry goes behind the last one of its chain. Looking for a duplicate walks the chain
-// anyway, so appending costs nothing more. An entry keeps its key's hash: most entries of a chain are passed over without
-// a call of the compare function or a touch of the key.
+// stays as it was made, and a new entry goes behind the last one of its bucket. A source may put a hundred thousand keys
+// into a table of 199 buckets, though. So an entry lies in two chains: that of its bucket, which only walks follow, and
+// that of its slot in the index, which has twice as many slots whenever it holds an entry for each. An entry keeps its
+// key's hash: most entries of a slot are passed over without a call of the compare function or a touch of the key, and
+// the index grows without asking for a hash again.
 //
 // Entries come from one free list for all tables.
 #include "common/hash.h"
@@ -12,9 +14,14 @@
 #include "common/xalloc.h"
 
 struct hash_entry_t {
-    hash_entry_t *next;
+    hash_entry_t *next, **link;   // in the bucket; the link that points here
+    hash_entry_t *in_slot;        // the next one of the slot
     word_t key, value;
-    word_t hash;   // wider than 32 bits where the key word is its own hash
+    word_t hash;                  // wider than 32 bits where the key word is its own hash
+};
+
+struct hash_bucket_t {
+    hash_entry_t *first, **end;   // end: the null link behind the last entry; null as long as none was there
 };
 
 struct hash_t {
@@ -22,9 +29,13 @@ struct hash_t {
     uint32_t count;   // entries
     hash_fn_t hashfn;
     hash_cmp_t cmpfn;
-    hash_entry_t **buckets;
+    hash_bucket_t *buckets;
+    hash_entry_t **slots;     // null until the first entry
+    uint32_t slot_bits;       // of the number of a slot
     container_stat_t *stat;   // null unless a record is kept of it
 };
+
+enum : uint32_t { FIRST_SLOT_BITS = 3, MOST_SLOT_BITS = 31 };
 
 static hash_entry_t *spare_entries;
 
@@ -32,7 +43,8 @@ hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at
 {
     ASSERTION(size != 0, "size != 0");
     hash_t *h = xnew<hash_t>();
-    *h = {.size = size, .count = 0, .hashfn = hashfn, .cmpfn = cmpfn, .buckets = xnew<hash_entry_t *>(size),
+    *h = {.size = size, .count = 0, .hashfn = hashfn, .cmpfn = cmpfn, .buckets = xnew<hash_bucket_t>(size),
+          .slots = nullptr, .slot_bits = 0,
           .stat = container_stats_on ? container_made(CONTAINER_HASH, &h->count, at) : nullptr};
     return h;
 }
@@ -41,17 +53,24 @@ void hash_destroy(hash_t *h)
 {
     hash_clear(h);
     if (h->stat) container_gone(h->stat);
+    xfree(h->slots);
     xfree(h->buckets);
     xfree(h);
 }
 
 static word_t hash_of_key(const hash_t *h, word_t key) { return h->hashfn ? h->hashfn(key) : key; }
 
-// The link that points to the key's entry, or the null link at the end of its chain.
+// Hashes may be addresses, or differ in their upper bits only: the multiplication lets every bit reach the topmost ones.
+static hash_entry_t **slot_of(const hash_t *h, word_t hash)
+{
+    return &h->slots[hash * 0x9E3779B97F4A7C15 >> (64 - h->slot_bits)];
+}
+
+// The link of the index that points to the key's entry; a null link if there is none.
 static hash_entry_t **find(const hash_t *h, word_t key, word_t hash)
 {
-    hash_entry_t **link = &h->buckets[hash % h->size];
-    for (hash_entry_t *e; (e = *link); link = &e->next)
+    hash_entry_t **link = slot_of(h, hash);
+    for (hash_entry_t *e; (e = *link); link = &e->in_slot)
         if (e->hash == hash && (h->cmpfn ? h->cmpfn(e->key, key) == 0 : e->key == key)) break;
     return link;
 }
@@ -59,19 +78,39 @@ static hash_entry_t **find(const hash_t *h, word_t key, word_t hash)
 static hash_entry_t *find_entry(const hash_t *h, word_t key)
 {
     ASSERTION(h, "p != NULL");
-    return *find(h, key, hash_of_key(h, key));
+    return h->count ? *find(h, key, hash_of_key(h, key)) : nullptr;
+}
+
+static void grow_index(hash_t *h)
+{
+    hash_entry_t **old = h->slots;
+    const uint32_t old_count = old ? uint32_t{1} << h->slot_bits : 0;
+    h->slot_bits = old ? h->slot_bits + 1 : FIRST_SLOT_BITS;
+    h->slots = xnew<hash_entry_t *>(size_t{1} << h->slot_bits);
+    for (uint32_t i = 0; i < old_count; i++)
+        for (hash_entry_t *e = old[i], *next; e; e = next) {
+            hash_entry_t **slot = slot_of(h, e->hash);
+            next = e->in_slot;
+            e->in_slot = *slot;
+            *slot = e;
+        }
+    xfree(old);
 }
 
 bool hash_insert(hash_t *h, word_t key, word_t value)
 {
     ASSERTION(h, "p != NULL");
-    word_t hash = hash_of_key(h, key);
-    hash_entry_t **link = find(h, key, hash), *e = spare_entries;
-    if (*link) return false;
+    if (!h->slots || (h->count >> h->slot_bits && h->slot_bits < MOST_SLOT_BITS)) grow_index(h);
+    const word_t hash = hash_of_key(h, key);
+    hash_entry_t **slot = find(h, key, hash), *e = spare_entries;
+    if (*slot) return false;
     if (e) spare_entries = e->next;
     else e = xnew<hash_entry_t>();
-    *e = {nullptr, key, value, hash};
-    *link = e;
+    hash_bucket_t *bucket = &h->buckets[hash % h->size];
+    if (!bucket->end) bucket->end = &bucket->first;
+    *e = {nullptr, bucket->end, nullptr, key, value, hash};
+    *bucket->end = *slot = e;
+    bucket->end = &e->next;
     h->count++;
     return true;
 }
@@ -93,10 +132,13 @@ bool hash_haskey(const hash_t *h, word_t key) { return find_entry(h, key); }
 word_t hash_remove(hash_t *h, word_t key)
 {
     ASSERTION(h, "p != NULL");
-    hash_entry_t **link = find(h, key, hash_of_key(h, key)), *e = *link;
+    if (!h->count) return 0;
+    hash_entry_t **slot = find(h, key, hash_of_key(h, key)), *e = *slot;
     if (!e) return 0;
     if (h->stat) container_shrinks(h->stat);
-    *link = e->next;
+    *slot = e->in_slot;
+    *e->link = e->next;
+    (e->next ? e->next->link : h->buckets[e->hash % h->size].end) = e->link;
     e->next = spare_entries;
     spare_entries = e;
     h->count--;
@@ -107,12 +149,15 @@ void hash_clear(hash_t *h)
 {
     ASSERTION(h, "p != NULL");
     if (h->stat) container_shrinks(h->stat);
-    for (uint32_t i = 0; i < h->size; i++)
-        while (hash_entry_t *e = h->buckets[i]) {
-            h->buckets[i] = e->next;
-            e->next = spare_entries;
-            spare_entries = e;
-        }
+    for (uint32_t i = 0; h->count && i < h->size; i++) {
+        hash_bucket_t *bucket = &h->buckets[i];
+        if (!bucket->first) continue;
+        *bucket->end = spare_entries;
+        spare_entries = bucket->first;
+        *bucket = {};
+    }
+    xfree(h->slots);
+    h->slots = nullptr;
     h->count = 0;
 }
 
@@ -136,7 +181,7 @@ word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key,
 {
     ASSERTION(h, "p != NULL");
     for (uint32_t i = 0; i < h->size; i++)
-        for (hash_entry_t *e = h->buckets[i], *next; e; e = next) {
+        for (hash_entry_t *e = h->buckets[i].first, *next; e; e = next) {
             next = e->next;
             if (word_t result = fn(arg, e->key, e->value)) return result;
         }

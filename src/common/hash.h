@@ -2,7 +2,7 @@
 //
 // The number of buckets never changes, and an entry is appended at the end of its bucket's chain. So a walk goes
 // bucket by bucket and in order of insertion inside a bucket: the order depends on the keys and on the size alone, and
-// output may rest on it.
+// output may rest on it. The size is a matter of that order only: a look-up takes as long in a table of few buckets.
 #pragma once
 
 #include "common/vector.h"

@@ -88,6 +88,12 @@ TEST(Hash, WalkIsByBucketThenInsertion) {
     auto drop = [](void *arg, word_t key, word_t) -> word_t { return hash_remove(static_cast<hash_t *>(arg), key), 0; };
     hash_each(h, h, drop);   // removing the entry at hand
     EXPECT_EQ(hash_size(h), 0u);
+    h = hash_new(2, nullptr, nullptr);
+    for (word_t key = 0; key < 100; key++) hash_insert(h, key << 40, key + 1);   // more than buckets, alike in the low bits
+    for (word_t key = 0; key < 100; key++) EXPECT_EQ(hash_lookup(h, key << 40), key + 1);
+    for (word_t key = 99; key > 2; key--) hash_remove(h, key << 40);
+    hash_insert(h, 7, 8);
+    EXPECT_EQ(list(hash_values(h)), (words{1, 2, 3, 8}));
     h = hash_new(3, nullptr, nullptr);
     for (word_t key : {(1ull << 32) + 1, 1ull}) hash_insert(h, key, key);   // the whole word chooses the bucket: 2, 1
     EXPECT_EQ(list(hash_keys(h)), (words{1, (1ull << 32) + 1}));
