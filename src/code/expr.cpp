@@ -257,13 +257,13 @@ bool value_has_here(const value_t *v)
 
 bool sym_is_self(const symbol_t *s)
 {
-    return !(s->s_flags & (S_SPACE_MASK | S_MACRO)) && s->s_value.v_rtype == RT_SYM && s->s_value.v_sym == s;
+    return !(s->s_flags & S_SPACE_MASK) && s->s_value.v_rtype == RT_SYM && s->s_value.v_sym == s;
 }
 
 // Whether a reference to the symbol may give way to its value. A label's place stays a reference until it is encoded.
 static bool has_plain_value(const symbol_t *s)
 {
-    return !(s->s_flags & (S_UNDEF | S_SPACE_MASK | S_MACRO)) && s->s_value.v_rtype != RT_PSECT && !sym_is_self(s);
+    return !(s->s_flags & (S_UNDEF | S_SPACE_MASK)) && s->s_value.v_rtype != RT_PSECT && !sym_is_self(s);
 }
 
 // `v`, an operator node whose operands have been reduced to `kids`, takes what they make of it.

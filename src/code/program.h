@@ -18,5 +18,7 @@ struct program_t {
     const char *list_title, *list_subtitle;               // null until told
     bool has_end_value;
     value_t end_value;                                    // operand of `end`
+    const char *end_file;                                 // where it stands
+    int64_t end_line;
 };
 extern program_t program;

@@ -252,6 +252,8 @@ fn_t *sym_fn(symbol_t *s)
     return s->s_fn;
 }
 
+uint32_t sym_last_seqno() { return st.seqno; }
+
 size_t sym_longest_name() { return st.longest; }
 
 // Start.

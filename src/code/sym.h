@@ -69,8 +69,8 @@ struct symbol_t {
     union {
         value_t s_value;      // what a plain symbol stands for
         psect_t *s_psect;     // of a psect
-        macro_t *s_macro;     // of a macro
     };
+    macro_t *s_macro;         // of a macro, which may have been used as a plain symbol before
     const char *s_deffile;    // where the record was made
     int64_t s_defline;
     symbol_t *s_owner;        // of a label: the psect that it lies in
@@ -128,6 +128,7 @@ symbol_t *sym_clone(const symbol_t *s);            // a copy of every field, in 
 void sym_link(symbol_t *s);                        // into the table, hiding any record of the name and space
 void sym_unlink(symbol_t *s);                      // out of the table, showing what it hid
 void sym_free(symbol_t *s);                        // a record that is in no table and that nothing points to
+uint32_t sym_last_seqno();                         // of the record made last: those that come have higher ones
 size_t sym_longest_name();                         // characters, of all names entered
 uint32_t sym_bucket(const char *name);             // 0 to 60492
 vec_t<symbol_t *> sym_slot_order();                // all records of the table, in bucket order; a new vector

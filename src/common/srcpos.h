@@ -25,3 +25,21 @@ struct srcpos_t {
 };
 
 extern srcpos_t srcpos;
+
+// Messages show another place while one of these lives.
+struct srcpos_elsewhere_t {
+    const char *file;
+    int64_t line;
+    srcpos_elsewhere_t(const char *at_file, int64_t at_line) : file(srcpos.cur_file), line(srcpos.cur_line)
+    {
+        srcpos.cur_file = at_file;
+        srcpos.cur_line = at_line;
+    }
+    ~srcpos_elsewhere_t()
+    {
+        srcpos.cur_file = file;
+        srcpos.cur_line = line;
+    }
+    srcpos_elsewhere_t(const srcpos_elsewhere_t &) = delete;
+    srcpos_elsewhere_t &operator=(const srcpos_elsewhere_t &) = delete;
+};

@@ -50,7 +50,7 @@ bool parse_definition(symbol_t *s, int token)
     if (!parse_expr(&v))
         return false;
     if (token == T_EQU && !(s->s_flags & S_UNDEF) && !value_equal(&v, &s->s_value))
-        alert_msg(845, s->s_name);
+        parse_defined_twice(s);
     if (value_has_here(&v))
         alert_msg(2211, s->s_name);
     s->s_value = v;
@@ -96,7 +96,7 @@ bool d_dabs(uint16_t)
             return false;
         const value_t place = value_const(address);
         if (!(s->s_flags & S_UNDEF) && !value_equal(&s->s_value, &place))
-            alert_msg(845, s->s_name);
+            parse_defined_twice(s);
     }
     dabs_add(space, address, size, s);
     return true;

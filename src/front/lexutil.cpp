@@ -369,6 +369,11 @@ void lex_init()
     lx.ended = false;
 }
 
+bool lex_in_expansion()
+{
+    return lx.depth > 0 && lx.stack[lx.depth - 1].text;
+}
+
 void lex_skip_line()
 {
     lx.at = nullptr;

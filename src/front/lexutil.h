@@ -42,6 +42,7 @@ bool lex_open(const char *name);
 // For macros: text as lines, each ended by a newline, that is read before anything else; it must live on. The rest of the
 // current line is dropped.
 void lex_push_text(const char *text, size_t length);
+bool lex_in_expansion();           // whether the current line is of such a text
 const char *lex_line_rest();       // what is left of the current line, or the next line; ends in a newline. Null: no input
 const char *lex_line_rest_here();  // the same, but null when the current line is used up
 void lex_set_line_rest(const char *at);

@@ -6,7 +6,12 @@
 // round pushes the next.
 //
 // While a body is read, a record in the symbol table stands for each parameter and local name. It hides what else has the
-// name and is taken out again when the definition ends; its value is the selector of its marker.
+// name and is taken out again when the definition ends; its value is the selector of its marker. The scanner has made a
+// record already where the name is new, and that one serves: it goes with the definition, as nothing can refer to it.
+//
+// The name of a macro followed by `macro` is a call, and what was meant as its body is then read as statements. If the very
+// line that defined the macro is read again, though, so is all of the definition: that is one error, and its text is passed
+// over. For any other call of this kind the `endm` that it leaves over tells where to look.
 //
 // What may bite: the words `macro`, `rept`, `irp`, `irpc` and `endm` count as such wherever they stand in a body's line,
 // outside of strings and comments.
@@ -16,6 +21,7 @@
 #include <strings.h>
 
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "front/parser.h"
@@ -23,8 +29,14 @@
 
 enum macro_kind_t : uint8_t { KIND_MACRO, KIND_REPT, KIND_IRP, KIND_IRPC };
 
+struct place_t {
+    const char *file;
+    int64_t line;
+};
+
 struct macro_t {
     const char *m_name;
+    place_t m_place;                    // where its text begins, as messages show it
     const char *m_body;                 // lines, each ended by a newline
     size_t m_length;                    // of the body, bytes
     vec_t<const char *> m_list;         // irp: the elements
@@ -59,7 +71,10 @@ static struct {
     unsigned top;
     uint32_t local_counter;             // numbers the names made for local ones
     unsigned arg_highest;               // highest @n of the body being read
+    bool capturing;                     // a body is being read
     text_t body, arg;
+    const macro_t *doubtful;            // a call of this macro had `macro` behind its name; null: none
+    place_t doubtful_at;
 } ms;
 
 static void put(text_t *t, char c)
@@ -84,6 +99,13 @@ static void put_body(char c)
 }
 
 static bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\f' || c == '\r' || c == '\b'; }
+
+static const char *end_of_word(const char *p)
+{
+    while (lex_is_letter(*p) || lex_is_digit(*p))
+        p++;
+    return p;
+}
 
 static void cut_blanks(text_t *t)
 {
@@ -171,11 +193,6 @@ static void macro_expand(macro_t *m)
     lex_push_text(m->m_body, m->m_length);
 }
 
-void macro_call(symbol_t *name)
-{
-    macro_expand(name->s_macro);
-}
-
 void macro_end()
 {
     macro_t *m = ms.stack[ms.top].mf_macro;
@@ -206,33 +223,52 @@ const char *macro_subst(unsigned char selector)
 
 // Definition.
 
-// Names in force while a body is read.
-static void hide(vec_t<symbol_t *> names, symbol_t *s, unsigned char local_bit, const char *what, const char *macro)
+// Names in force while a body is read: its parameters, or its local names.
+struct names_t {
+    const char *what;
+    unsigned char local_bit;
+    vec_t<symbol_t *> records;
+    bool full;                          // which has been told
+};
+
+static void drop(symbol_t *record)
 {
-    if (vec_size(names) == MOST_NAMES) {
-        alert_text("E", "macro \"%s\" has more than %u %s", macro, MOST_NAMES, what);
-        return;
-    }
-    symbol_t *record = sym_clone(s);
-    record->s_flags = S_MACROARG;
-    record->s_value = value_const(static_cast<int64_t>(vec_size(names) + 1) | local_bit);
-    vec_add(names, record);
-    sym_link(record);
+    sym_unlink(record);
+    sym_free(record);
 }
 
-static void show(vec_t<symbol_t *> names)
+// `s` stands in the line that is being read; `before`: the last record made ahead of it.
+static void hide(names_t *names, symbol_t *s, uint32_t before, const char *macro)
 {
-    while (vec_size(names) > 0) {
-        symbol_t *record = vec_pop(names);
-        sym_unlink(record);
-        sym_free(record);
+    const bool is_new = s->s_seqno > before;
+    if (vec_size(names->records) == MOST_NAMES) {
+        if (!names->full)
+            alert_text("E", "macro \"%s\" has more than %u %s", macro, MOST_NAMES, names->what);
+        names->full = true;
+        if (is_new)
+            drop(s);
+        return;
     }
+    symbol_t *record = is_new ? s : sym_clone(s);
+    record->s_flags = S_MACROARG;
+    record->s_value = value_const(static_cast<int64_t>(vec_size(names->records) + 1) | names->local_bit);
+    vec_add(names->records, record);
+    if (!is_new)
+        sym_link(record);
+}
+
+static void show(names_t *names)
+{
+    while (vec_size(names->records) > 0)
+        drop(vec_pop(names->records));
+    vec_destroy(names->records.raw);
 }
 
 // The names of a `local` line in a body, whose rest is at the scanner.
-static void macro_local(vec_t<symbol_t *> locals, const char *macro)
+static void macro_local(names_t *locals, const char *macro)
 {
     for (;;) {
+        const uint32_t before = sym_last_seqno();
         int token = yylex();
         if (token == T_COMMA)
             token = yylex();
@@ -244,7 +280,7 @@ static void macro_local(vec_t<symbol_t *> locals, const char *macro)
         }
         if (yylval.sym->s_flags & S_MACROARG)
             alert_msg(798);
-        hide(locals, yylval.sym, LOCAL_BIT, "local names", macro);
+        hide(locals, yylval.sym, before, macro);
     }
 }
 
@@ -265,7 +301,7 @@ static const char *copy_string(const char *p)
 enum capture_t { GO_ON, DROP_LINE, BODY_ENDS };
 
 // One word of a body. `p` stands behind it.
-static capture_t capture_word(const char *word, const char **p, unsigned *depth, bool *psect_line, vec_t<symbol_t *> locals,
+static capture_t capture_word(const char *word, const char **p, unsigned *depth, bool *psect_line, names_t *locals,
                               const char *macro)
 {
     const size_t length = static_cast<size_t>(*p - word);
@@ -294,7 +330,7 @@ static capture_t capture_word(const char *word, const char **p, unsigned *depth,
 }
 
 // One line of a body.
-static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> locals, const char *macro)
+static capture_t capture_line(const char *p, unsigned *depth, names_t *locals, const char *macro)
 {
     text_t *body = &ms.body;
     bool psect_line = false;
@@ -319,8 +355,7 @@ static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> 
             while (lex_is_hex(*p));
         } else if (lex_is_letter(c)) {
             const char *word = p;
-            while (lex_is_letter(*p) || lex_is_digit(*p))
-                p++;
+            p = end_of_word(p);
             const capture_t result = capture_word(word, &p, depth, &psect_line, locals, macro);
             if (result != GO_ON) {
                 cut_blanks(body);
@@ -343,8 +378,9 @@ static capture_t capture_line(const char *p, unsigned *depth, vec_t<symbol_t *> 
 }
 
 // Reads the lines up to the `endm` that matches, and stores them as the body of `m`.
-static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
+static void macro_capture(macro_t *m, names_t *locals)
 {
+    ms.capturing = true;
     unsigned depth = 1;
     bool too_long = false;
     ms.arg_highest = 0;
@@ -353,7 +389,10 @@ static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
         lex_skip_line();
         const char *line = lex_line_rest();
         if (!line) {
-            alert_msg(791);
+            if (alert_msg(791)) {
+                const srcpos_elsewhere_t begin(m->m_place.file, m->m_place.line);
+                alert_text("M", "\"%s\" begins here", m->m_name);
+            }
             break;
         }
         result = capture_line(line, &depth, locals, m->m_name);
@@ -365,6 +404,7 @@ static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
             ms.body.length = 0;
     }
     lex_skip_line();
+    ms.capturing = false;
     // `endm` may stand behind other text of its line.
     if (ms.body.length > 0 && ms.body.s[ms.body.length - 1] != '\n')
         put(&ms.body, '\n');
@@ -375,17 +415,25 @@ static void macro_capture(macro_t *m, vec_t<symbol_t *> locals)
     m->m_body = copy;
 }
 
-static void parameters(macro_t *m, vec_t<symbol_t *> params)
+static void parameters(const macro_t *m, names_t *params)
 {
     for (;;) {
+        const char *word = lex_line_rest_here();
+        while (word && is_blank(*word))
+            word++;
+        const int length = word ? static_cast<int>(end_of_word(word) - word) : 0;
+        const uint32_t before = sym_last_seqno();
         int token = yylex();
         if (token == T_EOL || token == T_COMMENT || token == T_RPAREN || token < 0)
             return;
         if (token != T_NAME) {
-            alert_msg(109);
+            if (alert_msg(109) && length > 0 && op_lookup_keyword(word, static_cast<size_t>(length)))
+                alert_text("M", "\"%.*s\" is a word of the language and can't be a parameter", length, word);
             return;
         }
-        hide(params, yylval.sym, 0, "parameters", m->m_name);
+        hide(params, yylval.sym, before, m->m_name);
+        if (params->full)
+            return;
         token = yylex();
         if (token != T_COMMA || m->m_kind != KIND_MACRO)
             return;
@@ -395,10 +443,11 @@ static void parameters(macro_t *m, vec_t<symbol_t *> params)
 // Reads parameters or elements, and the body. The statement's line is used up; a line end is the next token.
 static void macro_define(macro_t *m)
 {
-    vec_t<symbol_t *> params = vec_make<symbol_t *>(), locals = vec_make<symbol_t *>();
+    names_t params = {"parameters", 0, vec_make<symbol_t *>(), false};
+    names_t locals = {"local names", LOCAL_BIT, vec_make<symbol_t *>(), false};
     if (m->m_kind != KIND_REPT)
-        parameters(m, params);
-    m->m_nparams = static_cast<uint16_t>(vec_size(params));
+        parameters(m, &params);
+    m->m_nparams = static_cast<uint16_t>(vec_size(params.records));
     const char *at = lex_line_rest_here();
     if (m->m_kind == KIND_IRPC) {
         const char *text = at ? macro_arg(&at) : nullptr;
@@ -409,12 +458,12 @@ static void macro_define(macro_t *m)
             if (*element != ';')
                 vec_add(m->m_list, trim(element));
     }
-    macro_capture(m, locals);
+    macro_capture(m, &locals);
     if (ms.arg_highest > m->m_nparams)
         m->m_nparams = static_cast<uint16_t>(ms.arg_highest);
-    m->m_nlocals = static_cast<uint16_t>(vec_size(locals));
-    show(locals);
-    show(params);
+    m->m_nlocals = static_cast<uint16_t>(vec_size(locals.records));
+    show(&locals);
+    show(&params);
 }
 
 static macro_t *block(macro_kind_t kind, const char *name)
@@ -422,7 +471,45 @@ static macro_t *block(macro_kind_t kind, const char *name)
     macro_t *m = xnew<macro_t>();
     m->m_kind = kind;
     m->m_name = name;
+    m->m_place = {srcpos.cur_file, srcpos.cur_line};
     return m;
+}
+
+// The definition of `m` is read once more.
+static void pass_over(const macro_t *m)
+{
+    if (alert_msg(858))
+        parse_note_first(m->m_name, m->m_place.file, m->m_place.line);
+    names_t locals = {"local names", LOCAL_BIT, vec_make<symbol_t *>(), false};
+    macro_capture(block(KIND_MACRO, m->m_name), &locals);
+    show(&locals);
+}
+
+void macro_call(symbol_t *name)
+{
+    macro_t *m = name->s_macro;
+    const char *word = lex_line_rest();
+    while (is_blank(*word))
+        word++;
+    const op_row_t *row = op_lookup_keyword(word, static_cast<size_t>(end_of_word(word) - word));
+    if (row && row->token == T_MACRO && !ms.capturing) {
+        if (!lex_in_expansion() && srcpos.cur_line == m->m_place.line && strcmp(srcpos.cur_file, m->m_place.file) == 0)
+            return pass_over(m);
+        ms.doubtful = m;
+        ms.doubtful_at = {srcpos.cur_file, srcpos.cur_line};
+    }
+    macro_expand(m);
+}
+
+void macro_explain_end()
+{
+    const macro_t *m = ms.doubtful;
+    if (!m)
+        return;
+    const srcpos_elsewhere_t call(ms.doubtful_at.file, ms.doubtful_at.line);
+    alert_text("M", "\"%s\" is a macro already, and this line calls it", m->m_name);
+    parse_note_first(m->m_name, m->m_place.file, m->m_place.line);
+    ms.doubtful = nullptr;
 }
 
 // A definition is complete: its place in the code list, and the line end that its statement waits for.
@@ -435,14 +522,13 @@ static bool defined_here()
 
 bool macro_statement(symbol_t *name)
 {
-    if ((name->s_flags & (S_UNDEF | S_MACRO)) != S_UNDEF)
-        alert_msg(858);
-    // A record of its own, since references to the plain symbol may exist.
-    symbol_t *s = sym_clone(name);
-    s->s_flags = S_MACRO;
-    s->s_macro = block(KIND_MACRO, name->s_name);
-    macro_define(s->s_macro);
-    sym_link(s);
+    if ((name->s_flags & (S_UNDEF | S_MACRO)) != S_UNDEF && alert_msg(858))
+        parse_note_definition(name);
+    macro_t *m = block(KIND_MACRO, name->s_name);
+    macro_define(m);
+    // References to the name as a plain symbol may exist. They keep its value.
+    name->s_macro = m;
+    name->s_flags = (name->s_flags & ~static_cast<uint64_t>(S_UNDEF)) | S_MACRO;
     return defined_here();
 }
 

@@ -12,6 +12,9 @@ bool macro_rept(uint16_t);               // rept expr
 bool macro_irp(uint16_t);                // irp name, elements
 bool macro_irpc(uint16_t);               // irpc name, text
 
+// At an `endm` that ends nothing, behind its message: the call that was perhaps meant as a definition, if there was one.
+void macro_explain_end();
+
 // Called by the scanner: for a macro's name in a line, whose rest holds the arguments; when the text of an expansion is used
 // up; and for a marker in the text of the innermost expansion, whose replacement (null: none) it wants.
 void macro_call(symbol_t *name);

@@ -2,10 +2,12 @@
 // operands and, when they are complete, makes the node. The end of the line is looked at only afterwards, so a line with
 // something superfluous behind a whole statement is reported and assembled all the same.
 //
-// A syntax error costs one message a line: the rest of the line is dropped, and until three tokens have been taken again
-// further errors go unreported, for they are likely to come from the same cause.
+// A syntax error costs one message a line: the rest of the line is dropped. An error in another line is that line's own. But
+// the lines of a macro's expansion all show the same place, where further errors are likely to come from the same cause: there
+// they go unreported until three tokens have been taken.
 #include "front/parser.h"
 
+#include <cstring>
 #include <strings.h>
 
 #include "code/program.h"
@@ -26,7 +28,9 @@ parse_state_t parse_state;
 
 static struct {
     int token;               // look-ahead, 0 when none has been asked for
-    uint32_t quiet;          // tokens still to be taken before errors are reported again
+    uint32_t quiet;          // tokens still to be taken before an error is reported again at the place of the last one
+    const char *error_file;  // that place
+    int64_t error_line;
     bool gave_up;            // out of stack
 } ps;
 
@@ -100,10 +104,17 @@ static void yyerror(const char *text)
     }
 }
 
+static bool is_quiet()
+{
+    return ps.gave_up || (ps.quiet > 0 && ps.error_line == srcpos.phys_line && ps.error_file == srcpos.phys_file);
+}
+
 bool syntax_error()
 {
-    if (ps.quiet == 0 && !ps.gave_up)
+    if (!is_quiet())
         yyerror(nullptr);
+    ps.error_file = srcpos.phys_file;
+    ps.error_line = srcpos.phys_line;
     return false;
 }
 
@@ -196,12 +207,43 @@ op_t *stmt_new_text(uint16_t type, uint16_t subop, const char *text)
     return op;
 }
 
+void parse_note_first(const char *name, const char *file, int64_t line)
+{
+    const bool again = line == srcpos.cur_line && strcmp(file, srcpos.cur_file) == 0;
+    const srcpos_elsewhere_t first(file, line);
+    alert_text("M", again ? "\"%s\" was defined by this line when it was read before" : "\"%s\" was first defined here", name);
+}
+
+// Only a label knows its node; the others are searched for, which nobody does unless there is an error to tell.
+static const op_t *definition_of(const symbol_t *s)
+{
+    if (s->s_defop)
+        return s->s_defop;
+    for (const code_list_t *list : psect_list)
+        for (const op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next)
+            if ((op->op_type == T_EQU || op->op_type == T_SET) && op->op_opnd1.opnd_value.v_sym == s)
+                return op;
+    return nullptr;
+}
+
+void parse_note_definition(const symbol_t *s)
+{
+    if (const op_t *op = definition_of(s))
+        parse_note_first(s->s_name, op_more(op)->op_lfile, static_cast<int64_t>(op_more(op)->op_lline));
+}
+
+void parse_defined_twice(const symbol_t *s)
+{
+    if (alert_msg(845, s->s_name))
+        parse_note_definition(s);
+}
+
 static void define_label(symbol_t *s)
 {
     op_t *op = stmt_new_op(T_NAME);
     op->op_sym = s;
     if (s->s_defop || (s->s_flags & S_EQU))
-        alert_msg(845, s->s_name);
+        parse_defined_twice(s);
     s->s_defop = op;
     sym_add_ref(s);
     s->s_owner = cur_psect;
@@ -243,6 +285,8 @@ static bool parse_end()
             return false;
         program.end_value = v;
         program.has_end_value = true;
+        program.end_file = srcpos.cur_file;
+        program.end_line = srcpos.cur_line;
     }
     if (peek() != T_EOL && ps.token != T_COMMENT)
         return syntax_error();
@@ -296,6 +340,13 @@ static bool parse_statement()
         if (token == T_END && !labelled) {
             take();
             return parse_end();
+        }
+        if (token == T_ENDM) {
+            const bool told = !is_quiet();
+            syntax_error();
+            if (told)
+                macro_explain_end();
+            return false;
         }
         take();
         stmt_end_t end = END_COMMAND;

@@ -30,6 +30,10 @@ void end_line();                 // the next token is the line's end, whatever h
 
 bool parse_give_up();            // nesting is too deep to go on: the parse ends; returns false
 
+void parse_note_first(const char *name, const char *file, int64_t line);   // behind a message: where a name was defined first
+void parse_note_definition(const symbol_t *s);   // the same of a label, `equ` or `set`
+void parse_defined_twice(const symbol_t *s);     // message 845, and that
+
 bool parse_expr(value_t *v);
 bool parse_expr_behind(int prefix, value_t *v);   // whose first word, `b` or `c`, has been taken; 0: none has
 bool parse_int(int64_t *n);      // a number token

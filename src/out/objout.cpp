@@ -18,6 +18,7 @@
 #include "code/list.h"
 #include "code/program.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "options.h"
 #include "out/emit.h"
 #include "out/objfn.h"
@@ -122,7 +123,10 @@ static void obj_start()
 {
     value_t v = program.end_value;
     if (!obj_follow(&v) || v.v_rtype != RT_PSECT) {
-        alert_msg(802);
+        const srcpos_elsewhere_t end(program.end_file, program.end_line);
+        const symbol_t *s = program.end_value.v_rtype == RT_SYM ? program.end_value.v_sym : nullptr;
+        if (alert_msg(802) && s)
+            alert_text("M", s->s_flags & S_UNDEF ? "\"%s\" isn't defined in this module" : "\"%s\" is no place in a psect", s->s_name);
         return;
     }
     if (!rec_fits(v.v_offs))

@@ -45,7 +45,7 @@ static void code_name(code_t *c, uint8_t token, const char *name)
 void undefined_symbol(symbol_t *s)
 {
     alert_msg(800, s->s_name);
-    s->s_flags |= S_GLOBAL;
+    s->s_flags = (s->s_flags & ~static_cast<uint64_t>(S_MACRO)) | S_GLOBAL | S_UNDEF;
 }
 
 static void code_here(code_t *c, int64_t offs)
@@ -84,9 +84,10 @@ static void code_base(code_t *c, const value_t *v)
         }
         [[fallthrough]];
     case RT_SYM_SEG:
-        // A reference that comes as far as here is to an undefined symbol or to one that is defined by itself.
+        // A reference that comes as far as here is to an undefined symbol, to one that is defined by itself, or to a name
+        // that has become a macro's since: no other module has it, whatever it was declared as.
         if (c->room && (v->v_rtype != RT_SYM_SEG || v->v_sym->s_flags & S_UNDEF) && c->declared &&
-            !(v->v_sym->s_flags & c->declared))
+            (!(v->v_sym->s_flags & c->declared) || v->v_sym->s_flags & S_MACRO))
             undefined_symbol(v->v_sym);
         code_name(c, RT_SYM | (v->v_rtype & RT_SEG), v->v_sym->s_name);
         return;
