@@ -6,6 +6,8 @@
 // words follow the small quoting rules of `read_words`, which are not a shell's.
 #include "cmdline.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 
 #include "chip/cfgdata.h"
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
@@ -26,11 +29,11 @@
 constexpr const char *PRODUCT = "ZEL8 Assembler";
 constexpr const char *BUILD_STAMP = "20261124120000";
 
-// What the debug log shows of the command line.
 static struct {
-    const char *at_argument;   // @file, or null
+    const char *at_argument;   // @file, or null; it and the next two are for the debug log
     int argc;
     char **argv;
+    int first_errors = -1;     // what standard error was before the first -E<file>
 } command;
 
 // Words of a stream.
@@ -115,6 +118,7 @@ static void read_words(FILE *in, int *argc, char ***argv)
     w->length = 6;
     memcpy(w->word, "ASZEL8", 6);
     end_word(w);
+    guard_input(fileno(in));
     const bool prompt = isatty(fileno(in));
     char *line = nullptr;
     size_t size = 0;
@@ -200,6 +204,19 @@ static void option_c(const char *arg)
         opt.cross_ref++;
 }
 
+static void no_error_file(const char *file)
+{
+    guard_perror(file);
+    alert_msg(461, "error", file);
+}
+
+// The file turns out to be an input: errors go where they went at first.
+static void lost_error_file(const char *file)
+{
+    dup2(command.first_errors, STDERR_FILENO);
+    no_error_file(file);
+}
+
 static void option_e(const char *arg)
 {
     const char *rest = arg + 2;
@@ -208,16 +225,16 @@ static void option_e(const char *arg)
     } else if (rest[0] >= '0' && rest[0] <= '9' && !rest[1]) {
         opt.structured = static_cast<uint8_t>(rest[0] - '0');
     } else {
-        // Tried first, since a stream that fails to reopen would swallow the message that says so.
-        FILE *tried = fopen(rest, "a");
-        if (tried)
-            fclose(tried);
-        if (tried && freopen(rest, "a", stderr)) {
+        // Opened first, since a stream that fails to reopen would swallow the message that says so.
+        FILE *to = guard_open(rest, "a", lost_error_file);
+        if (command.first_errors < 0)
+            command.first_errors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        if (to && freopen(rest, "a", stderr))
             setvbuf(stderr, nullptr, _IOLBF, 1024);
-        } else {
-            perror(rest);
-            alert_msg(461, "error", rest);
-        }
+        else
+            no_error_file(rest);
+        if (to)
+            fclose(to);
     }
     alert_set_structured(opt.structured);
 }
@@ -321,6 +338,10 @@ static void option_version(const char *)
     const char *date = __DATE__;
     printf("\nProduct:\t%s\nComponent:\t%s\nVersion:\t%s%c\nBuild date:\t%s\nRelease:\t%s\nBuild number:\t%s\n", PRODUCT,
            "assembler", ASZEL8_VERSION, ' ', date, "release", BUILD_STAMP);
+    if (fflush(stdout) != 0) {
+        perror("standard output");
+        run_stop(1);
+    }
     run_stop(0);
 }
 
@@ -410,7 +431,11 @@ int cmdline_options(int argc, char **argv)
     command.argc = argc;
     command.argv = argv;
     int i = 1;
-    for (; i < argc && argv[i][0] == '-'; i++)
+    while (i < argc && argv[i][0] == '-')
+        i++;
+    for (; i < argc; i++)   // no output that an option names may be one of them
+        guard_source(argv[i]);
+    for (i = 1; i < argc && argv[i][0] == '-'; i++)
         for (const auto &row : short_rows)
             if (!row.letters || (argv[i][1] && strchr(row.letters, argv[i][1]))) {
                 row.take(argv[i]);

@@ -30,6 +30,7 @@ struct options_t {
     const char *crf_file;             // cross-reference file
     FILE *crf_stream;                 // null when there is none
     FILE *out_stream;                 // where the record writers write at the moment
+    const char *out_file;             // its name
 
     bool asm_output;                  // -A: assembly text, not an object file
     bool auto_inline;                 // -auto_inline

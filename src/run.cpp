@@ -19,6 +19,7 @@
 #include "code/list.h"
 #include "code/tlab.h"
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -38,8 +39,7 @@ constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;
 
 void run_stop(int status)
 {
-    debug_finish();
-    exit(status);
+    exit(debug_finish() ? status : 1);
 }
 
 static void show_position()
@@ -80,24 +80,26 @@ static const char *beside_source(const char *extension)
     return with_extension(opt.src_files[0], extension);
 }
 
+static void no_cross_reference(const char *name)
+{
+    guard_perror(name);
+    alert_msg(461, "cross reference", name);
+}
+
 static void open_cross_reference()
 {
     if (opt.cross_ref == 0)
         return;
     opt.crf_file = beside_source("crf");
-    opt.crf_stream = fopen(opt.crf_file, "w");
-    if (!opt.crf_stream) {
-        perror(opt.crf_file);
-        alert_msg(461, "cross reference", opt.crf_file);
-    }
+    opt.crf_stream = guard_open(opt.crf_file, "w", no_cross_reference);
+    if (!opt.crf_stream)
+        no_cross_reference(opt.crf_file);
 }
 
 static void close_cross_reference()
 {
-    if (opt.crf_stream && (fflush(opt.crf_stream) != 0 || ferror(opt.crf_stream) || fclose(opt.crf_stream) != 0)) {
-        perror(opt.crf_file);
-        alert_msg(461, "cross reference", opt.crf_file);
-    }
+    if (opt.crf_stream && !guard_close(opt.crf_stream))
+        no_cross_reference(opt.crf_file);
 }
 
 static void parse_sources()
@@ -112,23 +114,13 @@ static void parse_sources()
     pending_comments_free();
 }
 
-// The listing and assembly text take standard output's place. False if the file can't be made.
-static bool reopen_output(const char *name)
+// An output that all inputs are known of. Null, with errno set, if the file can't be made.
+static FILE *open_output(const char *name)
 {
-    if (!freopen(name, "w", stdout))
-        return false;
-    setvbuf(stdout, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
-    return true;
-}
-
-// False, with errno set, if something that was written has not arrived.
-static bool close_output()
-{
-    errno = 0;
-    const bool arrived = fflush(stdout) == 0 && !ferror(stdout) && fclose(stdout) == 0;
-    if (!arrived && errno == 0)
-        errno = EIO;
-    return arrived;
+    FILE *to = guard_open(name, "w");
+    if (to)
+        setvbuf(to, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
+    return to;
 }
 
 static void settle_names()
@@ -142,66 +134,63 @@ static void settle_names()
 
 static void no_listing()
 {
-    perror(opt.list_file);
+    guard_perror(opt.list_file);
     alert_msg(1219, opt.list_file);
 }
 
-static void open_listing()
+// Null if there is to be none. Where the listing can't be made, the relocation listing still can.
+static FILE *open_listing()
 {
     if (opt.asm_output)
-        return;
+        return nullptr;
     opt.list_on = opt.list_enabled;
-    if (opt.list_enabled && !reopen_output(opt.list_file)) {
-        no_listing();
-        opt.list_enabled = false;
-    }
+    if (!opt.list_enabled)
+        return nullptr;
+    if (FILE *to = open_output(opt.list_file))
+        return to;
+    no_listing();
+    return fopen("/dev/null", "w");
 }
 
-static void write_listing()
+static void write_listing(FILE *to)
 {
     if (opt.page_width == 0)
         opt.page_width = 132;
     if (opt.form_length != 0 && opt.form_length <= 15)
         opt.form_length = 66;
-    opt.out_stream = fopen(opt.rlf_file, "wb");
+    opt.out_stream = open_output(opt.out_file = opt.rlf_file);
     if (!opt.out_stream) {
-        perror(opt.rlf_file);
+        guard_perror(opt.rlf_file);
         alert_msg(1221, opt.rlf_file);
         opt.rlf_file = nullptr;
-    } else {
-        setvbuf(opt.out_stream, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
     }
-    list_write(stdout);
-    if (!close_output())
+    list_write(to);
+    if (!guard_close(to))
         no_listing();
 }
 
 static void write_assembly()
 {
-    bool written = reopen_output(opt.obj_file);
-    if (written) {
-        asm_write(stdout);
-        written = close_output();
-    }
-    if (!written) {
+    FILE *to = open_output(opt.obj_file);
+    if (to)
+        asm_write(to);
+    if (!to || !guard_close(to)) {
         const int why = errno;
         alert_msg(1220, opt.obj_file);
         errno = why;
-        perror(opt.obj_file);
+        guard_perror(opt.obj_file);
     }
 }
 
 static void write_object()
 {
-    opt.out_stream = fopen(opt.obj_file, "wb");
+    opt.out_stream = open_output(opt.out_file = opt.obj_file);
     if (!opt.out_stream) {
-        perror(opt.obj_file);
+        guard_perror(opt.obj_file);
         alert_msg(1222, opt.obj_file);
         return;
     }
-    setvbuf(opt.out_stream, static_cast<char *>(xalloc(OUTPUT_BUFFER)), _IOFBF, OUTPUT_BUFFER);
     obj_write(chip_getName());
-    fclose(opt.out_stream);
 }
 
 void run_start(int argc, char **argv)
@@ -237,8 +226,8 @@ int run_assemble()
     settle_names();
     opt.radix = 10;
     opt.src_next = 0;
-    open_listing();
-    srcpos.cur_line = 0;
+    srcpos.cur_line = 0;   // nothing from here on is about a line that was read last
+    FILE *listing = open_listing();
     srcpos.src_line = 0;
     srcpos.src_file = nullptr;
     srcpos.line_volatile = srcpos.line_volsfr = srcpos.line_compiled = false;
@@ -251,8 +240,8 @@ int run_assemble()
         write_assembly();
     } else {
         size_all();
-        if (opt.list_enabled)
-            write_listing();
+        if (listing)
+            write_listing(listing);
         write_object();
     }
     close_cross_reference();

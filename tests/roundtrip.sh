@@ -19,7 +19,7 @@ code() { "$bin/zelobj" "$1" | awk '/^[A-Z]/ { code = /^TEXT/ } code'; }
 # compare NAME OPTIONS SOURCES: in the current directory.
 compare() {
     "$bin/aszel8" $2 -Oa.obj $3 >a.out 2>&1 || return
-    if "$bin/aszel8" $2 -A -Ob.as $3 >b.out 2>&1 && "$bin/aszel8" $2 -Ob.obj b.as >>b.out 2>&1 &&
+    if "$bin/aszel8" $2 -A -Oback.as $3 >b.out 2>&1 && "$bin/aszel8" $2 -Ob.obj back.as >>b.out 2>&1 &&
         code a.obj >a.txt && code b.obj >b.txt && diff a.txt b.txt >>b.out; then
         same=$((same + 1))
     elif ! echo "$exceptions" | grep -qF "$1$2: "; then
@@ -40,7 +40,7 @@ for case in "$cases"/*/*.txt; do
     awk '
         /^--- / {
             into = $2 == "file" && NF == 3 && $3 !~ /[\/$]/ ? $3 : ""
-            if ($2 != "run" || $3 == "tool" || /[@'"'"']/) next
+            if ($2 != "run" || $3 == "tool" || $3 == "shell" || /[@'"'"']/) next
             options = sources = ""
             for (i = 3; i <= NF; i++)
                 if ($i !~ /^-/) sources = sources " " $i

@@ -26,6 +26,7 @@
 #include <cstring>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -295,6 +296,7 @@ static void load()
 {
     if (!st.enabled || st.is_ready) return;
     FILE *in = fopen(st.cfg_filename, "r");
+    if (in) guard_input(fileno(in));
     if (!in || !parse(in)) alert_msg(141, "configuration registers data", st.cfg_filename);
     if (in) fclose(in);
     st.is_ready = true;

@@ -24,6 +24,7 @@
 #include <strings.h>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/osdep.h"
@@ -371,6 +372,7 @@ chipinfo_t *chipinfo_read(const char *path, const char *chip)
         alert_msg(141, "chip info", path);
         return nullptr;
     }
+    guard_input(fileno(in));
     st.file = cache_string(path);
     st.line = 0;
     st.text_read = 0;

@@ -27,6 +27,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/fileguard.h"
 #include "common/hash.h"
 #include "common/stringcache.h"
 #include "common/vector.h"
@@ -149,6 +150,7 @@ static bool load_catalogue(const char *path)
 {
     FILE *in = path ? fopen(path, "r") : nullptr;
     if (!in) return false;
+    guard_input(fileno(in));
     path = cache_string(path);
     vec_t<alert_record_t *> table = vec_make<alert_record_t *>();
     char line[LINE_BUFFER];

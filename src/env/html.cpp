@@ -10,12 +10,14 @@
 // The frame set stands behind <BODY>, where readers of these files look for it. Browsers that follow today's rules drop a
 // frame set there and show an empty page; in them the other two files are opened by themselves.
 //
-// When a file of the split can't be opened, the user is told and the report is given up: the assembly doesn't need it.
+// When a file of the split can't be opened, the user is told and the report is given up: the assembly doesn't need it. What
+// was written and didn't arrive is an error, told when the page is closed.
 #include "env/html.h"
 
 #include <cstdint>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/stringcache.h"
 #include "env/osdep.h"
 
@@ -33,21 +35,48 @@ static struct {
     uint32_t labelCnt;
 } st;
 
-static void close_stream(FILE **stream)
+static const char *beside(const char *name)
 {
-    if (*stream) fclose(*stream);
+    const char *path = path_concat(st.directory, name);
+    return path ? path : name;
+}
+
+static void close_stream(FILE **stream, const char *name)
+{
+    FILE *to = *stream;
     *stream = nullptr;
+    if (!to || guard_close(to)) return;
+    guard_perror(name);
+    alert_text("E", "Could not write file %s", name);
+}
+
+static void give_up()
+{
+    if (st.main_stream) fclose(st.main_stream);
+    if (st.toc_stream) fclose(st.toc_stream);
+    st.main_stream = st.toc_stream = nullptr;
+}
+
+// A file of the split can't be had. That is an error only if it would overwrite a file of the run.
+static void no_page(const char *path)
+{
+    if (guard_refused()) guard_perror(path);
+    alert_text(guard_refused() ? "E" : "0", "Could not open file %s", path_tail(path));
+    give_up();
 }
 
 static FILE *open_beside(const char *name)
 {
-    const char *path = path_concat(st.directory, name);
-    FILE *stream = fopen(path ? path : name, "w");
-    if (stream) return stream;
-    alert_text("0", "Could not open file %s", name);
-    close_stream(&st.main_stream);
-    close_stream(&st.toc_stream);
-    return nullptr;
+    const char *path = beside(name);
+    FILE *stream = guard_open(path, "w", no_page);
+    if (!stream) no_page(path);
+    return stream;
+}
+
+static void no_report(const char *file)
+{
+    if (guard_refused()) guard_perror(file);
+    alert_text("F", "Could not open file %s", file);
 }
 
 static void put_head(const char *title_prefix, const char *title)
@@ -60,12 +89,12 @@ static void put_head(const char *title_prefix, const char *title)
 
 FILE *HTML_open(const char *file, const char *title_prefix, const char *title, const char *style_sheet)
 {
-    close_stream(&st.main_stream);
+    close_stream(&st.main_stream, beside(st.main_filename ? st.main_filename : ""));
     st.labelCnt = 0;
     st.directory = cache_dirname(file);
-    st.main_stream = fopen(file, "w");
+    st.main_stream = guard_open(file, "w", no_report);
     if (!st.main_stream) {
-        alert_text("F", "Could not open file %s", file);
+        no_report(file);
         return nullptr;
     }
     st.main_filename = cache_basename(file);
@@ -82,11 +111,12 @@ void HTML_useTOC(int depth)
     st.toc_stream = open_beside(st.toc_filename);
     if (!st.toc_stream) return;
     fputs("<!-- labelCnt:000: -->\n<i>Table of Contents</i><br>\n", st.toc_stream);
+    const char *frame_filename = st.main_filename;
     st.main_filename = cache_concat("main_", st.main_filename);
     fprintf(st.main_stream,
             "<frameset rows=\"15%%,85%%\"><frame name =\"toc\" src=\"%s\" /><frame name =\"main\" src=\"%s\" /></frameset>"
             "</HTML>\n", st.toc_filename, st.main_filename);
-    close_stream(&st.main_stream);
+    close_stream(&st.main_stream, beside(frame_filename));
     st.main_stream = open_beside(st.main_filename);
     if (st.main_stream) put_head(nullptr, nullptr);
 }
@@ -124,9 +154,9 @@ void HTML_close()
 {
     if (!st.main_stream) return;
     fputs("</BODY>\n</HTML>\n", st.main_stream);
-    close_stream(&st.main_stream);
+    close_stream(&st.main_stream, beside(st.main_filename));
     if (!st.toc_stream) return;
     fseek(st.toc_stream, LABEL_COUNT_PLACE, SEEK_SET);
     fprintf(st.toc_stream, "%3u", st.labelCnt);
-    close_stream(&st.toc_stream);
+    close_stream(&st.toc_stream, beside(st.toc_filename));
 }

@@ -26,6 +26,7 @@
 #include "common/alert.h"
 #include "common/assertion.h"
 #include "common/container_stats.h"
+#include "common/fileguard.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/archive.h"
@@ -52,14 +53,37 @@ static struct {
 
 // ---- The option
 
+// Closes the debug file, if there is one. False, and told, if something of it got lost.
+static bool close_out()
+{
+    FILE *out = st.out;
+    st.out = nullptr;
+    if (!out || guard_close(out)) return true;
+    guard_perror(st.out_name);
+    alert_msg_nl(461, "debug-out", st.out_name);
+    return false;
+}
+
+// The file can't be had. What else was to come of it is not, either.
+static void no_out(const char *name)
+{
+    st.out = nullptr;
+    if (guard_refused()) guard_perror(name);
+    alert_once_nl(141, "debug-out", name);
+}
+
 static void open_out(const char *name, const char *mode)
 {
-    if (st.out) fclose(st.out);
+    close_out();
     st.out_name = name;
     st.has_app_line = false;
-    st.out = fopen(name, mode);
-    if (st.out) setvbuf(st.out, nullptr, _IOLBF, BUFSIZ);
-    else alert_once_nl(141, "debug-out", name);
+    FILE *out = guard_open(name, mode, no_out);
+    if (!out) {
+        no_out(name);
+        return;
+    }
+    setvbuf(out, nullptr, _IOLBF, BUFSIZ);
+    st.out = out;
 }
 
 // Whether there is an argument; more than one draws a warning.
@@ -80,6 +104,14 @@ static void take_out(const char *arg, bool more)
     open_out(name, append ? "a" : "w");
 }
 
+// The package would overwrite a file of the run.
+static void no_zip()
+{
+    guard_perror(st.zip_name);
+    alert_msg_nl(461, "package", st.zip_name);
+    st.zip_name = nullptr;
+}
+
 static void take_zip(const char *arg, bool more)
 {
     if (st.zip_name) {
@@ -90,6 +122,10 @@ static void take_zip(const char *arg, bool more)
     st.zip_name = keep ? arg + 1 : arg;
     if (!st.zip_name || !*st.zip_name) st.zip_name = "qvk_package.zip";
     if (more) WARN("ignoring extraneous arguments with \"zip\" option, using \"%s\"", st.zip_name);
+    if (!guard_allows(st.zip_name)) {
+        no_zip();
+        return;
+    }
     if (keep || !file_exists(st.zip_name)) return;
     WARN("Package zip \"%s\" already exists and will be over-written", st.zip_name);
     if (unlink(st.zip_name) != 0) WARN("Unable to remove \"%s\", it will be updated if possible", st.zip_name);
@@ -191,6 +227,10 @@ void debug_log_args(int argc, const char *const *argv)
 static void pack()
 {
     const char *zip = st.zip_name, *file = st.out_name, *member = archive_member_name(file);
+    if (!guard_allows(zip)) {
+        no_zip();
+        return;
+    }
     switch (archive_add(zip, member, file)) {
     case ARCHIVE_DONE: return;
     case ARCHIVE_NO_READER: WARN("Unable to open package zip file (%s) for reading to append \"%s\"", zip, file); return;
@@ -206,16 +246,15 @@ static void pack()
     }
 }
 
-void debug_finish()
+bool debug_finish()
 {
-    if (st.finished || !st.out) return;
+    if (st.finished || !st.out) return true;
     st.finished = true;
     fflush(st.out);
     if (st.default_name && st.zip_name && file_exists(st.out_name)) pack();
     if (debug_flags & DEBUG_ADT) container_stats_dump(st.out);
     debug_flags = 0;
-    fclose(st.out);
-    st.out = nullptr;
+    return close_out();
 }
 
 // ---- The trace

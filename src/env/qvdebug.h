@@ -19,8 +19,9 @@ void debug_option(const char *list);
 bool debug_active();
 // Logs the command line: `argv` behind its first entry, which is the program.
 void debug_log_args(int argc, const char *const *argv);
-// Ends debug output: packs the debug file, dumps statistics, closes. For every orderly end; a second call does nothing.
-void debug_finish();
+// Ends debug output: packs the debug file, dumps statistics, closes. For every orderly end; a second call does nothing. False,
+// after message 461, if something of the debug file got lost.
+bool debug_finish();
 
 // A call's begin, with its arguments, and its end, with its result; a null format: none. What comes between is indented.
 [[gnu::format(printf, 4, 5)]] void trace_enter(const char *src, int line, const char *func, const char *fmt, ...);

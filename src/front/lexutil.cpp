@@ -28,6 +28,7 @@
 #include <unistd.h>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -142,6 +143,7 @@ static bool open_and_read(input_ctx_t *c, const char *name)
     int fd = open(name, O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return false;
+    guard_input(fd);
     keep_room(c, 0, BLOCK);
     ssize_t n = read(fd, c->buf, c->capacity);
     if (n < 0) {

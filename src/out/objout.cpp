@@ -12,7 +12,6 @@
 // the kind of a record must be known before its flags are asked.
 #include "out/objout.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "code/list.h"
@@ -151,7 +150,7 @@ static void obj_finish()
     buf_t *b = rec_begin(REC_END);
     buf_put(b, 0, 2);
     rec_write(b);
-    rec_file_end(fflush(opt.out_stream) == 0);
+    rec_file_end();
 }
 
 static void obj_fnconf()

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "options.h"
 
 enum : uint8_t { FORMAT_MAJOR = 3, FORMAT_MINOR = 11 };
@@ -48,9 +49,13 @@ void buf_put_z(buf_t *b, const char *s)
 
 static bool buf_empty(const buf_t *b) { return b->at == b->bytes + REC_HEAD; }
 
+// Told once for a file.
 static void write_error()
 {
+    if (st.write_failed)
+        return;
     st.write_failed = true;
+    guard_perror(opt.out_file);
     alert_msg(804);
 }
 
@@ -117,9 +122,10 @@ void rec_ident(const char *text)
     rec_end("chip name", text);
 }
 
-void rec_file_end(bool written)
+void rec_file_end()
 {
-    if (!written && !st.write_failed)
+    if (!guard_close(opt.out_stream))
         write_error();
+    opt.out_stream = nullptr;
     st.write_failed = false;
 }

@@ -38,12 +38,12 @@ void buf_flush(buf_t *b);                      // writes the record if it has a 
 bool buf_room(buf_t *b, size_t bytes, const char *what, const char *name);
 
 void rec_reset(buf_t *b, uint8_t type, size_t size = REC_SIZE);   // an empty record
-void rec_write(buf_t *b);                      // writes the record and leaves it empty. Message 804
+void rec_write(buf_t *b);                      // writes the record and leaves it empty. Message 804, once for a file, behind a line of its name
 // A record that is written as soon as it is complete; there is one at a time.
 buf_t *rec_begin(uint8_t type, size_t size = REC_SIZE);
 void rec_end(const char *what, const char *name);   // it is reported, with what it is about, and left out if it was cut
 void rec_ident(const char *text);              // IDENT
-void rec_file_end(bool written);               // 804 if the last of the file could not be written, unless it has been told
+void rec_file_end();                           // closes opt.out_stream; 804 if what was written has not arrived
 void rec_too_long(const char *what, const char *name);   // the report of something that no record can take
 // Numbers have 4 bytes, which are read with and without a sign. One that needs more is cut, and reported with message 2210.
 inline bool rec_fits(int64_t n) { return n >= INT32_MIN && n <= int64_t{UINT32_MAX}; }

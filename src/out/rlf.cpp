@@ -1,7 +1,6 @@
 // The relocation listing: records of text, with records of fields between them.
 #include "out/rlf.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "code/sym.h"
@@ -67,6 +66,6 @@ void rlf_finish()
     buf_t *b = rec_begin(REC_END);
     buf_put(b, 0, 2);
     rec_write(b);
-    rec_file_end(fclose(opt.out_stream) == 0);
+    rec_file_end();
     st.open = false;
 }
