@@ -27,7 +27,6 @@
 #include "run.h"
 
 constexpr const char *PRODUCT = "ZEL8 Assembler";
-constexpr const char *BUILD_STAMP = "20261124120000";
 
 static struct {
     const char *at_argument;   // @file, or null; it and the next two are for the debug log
@@ -335,9 +334,8 @@ static void option_emax(const char *n) { alert_set_emax(static_cast<unsigned>(de
 
 static void option_version(const char *)
 {
-    const char *date = __DATE__;
     printf("\nProduct:\t%s\nComponent:\t%s\nVersion:\t%s%c\nBuild date:\t%s\nRelease:\t%s\nBuild number:\t%s\n", PRODUCT,
-           "assembler", ASZEL8_VERSION, ' ', date, "release", BUILD_STAMP);
+           "assembler", ASZEL8_VERSION, ' ', BUILD_DATE, "release", BUILD_STAMP);
     if (fflush(stdout) != 0) {
         perror("standard output");
         run_stop(1);

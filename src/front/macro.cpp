@@ -29,14 +29,14 @@
 
 enum macro_kind_t : uint8_t { KIND_MACRO, KIND_REPT, KIND_IRP, KIND_IRPC };
 
-struct place_t {
+struct definition_place_t {
     const char *file;
     int64_t line;
 };
 
 struct macro_t {
     const char *m_name;
-    place_t m_place;                    // where its text begins, as messages show it
+    definition_place_t m_place;                    // where its text begins, as messages show it
     const char *m_body;                 // lines, each ended by a newline
     size_t m_length;                    // of the body, bytes
     vec_t<const char *> m_list;         // irp: the elements
@@ -74,7 +74,7 @@ static struct {
     bool capturing;                     // a body is being read
     text_t body, arg;
     const macro_t *doubtful;            // a call of this macro had `macro` behind its name; null: none
-    place_t doubtful_at;
+    definition_place_t doubtful_at;
 } ms;
 
 static void put(text_t *t, char c)

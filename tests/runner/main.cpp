@@ -359,6 +359,17 @@ static void compare(case_t &c, const section_t &s, const std::string &actual)
     fail(c, s, "- expected, + found", diff(s.body, lines));
 }
 
+// What came out, with the bin directory and the build's number, which differ from build to build, shown by name.
+static std::string named(const std::string &text)
+{
+    std::string shown = replace_all(text, opt.bin, "${BIN}");
+    const std::string_view word = " build ";
+    for (size_t at = 0; (at = shown.find(word, at)) != std::string::npos;)
+        if (at += word.size(); shown.find_first_not_of("0123456789", at) == at + 14)
+            shown.replace(at, 14, "${BUILD}");
+    return shown;
+}
+
 static void expect(case_t &c, const section_t &s, const outcome_t &o)
 {
     std::string path = s.words.empty() ? "" : c.dir + "/" + s.words[0], actual;
@@ -367,7 +378,7 @@ static void expect(case_t &c, const section_t &s, const outcome_t &o)
     if (s.kind == "exit" && s.rest != status)
         fail(c, s, "exit status " + status, excerpt(o.err));
     else if (s.kind == "stderr" || s.kind == "stdout")
-        compare(c, s, replace_all(s.kind == "stderr" ? o.err : o.out, opt.bin, "${BIN}"));
+        compare(c, s, named(s.kind == "stderr" ? o.err : o.out));
     else if (path.empty() && s.kind != "exit")
         fail(c, s, "no name");
     else if (s.kind == "absent" && fs::exists(path, ignored))
@@ -375,7 +386,7 @@ static void expect(case_t &c, const section_t &s, const outcome_t &o)
     else if (s.kind == "text" && !read_file(path, actual))
         fail(c, s, "can't be read");
     else if (s.kind == "text" || (s.kind == "object" && object_text(c, s, actual)))
-        compare(c, s, replace_all(actual, opt.bin, "${BIN}"));
+        compare(c, s, named(actual));
 }
 
 // ---- a case ----
