@@ -149,7 +149,10 @@ void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi)
 {
     bool zel8 = isZEL8(ci);
     if (index >= RANGE_COUNT || (!zel8 && !isZEL(ci))) return;
-    if (index == RANGE_VOLSFRS) return append_range(&ci->c_volsfrs_read, lo, hi);
+    if (index == RANGE_VOLSFRS) {
+        if (!ci->c_volsfrs_read) ci->c_volsfrs_read = vec_make<uint64_t>();
+        return vec_add(ci->c_volsfrs_read, range_word(lo, hi));
+    }
     if (zel8) switch (index) {
         case RANGE_PROBE2RAM: return append_range(&ci->c_probe[0], lo, hi);
         case RANGE_PROBE2ROM: return append_range(&ci->c_probe[1], lo, hi);

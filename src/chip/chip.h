@@ -81,7 +81,7 @@ struct chipinfo_t {
     memrange_t c_extmem, c_common, c_sfrcommon, c_cfgmem, c_useridmem, c_devidmem, c_eeprom;
     vec_t<memrange_t *> c_probe[4];                   // PROBE2RAM, PROBE2ROM, PROBEXRAM, PROBEXROM
     vec_t<memrange_t *> c_gprbanks, c_sfrbanks;
-    vec_t<memrange_t *> c_volsfrs_read;               // as they came; once the section has been read,
+    vec_t<uint64_t> c_volsfrs_read;                   // as they came, for range_list; once the section has been read,
     memrange_t *c_volsfrs;                            // joined and in order
     uint32_t c_flash_read, c_flash_write, c_flash_erase;
     uint32_t c_stackdepth;

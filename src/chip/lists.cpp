@@ -64,16 +64,17 @@ void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page,
         list = add_from(list, static_cast<uint32_t>(from), static_cast<uint32_t>(std::min<uint64_t>(end, hi)), join);
 }
 
-static int by_lo(memrange_t *a, memrange_t *b) { return (a->lo > b->lo) - (a->lo < b->lo); }
+static int compare_words(uint64_t a, uint64_t b) { return (a > b) - (a < b); }
 
 // In ascending order, each range meets nothing beyond the one before it, so no walk goes back to the beginning.
-memrange_t *range_list(vec_t<memrange_t *> ranges)
+memrange_t *range_list(vec_t<uint64_t> ranges)
 {
     memrange_t *list = nullptr, **at = &list;
-    if (ranges) vec_sort_by<memrange_t *, by_lo>(ranges);
-    for (const memrange_t *r : ranges) {
-        ASSERTION(r->lo <= r->hi, "lo <= hi");
-        if (r->lo <= r->hi) at = add_from(at, r->lo, r->hi, true);
+    if (ranges) vec_sort_by<uint64_t, compare_words>(ranges);
+    for (const uint64_t range : ranges) {
+        const uint32_t lo = static_cast<uint32_t>(range >> 32), hi = static_cast<uint32_t>(range);
+        ASSERTION(lo <= hi, "lo <= hi");
+        if (lo <= hi) at = add_from(at, lo, hi, true);
     }
     return list;
 }

@@ -18,8 +18,9 @@ struct memrange_t {
 void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join);
 // The same in pieces that cross no multiple of `page`; 0 for one piece.
 void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join);
-// A list of ranges that may overlap and stand in any order. Those that touch become one.
-memrange_t *range_list(vec_t<memrange_t *> ranges);
+// A list of ranges that may overlap and stand in any order, a word each; the vector is sorted. Those that touch become one.
+inline uint64_t range_word(uint32_t lo, uint32_t hi) { return uint64_t{lo} << 32 | hi; }
+memrange_t *range_list(vec_t<uint64_t> ranges);
 inline bool range_contains(const memrange_t *list, int64_t addr) {
     for (; list; list = list->next)
         if (addr >= list->lo && addr <= list->hi) return true;
