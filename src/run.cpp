@@ -195,7 +195,7 @@ static void write_object()
 
 void run_start(int argc, char **argv)
 {
-    static const alert_services_t services = {catalogue_path, run_stop};
+    static const alert_services_t services = {catalogue_path, run_stop, catalogue_text, catalogue_length};
     alert_set_services(&services);
     alert_set_formats("%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (warning)", "%f: %l: %s");
     cmdline_collect(&argc, &argv);

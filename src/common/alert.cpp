@@ -6,9 +6,11 @@
 // single numbers. A lookup puts a record together from the three and never fails: a number that nobody knows is an error
 // with a stock text.
 //
-// Texts are printf formats, and the arguments are what the calls in this program pass. An override text is used only if it
-// takes those arguments, judged by the primary text's conversions, so that a slip in a user's file can't read wild memory.
-// `%m` is ours: it stands for the system's error text of the moment the reporting call was entered.
+// Texts are printf formats, and the arguments are what the calls in this program pass. So a third table stands behind the two:
+// the program's own, of the catalogue that it is built with. A text of a file is taken only if it takes the arguments that the
+// own one takes, or the first few of them, so that neither a slip nor malice can read or write wild memory. A message that is
+// fatal in the own table stays so: no caller has to think of a return. `%m` is ours: it stands for the system's error text of
+// the moment the reporting call was entered.
 //
 // Order in a report: type and level first, so that a dropped message has no effect at all; then the hook, which sets the
 // location; then the counts, where one error too many ends the run; then the line. A fatal message ends the run behind its
@@ -38,6 +40,8 @@ enum alert_form_t { ERROR_FORM, WARNING_FORM, MESSAGE_FORM, FORMS };
 enum alert_action_t : uint32_t { NO_ACTION = 0, HIDE_MILD = 1, HIDE_ALL = 4 };   // HIDE_MILD: warnings and messages only
 enum : unsigned { MAX_NUMBER = 10000, REPORTED_BUCKETS = 199 };
 enum : unsigned { LINES_MAX = 100000 };          // of a catalogue: a device may have no end
+enum : unsigned { FAULTS_TOLD = 5 };             // of a catalogue; the rest is summed up
+enum : size_t { WIDTH_DIGITS = 3 };              // of a conversion: a larger width only costs time
 enum : size_t { LINE_BUFFER = 256, TEXT_LIMIT = 511, LINE_LIMIT = 8192 };
 
 struct alert_record_t {
@@ -62,7 +66,7 @@ static struct {
     const alert_services_t *services;
     void (*log)(const char *line);
     bool ready;                        // the formats are set and the catalogue is loaded
-    vec_t<alert_record_t *> primary, override_texts;
+    vec_t<alert_record_t *> own, primary, override_texts;
     vec_t<uint32_t> actions;
     const char *loaded;                // cached name of the file loaded last
     hash_of<alert_reported_t *, bool> reported;
@@ -129,53 +133,6 @@ static alert_type_t type_of_token(char c)
     }
 }
 
-// Reads one line, whose newline is gone, into the table. False if the user is to be told that it is malformed.
-static bool load_line(vec_t<alert_record_t *> table, const char *s)
-{
-    s = skip(s, " \t");
-    size_t n = strcspn(s, " \t");
-    int64_t number = whole_number(s, n);
-    const char *type = skip(s + n, " \t"), *text = type + strcspn(type, " \t");
-    if (number < 0 || number > MAX_NUMBER || !*text || !*++text) return false;
-    alert_record_t *m = xnew<alert_record_t>();
-    m->type = type_of_token(*type);
-    m->number = static_cast<uint32_t>(number);
-    m->level = m->type == WARNING ? level_value(type) : 0;
-    m->text = cache_string(text);
-    vec_setAt(table, m, m->number);
-    return m->type != UNKNOWN;
-}
-
-static bool load_catalogue(const char *path)
-{
-    FILE *in = path ? fopen(path, "r") : nullptr;
-    if (!in) return false;
-    guard_input(fileno(in));
-    path = cache_string(path);
-    vec_t<alert_record_t *> table = vec_make<alert_record_t *>();
-    char line[LINE_BUFFER];
-    for (unsigned number = 1; number <= LINES_MAX && fgets(line, sizeof line, in); number++) {
-        if (*line == '#') continue;
-        line[strcspn(line, "\n")] = '\0';
-        if (!load_line(table, line))
-            alert_numbered_text(3, "M", "Malformed error information on line %u, in file %s\n", number, path);
-    }
-    fclose(in);
-    st.override_texts = table;
-    if (!st.primary) st.primary = table;
-    st.loaded = path;
-    return true;
-}
-
-static void initialise()
-{
-    if (st.ready) return;
-    st.ready = true;
-    for (int i = 0; i < FORMS; i++)
-        if (const char *value = getenv(format_variables[i])) st.formats[i] = value;
-    load_catalogue(st.services ? st.services->find_catalogue() : nullptr);
-}
-
 // One conversion of a printf format: what it takes from the argument list, reduced to a class of exchangeable conversions.
 struct alert_conversion_t {
     size_t length;     // of the length modifier
@@ -183,15 +140,20 @@ struct alert_conversion_t {
     char kind;         // 'i' integer, 's', 'f', 'p'; 0 none is left; '?' not understood
 };
 
+static const char DIGITS[] = "0123456789";
+
 static alert_conversion_t next_conversion(const char *&s)
 {
     while ((s = strchr(s, '%'))) {
         s = skip(s + 1, "-+ #0");
-        s = skip(s, "0123456789.");
+        const size_t width = strspn(s, DIGITS), precision = s[width] == '.' ? strspn(s + width + 1, DIGITS) : 0;
+        s += width + (s[width] == '.') + precision;
         alert_conversion_t c = {strspn(s, "hlLqjzt"), s, '?'};
+        const bool huge = width > WIDTH_DIGITS || precision > WIDTH_DIGITS;
         s += c.length;
         if (!*s) return c;
         char ch = *s++;
+        if (huge || (ch == 'c' && c.length)) return c;
         if (ch == '%' || ch == 'm') continue;
         if (strchr("diuoxXc", ch)) c.kind = 'i';
         else if (strchr("eEfFgGaA", ch)) c.kind = 'f';
@@ -213,14 +175,95 @@ static bool takes_arguments_of(const char *text, const char *model)
     }
 }
 
+// Why a line can't be used, or not all of it.
+enum line_fault_t { LINE_GOOD, LINE_MALFORMED, LINE_OTHER_ARGUMENTS };
+
+// Reads one line, whose newline is gone, into the table.
+static line_fault_t load_line(vec_t<alert_record_t *> table, const char *s)
+{
+    s = skip(s, " \t");
+    size_t n = strcspn(s, " \t");
+    int64_t number = whole_number(s, n);
+    const char *type = skip(s + n, " \t"), *text = type + strcspn(type, " \t");
+    if (number < 0 || number > MAX_NUMBER || !*text || !*++text) return LINE_MALFORMED;
+    alert_record_t *m = xnew<alert_record_t>();
+    m->type = type_of_token(*type);
+    m->number = static_cast<uint32_t>(number);
+    m->level = m->type == WARNING ? level_value(type) : 0;
+    vec_setAt(table, m, m->number);
+    const alert_record_t *own = st.own ? vec_elementAt(st.own, m->number) : nullptr;
+    const bool fits = !own || takes_arguments_of(text, own->text);
+    m->text = fits ? cache_string(text) : own->text;
+    return m->type == UNKNOWN ? LINE_MALFORMED : fits ? LINE_GOOD : LINE_OTHER_ARGUMENTS;
+}
+
+// `path` is for messages.
+static vec_t<alert_record_t *> read_catalogue(FILE *in, const char *path)
+{
+    vec_t<alert_record_t *> table = vec_make<alert_record_t *>();
+    char line[LINE_BUFFER];
+    unsigned faults = 0;
+    for (unsigned number = 1; number <= LINES_MAX && fgets(line, sizeof line, in); number++) {
+        char *s = line, *end = line + strcspn(line, "\n");
+        if (number == 1 && !strncmp(s, "\xEF\xBB\xBF", 3)) s += 3;   // a byte order mark
+        if (*end && end > s && end[-1] == '\r') end--;
+        *end = '\0';
+        if (*s == '#') continue;
+        const line_fault_t fault = load_line(table, s);
+        if (fault == LINE_GOOD || faults++ >= FAULTS_TOLD) continue;
+        if (fault == LINE_MALFORMED)
+            alert_numbered_text(3, "M", "Malformed error information on line %u, in file %s\n", number, path);
+        else
+            alert_numbered_text(3, "M", "Text on line %u, in file %s, has other arguments than its message", number, path);
+    }
+    if (faults > FAULTS_TOLD)
+        alert_numbered_text(3, "M", "%u more lines like these in file %s", faults - FAULTS_TOLD, path);
+    return table;
+}
+
+static void load_own()
+{
+    if (!st.services || !st.services->own_catalogue) return;
+    FILE *in = fmemopen(const_cast<void *>(st.services->own_catalogue), st.services->own_length, "r");
+    if (!in) return;
+    st.own = read_catalogue(in, "of the program");
+    fclose(in);
+}
+
+static bool load_catalogue(const char *path)
+{
+    FILE *in = path ? fopen(path, "r") : nullptr;
+    if (!in) return false;
+    guard_input(fileno(in));
+    path = cache_string(path);
+    st.override_texts = read_catalogue(in, path);
+    fclose(in);
+    if (!st.primary) st.primary = st.override_texts;
+    st.loaded = path;
+    return true;
+}
+
+static void initialise()
+{
+    if (st.ready) return;
+    st.ready = true;
+    for (int i = 0; i < FORMS; i++)
+        if (const char *value = getenv(format_variables[i])) st.formats[i] = value;
+    load_own();
+    if (!load_catalogue(st.services ? st.services->find_catalogue() : nullptr))
+        st.primary = st.override_texts = st.own;
+}
+
 static alert_record_t look_up(unsigned number)
 {
+    const alert_record_t *own = st.own ? vec_elementAt(st.own, number) : nullptr;
     alert_record_t m = {ERROR, number, "An error, warning or message was generated, but no description is available", 0};
     if (const alert_record_t *entry = st.primary ? vec_elementAt(st.primary, number) : nullptr) {
         m = *entry;
         const alert_record_t *other = vec_elementAt(st.override_texts, number);
-        if (other && takes_arguments_of(other->text, m.text)) m.text = other->text;
+        if (other && (own || takes_arguments_of(other->text, m.text))) m.text = other->text;
     }
+    if (own && own->type == FATAL) m.type = FATAL;
     uint32_t action = st.actions ? vec_elementAt(st.actions, number) : 0;
     if (action == HIDE_MILD && (m.type == MESSAGE || m.type == WARNING)) m.type = SUPPRESSED;
     if (action == HIDE_ALL && m.type != FATAL) m.type = SUPPRESSED;

@@ -6,12 +6,15 @@
 // Calls return 1 if a line was written and 0 if the message was dropped.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // What this module needs of its surroundings, handed in once by run control before anything else is called.
 struct alert_services_t {
     const char *(*find_catalogue)();   // path of the message catalogue, or null
     void (*stop)(int status);          // ends the run; must not return
+    const void *own_catalogue = nullptr;   // the text that the program is built with, and its bytes
+    size_t own_length = 0;
 };
 void alert_set_services(const alert_services_t *services);   // must outlive the run; without it: no catalogue, and exit()
 // Has each finished line, newline included, handed to `log` as well; null ends that.

@@ -19,9 +19,8 @@ static const char *embedded_copy()
     path = tmp_file_name();
     FILE *out = path ? fopen(path, "wb") : nullptr;
     if (!out) return path = nullptr;
-    fwrite(catalogue_text, 1, catalogue_length, out);
-    fclose(out);
-    return path;
+    const bool whole = fwrite(catalogue_text, 1, catalogue_length, out) == catalogue_length;
+    return path = fclose(out) == 0 && whole ? path : nullptr;
 }
 
 const char *catalogue_path()
@@ -31,7 +30,6 @@ const char *catalogue_path()
     const char *beside = parent ? cache_path_join(cache_path_join(parent, "dat"), name) : nullptr;
     const char *const places[] = {reg_mkpath(REG_DAT, name), beside, name};
     for (const char *path : places)
-        if (file_exists(path)) return path;
-    const char *path = embedded_copy();
-    return path ? path : name;
+        if (file_is_regular(path)) return path;
+    return embedded_copy();
 }

@@ -10,5 +10,6 @@ extern const uint32_t catalogue_length;         // bytes
 extern const unsigned char catalogue_text[];
 
 // The path of the catalogue to load: the first that exists of the installation's data directory, the directory "dat" beside
-// the executable's directory, the working directory, and a temporary copy of the embedded text. Never null.
+// the executable's directory, the working directory, and a temporary copy of the embedded text. What isn't a regular
+// file doesn't count: one that waits for a writer must not hold up every run. Null if the copy can't be written.
 const char *catalogue_path();

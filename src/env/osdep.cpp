@@ -55,6 +55,12 @@ bool file_exists(const char *path)
     return path && stat(path, &info) == 0;
 }
 
+bool file_is_regular(const char *path)
+{
+    struct stat info;
+    return path && stat(path, &info) == 0 && S_ISREG(info.st_mode);
+}
+
 bool path_is_absolute(const char *path) { return *path == '/'; }
 
 const char *path_tail(const char *path)

@@ -9,6 +9,7 @@ const char *tmp_file_name();
 void tmp_remove_at_exit(const char *path);
 
 bool file_exists(const char *path);                              // a directory counts; false for null
+bool file_is_regular(const char *path);                          // false for null
 bool path_is_absolute(const char *path);
 const char *path_tail(const char *path);                         // behind the last '/', or all of it; points into `path`
 const char *path_basename(const char *path);                     // the same as a new string
