@@ -115,11 +115,11 @@ static void enc_bit(const op_t *op)
         put_field(word | n << 9, file, 8);
         return;
     }
-    const value_t seven = number(7);
+    const value_t seven = number(7), high = calc(OPC_SHL, calc(OPC_AND, seven, bit), number(9));
+    const value_t field = calc(OPC_PLUS, high, calc(OPC_AND, number(255), file));
     if (!st.listing)
-        obj_range_check(&bit, &seven, "bit number");
-    const value_t high = calc(OPC_SHL, calc(OPC_AND, seven, bit), number(9));
-    put_field(word, calc(OPC_PLUS, high, calc(OPC_AND, number(255), file)), 12);
+        obj_range_check(&bit, &seven, "bit number", &field, 2);
+    put_field(word, field, 12);
 }
 
 // The upper two of the three words of a long move: `rest` bits of the source, and the destination.

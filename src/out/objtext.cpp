@@ -10,7 +10,9 @@
 //                      whose result the linker stores in the field
 //
 // An entry must refer to the TEXT right before its RELOC, so whichever of the two is full, both are written and a new TEXT
-// begins at the current position.
+// begins at the current position. A range check stands in RELOC before the word that it goes with is in TEXT: it finds room
+// for all three, the check, the word and the word's own entry. Where names are so long that no RELOC holds both entries,
+// the word goes out twice, for each of them.
 #include "out/objtext.h"
 
 #include <cstring>
@@ -21,15 +23,13 @@
 #include "out/record.h"
 
 enum : uint8_t { TOKEN_CHECK_END = 18, TOKEN_CHECK = 19 };   // of postfix code
-enum : size_t {
-    RELOC_HEAD = 3,                            // of a relocation entry
-    RELOC_BODY_MAX = REC_BODY - RELOC_HEAD,
-};
+enum : size_t { RELOC_HEAD = 3, COMPLEX_SPARE = 1 };         // of an entry; a complex one asks for more than it takes
 
 static struct {
     buf_t text, reloc;
     uint8_t *text_data;                        // the first data byte in `text`
     const symbol_t *long_psect;                // the last psect reported for its name
+    bool checked;                              // RELOC holds the range check of the word to come
 } st;
 
 void obj_text_init()
@@ -78,7 +78,7 @@ static bool text_room(unsigned nbytes)
     return false;
 }
 
-// Room for a relocation entry; whatever is in TEXT goes out with the full buffer.
+// Room in RELOC; whatever is in TEXT goes out with the full buffer.
 static void reloc_room(size_t bytes)
 {
     if (buf_left(&st.reloc) < bytes) {
@@ -98,8 +98,11 @@ static bool fits(int64_t n, unsigned bits)
     return n >= 0 && (bits >= 63 || n >> bits == 0);
 }
 
-// The relocation entry for a field that begins at the next byte of TEXT. True if the value's offset belongs into the word.
-static bool add_reloc(const value_t *v, unsigned bits)
+static size_t plain_entry(const value_t *v) { return RELOC_HEAD + strlen(v->v_sym->s_name) + 1; }
+static size_t complex_entry(const value_t *v) { return RELOC_HEAD + complex_size(v) + 1; }
+
+// The relocation entry for the field of `word`, which is the next in TEXT. True if the value's offset belongs into the word.
+static bool add_reloc(uint64_t word, const value_t *v, unsigned nbytes, unsigned bits)
 {
     const uint8_t kind = v->v_rtype & static_cast<uint8_t>(~RT_SEG);
     const bool to_undef = kind == RT_SYM && (v->v_sym->s_flags & S_UNDEF);
@@ -114,12 +117,14 @@ static bool add_reloc(const value_t *v, unsigned bits)
         alert_msg(808);
         return false;
     }
-    const size_t body = (plain ? strlen(v->v_sym->s_name) : complex_size(v)) + 1;
-    if (body > RELOC_BODY_MAX) {
+    const size_t entry = plain ? plain_entry(v) : complex_entry(v), room = plain ? entry : entry + COMPLEX_SPARE;
+    if (entry > REC_BODY) {
         alert_msg(839);
         return false;
     }
-    reloc_room(RELOC_HEAD + body + !plain);   // a complex entry asks for one byte more than it takes
+    if (st.checked && buf_left(&st.reloc) < room)
+        buf_put(&st.text, word, nbytes);   // what the check belongs to
+    reloc_room(room);
     reloc_head(type + width);
     if (!plain) {
         buf_complex(&st.reloc, v);
@@ -146,21 +151,26 @@ static uint64_t field_part(int64_t n, unsigned bits)
 void emit_bytes(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
 {
     if (text_room(nbytes)) {
-        if (value && bits && (value->v_rtype == RT_CONST || add_reloc(value, bits)))
+        if (value && bits && (value->v_rtype == RT_CONST || add_reloc(word, value, nbytes, bits)))
             word += field_part(value->v_offs, bits);
         buf_put(&st.text, word, nbytes);
     }
+    st.checked = false;
     cur_psect->s_psect->p_curr += nbytes;
 }
 
-void obj_range_check(const value_t *value, const value_t *limit, const char *name)
+void obj_range_check(const value_t *value, const value_t *limit, const char *name, const value_t *field, unsigned nbytes)
 {
-    const size_t body = 1 + strlen(name) + 1 + complex_size(value) + complex_size(limit) + 1;
-    if (body > RELOC_BODY_MAX) {
+    const size_t entry = RELOC_HEAD + 1 + strlen(name) + 1 + complex_size(value) + complex_size(limit) + 1;
+    if (entry > REC_BODY) {
         alert_msg(801);
         return;
     }
-    reloc_room(RELOC_HEAD + body);
+    if (!text_room(nbytes))
+        return;
+    const size_t both = entry + complex_entry(field) + COMPLEX_SPARE;
+    reloc_room(both <= REC_BODY ? both : entry);
+    st.checked = true;
     reloc_head(RELOC_CHECK);
     buf_put(&st.reloc, TOKEN_CHECK, 1);
     buf_put_z(&st.reloc, name);
