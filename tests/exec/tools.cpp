@@ -6,6 +6,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -40,7 +42,15 @@ std::string read_text(const std::string &path)
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-void write_text(const std::string &path, const std::string &text) { std::ofstream(path, std::ios::binary) << text; }
+void write_text(const std::string &path, const std::string &text)
+{
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+    if (!out.flush()) {   // half a program would prove nothing
+        perror(path.c_str());
+        exit(2);
+    }
+}
 
 std::string program_directory()
 {
