@@ -263,7 +263,7 @@ static op_t *j11(op_t *g)
     op_t *first = s->s_defop;
     while (first->op_prev->op_type == T_NAME)
         first = first->op_prev;
-    if (first == s->s_defop || first->op_next == g)
+    if (first->op_sym == s || first->op_next == g)   // a label that stands twice, which is an error, is the same
         return nullptr;
     opt_fired("J11", CNT_REDUNDANT_LABELS, g);
     edit_point_at(g, first->op_sym);
