@@ -8,11 +8,11 @@
 #include "optim/labels.h"
 #include "optim/tails.h"
 
-struct row_t {
+struct jump_row_t {
     const char *before, *after = nullptr;   // null: stays
 };
 
-static const row_t tests_and_branches[] = {   // J1 to J9
+static const jump_row_t tests_and_branches[] = {   // J1 to J9
     {"return / incf x ;# / incf y / L: / incf z", "return / incf x ;# / L: / incf z"},
     {"goto out / align 2 / incf x / k equ 1 / org 64 / incf y", "goto out / align 2 / k equ 1 / org 64 / incf y"},
     {"btfsc x,1 / L: / if 1 / return / endif / incf y"},
@@ -36,7 +36,7 @@ static const row_t tests_and_branches[] = {   // J1 to J9
     {"M: / incf y / ds 254 / bz L / USED / L: / goto M"},
 };
 
-static const row_t jumps[] = {   // J10 to J16
+static const jump_row_t jumps[] = {   // J10 to J16
     {"goto M / incf z / L: / M: / incf y", "goto L / L: / M: / incf y"},
     {"global M / goto M / L: / M: / incf y"},
     {"goto L+2 / M: / nop / L: / goto N / K: / clrw / N: / daw"},
@@ -50,7 +50,7 @@ static const row_t jumps[] = {   // J10 to J16
     {"goto L / M: / DEAD / L: / int_fun: / nop / USED / org 64 / N: / retfie"},
 };
 
-static const row_t tails[] = {   // J17 to J19
+static const jump_row_t tails[] = {   // J17 to J19
     {"btfsc x,1 / clrf y / goto L / M: / clrf y / L: / movlw 5"},
     {"clrf y ;volsfr / goto L / M: / clrf y / L: / movlw 5"},
     {"clrf y / goto L / M: / clrf y ;volatile / L: / movlw 5"},
@@ -61,14 +61,14 @@ static const row_t tails[] = {   // J17 to J19
 };
 
 // With a coverage psect J17 and J18 are off, and labels end a tail.
-static const row_t covered[] = {
+static const jump_row_t covered[] = {
     {"incf x / nop / goto L / M: / daw / incf x / nop / L: / clrw"},
     {"incf x / nop / USED / M: / clrw / incf x / N: / nop / USED", "incf x / goto N / M: / clrw / incf x / N: / nop / USED"},
     {"DEAD / db 1 / nop / USED / M: / clrw / nop / USED"},
     {"clrw / nop / USED / M: / DEAD / db 1 / nop / USED"},
 };
 
-static const row_t branches[] = {
+static const jump_row_t branches[] = {
     {"bc L / comf x / goto M / L: / comf y / M:", "bc L / comf x / goto M / L: / comf y / M:"},   // counts all the same
     {"bc L / comf x / nop / goto M / L: / comf x / clrw / M: / goto L"},
     {"bc L / comf x / nop / goto M / L: / comf x / clrw / M: / movlw low(L)"},
@@ -93,9 +93,9 @@ static std::string shape_of(const symbol_t *psect)
 }
 
 template <size_t N>
-static void expect_rows(const row_t (&rows)[N], void (*pass)(symbol_t *psect), symbol_t *(*assemble)(std::string))
+static void expect_rows(const jump_row_t (&rows)[N], void (*pass)(symbol_t *psect), symbol_t *(*assemble)(std::string))
 {
-    for (const row_t &row : rows) {
+    for (const jump_row_t &row : rows) {
         symbol_t *psect = assemble(row.before);
         for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
             op->op_flags |= OPF_MARK;

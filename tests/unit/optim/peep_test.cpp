@@ -3,11 +3,11 @@
 #include "optim/driver.h"
 #include "optim/peep.h"
 
-struct row_t {
+struct peep_row_t {
     const char *before, *after = nullptr;   // null: stays
 };
 
-static const row_t moves[] = {
+static const peep_row_t moves[] = {
     // The register may be another one by then, or the access does something else.
     {"movf (r^(p__Lparam and 0FF00h)),w,b / movff wreg,s / DEAD", "movff r,s / DEAD"},
     {"movf x,w / movff wreg,plusw0 / DEAD"}, {"movf low(r),w,b / movff wreg,s / DEAD"},
@@ -29,7 +29,7 @@ static const row_t moves[] = {
     {"movlw low(r) / movwf x / movlw low(r) / USED", "movlw low(r) / movwf x / USED"},
 };
 
-static const row_t arithmetic[] = {
+static const peep_row_t arithmetic[] = {
     {"comf x / btfsc status,2 / bra L / L: / DEAD"}, {"decf x / btfss status,2 / bra L / L: / bz M / M: / DEAD"},
     {"btfsc y,0 / decf x / btfss status,2 / bra L / L: / DEAD"},
     {"decf x / btfss status,2 / incf z / bcf status,0 / bz L / L: / DEAD"},
@@ -45,7 +45,7 @@ static const row_t arithmetic[] = {
     {"andlw 0 / movwf x / DEAD", "andlw 0 / clrf x / DEAD"},
 };
 
-static const row_t control[] = {
+static const peep_row_t control[] = {
     {"btfsc x,0 / goto L+2 / L: / movlw 1 / USED"}, {"btfsc x,0 ;volatile / goto L / L: / movlw 1 / USED"},
     {"btfsc x,0 / goto L1 / btg y,1 / bra L2 / L1: / bsf y,1 / L2: / USED"},
     {"btfsc x,0 / goto L1 / bcf y,1 / bra L2 / L1: / bsf y,1 / L2: / bra L1"},
@@ -59,9 +59,9 @@ static const row_t control[] = {
     {"movlw low(r) / return"}, {"call fn / retfie / fn: / return"}, {"btfsc x,0 / call fn / return / fn: / return"},
 };
 
-TEST_F(Optim, RulesOnMoves) { for (const row_t &r : moves) expect(peep_walk, r.before, r.after); }
-TEST_F(Optim, RulesOnArithmetic) { for (const row_t &r : arithmetic) expect(peep_walk, r.before, r.after); }
-TEST_F(Optim, RulesOnControl) { for (const row_t &r : control) expect(peep_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnMoves) { for (const peep_row_t &r : moves) expect(peep_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnArithmetic) { for (const peep_row_t &r : arithmetic) expect(peep_walk, r.before, r.after); }
+TEST_F(Optim, RulesOnControl) { for (const peep_row_t &r : control) expect(peep_walk, r.before, r.after); }
 
 // A7 is no change; a tail call needs both functions in one memory group; whole passes come to rest.
 TEST_F(Optim, ChangesAndPasses)
