@@ -2,7 +2,7 @@
 JOBS ?= 2
 RELEASE = build/release/bin
 
-.PHONY: demo run-example check build deps install bench fuzz clean
+.PHONY: demo run-example check build deps install bench fuzz coverage clean
 
 demo: build
 	@sh scripts/demo.sh $(RELEASE)
@@ -15,10 +15,11 @@ run-example: build
 check: demo
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
-	cmake --preset clang -DASZEL8_TESTS=OFF
+	cmake --preset clang
 	cmake --build --preset clang -j $(JOBS)
 	sh scripts/check-install.sh build/release
 	ctest --preset dev -j $(JOBS)
+	ctest --preset clang -j $(JOBS)
 	$(RELEASE)/exec_compare --count 400
 
 build: deps
@@ -37,6 +38,10 @@ bench: build
 SECONDS ?= 60
 fuzz:
 	for target in source chip cfgdata zelobj; do sh scripts/fuzz.sh $$target $(SECONDS) || exit 1; done
+
+# Which lines the tests reach: a table, and pages in build/coverage/html.
+coverage: deps
+	sh scripts/coverage.sh $(JOBS)
 
 clean:
 	rm -rf build
