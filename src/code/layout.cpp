@@ -30,6 +30,7 @@ struct placed_t;
 
 static struct {
     bool longest;                // branches no longer have a choice
+    bool as_written;             // gotos are as long as without the optimiser
     placed_t *placed;            // the nodes of a psect that have to be walked again and again
     size_t placed_count, placed_room;
     unsigned settle_passes;      // walks after which branches may only grow
@@ -81,7 +82,7 @@ bool branch_has_forms(const op_t *op)
     case T_BCC:
         return !opt.no_trans && !(op->op_flags & OPF_COMPILED);
     case T_GOTO:
-        return opt.optimise && !(op->op_flags & OPF_FIXED);
+        return opt.optimise && !st.as_written && !(op->op_flags & OPF_FIXED);
     case T_CALL:
         return !opt.no_trans && !(op->op_subop & CALL_FAST);
     default:
@@ -103,6 +104,8 @@ static uint64_t size_branch(const op_t *op, uint64_t pos)
 {
     if (!branch_has_forms(op))
         return op->op_type == T_BCC ? 2 : 4;
+    if (op->op_flags & OPF_PINNED)
+        return 2 * ((op->op_flags & OPF_WORDS) / OPF_WORD);
     reach_t reach;
     const bool near = is_near(&op->op_opnd1.opnd_value, pos, &reach);
     return form_size(op->op_type, near, reach);
@@ -251,7 +254,8 @@ static void append_placed(op_t *op, uint32_t ahead)
     symbol_t *sym = nullptr;
     if (op->op_type == T_NAME)
         sym = op->op_sym;
-    else if (op->op_type == T_NUMLABEL || (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect)))
+    else if (op->op_type == T_NUMLABEL
+             || (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect) && !(op->op_flags & OPF_PINNED)))
         sym = v.v_sym;
     st.placed[st.placed_count++] = {op, sym, op->op_type, ahead, OFFS_MAX, OFFS_MAX};
 }
@@ -386,6 +390,13 @@ void size_psect(symbol_t *psect)
     st.longest = false;
     settle_offsets(psect->s_psect);
     psect->s_psect->p_curr = 0;
+}
+
+void size_psect_as_written(symbol_t *psect)
+{
+    st.as_written = true;
+    size_psect(psect);
+    st.as_written = false;
 }
 
 void size_all()

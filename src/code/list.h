@@ -26,7 +26,10 @@ enum : uint32_t {
     OPF_COMPILED = 0x20,    // the line held ";#"
     OPF_NOOPT = 0x40,
     OPF_INDEXED = 0x8000,   // the file operand was written in square brackets
-    OPF_FIXED = OPF_COMPILED | OPF_NOOPT,   // the optimiser must not touch the node
+    OPF_PINNED = 0x10000,   // code counts on its place: it stays as it is, and as large (optim/pins.h)
+    OPF_WORDS = 0x60000,    // of a pinned branch: its size
+    OPF_WORD = 0x20000,
+    OPF_FIXED = OPF_COMPILED | OPF_NOOPT | OPF_PINNED,   // the optimiser must not touch the node
 };
 
 struct pa_node_t;

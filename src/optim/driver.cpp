@@ -1,6 +1,7 @@
 // The order of everything between parsing and output. Which psects hold code is told by their names; those of one memory
 // group may share code with each other.
 //
+// What false arms hold is no part of the program from here on; it is unlinked, so that no rule has to look out for it.
 // With -O, functions are inlined first, since that gives the rules more to see. Then the pass runs over each code psect
 // once, and again and again together with the removal of unused labels, until nothing changes. Repeated code is abstracted,
 // and a last pass looks at what that left. Errata NOPs come last of all, with or without -O.
@@ -11,7 +12,7 @@
 // that doesn't settle into a normal end; the list is valid at every step.
 //
 // Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
-// `errata`), from them to what they share: `known` and `live` above `effects`, `labels`, `edit` above `index`, `report`, and
+// `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `labels`, `edit` above `index`, `report`, and
 // the tests of `node`.
 #include "optim/driver.h"
 
@@ -34,6 +35,7 @@
 #include "optim/node.h"
 #include "optim/pa.h"
 #include "optim/peep.h"
+#include "optim/pins.h"
 #include "optim/report.h"
 #include "optim/tails.h"
 #include "options.h"
@@ -260,7 +262,6 @@ static bool repeat_passes()
 static void optimise_phase()
 {
     jump_init();
-    tlab_to_labels();
     each_psect(list_build_refs);
     each_psect(size_if_any);
     if (!opt.no_inline && !opt.opt_debug)
@@ -282,6 +283,15 @@ static void optimise_phase()
     opt_trace_counters();
 }
 
+static void unlink_false_arms(symbol_t *psect)
+{
+    for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
+        next = op_step(op);
+        if (op->op_flags & OPF_SKIPPED)
+            op_unlink(op);
+    }
+}
+
 static void insert_errata_nops()
 {
     errata_run(st.code_psects);
@@ -297,6 +307,13 @@ void optimise_run()
     if (cmode_is(CMODE_ZCC | CMODE_ZCCE | CMODE_ZMASM))
         for (symbol_t *psect : st.code_psects)
             imply_operators(psect);
+    if (!opt.optimise && !(opt.errata_mask & ERRATA_NOPS))
+        return;
+    each_psect(unlink_false_arms);
+    if (opt.optimise)
+        tlab_to_labels();
+    note_taken_labels();
+    pins_set();
     if (opt.optimise)
         optimise_phase();
     if (opt.errata_mask & ERRATA_NOPS)

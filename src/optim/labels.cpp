@@ -1,5 +1,5 @@
 // A label goes when nothing refers to it: no jump or call (`op_refs`), no other module (S_DEFHERE), no data, literal or
-// definition (S_TAKEN).
+// definition (S_TAKEN, with which pinned labels count).
 //
 // Reachability is worked out once for a pass: what is marked then may be reached from outside or from the psect's first
 // node. A label that anything refers to counts as reached, whatever refers to it, so it is enough to look at the labels of
@@ -71,12 +71,7 @@ static void note_taken(const value_t *v)
 
 bool leads_to_label(const op_t *op)
 {
-    switch (op->op_type) {
-    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL:
-        return op_is_simple(op);
-    default:
-        return false;
-    }
+    return op_is_branch(op) && op_is_simple(op);
 }
 
 void note_taken_labels()
@@ -86,6 +81,8 @@ void note_taken_labels()
             if (!leads_to_label(op))
                 note_taken(&op->op_opnd1.opnd_value);
             note_taken(&op->op_opnd2.opnd_value);
+            if (op->op_type == T_NAME && (op->op_flags & OPF_PINNED))
+                op->op_sym->s_flags |= S_TAKEN;
             for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
                 note_taken(&item->value);
         }
@@ -133,8 +130,10 @@ void reach_mark(op_t *from)
 void reach_mark_psect(code_list_t *list)
 {
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
-        if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
-            && ((op->op_sym->s_flags & S_GLOBAL) || op->op_sym->s_refs > 1 || vec_size(op_more(op)->op_refs) > 0))
+        if (op->op_flags & OPF_PINNED
+            || (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
+                && (op->op_sym->s_flags & (S_GLOBAL | S_TAKEN) || op->op_sym->s_refs > 1
+                    || vec_size(op_more(op)->op_refs) > 0)))
             reach_mark(op);
     reach_mark(list->head.op_next);
 }

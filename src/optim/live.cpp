@@ -82,7 +82,7 @@ enum jump_answer_t : uint8_t { JUMP_DEAD, JUMP_USED, JUMP_FOLLOW };
 static jump_answer_t used_behind_jump(uint8_t r, const op_t *op, bool maybe, const op_t *stop1)
 {
     const value_t *v = &op->op_opnd1.opnd_value;
-    if (v->v_rtype != RT_SYM && v->v_rtype != RT_TLABF && v->v_rtype != RT_TLABB)   // a place that was worked out
+    if (v->v_rtype == RT_HERE && v->v_offs == 0)   // to itself, for ever
         return r & (FX_W | FX_BSR) ? JUMP_USED : JUMP_DEAD;
     if (!maybe && op_is_simple(op) && strcmp(v->v_sym->s_name, "start") == 0)
         return JUMP_DEAD;
@@ -101,8 +101,6 @@ static bool used_elsewhere(uint8_t r, const op_t *op, bool maybe, const op_t *st
         return used_behind_branch(r, op, stop1);
     case T_CALL: case T_RCALL:
         return used_in_callee(r, op, maybe, stop1);
-    case T_CALLW:
-        return r == FX_W;
     default:
         return true;
     }
@@ -112,34 +110,32 @@ static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2
 {
     bool maybe = false;       // the node may not run
     for (int left = WAY; op && left > 0 && use.left > 0; left--, use.left--) {
-        if (!(op->op_flags & OPF_SKIPPED)) {
-            const effect_t e = effect_of(op, !maybe, r);
-            if (e.uses & r)
-                return true;
-            if (!maybe && (e.kills & r))
-                return false;
-            switch (effect_doubt(op)) {
-            case DOUBT_ENDS:
-                maybe = false;
-                break;
-            case DOUBT_BEGINS:
-                maybe = true;
-                break;
-            case DOUBT_STAYS:
-                break;
-            case DOUBT_UNTOLD:
-                report_unknown(op);
-                break;
-            case DOUBT_ELSEWHERE:
-                if (op->op_type != T_BRA && op->op_type != T_GOTO)
-                    return used_elsewhere(r, op, maybe, stop1);
-                if (const jump_answer_t answer = used_behind_jump(r, op, maybe, stop1); answer != JUMP_FOLLOW)
-                    return answer == JUMP_USED;
-                if (maybe)
-                    stop2 = op;
-                op = label_led_to(op);
-                maybe = false;
-            }
+        const effect_t e = effect_of(op, !maybe, r);
+        if ((e.uses & r) || op_writes_pcl(op))
+            return true;
+        if (!maybe && (e.kills & r))
+            return false;
+        switch (effect_doubt(op)) {
+        case DOUBT_ENDS:
+            maybe = false;
+            break;
+        case DOUBT_BEGINS:
+            maybe = true;
+            break;
+        case DOUBT_STAYS:
+            break;
+        case DOUBT_UNTOLD:
+            report_unknown(op);
+            break;
+        case DOUBT_ELSEWHERE:
+            if (op->op_type != T_BRA && op->op_type != T_GOTO)
+                return used_elsewhere(r, op, maybe, stop1);
+            if (const jump_answer_t answer = used_behind_jump(r, op, maybe, stop1); answer != JUMP_FOLLOW)
+                return answer == JUMP_USED;
+            if (maybe)
+                stop2 = op;
+            op = label_led_to(op);
+            maybe = false;
         }
         op = op->op_next;
         if (op && (op == stop1 || op == stop2))

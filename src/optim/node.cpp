@@ -50,14 +50,43 @@ bool op_barrier(const op_t *op)
     case T_RETLW: case T_MOVLB: case T_NAME:
         return true;
     default:
-        return (sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF)) || op_volatile(op)
-            || !op_free(op);
+        return op_writes_pc(op) || op_volatile(op) || !op_free(op);
+    }
+}
+
+bool op_is_branch(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The file register that an instruction stores to, whatever it stores; null if it stores to none.
+static const opnd_t *stored_to(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_MOVWF: case T_CLRF: case T_BCF:
+        return &op->op_opnd1;
+    case T_MOVFF: case T_MOVFFL: case T_MOVSF: case T_MOVSFL:
+        return &op->op_opnd2;
+    default:
+        return op->op_dest == DEST_F ? &op->op_opnd1 : nullptr;
     }
 }
 
 bool op_writes_pc(const op_t *op)
 {
-    return sfr_isPc(&op->op_opnd1) && (op->op_dest == DEST_F || op->op_type == T_MOVWF || op->op_type == T_CLRF);
+    const opnd_t *o = stored_to(op);
+    return o && sfr_isPc(o);
+}
+
+bool op_writes_pcl(const op_t *op)
+{
+    const opnd_t *o = stored_to(op);
+    return o && sfr_idOf(o) == SFR_PCL;
 }
 
 // Places.

@@ -30,7 +30,9 @@ inline bool op_ends_run(const op_t *op) { return op->op_type == 0 || op->op_type
 bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
 bool op_volatile(const op_t *op);
 bool op_barrier(const op_t *op);
-bool op_writes_pc(const op_t *op);
+bool op_is_branch(const op_t *op);          // it names the place that it jumps to or calls
+bool op_writes_pc(const op_t *op);          // PCL, or the latches of its upper bytes
+bool op_writes_pcl(const op_t *op);         // control goes wherever that leads
 
 // Places.
 

@@ -31,10 +31,6 @@ const exclusion_t exclusions[X_NONE] = {
      "-O", "movlw 1 / movwf LATA,c / movwf LATA,c"},
     {"start", "A jump to a label named `start` counts as the end of the program, where nothing is needed any more.", "-O",
      "clrf a0,c / goto entry / start: / movwf a1,c / goto finish / entry: / movlw 5 / goto start"},
-    {"computed-jump", "A jump by a write to PCL isn't followed, and what only it reaches is deleted (J1).", "-O",
-     "movlw 2 / call table2 / goto finish / table2: / addwf 0xFEC,f,c / retlw 1 / retlw 2 / retlw 3"},
-    {"dollar", "A distance from `$` stays the same when the code that it spans shrinks or grows.", "-O",
-     "bra $+4 / movlw 1 / movlw 5 / movlw 6"},
     {"code-address", "A NOP of --errata= gets between a label and the table that stands there, behind a return in a code "
      "psect.", "--errata=1", "movlw low(data) / movwf TBLPTRL,c / movlw high(data) / movwf TBLPTRH,c / clrf TBLPTRU,c / "
      "tblrd * / clrf TBLPTRL,c / clrf TBLPTRH,c / goto finish / return / data: / dw 0x0102"},

@@ -1,0 +1,220 @@
+// Distances are those of the program without the optimiser, which is what its author has counted: so a psect that has any is
+// sized like that first. Whatever lies between a distance's two ends is pinned, and a label made at the far end.
+//
+// A table is told by what stands before it: a write to PCL, or a label whose address is used as a number. Behind a write to
+// PCL all is pinned up to the next label, since the jump may lead anywhere there (arms of two instructions are usual); and
+// from there on as long as arms follow. A label that is used as a number may well be a plain function, so at least two arms
+// have to follow there.
+//
+// An operand that is no sum of a place and a number pins the psects of all places in it if it is a jump's.
+#include "optim/pins.h"
+
+#include <algorithm>
+
+#include "code/layout.h"
+#include "code/ops.h"
+#include "common/srcpos.h"
+#include "common/xalloc.h"
+#include "optim/node.h"
+
+constexpr int64_t ALL = int64_t{1} << 33;    // units: beyond any psect
+constexpr int MOST_DEFINITIONS = 100;        // that are followed one after the other
+
+// A place, `units` from the node `base` or from the psect's beginning.
+struct place_t {
+    symbol_t *psect;
+    const op_t *base;
+    int64_t units;
+    int64_t from, to, target;   // bytes
+};
+
+static struct {
+    place_t *places;
+    size_t count, room;
+    const symbol_t *sized;      // the psect that has its sizes
+} st;
+
+static void note_place(symbol_t *psect, const op_t *base, int64_t units)
+{
+    xreserve(st.places, st.count, st.count + 1, st.room, size_t{64});
+    st.places[st.count++] = {psect, base, std::clamp(units, -ALL, ALL), 0, 0, 0};
+}
+
+// What a symbol that was defined as an expression stands for.
+static value_t resolved(value_t v)
+{
+    for (int i = 0; i < MOST_DEFINITIONS && v.v_rtype == RT_SYM && !v.v_sym->s_defop && (v.v_sym->s_flags & S_EQU)
+                    && !sym_is_self(v.v_sym); i++) {
+        const int64_t offs = v.v_offs;
+        v = v.v_sym->s_value;
+        v.v_offs = wrap_plus(v.v_offs, offs);
+    }
+    return v;
+}
+
+// Of a value in `op`, or in a tree there. `exact`: it is all of the operand, and places may be counted from `op`.
+static void note_places(const op_t *op, const value_t *value, bool exact)
+{
+    const value_t v = resolved(*value);
+    const bool jump = op_is_branch(op);
+    if (rtype_is_binary(v.v_rtype) || rtype_is_unary(v.v_rtype)) {
+        for (int i = rtype_is_binary(v.v_rtype); i >= 0; i--)
+            note_places(op, &v.v_kids[i], exact && !jump);
+    } else if (v.v_rtype == RT_HERE) {
+        if (!exact)
+            note_place(op->op_psect, nullptr, ALL);
+        else if (!jump || v.v_offs != 0)      // a jump to itself may stand anywhere
+            note_place(op->op_psect, op, v.v_offs);
+    } else if (v.v_rtype == RT_PSECT) {
+        note_place(v.v_sym, nullptr, exact ? v.v_offs : ALL);
+    } else if (value_is_reference(&v) && v.v_sym->s_defop) {
+        op_t *label = v.v_sym->s_defop;
+        if (!exact)
+            note_place(label->op_psect, nullptr, ALL);
+        else if (v.v_offs != 0)
+            note_place(label->op_psect, label, v.v_offs);
+    } else if (v.v_rtype == RT_CONST && jump && exact && psect_is_abs(op->op_psect)) {
+        note_place(op->op_psect, nullptr, v.v_offs);
+    }
+}
+
+static void find_places()
+{
+    st.count = 0;
+    for (const code_list_t *list : psect_list)
+        for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+            if (op->op_type == T_EQU || op->op_type == T_SET)
+                continue;                     // it counts where it is used
+            if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
+                note_places(op, &op->op_opnd1.opnd_value, true);
+            if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
+                note_places(op, &op->op_opnd2.opnd_value, true);
+            for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
+                note_places(op, &item->value, !value_has_here(&item->value));
+        }
+}
+
+// Pinning.
+
+static void size_once(symbol_t *psect)
+{
+    if (st.sized != psect)
+        size_psect_as_written(psect);
+    st.sized = psect;
+}
+
+static void pin(op_t *op)
+{
+    if (op->op_flags & OPF_PINNED)
+        return;
+    if (op->op_type == T_BCC || op->op_type == T_CALL) {
+        size_once(op->op_psect);
+        op->op_flags |= static_cast<uint32_t>(branch_form(op) / 2) * OPF_WORD;
+    }
+    op->op_flags |= OPF_PINNED;
+}
+
+// Pins what overlaps with a place's way, and sets labels at the places. All `n` lie in one psect.
+static void pin_ways(place_t *places, size_t n)
+{
+    symbol_t *psect = places->psect;
+    code_list_t *list = psect->s_psect->p_code;
+    size_once(psect);
+    const auto delta = static_cast<int64_t>(psect_delta(psect->s_psect));
+    int64_t *targets = xnew<int64_t>(n);
+    for (size_t i = 0; i < n; i++) {
+        place_t &p = places[i];
+        const int64_t base = p.base ? p.base->op_offs : 0;
+        p.target = targets[i] = base + p.units * delta;
+        p.from = std::min(base, p.target);
+        p.to = std::max(base, p.target);
+        if (p.base && op_is_branch(p.base))
+            pin(const_cast<op_t *>(p.base));
+    }
+    std::sort(places, places + n, [](const place_t &a, const place_t &b) { return a.from < b.from; });
+    std::sort(targets, targets + n);
+    size_t ways = 1;                          // those that overlap become one
+    for (size_t i = 1; i < n; i++)
+        if (places[i].from <= places[ways - 1].to)
+            places[ways - 1].to = std::max(places[ways - 1].to, places[i].to);
+        else
+            places[ways++] = places[i];
+    int64_t before = -1;
+    for (op_t *op = list->head.op_next;; op = op->op_next) {
+        const int64_t at = op->op_offs, behind = op->op_type ? op->op_next->op_offs : at;
+        const place_t *way = std::lower_bound(places, places + ways, std::max(behind, at + 1),
+                                              [](const place_t &p, int64_t end) { return p.from < end; });
+        if (op->op_type != T_NAME && way != places && way[-1].to > at)
+            pin(op);
+        // The first node at or behind a place. Positions go back at an `org`.
+        const int64_t *t = std::upper_bound(targets, targets + n, at);
+        if (t != targets && (before < at ? t[-1] > before : before > at && t[-1] == at)) {
+            op_t *label = op->op_type == T_NAME ? op : op_ensure_label(op);
+            label->op_offs = op->op_offs;
+            label->op_flags |= OPF_PINNED;
+        }
+        before = at;
+        if (op->op_type == 0)
+            break;
+    }
+}
+
+// Tables.
+
+static bool is_arm(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_GOTO: case T_BRA: case T_RETLW: case T_RETURN: case T_DB:
+        return true;
+    default:
+        return false;
+    }
+}
+
+static bool begins_table(op_t *label)
+{
+    if (!(label->op_sym->s_flags & S_TAKEN))
+        return false;
+    const op_t *first = op_past_silent(label);
+    return is_arm(first) && is_arm(op_past_silent(first->op_next));
+}
+
+static void pin_tables(code_list_t *list)
+{
+    enum { NONE, ANYTHING, ARMS } run = NONE;   // what is pinned from here on
+    for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+        if (op->op_type == T_NAME) {
+            if (run == ANYTHING)
+                op->op_flags |= OPF_PINNED;     // where what is known in the run ends
+            if (run == ANYTHING || begins_table(op))
+                run = ARMS;
+            continue;
+        }
+        if (op_is_silent(op))
+            continue;
+        if (run == ANYTHING || (run == ARMS && is_arm(op)))
+            pin(op);
+        else
+            run = NONE;
+        if (op_writes_pcl(op) || op->op_type == T_CALLW) {
+            pin(op);
+            run = op->op_type == T_CALLW ? ARMS : ANYTHING;
+        }
+    }
+}
+
+void pins_set()
+{
+    const srcpos_t position = srcpos;
+    find_places();
+    std::stable_sort(st.places, st.places + st.count,
+                     [](const place_t &a, const place_t &b) { return a.psect->s_seqno < b.psect->s_seqno; });
+    for (size_t i = 0, end; i < st.count; i = end) {
+        for (end = i + 1; end < st.count && st.places[end].psect == st.places[i].psect; end++)
+            ;
+        pin_ways(st.places + i, end - i);
+    }
+    for (code_list_t *list : psect_list)
+        pin_tables(list);
+    srcpos = position;
+}
