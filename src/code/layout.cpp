@@ -4,37 +4,52 @@
 // branch depends on how far away its label is, and that label may lie behind it. So the walk is repeated, each time with
 // the label values that the walk before has left, until nothing moves any more. A label that lies ahead of the branch has
 // its value from before the walk, when the branch stood elsewhere too: the distance is that of their places then, or a
-// large psect would take a walk for every two kilobytes. Usually branches only shrink from one walk to the next and this
-// is over after a few of them. But padding can make them chase each other for ever; therefore after a number of walks a
-// branch may only grow, so that each further walk makes at least one longer, and after three times that many all those
-// that still have a choice take their longest form, which ends it.
+// large psect would take a walk for every two kilobytes.
+//
+// Usually branches only shrink from one walk to the next and this is over after a few of them. Where one branch waits for
+// another to shrink, and that for the next, it could take a walk for each of them. So after some walks those that are left
+// are looked for where they can be, around a branch that has just become shorter (`squeeze`). That ends where the walks
+// would, as long as distances only become smaller: the forms are the shortest that can be had from above, in any order.
+//
+// With padding, or an `org`, a shorter branch can make distances larger, branches can chase each other for ever, and only
+// the walks themselves tell where they end. They go on until nothing moves or all is as it was before, which is a circle.
+// In a circle, or when it takes too long, a branch may only grow from then on, so that each further walk makes at least one
+// longer, and after some more all those that still have a choice take their longest form, which ends it.
 //
 // What may bite. An `org` stands where it says, so in front of one the form of a branch can't be told from the distance to
 // the next node: branch_form works it out again from the final labels. Offsets are 32 bits. A position that would pass
 // OFFS_MAX stays there, and emission stops, with a message, where it meets it.
 #include "code/layout.h"
 
+#include <algorithm>
 #include <array>
 
 #include "chip/chip.h"
 #include "code/ops.h"
 #include "common/alert.h"
+#include "common/assertion.h"
 #include "common/xalloc.h"
 #include "options.h"
 
-enum : unsigned { SETTLE_PASSES = 50, MOST_EXTRA_PASSES = 1000, AHEAD = 12 };
+enum : unsigned { SQUEEZE_EVERY = 8, CIRCLE_FROM = 64, GROWING_WALKS = 100, AHEAD = 12 };
+// Walks may visit so many nodes in all, within these limits. The lower one grows with the psect: without the old places a
+// walk settles some hundred nodes only.
+enum : size_t { VISITS = 100000000, MOST_WALKS = 10000, LEAST_WALKS = 50, LEAST_WALKS_MORE = 1000, NODES_A_WALK = 100 };
 enum : uint32_t { ARCH_14BIT = ARCH_X };
 enum : uint16_t { CALL_FAST = 0x0100 };
 
 struct placed_t;
+struct squeezed_t;
 
 static struct {
-    bool longest;                // branches no longer have a choice
+    bool growing, longest;       // branches may only grow; no longer have a choice
     bool as_written;             // gotos are as long as without the optimiser
     placed_t *placed;            // the nodes of a psect that have to be walked again and again
     size_t placed_count, placed_room;
-    unsigned settle_passes;      // walks after which branches may only grow
     bool rigid;                  // not all nodes move when one grows
+    squeezed_t *squeezed;        // the branches that can become shorter, and one more element
+    size_t squeezed_count, squeezed_room;
+    uint32_t shrunk;             // the last branch that has become shorter and whose surroundings are still to see
 } st;
 
 static bool is_live_org(const op_t *op) { return op->op_type == T_ORG && !(op->op_flags & OPF_SKIPPED); }
@@ -268,8 +283,7 @@ static void find_placed(symbol_t *psect)
     st.rigid = psect_delta(psect->s_psect) != 1;
     op_t *op = psect->s_psect->p_code->head.op_next;
     for (; op->op_type != 0; op = op_step(op)) {
-        if (op->op_psect != psect)
-            op->op_psect = psect;
+        ASSERTION(op->op_psect == psect, "op->op_psect == psect");
         if (op->op_flags & OPF_SKIPPED)
             continue;
         const size_row_t *k = row_of(op);
@@ -285,31 +299,27 @@ static void find_placed(symbol_t *psect)
         }
     }
     append_placed(op, ahead);
-    size_t extra = st.placed_count / 100;   // without the old places a walk settles some hundred nodes
-    if (extra > MOST_EXTRA_PASSES)
-        extra = MOST_EXTRA_PASSES;
-    st.settle_passes = SETTLE_PASSES + static_cast<unsigned>(extra);
 }
 
-static uint64_t placed_branch_size(const placed_t *n, uint64_t pos, unsigned pass)
+static uint64_t placed_branch_size(const placed_t *n, uint64_t pos, bool first)
 {
     if (!n->sym)
         return size_branch(n->op, pos);
     reach_t reach;
     const value_t *target = &n->sym->s_value;
-    const bool old = pass > 1 && !st.rigid && target->v_offs > static_cast<int64_t>(pos);
+    const bool old = !first && !st.rigid && target->v_offs > static_cast<int64_t>(pos);
     const bool near = place_is_near(target, 0, old ? n->at : pos, &reach);
     return form_size(n->type, near, reach);
 }
 
 // Where a placed node puts the position `pos` that it finds.
-static uint32_t position_behind(const placed_t *n, uint32_t pos, unsigned pass)
+static uint32_t position_behind(const placed_t *n, uint32_t pos, bool first)
 {
     uint64_t size = 0;
     switch (n->type) {
     case T_NAME:
     case T_NUMLABEL:
-        if (pass == 1 || n->at != pos)
+        if (first || n->at != pos)
             n->sym->s_value = value_psect_offset(cur_psect, pos / psect_delta(cur_psect->s_psect));
         break;
     case T_ORG:
@@ -321,15 +331,15 @@ static uint32_t position_behind(const placed_t *n, uint32_t pos, unsigned pass)
         size = size_movff(n->op, pos);
         break;
     default:
-        size = placed_branch_size(n, pos, pass);
-        if (pass > st.settle_passes && size < n->behind - n->at)
+        size = placed_branch_size(n, pos, first);
+        if (st.growing && size < n->behind - n->at)
             size = n->behind - n->at;
     }
     return add_size(pos, size);
 }
 
 // One walk over the placed nodes. True if any has moved.
-static bool size_walk(unsigned pass)
+static bool size_walk(bool first)
 {
     bool moved = false;
     uint32_t pos = 0;
@@ -339,7 +349,7 @@ static bool size_walk(unsigned pass)
             __builtin_prefetch(n[AHEAD].sym);   // symbols lie in the order in which they were first named
         pos = add_size(pos, n->ahead);
         moved |= n->at != pos;
-        const uint32_t behind = position_behind(n, pos, pass);
+        const uint32_t behind = position_behind(n, pos, first);
         n->at = pos;
         n->behind = pos = behind;
     }
@@ -347,6 +357,132 @@ static bool size_walk(unsigned pass)
     moved |= n->at != pos;
     n->at = pos;
     return moved;
+}
+
+// What the last walk found, as a number; it decides what the next one finds.
+static uint64_t walk_hash()
+{
+    uint64_t hash = 0;
+    for (const placed_t *n = st.placed; n < st.placed + st.placed_count; n++)
+        hash = (hash ^ n->at) * 0x100000001B3;
+    return hash;
+}
+
+// The squeeze. Positions stay those of the last walk until it is over; what has been saved since is kept apart, so that a
+// distance is known at any time.
+
+// A branch whose distance can become smaller. Element i has the sum of what i & -i of them up to the one before it saved.
+struct squeezed_t {
+    placed_t *node;
+    uint32_t at;           // node->at
+    uint32_t to;           // where it leads,
+    uint32_t target;       // and the first of these branches behind that place
+    uint32_t saved;
+    uint32_t next;         // if its surroundings are still to see: the branch after whose they are, or LAST; else IDLE
+};
+enum : uint32_t { IDLE = UINT32_MAX, LAST = UINT32_MAX - 1, SHORTEST = 2 };
+// As far as a branch can be from its target and still reach it when all between them has its shortest form, a third.
+enum : uint32_t { SQUEEZE_REACH = 3 * 2056 };
+
+static uint32_t saved_before(size_t branch)
+{
+    uint32_t saved = 0;
+    for (size_t i = branch; i != 0; i &= i - 1)
+        saved += st.squeezed[i].saved;
+    return saved;
+}
+
+static uint64_t squeezed_size(size_t branch)
+{
+    const squeezed_t &s = st.squeezed[branch];
+    return form_size(s.node->type, true, reach_from(s.at - saved_before(branch), s.to - saved_before(s.target)));
+}
+
+static void squeeze_branch(size_t branch)
+{
+    squeezed_t &s = st.squeezed[branch];
+    const uint32_t now = s.node->behind - s.at, size = now == SHORTEST ? now : static_cast<uint32_t>(squeezed_size(branch));
+    if (size >= now)
+        return;
+    s.node->behind = s.at + size;
+    for (size_t i = branch + 1; i <= st.squeezed_count; i += i & (~i + 1))
+        st.squeezed[i].saved += now - size;
+    if (s.next == IDLE) {
+        s.next = st.shrunk;
+        st.shrunk = static_cast<uint32_t>(branch);
+    }
+}
+
+// Enters the branches. False if a distance could become larger, or a branch would have to grow.
+static bool squeeze_begin()
+{
+    const placed_t *end = st.placed + st.placed_count;
+    if (st.rigid || end[-1].at == OFFS_MAX)
+        return false;
+    st.squeezed_count = 0;
+    for (placed_t *n = st.placed; n < end; n++) {
+        if (n->type != T_BCC && n->type != T_GOTO && n->type != T_CALL)
+            continue;
+        reach_t reach;
+        const value_t *v = n->sym ? &n->sym->s_value : &n->op->op_opnd1.opnd_value;
+        if (v->v_rtype == RT_HERE || !(n->sym ? place_is_near(v, 0, n->at, &reach) : is_near(v, n->at, &reach)))
+            continue;
+        if (!n->sym || n->sym->s_flags & (S_EQU | S_SET))
+            return false;
+        const size_t count = st.squeezed_count++;
+        xreserve(st.squeezed, count, count + 2, st.squeezed_room, size_t{256});
+        st.squeezed[count] = {n, n->at, static_cast<uint32_t>(v->v_offs), 0, 0, IDLE};
+    }
+    squeezed_t *all = st.squeezed;
+    const size_t count = st.squeezed_count;
+    if (count == 0)
+        return false;
+    all[count] = {};
+    const auto before = [](const squeezed_t &s, uint32_t place) { return s.at < place; };
+    for (size_t i = 0; i < count; i++)
+        all[i].target = static_cast<uint32_t>(std::lower_bound(all, all + count, all[i].to, before) - all);
+    for (size_t i = 0; i < count; i++)
+        if (squeezed_size(i) > all[i].node->behind - all[i].at)
+            return false;
+    return true;
+}
+
+// Puts the nodes where they are now.
+static void squeeze_end()
+{
+    uint32_t pos = 0;
+    for (placed_t *n = st.placed; n < st.placed + st.placed_count; n++) {
+        const uint32_t size = n->behind - n->at;
+        pos += n->ahead;
+        n->at = pos;
+        if (n->type == T_NAME || n->type == T_NUMLABEL)
+            n->sym->s_value = value_psect_offset(cur_psect, pos);
+        n->behind = pos += size;
+    }
+}
+
+// Makes all branches shorter that can be, if nothing else can come of further walks.
+static void squeeze()
+{
+    if (!squeeze_begin())
+        return;
+    squeezed_t *all = st.squeezed;
+    const size_t count = st.squeezed_count;
+    st.shrunk = LAST;
+    for (size_t i = count; i-- > 0;)
+        squeeze_branch(i);
+    while (st.shrunk != LAST) {
+        const size_t middle = st.shrunk;
+        st.shrunk = all[middle].next;
+        all[middle].next = IDLE;
+        for (size_t i = middle + 1; i-- > 0 && all[middle].at - all[i].at <= SQUEEZE_REACH;)
+            if (all[i].target > middle)
+                squeeze_branch(i);
+        for (size_t i = middle + 1; i < count && all[i].at - all[middle].at <= SQUEEZE_REACH; i++)
+            if (all[i].target <= middle)
+                squeeze_branch(i);
+    }
+    squeeze_end();
 }
 
 // Gives all nodes their final offsets. An `org` stands where it puts the position. The psect begins at the lowest code; an
@@ -378,16 +514,37 @@ static void settle_offsets(psect_t *p)
     p->p_top = pos;
 }
 
+// Walks until branches may only grow.
+static size_t walks_allowed(size_t nodes)
+{
+    const size_t least = LEAST_WALKS + std::min<size_t>(nodes / NODES_A_WALK, LEAST_WALKS_MORE);
+    return std::max(std::min<size_t>(VISITS / nodes, MOST_WALKS), least);
+}
+
 void size_psect(symbol_t *psect)
 {
     cur_psect = psect;
     find_placed(psect);
-    for (unsigned pass = 1;; pass++) {
-        st.longest = pass > 3 * st.settle_passes;
-        if (!size_walk(pass) && pass > 1)
+    size_t free_walks = walks_allowed(st.placed_count), remember_at = CIRCLE_FROM;
+    uint64_t remembered = 0;
+    for (size_t pass = 1;; pass++) {
+        st.growing = pass > free_walks;
+        st.longest = pass > free_walks + GROWING_WALKS;
+        if (!size_walk(pass == 1) && pass > 1)
             break;
+        if (pass % SQUEEZE_EVERY == 0 && !st.growing)
+            squeeze();
+        if (pass < CIRCLE_FROM || st.growing)
+            continue;
+        const uint64_t hash = walk_hash();
+        if (pass == remember_at) {
+            remembered = hash;
+            remember_at *= 2;
+        } else if (hash == remembered) {
+            free_walks = pass;
+        }
     }
-    st.longest = false;
+    st.growing = st.longest = false;
     settle_offsets(psect->s_psect);
     psect->s_psect->p_curr = 0;
 }
