@@ -18,6 +18,7 @@
 #include "common/alert.h"
 #include "common/hash.h"
 #include "common/srcpos.h"
+#include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "options.h"
 
@@ -381,6 +382,18 @@ static bool set_depths(vec_t<symbol_t *> psects)
     return done == count;
 }
 
+// Message 783, and the names of the circle that `s` lies in.
+static void tell_circle(const symbol_t *s)
+{
+    constexpr int MOST = 8;
+    const char *names = cache_printf("\"%s\"", s->s_name);
+    const symbol_t *next = s->s_psect->p_with;
+    for (int i = 1; i < MOST && next != s; i++, next = next->s_psect->p_with)
+        names = cache_printf("%s with \"%s\"", names, next->s_name);
+    if (alert_msg(783))
+        alert_text("M", "psect %s with %s", names, next == s ? cache_printf("\"%s\"", s->s_name) : "...");
+}
+
 // The depths of psects some of which form a circle are what these walks leave.
 static void report_circles(vec_t<symbol_t *> psects)
 {
@@ -394,7 +407,7 @@ static void report_circles(vec_t<symbol_t *> psects)
             // A circle that the walk runs into from outside never comes back to its start.
             if (depth > 0 && (s == first || depth == count)) {
                 if (s == first || !told)
-                    alert_msg(783);
+                    tell_circle(s);
                 told = true;
                 break;
             }

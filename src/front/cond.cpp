@@ -2,7 +2,8 @@
 // then marks the nodes of the arms that don't, and every later walk passes over them. It goes psect by psect, since an `if`
 // and its `endif` are nodes of one code list like any others.
 //
-// A condition that is no number opens no level: it goes to the linker, and the statements behind it stay.
+// A condition that is no number opens no level: it goes to the linker, and the statements behind it stay. Where that, or an
+// arm without an `if`, makes code count or go against what its author thinks, a warning tells it.
 #include "front/cond.h"
 
 #include "code/list.h"
@@ -15,6 +16,12 @@ enum arm_t : uint8_t {
     NEVER = 255,  // no further arm counts
 };
 constexpr unsigned TOP_LEVEL = 9;
+
+static void warn(unsigned number, const op_t *op, const symbol_t *psect)
+{
+    op_set_position(op);
+    alert_msg(number, op_name(op), psect->s_name);
+}
 
 void cond_evaluate(symbol_t *psect)
 {
@@ -35,18 +42,27 @@ void cond_evaluate(symbol_t *psect)
                 alert_msg(1003);
                 return;
             }
-            if (!constant)
+            if (!constant) {
+                if (*top == YES)
+                    warn(2200, op, psect);
                 break;
+            }
             state[++d] = *top != YES ? NEVER : holds ? YES : NO;
             opened[d] = op;
             continue;
         case T_ELSIF:
+            if (!constant && *top == NO)
+                warn(2200, op, psect);
+            if (d == 0 && *top == YES)
+                warn(2201, op, psect);
             if (*top != NEVER)
                 *top = *top == YES ? NEVER : !constant || holds ? YES : NO;
             if (!constant)
                 break;
             continue;
         case T_ELSE:
+            if (d == 0 && *top == YES)
+                warn(2201, op, psect);
             if (*top != NEVER)
                 *top = *top == YES ? NO : YES;
             continue;
