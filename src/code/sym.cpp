@@ -307,12 +307,12 @@ static vec_t<symbol_t *> all_records()
     return all;
 }
 
-struct place_t {
+struct kept_name_t {
     symbol_t *sym;
     uint32_t bucket, seqno, age;   // age: position in the bucket's chain among equals by number, newest first
 };
 
-static bool stands_before(const place_t &a, const place_t &b)
+static bool stands_before(const kept_name_t &a, const kept_name_t &b)
 {
     return a.bucket != b.bucket ? a.bucket < b.bucket : a.seqno != b.seqno ? a.seqno > b.seqno : a.age < b.age;
 }
@@ -323,8 +323,8 @@ vec_t<symbol_t *> sym_slot_order()
 {
     vec_t<symbol_t *> order = all_records();
     const uint32_t count = vec_size(order);
-    const auto pile = [count](const place_t &p) { return static_cast<uint64_t>(p.bucket) * count / BUCKETS; };
-    place_t *found = xnew<place_t>(count), *sorted = xnew<place_t>(count);
+    const auto pile = [count](const kept_name_t &p) { return static_cast<uint64_t>(p.bucket) * count / BUCKETS; };
+    kept_name_t *found = xnew<kept_name_t>(count), *sorted = xnew<kept_name_t>(count);
     uint32_t *begins = xnew<uint32_t>(count + 1), n = 0;
     for (symbol_t *s : order) {
         found[n] = {s, sym_bucket(s->s_name), s->s_seqno, n};

@@ -21,7 +21,7 @@ constexpr int64_t ALL = int64_t{1} << 33;    // units: beyond any psect
 constexpr int MOST_DEFINITIONS = 100;        // that are followed one after the other
 
 // A place, `units` from the node `base` or from the psect's beginning.
-struct place_t {
+struct pinned_place_t {
     symbol_t *psect;
     const op_t *base;
     int64_t units;
@@ -29,7 +29,7 @@ struct place_t {
 };
 
 static struct {
-    place_t *places;
+    pinned_place_t *places;
     size_t count, room;
     const symbol_t *sized;      // the psect that has its sizes
 } st;
@@ -115,7 +115,7 @@ static void pin(op_t *op)
 }
 
 // Pins what overlaps with a place's way, and sets labels at the places. All `n` lie in one psect.
-static void pin_ways(place_t *places, size_t n)
+static void pin_ways(pinned_place_t *places, size_t n)
 {
     symbol_t *psect = places->psect;
     code_list_t *list = psect->s_psect->p_code;
@@ -123,7 +123,7 @@ static void pin_ways(place_t *places, size_t n)
     const auto delta = static_cast<int64_t>(psect_delta(psect->s_psect));
     int64_t *targets = xnew<int64_t>(n);
     for (size_t i = 0; i < n; i++) {
-        place_t &p = places[i];
+        pinned_place_t &p = places[i];
         const int64_t base = p.base ? p.base->op_offs : 0;
         p.target = targets[i] = base + p.units * delta;
         p.from = std::min(base, p.target);
@@ -131,7 +131,7 @@ static void pin_ways(place_t *places, size_t n)
         if (p.base && op_is_branch(p.base))
             pin(const_cast<op_t *>(p.base));
     }
-    std::sort(places, places + n, [](const place_t &a, const place_t &b) { return a.from < b.from; });
+    std::sort(places, places + n, [](const pinned_place_t &a, const pinned_place_t &b) { return a.from < b.from; });
     std::sort(targets, targets + n);
     size_t ways = 1;                          // those that overlap become one
     for (size_t i = 1; i < n; i++)
@@ -142,8 +142,8 @@ static void pin_ways(place_t *places, size_t n)
     int64_t before = -1;
     for (op_t *op = list->head.op_next;; op = op->op_next) {
         const int64_t at = op->op_offs, behind = op->op_type ? op->op_next->op_offs : at;
-        const place_t *way = std::lower_bound(places, places + ways, std::max(behind, at + 1),
-                                              [](const place_t &p, int64_t end) { return p.from < end; });
+        const pinned_place_t *way = std::lower_bound(places, places + ways, std::max(behind, at + 1),
+                                              [](const pinned_place_t &p, int64_t end) { return p.from < end; });
         if (op->op_type != T_NAME && way != places && way[-1].to > at)
             pin(op);
         // The first node at or behind a place. Positions go back at an `org`.
@@ -208,7 +208,7 @@ void pins_set()
     const srcpos_t position = srcpos;
     find_places();
     std::stable_sort(st.places, st.places + st.count,
-                     [](const place_t &a, const place_t &b) { return a.psect->s_seqno < b.psect->s_seqno; });
+                     [](const pinned_place_t &a, const pinned_place_t &b) { return a.psect->s_seqno < b.psect->s_seqno; });
     for (size_t i = 0, end; i < st.count; i = end) {
         for (end = i + 1; end < st.count && st.places[end].psect == st.places[i].psect; end++)
             ;
