@@ -30,6 +30,7 @@ static struct {
 } st;
 
 op_more_t **op_more_blocks;
+bool skip_at_end;
 
 static uint32_t new_more()
 {
@@ -179,8 +180,10 @@ bool op_is_silent(const op_t *op)
 {
     switch (op->op_type) {
     case T_NAME: case T_NUMLABEL: case T_IF: case T_ELSE: case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET:
-    case T_TITLE: case T_INCLUDE: case T_MESSG:
+    case T_TITLE: case T_INCLUDE: case T_MESSG: case T_ALIGN:
         return true;
+    case T_DS:
+        return op->op_opnd1.opnd_value.v_offs <= 0 || (op->op_flags & OPF_SKIPPED);
     default:
         return op->op_flags & OPF_SKIPPED;
     }
@@ -196,7 +199,7 @@ bool after_skip(const op_t *op)
     do
         op = op->op_prev;
     while (op && op_is_silent(op));
-    return op && op_is_skip(op);
+    return op && (op->op_type == 0 ? skip_at_end : op_is_skip(op));
 }
 
 op_t *op_past_silent(op_t *op)

@@ -118,10 +118,14 @@ void op_unlink(op_t *node);                      // the node stays intact
 int op_delete(op_t *node);                       // for good; its comments move to the next node. Returns 1
 int op_delete_if_live(op_t *node);               // 0 if the node is free or must stay
 op_t *op_ensure_label(op_t *node);               // the label node right before `node`, made if there is none
-bool op_is_silent(const op_t *op);               // stands between instructions and takes no part: label, condition, ...
+// Stands between instructions and isn't what a skip skips: label, condition, padding that may be none, ...
+bool op_is_silent(const op_t *op);
 op_t *op_past_silent(op_t *op);                  // the first node from `op` on that isn't silent; null for null
 bool op_is_skip(const op_t *op);
-bool after_skip(const op_t *op);                 // the nearest node before it that isn't silent is a skip
+// The nearest node before it that isn't silent is a skip. If any list ends in a skip, which other psects follow it is for the
+// linker to say: then the first node of each may be the one that is skipped.
+bool after_skip(const op_t *op);
+extern bool skip_at_end;                         // a list does
 op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
 void op_set_position(const op_t *node);          // messages show the node's position from now on
 void op_note_position(op_t *node);               // messages about the node will show the present position

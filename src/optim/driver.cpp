@@ -292,6 +292,14 @@ static void unlink_false_arms(symbol_t *psect)
     }
 }
 
+static void note_skip_at_end(symbol_t *psect)
+{
+    const op_t *last = psect->s_psect->p_code->tail.op_prev;
+    while (op_is_silent(last))
+        last = last->op_prev;
+    skip_at_end |= op_is_skip(last);
+}
+
 static void insert_errata_nops()
 {
     errata_run(st.code_psects);
@@ -310,6 +318,7 @@ void optimise_run()
     if (!opt.optimise && !(opt.errata_mask & ERRATA_NOPS))
         return;
     each_psect(unlink_false_arms);
+    each_psect(note_skip_at_end);
     if (opt.optimise)
         tlab_to_labels();
     note_taken_labels();

@@ -103,7 +103,7 @@ static void errata_psect(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;) {
         op_t *next = op->op_next;
-        switch (op->op_flags & OPF_SKIPPED ? 0 : op->op_type) {
+        switch (op->op_type) {
         case T_RETURN:
         case T_RETLW:
             next = nop_at(skip_definitions(op->op_next));

@@ -75,13 +75,11 @@ static op_t *sure_goto_behind(op_t *b)
 
 // The rules.
 
-static bool stops_dead_code(const op_t *op) { return op_ends_run(op) || op->op_type == T_ORG || op->op_type == T_DB; }
-
 // Code behind an unconditional transfer. The transfer goes on to the other rules.
 static op_t *j1(op_t *op)
 {
     if (!after_skip(op))
-        edit_delete_behind(op, stops_dead_code, "J1", CNT_UNREACHABLE);
+        edit_delete_behind(op, op_ends_dead_code, "J1", CNT_UNREACHABLE);
     return nullptr;
 }
 
@@ -137,12 +135,58 @@ static op_t *invert_and_drop_goto(const char *rule, op_t *b, op_t *g)
     return next;
 }
 
-// Whether a skip passes over all of it. A conditional branch that is too far away becomes two instructions.
+static bool label_begins(const op_t *op, const char *prefix)
+{
+    return op->op_type == T_NAME && op->op_sym && cache_starts_with(op->op_sym->s_name, prefix);
+}
+
+// The most bytes that a node can take once everything else has been done to it and to what stands before it; ANY_SIZE: no
+// limit.
+constexpr uint64_t ANY_SIZE = 1000;
+
+static uint64_t most_size(const op_t *op)
+{
+    constexpr uint64_t ERRATA_WORDS = 8;   // around an instruction
+    const uint64_t errata = opt.errata_mask & ERRATA_NOPS ? ERRATA_WORDS : 0;
+    switch (op->op_type) {
+    case T_ORG: case T_ALIGN:
+        return ANY_SIZE;
+    case T_BCC:
+        return 6 + errata;
+    case T_CALL:
+        return 4 + errata;
+    case T_GOTO:
+        for (const op_t *label = op_target(op); label && label->op_type == T_NAME; label = label->op_prev)
+            if (label_begins(label, "int_fun"))
+                return ANY_SIZE;           // whose code may come here
+        return 4 + errata;
+    default:
+        return op_size(op, 0) + errata;
+    }
+}
+
+// Whether the conditional branch `c` leads to `label` with one instruction, and will go on to do so whatever is done to the
+// code between, here or when the assembly text is assembled without the optimiser. One that is too far away becomes two
+// instructions, of which a skip skips one.
+static bool stays_short(const op_t *c, const op_t *label)
+{
+    if (!branch_has_forms(c))
+        return true;
+    if (!label || label->op_psect != c->op_psect)
+        return false;
+    const bool ahead = label->op_order > c->op_order;
+    const op_t *end = ahead ? label : c;
+    uint64_t distance = 4;
+    cur_psect = c->op_psect;
+    for (const op_t *op = ahead ? c->op_next : label; op != end && distance <= 250; op = op->op_next)
+        distance += most_size(op);
+    return distance <= 250;
+}
+
+// Whether a skip passes over all of it.
 static bool may_be_skipped(const op_t *op)
 {
-    if (op->op_type == T_BCC)
-        size_once();
-    return op_is_code(op) && (op->op_type != T_BCC || op->op_next->op_offs - op->op_offs == 2);
+    return op_is_code(op) && (op->op_type != T_BCC || stays_short(op, op_is_simple(op) ? op_target(op) : nullptr));
 }
 
 // btfsc b / goto L / one instruction / L:
@@ -234,7 +278,8 @@ static op_t *j9(op_t *c)
     if (!s->s_defop || s == symbol_of(c) || s->s_defop->op_psect != st.psect)
         return nullptr;
     size_once();
-    if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2))
+    if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2)
+        || (after_skip(c) && !stays_short(c, s->s_defop)))
         return nullptr;
     opt_fired("J9", CNT_JUMPS_TO_JUMPS, c);
     edit_point_at(c, s);
@@ -332,11 +377,6 @@ static op_t *j15(op_t *g)
     return g->op_next;
 }
 
-static bool label_begins(const op_t *op, const char *prefix)
-{
-    return op->op_type == T_NAME && op->op_sym && cache_starts_with(op->op_sym->s_name, prefix);
-}
-
 // Interrupt code: the block behind the jump's label moves to the jump
 static op_t *j16(op_t *g)
 {
@@ -430,7 +470,7 @@ void jump_walk(symbol_t *psect)
     delete_leading_dead_code(list);
     for (op_t *op = list->head.op_next; op->op_type != 0 && loopguard_next(st.guard);) {
         op_t *next = nullptr;
-        if (op_free(op) && !(op->op_flags & OPF_SKIPPED))
+        if (op_free(op))
             for (jump_rule_t *rule : rules_of(op))
                 if ((next = rule(op)))
                     break;

@@ -38,6 +38,16 @@ bool op_is_code(const op_t *op)
     }
 }
 
+bool op_ends_dead_code(const op_t *op)
+{
+    switch (op->op_type) {
+    case 0: case T_NAME: case T_ORG: case T_ALIGN: case T_DB: case T_DS:
+        return true;
+    default:
+        return false;
+    }
+}
+
 bool op_volatile(const op_t *op)
 {
     return (op->op_flags & OPF_VOLATILE) || sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2);

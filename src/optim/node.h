@@ -26,7 +26,7 @@ inline bool op_is_simple(const op_t *op)
 {
     return op->op_opnd1.opnd_value.v_rtype == RT_SYM && op->op_opnd1.opnd_value.v_offs == 0;
 }
-inline bool op_ends_run(const op_t *op) { return op->op_type == 0 || op->op_type == T_NAME; }   // of straight code
+bool op_ends_dead_code(const op_t *op);     // behind a jump: from here on code may be reached in a way that isn't seen
 bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
 bool op_volatile(const op_t *op);
 bool op_barrier(const op_t *op);

@@ -299,7 +299,7 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
 // Whether the node may leave its place at all.
 static bool may_leave(const op_t *op, bool psect_allows)
 {
-    return psect_allows && op_more(op)->op_callstack != 0 && !(op->op_flags & OPF_SKIPPED);
+    return psect_allows && op_more(op)->op_callstack != 0;
 }
 
 // Gives the nodes of a list their records, and finds its join points.
@@ -332,7 +332,7 @@ static void survey_all()
         survey(list, &place);
     for (code_list_t *list : psect_list)
         for (op_t *op = list->head.op_next; op->op_type != 0; op = op->op_next) {
-            op_t *t = op->op_flags & OPF_SKIPPED ? nullptr : op_target(op);
+            op_t *t = op_target(op);
             if (t && pa_join(t) && pa(t)->pa_refs++ == 0)
                 pa(t)->pa_ref1 = op;
         }
@@ -630,7 +630,7 @@ void pa_psects(vec_t<symbol_t *> set, vec_t<symbol_t *> code_psects)
         if (cache_starts_with(psect->s_name, "int"))
             continue;
         for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
-            if (!(op->op_flags & OPF_SKIPPED) && find_run(op))
+            if (find_run(op))
                 vec_add(candidates, op);
     }
     vec_sort_by<op_t *, by_run>(candidates);

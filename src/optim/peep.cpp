@@ -1018,12 +1018,12 @@ static void visit(op_t *n)
 void peep_walk(symbol_t *psect)
 {
     reg_forget_machine();
-    walk.skipped = false;
+    walk.skipped = after_skip(psect->s_psect->p_code->head.op_next);
     for (op_t *n = psect->s_psect->p_code->head.op_next; n->op_type != 0; n = walk.next) {
         walk.next = op_step(n);
         if (n->op_type == T_NAME || n->op_type == T_NUMLABEL)
             reg_forget_machine();
-        else if (!(n->op_flags & OPF_SKIPPED))
+        else if (!op_is_silent(n))
             visit(n);
     }
 }

@@ -35,14 +35,12 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
     return t;
 }
 
-static bool stops_j18(const op_t *op) { return op_ends_run(op) || op->op_type == T_DB; }
-
 // The tail at t.a becomes a jump to the one at t.b. Returns where the walk goes on.
-static op_t *merge(const char *rule, const tail_t &t, bool (*stop)(const op_t *op), bool count_deleted)
+static op_t *merge(const char *rule, const tail_t &t, bool count_deleted)
 {
     opt_fired(rule, CNT_COMMON, t.a);
     op_t *jump = edit_goto_before(t.a, edit_label_before(t.b));
-    edit_delete_behind(jump, stop, count_deleted ? rule : nullptr, CNT_UNREACHABLE);
+    edit_delete_behind(jump, op_ends_dead_code, count_deleted ? rule : nullptr, CNT_UNREACHABLE);
     return jump->op_next;
 }
 
@@ -55,7 +53,7 @@ op_t *tails_j17(op_t *g)
     if (!label)
         return nullptr;
     const tail_t t = compare_tails(g, label, false);
-    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, op_ends_run, true) : nullptr;
+    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, true) : nullptr;
 }
 
 // Whether the tail at the other goto may take over from the one before `g`.
@@ -111,7 +109,7 @@ op_t *tails_j18(op_t *g)
     if (codecov_seen || after_skip(g))
         return nullptr;
     const tail_t t = best_rival(g, 0, true, j18_accepts);
-    return t.length > 0 ? merge("J18", t, stops_j18, false) : nullptr;
+    return t.length > 0 ? merge("J18", t, false) : nullptr;
 }
 
 // Whether control falls into `op`: going back, a label or the list's head comes before an unconditional transfer. With
@@ -136,5 +134,5 @@ op_t *tails_j19(op_t *g)
     if (after_skip(g))
         return nullptr;
     const tail_t t = best_rival(g, g->op_order, false, j19_accepts);
-    return t.length > 0 ? merge("J19", t, op_ends_run, true) : nullptr;
+    return t.length > 0 ? merge("J19", t, true) : nullptr;
 }

@@ -14,7 +14,8 @@ struct jump_row_t {
 
 static const jump_row_t tests_and_branches[] = {   // J1 to J9
     {"return / incf x ;# / incf y / L: / incf z", "return / incf x ;# / L: / incf z"},
-    {"goto out / align 2 / incf x / k equ 1 / org 64 / incf y", "goto out / align 2 / k equ 1 / org 64 / incf y"},
+    {"goto out / incf x / k equ 1 / align 2 / incf y", "goto out / k equ 1 / align 2 / incf y"},
+    {"goto out / incf x / k equ 1 / org 64 / incf y", "goto out / k equ 1 / org 64 / incf y"},
     {"btfsc x,1 / L: / if 1 / return / endif / incf y"},
     {"btfsc x,1 / return / btg x,1 / return"},
     {"btfsc postinc0,1 / return / bcf postinc0,1 / return"},
