@@ -427,6 +427,8 @@ static bool squeeze_begin()
         const value_t *v = n->sym ? &n->sym->s_value : &n->op->op_opnd1.opnd_value;
         if (v->v_rtype == RT_HERE || !(n->sym ? place_is_near(v, 0, n->at, &reach) : is_near(v, n->at, &reach)))
             continue;
+        if (!n->sym && n->op->op_flags & OPF_PINNED)
+            continue;
         if (!n->sym || n->sym->s_flags & (S_EQU | S_SET))
             return false;
         const size_t count = st.squeezed_count++;
@@ -524,6 +526,8 @@ static size_t walks_allowed(size_t nodes)
 void size_psect(symbol_t *psect)
 {
     cur_psect = psect;
+    if (psect->s_psect->p_delta == 0)
+        psect->s_psect->p_delta = 1;
     find_placed(psect);
     size_t free_walks = walks_allowed(st.placed_count), remember_at = CIRCLE_FROM;
     uint64_t remembered = 0;

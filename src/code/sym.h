@@ -98,14 +98,14 @@ struct psect_t {
     uint32_t p_group, p_optim;
     uint16_t p_limit;
     uint8_t p_space;
-    uint8_t p_delta;                  // bytes per addressing unit; 0 until given, 1 from output on
+    uint8_t p_delta;                  // bytes per addressing unit; 0 until given, 1 from sizing on
     bool p_inline, p_keep, p_noexec, p_lowdata;
     uint8_t p_inlstate;               // of inlining: 0 not checked, 1 may be inlined, 2 may not
 };
 
 // An absolute psect: its labels are addresses.
 inline bool psect_is_abs(const symbol_t *psect) { return (psect->s_flags & (S_ABS | S_OVRLD)) == (S_ABS | S_OVRLD); }
-// Bytes per addressing unit, also before the output step has given every psect its p_delta.
+// Bytes per addressing unit, also before the psect has been given its p_delta.
 inline uint64_t psect_delta(const psect_t *p) { return p->p_delta ? p->p_delta : 1; }
 
 extern vec_t<code_list_t *> psect_list;   // all psects, in order of creation

@@ -107,6 +107,26 @@ template <class N> static void put_digits(N n, int base = 10)
     st.text.length += static_cast<size_t>(end - at);
 }
 
+// A string. There are no escapes in the language, so its text has one kind of quote at most, and the other kind is around it.
+static void put_quoted(const char *s)
+{
+    const char quote = strchr(s, '"') ? '\'' : '"';
+    put(quote);
+    put(s);
+    put(quote);
+}
+
+// A string, too, but bare if it is a word.
+static void put_word(const char *s)
+{
+    static const char letters[] = "?_abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+    const bool word = *s && !(*s >= '0' && *s <= '9') && s[strspn(s, letters)] == 0;
+    if (word)
+        put(s);
+    else
+        put_quoted(s);
+}
+
 // A number of the program, in the style that was asked for.
 static void put_number(int64_t n)
 {
@@ -214,7 +234,9 @@ static void asm_expr(const value_t *v)
     } else if (v->v_rtype == RT_CONST) {
         put('0');
     } else if (v->v_rtype == RT_DEFINED) {
-        text_format(&st.text, "defined \"%s\" ", v->v_name);
+        put("defined ");
+        put_quoted(v->v_name);
+        put(' ');
     } else if (v->v_rtype == RT_HERE) {
         put('$');
     } else if (v->v_rtype == RT_SYM || v->v_rtype == RT_TLABF || v->v_rtype == RT_TLABB) {
@@ -395,7 +417,8 @@ static void st_else(const op_t *op)
 static void st_messg(const op_t *op)
 {
     st_else(op);
-    text_format(&st.text, " \"%s\"", op->op_text);
+    put(' ');
+    put_quoted(op->op_text);
 }
 
 static void st_goto(const op_t *op)
@@ -496,7 +519,9 @@ static void put_position(const op_t *op)
     const char *file = op_more(op)->op_file;
     const uint64_t line = op_more(op)->op_line;
     if (file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
-        text_format(&st.text, "\tfile\t\"%s\"\n", file);
+        put("\tfile\t");
+        put_quoted(file);
+        put('\n');
         st.last_file = file;
         st.last_line = 0;
     }
@@ -654,12 +679,14 @@ static void put_psect(const symbol_t *s)
     put("\tpsect\t");
     put(s->s_name);
     put(s->s_flags & S_GLOBAL ? ",global" : ",local");
+    put_flag(",pure", s->s_flags & S_PURE);
     put_flag(",note", s->s_flags & S_NOTE);
     put_flag(",abs", s->s_flags & S_ABS);
     put_flag(",ovrld", s->s_flags & S_OVRLD);
     put_flag(",bit", s->s_flags & S_BIT);
     put_flag(",common", s->s_flags & S_COMMON);
     put_flag_number(",size=", p->p_size);
+    put_flag_number(",limit=", p->p_limit);
     put_flag_number(",reloc=", p->p_reloc);
     if (p->p_class)
         text_format(&st.text, ",class=%s", p->p_class->s_name);
@@ -682,9 +709,14 @@ static void put_psect(const symbol_t *s)
 static void asm_header()
 {
     text_format(&st.text, "\tprocessor\t%s\n", chip_getName());
-    if (program.has_fnconf)
-        text_format(&st.text, "\tfnconf\t%s,%s,%s,%d\n", program.fnconf_words[0], program.fnconf_words[1],
-                    program.fnconf_words[2], static_cast<int>(program.fnconf_number));
+    if (program.has_fnconf) {
+        put("\tfnconf\t");
+        for (const char *word : program.fnconf_words) {
+            put_word(word);
+            put(',');
+        }
+        text_format(&st.text, "%d\n", static_cast<int>(program.fnconf_number));
+    }
     if (opt.form_length != 0)
         text_format(&st.text, "\tpagelength %d\n", opt.form_length);
     if (opt.page_width != 0)
