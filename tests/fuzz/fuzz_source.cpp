@@ -11,9 +11,12 @@ static const char *chip_option()
     return (option += chip ? chip : "ZEL8K10").c_str();
 }
 
-static bool repeats_text(std::string_view text)
+static bool repeats_text(std::string_view input)
 {
-    for (const char *word : {"macro", "MACRO", "rept", "REPT", "irp", "IRP"})
+    std::string text(input);
+    for (char &c : text)
+        c |= 0x20;   // letters become small, the rest doesn't matter
+    for (const char *word : {"macro", "rept", "irp"})
         if (text.find(word) != text.npos)
             return true;
     return false;
