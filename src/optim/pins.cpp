@@ -31,6 +31,7 @@ struct pinned_place_t {
 static struct {
     pinned_place_t *places;
     size_t count, room;
+    uint32_t steps;             // left for the operand looked at: names may be defined by each other in a circle
     const symbol_t *sized;      // the psect that has its sizes
 } st;
 
@@ -57,6 +58,9 @@ static void note_places(const op_t *op, const value_t *value, bool exact)
 {
     const value_t v = resolved(*value);
     const bool jump = op_is_branch(op);
+    if (st.steps == 0)
+        return note_place(op->op_psect, nullptr, ALL);
+    st.steps--;
     if (rtype_is_binary(v.v_rtype) || rtype_is_unary(v.v_rtype)) {
         for (int i = rtype_is_binary(v.v_rtype); i >= 0; i--)
             note_places(op, &v.v_kids[i], exact && !jump);
@@ -78,6 +82,12 @@ static void note_places(const op_t *op, const value_t *value, bool exact)
     }
 }
 
+static void note_operand(const op_t *op, const value_t *value, bool exact)
+{
+    st.steps = VALUE_MAX_NODES;
+    note_places(op, value, exact);
+}
+
 static void find_places()
 {
     st.count = 0;
@@ -86,11 +96,11 @@ static void find_places()
             if (op->op_type == T_EQU || op->op_type == T_SET)
                 continue;                     // it counts where it is used
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
-                note_places(op, &op->op_opnd1.opnd_value, true);
+                note_operand(op, &op->op_opnd1.opnd_value, true);
             if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
-                note_places(op, &op->op_opnd2.opnd_value, true);
+                note_operand(op, &op->op_opnd2.opnd_value, true);
             for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
-                note_places(op, &item->value, !value_has_here(&item->value));
+                note_operand(op, &item->value, !value_has_here(&item->value));
         }
 }
 

@@ -14,6 +14,7 @@ int main(int argc, char **argv)
 {
     const bool single = argc > 1 && std::string_view(argv[1]) == "--input";
     unsigned inputs = 0, faults = 0;
+    setvbuf(stdout, nullptr, _IOLBF, 0);   // children inherit nothing
     target_prepare();
     for (int i = single ? 2 : 1; i < argc; i++) {
         std::vector<std::string> all;
