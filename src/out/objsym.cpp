@@ -14,6 +14,7 @@
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "options.h"
+#include "out/postfix.h"
 #include "out/record.h"
 
 // Flag values of entries beside a symbol's own flags.
@@ -87,6 +88,10 @@ static void obj_symbol(const symbol_t *s, uint16_t flags)
     } else if (v.v_rtype == RT_SYM && v.v_sym != s) {
         if (!(flags & SYMF_GLOBAL))
             return;
+        if (!(v.v_sym->s_flags & (S_GLOBAL | S_LOCAL)) || v.v_sym->s_flags & S_MACRO) {
+            position_of(s);
+            undefined_symbol(v.v_sym);
+        }
         flags = SYMF_ALIAS;
         owner = v.v_sym->s_name;
     } else if (v.v_rtype != RT_SYM && v.v_rtype != RT_CONST) {
