@@ -242,7 +242,7 @@ void op_set_position(const op_t *node)
 
 // References.
 
-static void append_ref(op_t *ref, op_t *label_node)
+void op_add_new_ref(op_t *ref, op_t *label_node)
 {
     vec_t<op_t *> &refs = op_more(label_node)->op_refs;
     if (!refs)
@@ -254,7 +254,7 @@ void op_add_ref(op_t *ref, op_t *label_node)
 {
     const vec_t<op_t *> refs = op_more(label_node)->op_refs;
     if (!refs || vec_indexOf(refs, ref) < 0)
-        append_ref(ref, label_node);
+        op_add_new_ref(ref, label_node);
 }
 
 // The optimiser walks forward, and lists are built backward: what goes next stands at the end.
@@ -275,7 +275,7 @@ void list_build_refs(symbol_t *psect)
             if (op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
                 op->op_sym->s_flags |= S_DEFHERE;
         } else if (op_t *label = label_of(op); label && label->op_type == T_NAME) {
-            append_ref(op, label);
+            op_add_new_ref(op, label);
         }
     }
 }
@@ -295,7 +295,7 @@ void list_renew_refs(symbol_t *psect)
     }
     for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op))
         if (op_t *label = label_of(op); label && label->op_type == T_NAME && label->op_psect == psect)
-            append_ref(op, label);
+            op_add_new_ref(op, label);
 }
 
 void list_clear_refs(symbol_t *psect)

@@ -149,6 +149,7 @@ void list_build_refs(symbol_t *psect);
 void list_clear_refs(symbol_t *psect);
 void list_renew_refs(symbol_t *psect);           // those within the psect; what comes from other psects stays
 void op_add_ref(op_t *ref, op_t *label_node);    // nothing happens if it is there already
+void op_add_new_ref(op_t *ref, op_t *label_node);   // one that isn't; thousands may lead to one label
 void op_remove_ref(op_t *ref, op_t *label_node);
 
 // Comments. `text` runs for `len` characters; it is copied. One that begins ";!" is a summary comment and belongs to the

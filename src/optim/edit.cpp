@@ -78,7 +78,7 @@ op_t *edit_new_jump(uint16_t type, uint16_t subop, op_t *label)
 op_t *edit_link_jump(op_t *where, op_t *jump, op_t *label)
 {
     op_insert_after(where, jump);
-    op_add_ref(jump, label);
+    op_add_new_ref(jump, label);
     return jump;
 }
 
@@ -97,7 +97,7 @@ void edit_lead_to(op_t *jump, symbol_t *to)
     jump->op_opnd1.opnd_value = value_sym(to);
     sym_add_ref(to);
     if (to->s_defop)
-        op_add_ref(jump, to->s_defop);
+        op_add_new_ref(jump, to->s_defop);
     index_touch(jump);
 }
 

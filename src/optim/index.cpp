@@ -18,7 +18,7 @@ constexpr uint32_t MOST_RIVALS = 1000;   // that are compared with one goto
 struct entry_t {
     op_t *jump;
     uint32_t id, next;       // op_id; the next entry of the chain, its number plus 1
-    uint64_t key;
+    uint64_t key, order;     // order: its position, which another one shows to have moved
 };
 
 static struct {
@@ -76,7 +76,7 @@ static void note(op_t *jump)
     const int keys = !op_is_code(p) ? 0 : op_is_skip(index_before(p, true)) ? 2 : 1;
     xreserve(st.entries, st.count, st.count + 2, st.room, 1024u);
     for (int deep = 0; deep < keys; deep++)
-        st.entries[st.count++] = {jump, jump->op_id, 0, key_of(jump, deep)};
+        st.entries[st.count++] = {jump, jump->op_id, 0, key_of(jump, deep), jump->op_order};
 }
 
 static void chain_up(uint32_t first, uint32_t *chain)
@@ -147,6 +147,28 @@ void index_number(op_t *op)
         op->op_order = before + (behind - before) / 2;
 }
 
+void index_moved(op_t *first, op_t *last)
+{
+    const uint64_t before = order_before(first), behind = order_behind(last);
+    uint64_t count = 1;
+    for (const op_t *op = first; op != last; op = op->op_next)
+        count++;
+    const uint64_t gap = (behind - before) / (count + 1);
+    if (gap == 0) {
+        index_open(st.psect);
+        return;
+    }
+    uint64_t order = before;
+    for (op_t *op = first;; op = op->op_next) {
+        op->op_order = order += gap;
+        if (op->op_type == T_GOTO)
+            enter(op);
+        if (op == last)
+            break;
+    }
+    index_touch(last->op_next);
+}
+
 bool index_in_order(const op_t *op)
 {
     return op->op_order > order_before(op) && op->op_order < order_behind(op);
@@ -186,7 +208,7 @@ static op_t *next_of_chain(rivals_t *r)
             continue;
         }
         op_t *c = e->jump;
-        if (c->op_id == e->id && c->op_type == T_GOTO && key_of(c, r->deep) == r->key) {
+        if (c->op_id == e->id && c->op_order == e->order && c->op_type == T_GOTO && key_of(c, r->deep) == r->key) {
             r->link = &e->next;
             return c;
         }

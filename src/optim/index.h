@@ -10,6 +10,7 @@ void index_open(symbol_t *psect);       // numbers the nodes and enters the goto
 void index_close();
 void index_touch(op_t *op);             // something has changed in `op` or in front of it
 void index_number(op_t *op);            // `op` has been linked: it gets a position between those of its neighbours
+void index_moved(op_t *first, op_t *last);   // these nodes have: the same for all of them
 bool index_in_order(const op_t *op);    // its position lies between those of its neighbours
 
 // The node before `op`, or before the labels there.

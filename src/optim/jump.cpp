@@ -30,6 +30,8 @@ static struct {
     loopguard_t *guard;      // bounds the stage over the whole run
     symbol_t *psect;
     bool sized;              // in this walk. What is deleted since only brings things nearer
+    // For J16: labels whose names begin with "save", and what has a place of its own, in order; null until asked for.
+    vec_t<op_t *> saves, orgs;
 } st;
 
 void jump_init()
@@ -377,7 +379,58 @@ static op_t *j15(op_t *g)
     return g->op_next;
 }
 
-// Interrupt code: the block behind the jump's label moves to the jump
+// Interrupt code.
+
+static void find_ends_of_blocks()
+{
+    st.saves = vec_make<op_t *>();
+    st.orgs = vec_make<op_t *>();
+    for (op_t *op = st.psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op))
+        if (label_begins(op, "save"))
+            vec_add(st.saves, op);
+        else if (op->op_type == T_ORG)
+            vec_add(st.orgs, op);
+}
+
+static void forget_ends_of_blocks()
+{
+    vec_destroy(st.saves.raw);
+    vec_destroy(st.orgs.raw);
+    st.saves = st.orgs = {};
+}
+
+// The number of the first of them that doesn't stand before `op`.
+static uint32_t first_from(vec_t<op_t *> nodes, const op_t *op)
+{
+    uint32_t low = 0, high = vec_size(nodes);
+    while (low < high) {
+        const uint32_t middle = low + (high - low) / 2;
+        if (vec_elementAt(nodes, middle)->op_order < op->op_order)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return low;
+}
+
+// The last node of the block of interrupt code from `op` on.
+static op_t *end_of_block(const op_t *op)
+{
+    for (uint32_t i = first_from(st.saves, op); i < vec_size(st.saves); i++)
+        if (op_t *save = vec_elementAt(st.saves, i); label_begins(save, "save") && op_is_transfer(save->op_prev))
+            return save->op_prev;
+    return st.psect->s_psect->p_code->tail.op_prev;
+}
+
+static bool stands_within(const op_t *op, const op_t *first, const op_t *last)
+{
+    return op->op_order >= first->op_order && op->op_order <= last->op_order;
+}
+
+// A distance that is a number, or a table, reaches over the edge between two nodes.
+static bool holds_together(const op_t *a, const op_t *b) { return a->op_flags & b->op_flags & OPF_PINNED; }
+
+// The block behind the jump's label moves to the jump
 static op_t *j16(op_t *g)
 {
     if (!op_is_simple(g) || after_skip(g))
@@ -391,40 +444,36 @@ static op_t *j16(op_t *g)
     op_t *b = e->op_next;
     if (!op_is_transfer(e) || after_skip(e) || (!label_begins(b, "int_fun") && !label_begins(b->op_next, "int_fun")))
         return nullptr;
-    op_t *last = b;
-    while (last->op_type == T_NAME)
-        last = last->op_next;
-    for (;; last = last->op_next) {
-        if (last->op_type == 0) {
-            last = last->op_prev;
-            break;
-        }
-        if (label_begins(last, "save") && op_is_transfer(last->op_prev)) {
-            last = last->op_prev;
-            break;
-        }
-    }
-    if (last == g)
+    op_t *s = b;
+    while (s->op_type == T_NAME)
+        s = s->op_next;
+    if (!st.saves)
+        find_ends_of_blocks();
+    op_t *last = s->op_type == 0 ? s->op_prev : end_of_block(s);
+    if (stands_within(g, b, last))
         return nullptr;
-    for (const op_t *op = b; op != last->op_next; op = op->op_next)
-        if (op == g || op->op_type == T_ORG)
-            return nullptr;   // the block holds the jump, or has a place of its own
+    if (const uint32_t i = first_from(st.orgs, b); i < vec_size(st.orgs) && stands_within(vec_elementAt(st.orgs, i), b, last))
+        return nullptr;       // it has a place of its own
     const op_t *end = last;
     while (end->op_type == T_NAME)
         end = end->op_prev;
-    if (!op_is_transfer(end) || after_skip(end))
-        return nullptr;       // control runs on behind the block
+    if (!op_is_transfer(end) || after_skip(end) || holds_together(e, s) || holds_together(end, last->op_next))
+        return nullptr;       // control runs on behind the block, or the block belongs to its neighbours
     opt_fired("J16", CNT_MOTIONS, g);
     opt_count(CNT_JUMPS_TO_NEXT);
     op_t *where = g;
+    bool whole = true;        // none of the ends of blocks moves
     for (op_t *op = b, *behind = last->op_next, *next; op != behind; op = next) {
         next = op->op_next;
+        whole &= !label_begins(op, "save");
         edit_move(op, where);
         where = op;
     }
     op_t *next = where->op_next;
     edit_delete(g);
-    index_open(st.psect);
+    index_moved(b, last);
+    if (!whole)
+        forget_ends_of_blocks();
     st.sized = false;
     return next;
 }
@@ -477,6 +526,7 @@ void jump_walk(symbol_t *psect)
         op = next ? next : op_step(op);
     }
     index_close();
+    forget_ends_of_blocks();
 }
 
 unsigned jump_delete_dead_chains(symbol_t *psect, bool backward)
