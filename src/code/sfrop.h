@@ -1,18 +1,29 @@
 // sfrop: which core register an operand is.
 //
-// The answers are no unless the operand is a plain number that isn't negative: what a symbol stands for is known to the
-// linker alone.
+// An operand counts by its place (place.h), so a name that is given a number in this source is as good as the number. What
+// other names stand for is known to the linker alone, and the answers are no. A banked operand counts as a register if it
+// is one in the bank of the core registers: see sfr_isCertain.
 #pragma once
 
 #include "chip/chip.h"
 #include "chip/sfrs.h"
-#include "code/list.h"
+#include "code/ops.h"
+#include "code/place.h"
+
+uint32_t sfr_idOfPlace(const opnd_t *v);   // the same for any operand, with more work
 
 // The id of the register, SFR_NONE if the operand is no core register.
 inline uint32_t sfr_idOf(const opnd_t *v) {
     const value_t &n = v->opnd_value;
-    return n.v_rtype == RT_CONST && n.v_offs >= 0 ? sfr_idAt(n.v_offs) : uint32_t{SFR_NONE};
+    if (n.v_rtype == RT_CONST) {
+        const uint32_t id = n.v_offs >= 0 ? sfr_idAt(n.v_offs) : uint32_t{SFR_NONE};
+        if (id != SFR_NONE || v->opnd_access == 0)
+            return id;
+    }
+    return sfr_idOfPlace(v);
 }
+// Whether it is this register whatever bank is selected.
+inline bool sfr_isCertain(const opnd_t *v) { return v->opnd_access != ACCESS_B; }
 // Whether the register is one of a set, one bit an id.
 inline bool sfr_isIn(const opnd_t *v, uint64_t ids) { return ids >> sfr_idOf(v) & 1; }
 constexpr uint64_t sfr_bits(sfr_id a, sfr_id b, sfr_id c) { return uint64_t{1} << a | uint64_t{1} << b | uint64_t{1} << c; }

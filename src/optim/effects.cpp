@@ -71,12 +71,10 @@ constexpr row_t rows[] = {
     {T_TRAP, ROLE_NONE, 0, 0, 0, DOUBT_STAYS},
     {T_DBOUT, ROLE_NONE, 0, 0, 0, DOUBT_STAYS},
     {T_SETCNT, ROLE_NONE, 0, 0, 0, DOUBT_STAYS},
-    {T_TRET, ROLE_NONE, 0, 0, 0, DOUBT_UNTOLD},
-    {T_ADDULNK, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
-    {T_PUSHL, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
-    {T_MOVSF, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
-    {T_MOVSFL, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
-    {T_MOVSS, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
+    {T_PUSHL, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
+    {T_MOVSF, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
+    {T_MOVSFL, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
+    {T_MOVSS, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
 
     // Control goes elsewhere, where the search follows it. A caller may look at everything but N.
     {T_BRA, ROLE_NONE, 0, 0, 0, DOUBT_ELSEWHERE},
@@ -84,15 +82,17 @@ constexpr row_t rows[] = {
     {T_BCC, ROLE_NONE, 0, 0, 0, DOUBT_ELSEWHERE},
     {T_CALL, ROLE_NONE, 0, 0, 0, DOUBT_ELSEWHERE},
     {T_RCALL, ROLE_NONE, 0, 0, 0, DOUBT_ELSEWHERE},
-    {T_CALLW, ROLE_NONE, 0, 0, ALL, DOUBT_ELSEWHERE},
+    {T_CALLW, ROLE_NONE, ALL, 0, ALL, DOUBT_ELSEWHERE},
+    {T_TRET, ROLE_NONE, ALL, 0, ALL, DOUBT_ELSEWHERE},
+    {T_ADDULNK, ROLE_NONE, ALL, 0, ALL, DOUBT_ELSEWHERE},
     {T_RETURN, ROLE_NONE, ALL, N, 0, DOUBT_ELSEWHERE},
     {T_RETLW, ROLE_NONE, ALL, W | N, 0, DOUBT_ELSEWHERE},
 
     // Data, places, and what makes no code
-    {T_DB, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
-    {T_DS, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
-    {T_ORG, ROLE_NONE, 0, 0, ALL, DOUBT_UNTOLD},
-    {T_ALIGN, ROLE_NONE, 0, 0, 0, DOUBT_UNTOLD},
+    {T_DB, ROLE_NONE, ALL, 0, ALL, DOUBT_STAYS},
+    {T_DS, ROLE_NONE, ALL, 0, ALL, DOUBT_STAYS},
+    {T_ORG, ROLE_NONE, ALL, 0, ALL, DOUBT_ELSEWHERE},
+    {T_ALIGN, ROLE_NONE, ALL, 0, ALL, DOUBT_ELSEWHERE},
     {T_NAME, ROLE_NONE, 0, 0, 0},
     {T_NUMLABEL, ROLE_NONE, 0, 0, 0},
     {T_IF, ROLE_NONE, 0, 0, 0},
@@ -102,9 +102,9 @@ constexpr row_t rows[] = {
     {T_ENDM, ROLE_NONE, 0, 0, 0},
     {T_EQU, ROLE_NONE, 0, 0, 0},
     {T_SET, ROLE_NONE, 0, 0, 0},
-    {T_TITLE, ROLE_NONE, 0, 0, 0, DOUBT_UNTOLD},
-    {T_INCLUDE, ROLE_NONE, 0, 0, 0, DOUBT_UNTOLD},
-    {T_MESSG, ROLE_NONE, 0, 0, 0, DOUBT_UNTOLD},
+    {T_TITLE, ROLE_NONE, 0, 0, 0},
+    {T_INCLUDE, ROLE_NONE, 0, 0, 0},
+    {T_MESSG, ROLE_NONE, 0, 0, 0},
 };
 // Templates that differ from the row of their kind.
 struct variant_t {
@@ -212,7 +212,7 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
         uses |= address_uses(first, asked) | named(first);
         break;
     case ROLE_WRITE:
-        if (sure && sfr_isWreg(first)) {
+        if (sure && sfr_isWreg(first) && sfr_isCertain(first)) {
             uses |= address_uses(first, asked) & ~W;
             kills |= W;
         } else {
@@ -221,7 +221,7 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
         break;
     case ROLE_SET_BIT:
         uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0);
-        kills |= second->opnd_value.v_rtype == RT_CONST ? flag_of(op) : 0;
+        kills |= second->opnd_value.v_rtype == RT_CONST && sfr_isCertain(first) ? flag_of(op) : 0;
         break;
     case ROLE_TEST_BIT: case ROLE_TOGGLE_BIT:
         uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op);

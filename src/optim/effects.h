@@ -32,7 +32,6 @@ enum doubt_t : uint8_t {
     DOUBT_ENDS,      // it is sure to
     DOUBT_BEGINS,    // this is a skip
     DOUBT_STAYS,     // as this one itself
-    DOUBT_UNTOLD,    // likewise, for a kind that nxtuse reports
     DOUBT_ELSEWHERE, // control goes to another place, or may
 };
 doubt_t effect_doubt(const op_t *op);

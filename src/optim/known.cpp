@@ -13,8 +13,11 @@
 #include "optim/node.h"
 #include "optim/templates.h"
 
+constexpr int64_t BANK = 256;
+
 static reg_state_t state = {.w_lit = {}, .w_reg = {}, .carry = -1, .bank = nullptr, .fsr_val = {}};
 static value_t selected;                // what state.bank points to
+static place_t equal;                   // where state.w_reg is
 const reg_state_t &reg = state;
 
 // W.
@@ -22,12 +25,13 @@ const reg_state_t &reg = state;
 void reg_forget_w_reg()
 {
     state.w_reg = {};
+    equal = {};
 }
 
 void reg_forget_all()
 {
     state.w_lit = {};
-    state.w_reg = {};
+    reg_forget_w_reg();
 }
 
 void reg_load_w(const opnd_t *o)
@@ -35,6 +39,7 @@ void reg_load_w(const opnd_t *o)
     const opnd_t operand = *o;   // it may be part of what is known
     if (operand.opnd_kind == OPND_DATA) {
         state.w_reg = operand;
+        equal = reg_place(&operand);
         return;
     }
     reg_forget_w();
@@ -44,9 +49,7 @@ void reg_load_w(const opnd_t *o)
 
 bool reg_equals_w(const opnd_t *o)
 {
-    if (!opnd_same(o, &reg.w_reg))
-        return false;
-    return !o->opnd_access == !reg.w_reg.opnd_access || !reg_in_other_bank(o->opnd_access ? o : &reg.w_reg);
+    return reg.w_reg.opnd_kind == OPND_DATA && place_same(reg_place(o), equal);
 }
 
 // The carry.
@@ -77,16 +80,14 @@ void carry_track(const op_t *n)
 
 // The bank.
 
-// A number that depends on the bank may be an offset in whatever bank is selected, and so another register from now on. A
-// symbol stands for its own register in any bank.
+// A banked operand may be another register from now on.
 void reg_select_bank(const value_t *bank)
 {
+    if (state.w_reg.opnd_access == ACCESS_B && !(bank && state.bank && value_equal(bank, state.bank)))
+        reg_forget_w_reg();
     if (bank)
         selected = *bank;
     state.bank = bank ? &selected : nullptr;
-    if (state.w_reg.opnd_access == ACCESS_B && state.w_reg.opnd_value.v_rtype == RT_CONST)
-        reg_forget_w_reg();
-    state.w_reg.opnd_access = 0;
 }
 
 void reg_forget_bank()
@@ -94,11 +95,23 @@ void reg_forget_bank()
     state.bank = nullptr;
 }
 
-bool reg_in_other_bank(const opnd_t *o)
+place_t reg_place(const opnd_t *o)
 {
-    const value_t *v = &o->opnd_value;
-    return o->opnd_access == ACCESS_B && v->v_rtype == RT_CONST && v->v_offs >= 0 && v->v_offs < 256 && reg.bank
-        && reg.bank->v_rtype == RT_CONST && reg.bank->v_offs != 0;
+    place_t p = place_of(o);
+    if (p.kind == place_t::BANKED && reg.bank && reg.bank->v_rtype == RT_CONST) {
+        p.kind = place_t::ADDRESS;
+        p.access = 0;
+        p.at = reg.bank->v_offs * BANK + (p.at & (BANK - 1));
+    }
+    return p;
+}
+
+bool reg_is_whole(const opnd_t *o)
+{
+    opnd_t whole = *o;
+    whole.opnd_access = 0;
+    const place_t p = reg_place(o);
+    return p.kind == place_t::NAMED || (p.kind == place_t::ADDRESS && place_same(p, place_of(&whole)));
 }
 
 // Registers in general.
@@ -125,10 +138,10 @@ static bool is_byte_of(const value_t *e, const value_t *v)
 
 void reg_written(const opnd_t *o)
 {
-    if (opnd_same(&state.w_reg, o))
-        reg_forget_w_reg();
     if (o->opnd_kind != OPND_DATA)
         return;
+    if (state.w_reg.opnd_kind == OPND_DATA && !place_apart(equal, reg_place(o)))
+        reg_forget_w_reg();
     if (sfr_isStatus(o))
         reg_forget_w_reg();
     const int select = sfr_fileSelect(o);
@@ -160,7 +173,7 @@ void reg_forget_machine()
 void reg_side_effects(const op_t *n)
 {
     const uint8_t ends = effect_ends(n);
-    if (ends == FX_ALL) {
+    if (ends == FX_ALL || op_writes_pcl(n)) {
         reg_forget_machine();
         return;
     }
@@ -173,6 +186,6 @@ void reg_side_effects(const op_t *n)
         reg_forget_w();
     if (o && sfr_isStatus(o) && n->op_type != T_BCF)
         state.carry = -1;
-    if ((o && sfr_isIndirect(o)) || (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
+    if ((o && sfr_isIndirect(o)) || (n->op_flags & OPF_INDEXED) || (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
         reg_forget_w_reg();
 }

@@ -4,7 +4,7 @@
 // The functions are named for the registers that they tell of.
 #pragma once
 
-#include "code/list.h"
+#include "code/place.h"
 
 struct reg_state_t {
     opnd_t w_lit;              // what W holds as a literal; opnd_kind 0: unknown
@@ -32,8 +32,8 @@ void carry_track(const op_t *n);        // after the arithmetic node `n`
 // The bank.
 void reg_select_bank(const value_t *bank);   // what bsr holds from now on, or null
 void reg_forget_bank();                 // only this; what is known of W stays as it is
-// A number below 256 with banked access while another bank than 0 is selected: not the register at that address.
-bool reg_in_other_bank(const opnd_t *o);
+place_t reg_place(const opnd_t *o);     // with what is known of the bank
+bool reg_is_whole(const opnd_t *o);     // as the operand stands, it is the register's whole address, which movff takes
 
 // All of it.
 void reg_written(const opnd_t *o);      // a register has been written

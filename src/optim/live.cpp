@@ -11,8 +11,6 @@
 #include <cstring>
 
 #include "code/ops.h"
-#include "common/alert.h"
-#include "common/srcpos.h"
 #include "optim/effects.h"
 #include "optim/node.h"
 
@@ -32,16 +30,6 @@ static uint8_t register_bit(reg_t r)
     case REG_W: return FX_W;
     default: return FX_BSR;
     }
-}
-
-// Once for a line: questions pass over a node many times.
-static void report_unknown(const op_t *op)
-{
-    const srcpos_t position = srcpos;
-    op_set_position(op);
-    const char *name = op_name(op);
-    alert_once(982, name ? name : "?");
-    srcpos = position;
 }
 
 // The label's node that a jump or call leads to; null if that can't be told.
@@ -123,9 +111,6 @@ static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2
             maybe = true;
             break;
         case DOUBT_STAYS:
-            break;
-        case DOUBT_UNTOLD:
-            report_unknown(op);
             break;
         case DOUBT_ELSEWHERE:
             if (op->op_type != T_BRA && op->op_type != T_GOTO)

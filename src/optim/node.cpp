@@ -48,9 +48,21 @@ bool op_ends_dead_code(const op_t *op)
     }
 }
 
+// Of a banked register the number has to be its whole address.
+static bool is_volatile_register(const opnd_t *o)
+{
+    const place_t p = place_of(o);
+    return (p.kind == place_t::ADDRESS || p.kind == place_t::BANKED) && range_contains(chip_current()->c_volsfrs, p.at);
+}
+
+bool op_marked(const op_t *op)
+{
+    return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) || is_volatile_register(&op->op_opnd2);
+}
+
 bool op_volatile(const op_t *op)
 {
-    return (op->op_flags & OPF_VOLATILE) || sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2);
+    return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2) || op_marked(op);
 }
 
 bool op_barrier(const op_t *op)
@@ -62,6 +74,28 @@ bool op_barrier(const op_t *op)
     default:
         return op_writes_pc(op) || op_volatile(op) || !op_free(op);
     }
+}
+
+// It isn't behind a transfer, or something leads to a label there.
+bool data_may_run(const op_t *data)
+{
+    const op_t *op = data->op_prev;
+    for (; op_is_silent(op) || op->op_type == T_DB || op->op_type == T_DS; op = op->op_prev)
+        if (op->op_type == T_NAME && op_more(op)->op_refs)
+            for (const op_t *ref : op_more(op)->op_refs)
+                if (op_is_branch(ref))
+                    return true;
+    return op->op_type != 0 && ((!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op));
+}
+
+bool op_may_not_run(const op_t *op)
+{
+    if (after_skip(op))
+        return true;
+    do
+        op = op->op_prev;
+    while (op_is_silent(op));
+    return (op->op_type == T_DB || op->op_type == T_DS) && data_may_run(op);
 }
 
 bool op_is_branch(const op_t *op)
@@ -96,7 +130,7 @@ bool op_writes_pc(const op_t *op)
 bool op_writes_pcl(const op_t *op)
 {
     const opnd_t *o = stored_to(op);
-    return o && sfr_idOf(o) == SFR_PCL;
+    return o && sfr_idOf(o) == SFR_PCL;   // a banked one may be
 }
 
 // Places.

@@ -28,8 +28,11 @@ inline bool op_is_simple(const op_t *op)
 }
 bool op_ends_dead_code(const op_t *op);     // behind a jump: from here on code may be reached in a way that isn't seen
 bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
-bool op_volatile(const op_t *op);
+bool op_marked(const op_t *op);             // marked as volatile, or its register is one that the chip says changes by itself
+bool op_volatile(const op_t *op);           // that, or it goes through a file select
 bool op_barrier(const op_t *op);
+bool op_may_not_run(const op_t *op);         // behind a skip, or behind data among code, whose last word may be one
+bool data_may_run(const op_t *data);         // control may come to it
 bool op_is_branch(const op_t *op);          // it names the place that it jumps to or calls
 bool op_writes_pc(const op_t *op);          // PCL, or the latches of its upper bytes
 bool op_writes_pcl(const op_t *op);         // control goes wherever that leads

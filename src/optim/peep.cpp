@@ -23,6 +23,7 @@
 
 #include "code/sfrop.h"
 #include "optim/edit.h"
+#include "optim/effects.h"
 #include "optim/known.h"
 #include "optim/labels.h"
 #include "optim/live.h"
@@ -53,7 +54,7 @@ static bool to_w(const op_t *op) { return op->op_dest == DEST_W; }
 // A test of bit `bit` of status.
 static bool tests_status(const op_t *op, int64_t bit)
 {
-    return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && is_plain(&op->op_opnd2, bit);
+    return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && sfr_isCertain(&op->op_opnd1) && is_plain(&op->op_opnd2, bit);
 }
 
 // Whether the operand is a register named by a number or a symbol. One that is written as a symbol XOR the bank of a
@@ -70,6 +71,15 @@ static bool opnd_plain_reg(opnd_t *o)
     return o->opnd_kind == OPND_DATA && (v->v_rtype == RT_CONST || v->v_rtype == RT_SYM);
 }
 
+// Whether the operand of `op` can stand in a movff as it is.
+static bool names_whole_register(op_t *op)
+{
+    return !(op->op_flags & OPF_INDEXED) && reg_is_whole(&op->op_opnd1) && opnd_plain_reg(&op->op_opnd1);
+}
+
+// Whether both are sure to be two registers.
+static bool are_apart(const opnd_t *a, const opnd_t *b) { return place_apart(reg_place(a), reg_place(b)); }
+
 // Whether Z and N describe W already: going back, an instruction that sets both by W comes before any that may change one of
 // the three.
 static bool w_flags_valid(const op_t *n)
@@ -77,16 +87,16 @@ static bool w_flags_valid(const op_t *n)
     for (const op_t *op = n->op_prev;; op = op->op_prev) {
         switch (op->op_type) {
         case T_SUBWF: case T_MOVF: case T_ANDWF: case T_INCF: case T_ADDWF:
-            return to_w(op) && !after_skip(op);
+            return to_w(op) && !op_may_not_run(op);
         case T_ADDLW:
-            return op->op_subop != TPL_MULLW && !after_skip(op);
+            return op->op_subop != TPL_MULLW && !op_may_not_run(op);
         case T_SWAPF: case T_DECFSZ:
             if (to_w(op))
                 return false;
             break;
         case T_NOP:
             if (op->op_subop == TPL_CLRW)   // which leaves N alone
-                return !after_skip(op) && dead(REG_N, n);
+                return !op_may_not_run(op) && dead(REG_N, n);
             if (op->op_subop == TPL_DAW)
                 return false;
             break;
@@ -166,11 +176,12 @@ template <size_t COUNT> static bool tried(const peep_rule_t (&rules)[COUNT], op_
 static bool m1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || reg_in_other_bank(&n->op_opnd1)
-        || !dead_zn(n) || !dead2(REG_W, n) || !opnd_plain_reg(&n->op_opnd1))
+    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || !dead_zn(n)
+        || !dead2(REG_W, n) || !names_whole_register(n))
         return false;
     opt_fired("M1", RO, n);
     m->op_opnd1 = n->op_opnd1;
+    m->op_opnd1.opnd_access = 0;
     keep_volatile(m, n);
     drop(n);
     reg_forget_w();
@@ -193,7 +204,8 @@ static bool m2(op_t *n)
 static bool m3(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !reg_equals_w(&m->op_opnd1))
+    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !reg_equals_w(&m->op_opnd1)
+        || (n->op_flags & OPF_INDEXED))
         return false;
     opt_fired("M3", RO, n);
     m->op_opnd1 = n->op_opnd1;
@@ -220,7 +232,7 @@ static void on_movf(op_t *n)
 // movff x,x
 static bool f1(op_t *n)
 {
-    return !op_volatile(n) && opnd_same(&n->op_opnd1, &n->op_opnd2) && deletes("F1", RO, n);
+    return !op_volatile(n) && place_same(place_of(&n->op_opnd1), place_of(&n->op_opnd2)) && deletes("F1", RO, n);
 }
 
 // `n` takes over where the next node, which moves W, moves it to.
@@ -229,6 +241,7 @@ static bool moves_on(const char *rule, op_t *n, const opnd_t *to)
     op_t *m = n->op_next;
     opt_fired(rule, RO, n);
     n->op_opnd2 = *to;
+    n->op_opnd2.opnd_access = 0;
     keep_volatile(n, m);
     drop(m);
     reg_forget_w();
@@ -241,8 +254,7 @@ static bool f2(op_t *n)
 {
     op_t *m = n->op_next;
     return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1)
-        && !reg_in_other_bank(&m->op_opnd1) && dead2(REG_W, n) && opnd_plain_reg(&m->op_opnd1)
-        && moves_on("F2", n, &m->op_opnd1);
+        && dead2(REG_W, n) && names_whole_register(m) && moves_on("F2", n, &m->op_opnd1);
 }
 
 // movff x,wreg / movff wreg,y
@@ -256,8 +268,7 @@ static bool f3(op_t *n)
 // movff x,wreg, where W holds x
 static bool f4(op_t *n)
 {
-    return sfr_isWreg(&n->op_opnd2) && !op_volatile(n) && (opnd_same(&n->op_opnd1, &reg.w_lit) || reg_equals_w(&n->op_opnd1))
-        && deletes("F4", RO, n);
+    return sfr_isWreg(&n->op_opnd2) && !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("F4", RO, n);
 }
 
 // movff x,wreg, with x in the access bank
@@ -337,13 +348,27 @@ static bool b1(op_t *b)
     return true;
 }
 
+static bool is_other_bit(const opnd_t *a, const opnd_t *b)
+{
+    const value_t &i = a->opnd_value, &j = b->opnd_value;
+    return i.v_rtype == RT_CONST && j.v_rtype == RT_CONST && i.v_offs != j.v_offs;
+}
+
+// Whether `b` tests the same, and its register, after `write` has come to stand before it.
+static bool may_precede(const op_t *write, const op_t *b)
+{
+    const opnd_t *o = op_written(write), *tested = &b->op_opnd1;
+    return !sfr_isPc(o) && !(sfr_isBsr(o) && depends_on_bank(tested)) && !sfr_isIndirect(tested)
+        && (are_apart(o, tested) || (write->op_type == T_BCF && !op_volatile(b) && is_other_bit(&write->op_opnd2, &b->op_opnd2)));
+}
+
 // The arms are bcf p and bsf p.
 static bool b2(op_t *b)
 {
     if_else_t s;
     return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm)
         && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && op_same_operands(s.arm, s.other)
-        && !op_same_operands(b, s.arm) && !sfr_isIndirect(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
+        && may_precede(s.arm, b) && label_only_from(s.other->op_prev, s.jump)
         && override_arm("B2", b, s);
 }
 
@@ -362,8 +387,8 @@ static bool b4(op_t *b)
     if_else_t s;
     return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm)))
         && (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF))
-        && op_same_operands(s.arm, s.other) && !opnd_same(&s.arm->op_opnd1, &b->op_opnd1) && !sfr_isWreg(&s.arm->op_opnd1)
-        && !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1) && !sfr_isIndirect(&b->op_opnd1)
+        && op_same_operands(s.arm, s.other) && may_precede(s.arm, b) && !sfr_isWreg(&s.arm->op_opnd1)
+        && !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1)
         && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
 }
 
@@ -457,7 +482,7 @@ static void on_decfsz(op_t *n)
 static bool d1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (n->op_subop == TPL_COMF || walk.skipped || after_skip(n) || !tests_status(m, 2) || !op_free(m) || !dead(REG_C, n)
+    if (n->op_subop == TPL_COMF || walk.skipped || op_may_not_run(n) || !tests_status(m, 2) || !op_free(m) || !dead(REG_C, n)
         || !dead(REG_N, n) || !dead2(REG_Z, n) || nxtuse(REG_Z, op_target(m), n, n))
         return false;
     const bool if_set = m->op_subop == TPL_BTFSS;
@@ -525,7 +550,7 @@ static bool is_idle(const op_t *n)
 static bool a6(op_t *n)
 {
     op_t *p = n->op_prev;
-    if (p->op_type != T_BTFSC || !op_free(p) || op_volatile(p) || after_skip(p) || !is_idle(n))
+    if (p->op_type != T_BTFSC || !op_free(p) || op_volatile(p) || op_may_not_run(p) || !is_idle(n))
         return false;
     walk.skipped = false;
     opt_fired("A6", RO, n);
@@ -537,7 +562,7 @@ static bool a6(op_t *n)
 // The same without a skip. It doesn't count as a change.
 static bool a7(op_t *n)
 {
-    if (walk.skipped || after_skip(n) || !is_idle(n))
+    if (walk.skipped || op_may_not_run(n) || !is_idle(n))
         return false;
     const bool changed = opt_changed;
     opt_fired("A7", CNT_NONE, n);
@@ -576,7 +601,7 @@ static bool g4(op_t *n)
 // addwfc x,f, no carry, W = 0
 static bool g5(op_t *n)
 {
-    if (!is(n, T_ADDWF, TPL_ADDWFC) || reg.carry != 0 || !reg_w_is(0) || op_volatile(n))
+    if (!is(n, T_ADDWF, TPL_ADDWFC) || reg.carry != 0 || !reg_w_is(0) || op_volatile(n) || !dead_zn(n))
         return false;
     reg_written(&n->op_opnd1);
     return deletes("G5", RO, n);
@@ -731,7 +756,7 @@ static bool restores_page(const op_t *op)
 {
     const value_t *bit = &op->op_opnd2.opnd_value;
     return op->op_type == T_BCF && is_plain(&op->op_opnd1, STATUS_IN_OLD_BANK) && bit->v_rtype == RT_CONST
-        && bit->v_offs >= 5 && op_free(op);
+        && bit->v_offs >= 5 && op_free(op) && !op_marked(op);
 }
 
 // call f / return
@@ -841,7 +866,8 @@ static bool v2(op_t *n)
     const bool one_access_does = sfr_isIndirect(&n->op_opnd1)
         ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2)) : !sfr_isStatus(&n->op_opnd1);
     if ((p->op_type != T_ANDWF && p->op_type != T_INCF && p->op_type != T_ADDWF) || !to_w(p)
-        || !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || after_skip(p) || !dead(REG_W, n))
+        || !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || op_marked(p) || op_marked(n) || op_may_not_run(p)
+        || !dead(REG_W, n))
         return false;
     opt_fired("V2", SA, n);
     p->op_dest = DEST_F;
@@ -884,7 +910,7 @@ static void on_movwf(op_t *n)
 static bool t1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (n->op_subop != TPL_TBLRD || !is(m, T_TBLRD, TPL_TBLRD_POSTINC) || !op_free(m))
+    if (n->op_subop != TPL_TBLRD || !is(m, T_TBLRD, TPL_TBLRD_POSTINC) || !op_free(m) || op_marked(n) || op_marked(m))
         return false;
     becomes("T1", SJ, n, T_TBLRD, TPL_TBLRD_POSTINC);
     drop(m);
@@ -895,15 +921,15 @@ static bool t1(op_t *n)
 static bool t2(op_t *n)
 {
     const op_t *m = n->op_next;
-    return n->op_subop == TPL_TBLRD && m->op_type == T_CLRF && m->op_subop != TPL_NEGF
-        && is_plain(&m->op_opnd1, TABLAT_ADDRESS) && deletes("T2", SJ, n);
+    return n->op_subop == TPL_TBLRD && m->op_type == T_CLRF && m->op_subop != TPL_NEGF && !op_marked(n)
+        && is_plain(&m->op_opnd1, TABLAT_ADDRESS) && sfr_isCertain(&m->op_opnd1) && deletes("T2", SJ, n);
 }
 
 // tblrd*+ / tblrd*
 static bool t3(op_t *n)
 {
     op_t *m = n->op_next;
-    if (n->op_subop != TPL_TBLRD_POSTINC || !is(m, T_TBLRD, TPL_TBLRD) || !op_free(m))
+    if (n->op_subop != TPL_TBLRD_POSTINC || !is(m, T_TBLRD, TPL_TBLRD) || !op_free(m) || op_marked(n) || op_marked(m))
         return false;
     becomes("T3", SJ, n, T_TBLRD, TPL_TBLRD_PREINC);
     drop(m);
@@ -924,12 +950,19 @@ static void on_bcf(op_t *n)
 {
     const value_t *bit = &n->op_opnd2.opnd_value;
     if (sfr_isStatus(&n->op_opnd1) && (bit->v_rtype != RT_CONST || bit->v_offs == 0))
-        reg_set_carry(bit->v_rtype != RT_CONST ? -1 : n->op_subop == TPL_BSF ? 1 : n->op_subop == TPL_BCF ? 0 : -1);
+        reg_set_carry(bit->v_rtype != RT_CONST || !sfr_isCertain(&n->op_opnd1) ? -1 : n->op_subop == TPL_BSF ? 1 : n->op_subop == TPL_BCF ? 0 : -1);
     walk.skipped = false;
     reg_written(&n->op_opnd1);
 }
 
 static void on_other(op_t *) { walk.skipped = false; }
+
+// A word written by hand may be a skip.
+static void on_data(op_t *n)
+{
+    if (n->op_prev->op_type != T_DB)
+        walk.skipped = data_may_run(n);
+}
 
 static void on_nop(op_t *n)
 {
@@ -993,7 +1026,7 @@ constexpr section_t sections[] = {
     {T_MOVF, on_movf}, {T_MOVFF, on_movff}, {T_BTFSC, on_btfsc}, {T_INCF, on_incf}, {T_SUBWF, on_arithmetic},
     {T_ANDWF, on_arithmetic}, {T_ADDWF, on_arithmetic}, {T_ADDLW, on_addlw}, {T_RETURN, on_return}, {T_CALL, on_call},
     {T_RCALL, on_rcall}, {T_MOVLW, on_movlw}, {T_MOVLB, on_movlb}, {T_MOVWF, on_movwf}, {T_TBLRD, on_tblrd}, {T_BCF, on_bcf},
-    {T_DB, on_other}, {T_DS, on_other}, {T_RETLW, on_other}, {T_BRA, on_other}, {T_BCC, on_other}, {T_GOTO, on_other},
+    {T_DB, on_data}, {T_DS, on_data}, {T_RETLW, on_other}, {T_BRA, on_other}, {T_BCC, on_other}, {T_GOTO, on_other},
     {T_NOP, on_nop}, {T_SWAPF, on_swapf}, {T_CLRF, on_clrf}, {T_RLCF, on_rlcf}, {T_DECFSZ, on_decfsz}, {T_CPFSEQ, on_cpfseq},
     {T_LFSR, on_lfsr},
     {T_MULWF}, {T_MOVFFL}, {T_CALLW}, {T_PUSH}, {T_TRET}, {T_DBOUT}, {T_TRAP}, {T_PUSHL}, {T_ADDULNK}, {T_ADDFSR}, {T_SETCNT},
@@ -1021,7 +1054,7 @@ void peep_walk(symbol_t *psect)
     walk.skipped = after_skip(psect->s_psect->p_code->head.op_next);
     for (op_t *n = psect->s_psect->p_code->head.op_next; n->op_type != 0; n = walk.next) {
         walk.next = op_step(n);
-        if (n->op_type == T_NAME || n->op_type == T_NUMLABEL)
+        if (n->op_type == T_NAME || n->op_type == T_NUMLABEL || n->op_type == T_ALIGN)
             reg_forget_machine();
         else if (!op_is_silent(n))
             visit(n);

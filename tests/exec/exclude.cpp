@@ -18,17 +18,11 @@ const exclusion_t exclusions[X_NONE] = {
      "fast: / movlw 1 / movwf a1,c / return f / __end_of_fast: / psect text"},
     {"overflow", "No rule looks after OV and DC. Here the addition of 0, which clears OV, becomes `bcf STATUS,0` (G9).",
      "-O", "movlw 127 / addlw 1 / movlw 0 / addwf a0,f,c / movlw 1 / bov x1 / movlw 2 / x1: / addwf a1,f,c"},
-    {"addwfc-zero", "`addwfc x,f` goes if W and C are 0, though Z and N may be read behind it (G5).", "-O",
-     "clrf a0,c / movf a1,f,c / movlw 0 / bcf STATUS,0,c / addwfc a0,f,c"},
     {"n-at-return", "N counts as dead at a return, with \";funcret\" also Z. Here the iorwf, which alone sets N, goes (G4).",
      "-O", "setf a7,c / call sub / bn x1 / clrf a6,c / x1: / goto finish / "
      "sub: / movlw 0 / iorwf a7,f,c / clrf a0,c / return"},
     {"address-3", "`bsf 3,5` and the like between a call and a return is taken for bank selection, and deleted (C1).", "-O",
      "call sub / goto finish / sub: / call sub2 / bsf 3,5,c / return / sub2: / incf a3,f,c / movwf a5,c / return"},
-    {"two-names", "`a1` and `a0+1`, or `a1,c` and `a1,b`, are two registers for the rules. The last movwf goes (V1).", "-O",
-     "movf a1,w,c / clrf a0+1,c / movwf a1,c"},
-    {"unmarked-port", "Accesses to a register that changes by itself, or acts when accessed, need the mark \";volatile\".",
-     "-O", "movlw 1 / movwf LATA,c / movwf LATA,c"},
     {"start", "A jump to a label named `start` counts as the end of the program, where nothing is needed any more.", "-O",
      "clrf a0,c / goto entry / start: / movwf a1,c / goto finish / entry: / movlw 5 / goto start"},
     {"code-address", "A NOP of --errata= gets between a label and the table that stands there, behind a return in a code "

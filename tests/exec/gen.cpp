@@ -94,8 +94,8 @@ static const table_t singles = table(R"(
 12 {alu} {r},{d}{A} | 6 movf {r},w{A} | 6 movwf {r}{A} | 4 {clr} {r}{A} | 7 movlw {k} | 5 {lit} {k} | mullw {k} |
 mulwf {r}{A} | 3 {bit} {r},{b}{A} | 2 movff {m},{m} | movff {m1},{m1} | 3 movff {m},WREG | 3 movff WREG,{m} | clrw | nop |
 bcf STATUS,0,c | bsf STATUS,0,c | {alu} WREG,{d},c | movf PRODL,w,c | movwf PRODL,c | {clr} WREG,c | btg STATUS,{z},c |
-movwf TABLAT,c | lfsr {i},array+25 | tblrd * | 15 daw !overflow | 15 {alu} a{x:0,1,2}+1,{d},c !two-names |
-15 movf {port},w,c !unmarked-port | movf {port},w,c ;volatile | movwf {lat},c ;volatile | {bit} {lat},{b},c ;volatile |
+movwf TABLAT,c | lfsr {i},array+25 | tblrd * | 15 daw !overflow | 15 {alu} a{x:0,1,2}+1,{d},c |
+15 movf {port},w,c | movf {port},w,c ;volatile | movwf {lat},c ;volatile | {bit} {lat},{b},c ;volatile |
 movff {port},{m} ;volatile | movff {m},{lat} ;volatile | {alu} {lat},{d},c ;volatile)");
 
 static const table_t plain = table("4 {alu} {v},{d},c | 2 movf {v},w,c | 3 movwf {v},c | movlw {k} | {bit} {v},{b},c |"
@@ -293,9 +293,7 @@ static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
     // Nothing reads what an exclusion, or the mark of a return, makes unsure before it is set again.
     const bool calls = whole.find("{f}") != std::string::npos;
     const char *const again = calls && out.ends_with(",f") && !g.may(X_FAST_CALL) ? "bcf STATUS,0,c~ / movf last_w,w,c"
-                            : (calls && g.functions[0].funcret) ||
-                              (out.starts_with("\taddwfc") && out.find(",f,") != std::string::npos && !g.may(X_ADDWFC_ZERO))
-                            ? "movf last_w,f,c" : nullptr;
+                            : calls && g.functions[0].funcret ? "movf last_w,f,c" : nullptr;
     put(g, out + (again ? "~" : tilde));
     if (again)
         expand(g, again + tilde, none);

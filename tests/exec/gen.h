@@ -5,9 +5,8 @@
 
 // Situations in which a rule of the optimiser is known to change what a program does.
 enum exclusion : uint8_t {
-    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_ADDWFC_ZERO, X_N_AT_RETURN, X_ADDRESS_3, X_TWO_NAMES,
-    X_UNMARKED_PORT, X_START, X_CODE_ADDRESS, X_ERRATA_GLOBAL, X_ERRATA_CALL, X_STACK_POINTER,
-    X_NONE
+    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_CODE_ADDRESS,
+    X_ERRATA_GLOBAL, X_ERRATA_CALL, X_STACK_POINTER, X_NONE
 };
 struct exclusion_t {
     const char *name, *why;

@@ -12,7 +12,8 @@ static const peep_row_t moves[] = {
     {"movf (r^(p__Lparam and 0FF00h)),w,b / movff wreg,s / DEAD", "movff r,s / DEAD"},
     {"movf x,w / movff wreg,plusw0 / DEAD"}, {"movf low(r),w,b / movff wreg,s / DEAD"},
     {"movlb 1 / movf v,w,b / movff wreg,s / DEAD"}, {"movwf x / movf y,w / xorwf x,f / USED"},
-    {"movwf r,b / movlb 1 / movwf r,b / USED", "movwf r,b / movlb 1 / USED"}, {"movwf v,b / movlb 1 / movwf v,b / USED"},
+    {"movwf r,b / movlb 1 / movwf r,b / USED"},
+    {"movlb 1 / movwf r,b / movlb 1 / movwf r,b / USED", "movlb 1 / movwf r,b / USED"}, {"movwf v,b / movlb 1 / movwf v,b / USED"},
     {"movf status,w / movwf status / USED"}, {"incf status,w / movwf status / DEAD"},
     {"incf postinc0,w / movwf postinc0 / DEAD"}, {"btfsc y,0 / incf x,w / movwf x / DEAD"},
     // What ends knowledge
