@@ -124,11 +124,21 @@ static void pin(op_t *op)
     op->op_flags |= OPF_PINNED;
 }
 
+static bool holds_code(const code_list_t *list)
+{
+    const op_t *op = list->head.op_next;
+    while (op->op_type != 0 && !op_is_code(op))
+        op = op->op_next;
+    return op->op_type != 0;
+}
+
 // Pins what overlaps with a place's way, and sets labels at the places. All `n` lie in one psect.
 static void pin_ways(pinned_place_t *places, size_t n)
 {
     symbol_t *psect = places->psect;
     code_list_t *list = psect->s_psect->p_code;
+    if (!holds_code(list))
+        return;
     size_once(psect);
     const auto delta = static_cast<int64_t>(psect_delta(psect->s_psect));
     int64_t *targets = xnew<int64_t>(n);
