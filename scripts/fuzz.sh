@@ -36,7 +36,7 @@ esac
 sed 's,//.*,,' $tables | grep -oE '"[A-Za-z0-9_]{2,}"' | sort -u >"$state/words.$name.dict" || true
 
 export AFL_SKIP_CPUFREQ=1 AFL_I_DONT_CARE_ABOUT_MISSING_CRASHES=1 AFL_NO_UI=1 AFL_NO_AFFINITY=1 AFL_AUTORESUME=1
-export AFL_HANG_TMOUT=1000 AFL_IGNORE_SEED_PROBLEMS=1 AFL_FORKSRV_INIT_TMOUT=10000 TMPDIR="$state/tmp"
+export AFL_FAST_CAL=1 AFL_HANG_TMOUT=1000 AFL_IGNORE_SEED_PROBLEMS=1 AFL_FORKSRV_INIT_TMOUT=10000 TMPDIR="$state/tmp"
 words=
 [ ! -s "$state/words.$name.dict" ] || words="-x $state/words.$name.dict"
 cp build/afl/bin/fuzz_"$target" "build/afl/bin/fuzz_$target.$name"   # a later build doesn't change what runs
