@@ -38,6 +38,7 @@ static struct {
 } st;
 
 sfr_slot_t sfr_slots[SFR_SLOTS];
+uint32_t sfr_page;
 
 static void enter(uint32_t addr, uint32_t id)
 {
@@ -57,6 +58,7 @@ void sfr_init(chipinfo_t *ci)
             e->addr = sfr->sfr_address;
             enter(sfr->sfr_address, e->id);
         }
+    sfr_page = sfr_addrOf(SFR_STATUS) & ~uint32_t{255};
     st.sfrs_initialized = true;
 }
 

@@ -27,6 +27,7 @@ const char *sfr_nameAt(int64_t addr);   // in lower case; null if no core regist
 enum : uint32_t { SFR_SLOTS = 128 };
 struct sfr_slot_t { uint32_t addr, id; };
 extern sfr_slot_t sfr_slots[SFR_SLOTS];
+extern uint32_t sfr_page;               // the first address of the 256 in which they lie
 
 // The id of the core register at an address; SFR_NONE if there is none.
 inline uint32_t sfr_idAt(int64_t addr) {

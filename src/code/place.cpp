@@ -121,8 +121,10 @@ bool place_apart(const place_t &a, const place_t &b)
 
 uint32_t sfr_idOfPlace(const opnd_t *o)
 {
+    if (o->opnd_value.v_rtype == RT_SYM && (o->opnd_value.v_sym->s_flags & S_UNDEF))
+        return SFR_NONE;
     const place_t p = place_of(o);
     if (p.kind == place_t::ADDRESS)
         return sfr_idAt(p.at);
-    return p.kind == place_t::BANKED ? sfr_idAt(page_of(chip_current()->c_sfrcommon) + (p.at & (PAGE - 1))) : uint32_t{SFR_NONE};
+    return p.kind == place_t::BANKED ? sfr_idAt(sfr_page + (p.at & (PAGE - 1))) : uint32_t{SFR_NONE};
 }

@@ -15,12 +15,12 @@ uint32_t sfr_idOfPlace(const opnd_t *v);   // the same for any operand, with mor
 // The id of the register, SFR_NONE if the operand is no core register.
 inline uint32_t sfr_idOf(const opnd_t *v) {
     const value_t &n = v->opnd_value;
-    if (n.v_rtype == RT_CONST) {
-        const uint32_t id = n.v_offs >= 0 ? sfr_idAt(n.v_offs) : uint32_t{SFR_NONE};
-        if (id != SFR_NONE || v->opnd_access == 0)
-            return id;
-    }
-    return sfr_idOfPlace(v);
+    if (n.v_rtype != RT_CONST)
+        return sfr_idOfPlace(v);
+    if (n.v_offs < 0)
+        return SFR_NONE;
+    // The lower eight bits tell it: no core register lies in the memory part of the access bank.
+    return sfr_idAt(v->opnd_access == 0 ? n.v_offs : int64_t{sfr_page} + (n.v_offs & 255));
 }
 // Whether it is this register whatever bank is selected.
 inline bool sfr_isCertain(const opnd_t *v) { return v->opnd_access != ACCESS_B; }

@@ -51,6 +51,8 @@ bool op_ends_dead_code(const op_t *op)
 // Of a banked register the number has to be its whole address.
 static bool is_volatile_register(const opnd_t *o)
 {
+    if (o->opnd_kind != OPND_DATA)
+        return false;
     const place_t p = place_of(o);
     return (p.kind == place_t::ADDRESS || p.kind == place_t::BANKED) && range_contains(chip_current()->c_volsfrs, p.at);
 }
