@@ -31,6 +31,7 @@ struct outcome_t {
 
 static struct {
     std::string bin = program_directory(), directory;
+    bool hand = false;   // the kind of programs
     uint64_t seed = 1, count = 200, allowed = 0, reports = 5;
     std::atomic<uint64_t> next{0}, faults{0};
     std::mutex mutex;
@@ -39,6 +40,11 @@ static struct {
 } st;
 
 static const target_t &target_of(uint64_t seed) { return st.targets[seed % 4 == 3]; }
+
+static pieces_t program_of(uint64_t seed)
+{
+    return st.hand ? hand_program(seed, target_of(seed)) : gen_program(seed, target_of(seed), st.allowed);
+}
 
 // `base` begins the names of a worker's files: base.as, base.obj and so on.
 static std::string assemble(const std::string &base, const target_t &t, const std::string &options, const std::string &from,
@@ -164,7 +170,7 @@ static void report(const std::string &base, uint64_t seed, const std::string &wa
 static void one_program(const std::string &base, uint64_t seed)
 {
     const target_t &t = target_of(seed);
-    const pieces_t pieces = gen_program(seed, t, st.allowed);
+    const pieces_t pieces = program_of(seed);
     write_text(base + ".as", pieces_text(pieces));
     const outcome_t plain = perform(base, t, "", STEP_LIMIT);
     if (!sound(plain)) {
@@ -214,6 +220,10 @@ int main(int argc, char **argv)
             (option == "--rules" ? rules : show_exclusions) = true;
             continue;
         }
+        if (option == "--kind=hand" || option == "--kind=compiled") {
+            st.hand = option == "--kind=hand";
+            continue;
+        }
         if (const auto number = numbers.find(option); number != numbers.end() && !value.empty())
             *number->second = strtoull(value.c_str(), nullptr, 10);
         else if (option == "--way" && !value.empty())
@@ -221,8 +231,9 @@ int main(int argc, char **argv)
         else if (option == "--allow" && exclusion_find(value) != X_NONE)
             st.allowed |= uint64_t{1} << exclusion_find(value);
         else
-            return fprintf(stderr, "usage: exec_compare [--seed n] [--count n] [--reports n] [--rules] [--way \"-O\"]... "
-                                   "[--allow exclusion]...\n       exec_compare --exclusions  what is left out\n"
+            return fprintf(stderr, "usage: exec_compare [--kind=compiled|hand] [--seed n] [--count n] [--reports n]\n"
+                                   "                    [--rules] [--way \"-O\"]... [--allow exclusion]...\n"
+                                   "       exec_compare --exclusions  what is left out\n"
                                    "       exec_compare --print n     the program of a seed\n"), 2;
         print |= option == "--print";
         i++;
@@ -232,7 +243,7 @@ int main(int argc, char **argv)
         if (const std::string error = target_find(st.bin, i ? "ZEL8K20" : "ZEL8K10", st.targets[i]); !error.empty())
             return fprintf(stderr, "%s\n", error.c_str()), 2;
     if (print)
-        return puts(pieces_text(gen_program(st.seed, target_of(st.seed), st.allowed)).c_str()) < 0;
+        return puts(pieces_text(program_of(st.seed)).c_str()) < 0;
     char directory[] = "/tmp/exec_compare.XXXXXX";
     if (!mkdtemp(directory))
         return 2;

@@ -415,15 +415,28 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
     return g.pieces;
 }
 
-pieces_t gen_around(const std::string &statements, const target_t &target)
+static void begin_main(gen_t &g, const target_t &target)
 {
-    gen_t g;
-    fillings_t none;
     g.target = &target;
     g.allowed = UINT64_MAX;
     g.functions.push_back({"main", false, false, false, 0});
     prologue(g);
     g.pieces.push_back("\tpsect\ttext,class=CODE,reloc=2,delta=1\nmain:\n");
+}
+
+pieces_t gen_frame(const target_t &target)
+{
+    gen_t g;
+    begin_main(g, target);
+    epilogue(g);
+    return g.pieces;
+}
+
+pieces_t gen_around(const std::string &statements, const target_t &target)
+{
+    gen_t g;
+    fillings_t none;
+    begin_main(g, target);
     expand(g, statements, none);
     epilogue(g);
     return g.pieces;

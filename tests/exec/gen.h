@@ -24,3 +24,7 @@ std::string pieces_text(const pieces_t &pieces);
 // The program of a seed. `allowed` has a bit set for each exclusion, by number, that isn't heeded.
 pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed);
 pieces_t gen_around(const std::string &statements, const target_t &target);   // the example of an exclusion as a program
+
+// A program made of nothing but its two ends: what `main` begins with and, last, what stores W and status.
+pieces_t gen_frame(const target_t &target);
+pieces_t hand_program(uint64_t seed, const target_t &target);                 // idioms of people, see hand.cpp
