@@ -325,6 +325,8 @@ void optimise_run()
     pins_set();
     if (opt.optimise)
         optimise_phase();
+    else
+        build_all_refs();   // a global label that is used isn't one that only others can know
     if (opt.errata_mask & ERRATA_NOPS)
         insert_errata_nops();
 }

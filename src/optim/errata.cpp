@@ -5,7 +5,8 @@
 // Thousands of labels may stand in a row, so each remembers the node that was found ahead of it.
 //
 // A NOP at a label may come to stand between a skip and the instruction that it skips. Then the skip gets jumps of its own
-// around both.
+// around both; so does a skip ahead of it, which would pass only the first of these jumps. Nothing gets between nodes whose
+// distance counts, such as the arms of a table: there a target goes without.
 #include "optim/errata.h"
 
 #include "common/xalloc.h"
@@ -52,6 +53,17 @@ static op_t *skip_definitions(op_t *op)
     return end;
 }
 
+// Whether a NOP may stand ahead of `op`, which is no definition.
+static bool has_room(const op_t *op)
+{
+    if (!(op->op_flags & OPF_PINNED))
+        return true;
+    const op_t *before = op->op_prev;
+    while (is_definition(before))
+        before = before->op_prev;
+    return !(before->op_flags & OPF_PINNED);
+}
+
 static op_t *link_nop(op_t *where)
 {
     op_t *nop = op_insert_after(where, new_nop());
@@ -60,10 +72,10 @@ static op_t *link_nop(op_t *where)
     return nop;
 }
 
-// The NOP at `op`, or a new one in front of it.
+// The NOP at `op`, or a new one in front of it, or `op` if there is no room.
 static op_t *nop_at(op_t *op)
 {
-    return errata_is_nop(op) ? op : link_nop(op->op_prev);
+    return errata_is_nop(op) || !has_room(op) ? op : link_nop(op->op_prev);
 }
 
 static op_t *link_bra(op_t *where, op_t *label)
@@ -71,16 +83,31 @@ static op_t *link_bra(op_t *where, op_t *label)
     return edit_link_jump(where, edit_new_jump(T_BRA, TPL_BRA, label), label);
 }
 
+// The skip in front of `op`, past what isn't code; or null.
+static op_t *skip_before(op_t *op)
+{
+    op_t *k = op->op_prev;
+    while (op_is_silent(k))
+        k = k->op_prev;
+    return op_is_skip(k) ? k : nullptr;
+}
+
+// Behind skip `k`: jumps to where it goes on when it doesn't skip, and when it does.
+static void link_both_ways(op_t *k, op_t *stays, op_t *skips)
+{
+    link_bra(link_bra(k, stays), skips);
+}
+
 // A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
 static void mend_skip(op_t *t, op_t *nop)
 {
-    op_t *k = t->op_prev;
-    while (op_is_silent(k))
-        k = k->op_prev;
-    if (!op_is_skip(k))
+    op_t *k = skip_before(t);
+    if (!k)
         return;
     op_t *x = op_past_silent(nop->op_next), *y = x->op_type ? op_past_silent(x->op_next) : x;
     op_t *m = op_ensure_label(y);
+    if (op_t *ahead = skip_before(k))
+        link_both_ways(ahead, op_ensure_label(k), op_ensure_label(x));
     op_add_ref(k, m);
     if (k->op_type == T_BTFSC) {
         k->op_subop ^= TPL_INVERT;
@@ -94,8 +121,7 @@ static void mend_skip(op_t *t, op_t *nop)
         }
         link_bra(k, m);
     } else {
-        op_t *n = op_ensure_label(x);
-        link_bra(link_bra(k, n), m);
+        link_both_ways(k, op_ensure_label(x), m);
     }
 }
 
@@ -105,14 +131,21 @@ static void errata_psect(symbol_t *psect)
         op_t *next = op->op_next;
         switch (op->op_type) {
         case T_RETURN:
-        case T_RETLW:
-            next = nop_at(skip_definitions(op->op_next));
+        case T_RETLW: {
+            op_t *at = skip_definitions(op->op_next);
+            next = at->op_type == T_DB && !errata_is_nop(at) ? link_nop(op) : nop_at(at);   // labels of data stay at the data
             break;
+        }
         case T_NAME:
             if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op_more(op)->op_refs) == 0) {
                 if (op->op_next->op_type == 0)
                     return;
-                next = nop_at(skip_definitions(op->op_next));
+                op_t *at = skip_definitions(op->op_next);
+                if (at->op_type == T_DB && !errata_is_nop(at))
+                    break;
+                next = nop_at(at);
+                if (next != at)
+                    mend_skip(op, next);
             }
             break;
         case T_DB:
@@ -122,11 +155,10 @@ static void errata_psect(symbol_t *psect)
         case T_GOTO:
         case T_CALL: {
             op_t *t = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
-            if (!t || errata_is_nop(skip_definitions(t->op_next)))
+            op_t *at = t ? skip_definitions(t->op_next) : nullptr;
+            if (!t || errata_is_nop(at) || !has_room(at))
                 break;
-            op_t *nop = link_nop(t);
-            if (op->op_type == T_GOTO)
-                mend_skip(t, nop);
+            mend_skip(t, link_nop(t));
             next = op->op_next;
             break;
         }

@@ -151,7 +151,8 @@ static bool pa_join(const op_t *n)
 static bool contested(const op_t *n) { return pa_join(n) && pa(n)->pa_refs != 1; }
 static bool movable(const op_t *n) { return pa(n)->pa_flags & PAF_MOVABLE; }
 
-static bool leads_away(const opnd_t *o) { return sfr_isTos(o) || sfr_isPc(o); }
+// In a procedure, which runs one level deeper, the top of stack and the stack pointer are others.
+static bool leads_away(const opnd_t *o) { return sfr_isTos(o) || sfr_isPc(o) || sfr_idOf(o) == SFR_STKPTR; }
 
 // Data and conditions stay where they are, as does a jump to a place that isn't known.
 static bool pa_abstractable(const op_t *n)

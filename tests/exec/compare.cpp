@@ -64,15 +64,12 @@ static std::string assemble(const std::string &base, const target_t &t, const st
 static outcome_t perform(const std::string &base, const target_t &t, const std::string &way, uint64_t limit)
 {
     outcome_t o;
-    const bool text = way.find("-A") != std::string::npos, errata = way.find("--errata") != std::string::npos;
-    const bool safe = errata && !(st.allowed >> X_ERRATA_CALL & 1);
-    std::string options = way + (errata && !(st.allowed >> X_ERRATA_GLOBAL & 1) ? " -no_inline" : "");
+    const bool text = way.find("-A") != std::string::npos;
+    std::string options = way;
     if (!way.empty())
         options += " --qvdebug=on,out:" + base + ".trace";
     std::filesystem::remove(base + ".trace");
-    if (safe)
-        write_text(base + ".safe", exclude_errata_skips(read_text(base + ".as")));
-    o.error = assemble(base, t, options, safe ? ".safe" : ".as", text ? ".opt" : ".obj");
+    o.error = assemble(base, t, options, ".as", text ? ".opt" : ".obj");
     if (o.error.empty() && text)
         o.error = assemble(base, t, "", ".opt", ".obj");
     if (o.error.empty())

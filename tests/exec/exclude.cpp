@@ -25,33 +25,10 @@ const exclusion_t exclusions[X_NONE] = {
      "call sub / goto finish / sub: / call sub2 / bsf 3,5,c / return / sub2: / incf a3,f,c / movwf a5,c / return"},
     {"start", "A jump to a label named `start` counts as the end of the program, where nothing is needed any more.", "-O",
      "clrf a0,c / goto entry / start: / movwf a1,c / goto finish / entry: / movlw 5 / goto start"},
-    {"code-address", "A NOP of --errata= gets between a label and the table that stands there, behind a return in a code "
-     "psect.", "--errata=1", "movlw low(data) / movwf TBLPTRL,c / movlw high(data) / movwf TBLPTRH,c / clrf TBLPTRU,c / "
-     "tblrd * / clrf TBLPTRL,c / clrf TBLPTRH,c / goto finish / return / data: / dw 0x0102"},
-    {"errata-global", "The NOP at a global label without references takes the place of an instruction under a skip, which "
-     "then always runs. Inlining makes such labels.", "--errata=1",
-     "global x1 / clrf a7,c / btfsc a7,0,c / x1: / incf a7,f,c"},
-    {"errata-call", "So does the NOP at a label that is called: the skip is mended only for a goto. With -O, J5 may bring "
-     "the head of a function under a skip.", "--errata=1",
-     "clrf a7,c / call sub / call sub2 / goto finish / sub: / btfsc a7,0,c / sub2: / incf a7,f,c / return"},
-    {"stack-pointer", "A procedure made by abstraction runs one level deeper, as instructions that read STKPTR see.",
-     "-O --opt=space",
-     "call sub / call sub2 / goto finish / sub: / movff 0xFEB,a1 / incf a2,f,c / rlncf a3,f,c / setf a4,c / return / "
-     "sub2: / movff 0xFEB,a1 / incf a2,f,c / rlncf a3,f,c / setf a4,c / decf a6,f,c / return"},
 };
 
 exclusion exclusion_find(const std::string &name)
 {
     const auto has_name = [&](const exclusion_t &e) { return e.name == name; };
     return static_cast<exclusion>(std::find_if(exclusions, exclusions + X_NONE, has_name) - exclusions);
-}
-
-// Puts a nop at the head and at the end of each function, so that a skip which the optimiser leads over these labels
-// only protects that.
-std::string exclude_errata_skips(std::string text)
-{
-    for (size_t at = 0; (at = text.find(":\n", at)) != std::string::npos; at += 2)
-        if (const auto s = text.substr(text.rfind('\n', at) + 1, 9); s == "__end_of_" || (s[0] == 'f' && isdigit(s[1])))
-            text.insert(at + 2, "\tnop\n");
-    return text;
 }

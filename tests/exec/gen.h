@@ -5,8 +5,7 @@
 
 // Situations in which a rule of the optimiser is known to change what a program does.
 enum exclusion : uint8_t {
-    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_CODE_ADDRESS,
-    X_ERRATA_GLOBAL, X_ERRATA_CALL, X_STACK_POINTER, X_NONE
+    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_NONE
 };
 struct exclusion_t {
     const char *name, *why;
@@ -15,7 +14,6 @@ struct exclusion_t {
 };
 extern const exclusion_t exclusions[X_NONE];
 exclusion exclusion_find(const std::string &name);                    // X_NONE if there is none of that name
-std::string exclude_errata_skips(std::string text);                   // a program, made safe for --errata=
 
 // A source text in pieces. With one left out it may not assemble or end, but does nothing else that is forbidden.
 using pieces_t = std::vector<std::string>;
