@@ -206,7 +206,10 @@ static vec_t<alert_record_t *> read_catalogue(FILE *in, const char *path)
     for (unsigned number = 1; number <= LINES_MAX && fgets(line, sizeof line, in); number++) {
         char *s = line, *end = line + strcspn(line, "\n");
         if (number == 1 && !strncmp(s, "\xEF\xBB\xBF", 3)) s += 3;   // a byte order mark
-        if (*end && end > s && end[-1] == '\r') end--;
+        const bool whole = *end;
+        if (whole && end > s && end[-1] == '\r') end--;
+        while (!whole && end > s && end[-1] == '\x1A') end--;   // a Ctrl-Z at the end of the file
+        if (!whole && end == s) break;
         *end = '\0';
         if (*s == '#') continue;
         const line_fault_t fault = load_line(table, s);

@@ -89,7 +89,8 @@ static void add_input(const file_id_t &id)
     st.inputs[st.input_count++] = id;
 }
 
-static void put_back(const output_t &o)
+// `in`: the input that is the file; it may have the number that a stream now closed had.
+static void put_back(const output_t &o, int in)
 {
     file_id_t id;
     const int fd = open(o.path, O_WRONLY | O_CLOEXEC);
@@ -104,7 +105,7 @@ static void put_back(const output_t &o)
         close(fd);
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere >= 0) {
-        if (identify(o.fd, &id) && id == o.id)
+        if (o.fd != in && identify(o.fd, &id) && id == o.id)
             dup2(nowhere, o.fd);
         close(nowhere);
     }
@@ -121,7 +122,7 @@ void guard_input(int fd)
         if (!o.lost || !(o.id == id))
             continue;
         st.outputs[i] = st.outputs[--st.output_count];
-        put_back(o);
+        put_back(o, fd);
         refuse("it is read in this run");
         o.lost(o.path);
         return;
