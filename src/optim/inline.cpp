@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "code/layout.h"
+#include "code/sfrop.h"
 #include "common/alert.h"
 #include "common/hash.h"
 #include "common/srcpos.h"
@@ -68,6 +69,57 @@ static bool spoils_body(const op_t *op)
     }
 }
 
+static symbol_t *callee_psect(const op_t *call)
+{
+    return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
+}
+
+static bool uses_stack(const op_t *op)
+{
+    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2)
+        || sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
+}
+
+static bool is_body_end(const op_t *op)
+{
+    return op->op_type == 0 || (op->op_type == T_NAME && cache_starts_with(op->op_sym->s_name, "__end_of"));
+}
+
+static bool lies_in_body(const op_t *label, const symbol_t *q)
+{
+    if (!label || label->op_type != T_NAME || label->op_psect != q)
+        return false;
+    while (!is_body_end(label))
+        label = label->op_next;
+    return label->op_type != 0;
+}
+
+// Whether a copy of the body does what the function does. Its returns lead to the copy's exit, with nothing on the stack:
+// so control may leave by returns alone, nothing may look at the stack, and nothing in the body may call what returns there.
+static bool body_stays_true(const symbol_t *q)
+{
+    bool returns = false, calls_itself = false;
+    const op_t *last = nullptr;
+    const op_t *op = q->s_psect->p_code->head.op_next;
+    for (; !is_body_end(op); op = op->op_next) {
+        if ((op->op_flags & OPF_SKIPPED) || op_is_silent(op))
+            continue;
+        last = op;
+        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW || uses_stack(op))
+            return false;
+        if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
+            if (!op_is_simple(op) || !lies_in_body(op->op_opnd1.opnd_value.v_sym->s_defop, q))
+                return false;
+        } else if (op->op_type == T_CALL || op->op_type == T_RCALL) {
+            calls_itself |= callee_psect(op) == q;
+        } else if (op_is_return(op)) {
+            returns |= !is_indirect(op);
+        }
+    }
+    const bool ends = last && !after_skip(last) && (op_is_transfer(last) || last->op_type == T_BRA);
+    return ends && !(returns && calls_itself);
+}
+
 bool inline_check(int mode, symbol_t *psect, const char *name)
 {
     psect_t *p = psect->s_psect;
@@ -104,16 +156,11 @@ static bool state_is_may(int mode, symbol_t *psect, const char *name)
     return psect->s_psect->p_inlstate ? psect->s_psect->p_inlstate == MAY : inline_check(mode, psect, name);
 }
 
-static symbol_t *callee_psect(const op_t *call)
-{
-    return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
-}
-
 // The callee is another psect that may share code with the caller's. It is called at its beginning, by a call that does nothing
 // else: a fast one saves registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    if (!q || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) || (q->s_flags & S_NOTE)
+    if (!q || !op_free(call) || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) || (q->s_flags & S_NOTE)
         || (call->op_subop & TPL_FAST))
         return false;
     const op_t *label = op_target(call);
@@ -143,7 +190,8 @@ static bool call_ok(const op_t *call)
 
 static bool is_candidate(const op_t *call)
 {
-    return call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call));
+    return (call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call)))
+        && body_stays_true(callee_psect(call));
 }
 
 // Copying.
