@@ -43,8 +43,7 @@ void cond_evaluate(symbol_t *psect)
                 return;
             }
             if (!constant) {
-                if (*top == YES)
-                    warn(2200, op, psect);
+                warn(2200, op, psect);   // also in an arm that doesn't count, which its `endif` ends
                 break;
             }
             state[++d] = *top != YES ? NEVER : holds ? YES : NO;
