@@ -18,6 +18,7 @@
 #include "chip/cfgdata.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
@@ -206,6 +207,7 @@ static void option_c(const char *arg)
 static void no_error_file(const char *file)
 {
     guard_perror(file);
+    const srcpos_nowhere_t nowhere;
     alert_msg(461, "error", file);
 }
 

@@ -83,6 +83,7 @@ static const char *beside_source(const char *extension)
 static void no_cross_reference(const char *name)
 {
     guard_perror(name);
+    const srcpos_nowhere_t nowhere;
     alert_msg(461, "cross reference", name);
 }
 
@@ -135,6 +136,7 @@ static void settle_names()
 static void no_listing()
 {
     guard_perror(opt.list_file);
+    const srcpos_nowhere_t nowhere;
     alert_msg(1219, opt.list_file);
 }
 
@@ -161,6 +163,7 @@ static void write_listing(FILE *to)
     opt.out_stream = open_output(opt.out_file = opt.rlf_file);
     if (!opt.out_stream) {
         guard_perror(opt.rlf_file);
+        const srcpos_nowhere_t nowhere;
         alert_msg(1221, opt.rlf_file);
         opt.rlf_file = nullptr;
     }
@@ -176,6 +179,7 @@ static void write_assembly()
         asm_write(to);
     if (!to || !guard_close(to)) {
         const int why = errno;
+        const srcpos_nowhere_t nowhere;
         alert_msg(1220, opt.obj_file);
         errno = why;
         guard_perror(opt.obj_file);
@@ -187,6 +191,7 @@ static void write_object()
     opt.out_stream = open_output(opt.out_file = opt.obj_file);
     if (!opt.out_stream) {
         guard_perror(opt.obj_file);
+        const srcpos_nowhere_t nowhere;
         alert_msg(1222, opt.obj_file);
         return;
     }

@@ -355,8 +355,10 @@ void summary_comments_emit(FILE *to, bool strip, void (*also)(const char *line))
 {
     if (!st.summary_comments)
         return;
-    if (fflush(st.summary_comments) != 0 || ferror(st.summary_comments))
+    if (fflush(st.summary_comments) != 0 || ferror(st.summary_comments)) {
+        const srcpos_nowhere_t nowhere;
         alert_msg(461, "temp", "of the summary comments");
+    }
     rewind(st.summary_comments);
     char *line = nullptr;
     size_t room = 0;

@@ -26,6 +26,15 @@ struct srcpos_t {
 
 extern srcpos_t srcpos;
 
+// As long as one lives, messages show no line of the source: what they tell has to do with none.
+struct srcpos_nowhere_t {
+    const char *file = srcpos.cur_file;
+    int64_t line = srcpos.cur_line;
+    srcpos_nowhere_t() { srcpos.cur_file = "", srcpos.cur_line = 0; }
+    ~srcpos_nowhere_t() { srcpos.cur_file = file, srcpos.cur_line = line; }
+    srcpos_nowhere_t(const srcpos_nowhere_t &) = delete;
+};
+
 // Messages show another place while one of these lives.
 struct srcpos_elsewhere_t {
     const char *file;
