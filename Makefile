@@ -21,6 +21,7 @@ check: demo
 	ctest --preset dev -j $(JOBS)
 	ctest --preset clang -j $(JOBS)
 	$(RELEASE)/exec_compare --count 400
+	$(RELEASE)/exec_compare --kind=hand --count 400
 
 build: deps
 	cmake --preset release

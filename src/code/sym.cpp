@@ -36,7 +36,7 @@ static struct {
     uint32_t live;              // records in the table
     uint32_t seqno;             // of the last record made
     int32_t psects;             // number of psects made
-    uint16_t labels;            // anonymous labels made
+    uint32_t labels;            // number of the last anonymous label
     size_t longest;
     hash_of<const char *, int64_t> inlined;
     xarena_t records;
@@ -215,11 +215,20 @@ symbol_t *sym_new(const char *name)
     return s;
 }
 
+// Whether the program has one of the names that labels made by the optimiser get for this number.
+static bool label_number_taken(uint32_t number)
+{
+    for (const char *form : {"L%u", "PL%u", "__end_ofPL%u", "iL%u"})
+        if (sym_find(cache_printf(form, number)))
+            return true;
+    return false;
+}
+
 symbol_t *sym_newlabel()
 {
-    char name[8];
-    snprintf(name, sizeof name, "L%u", unsigned{++st.labels});
-    symbol_t *s = sym_new(name);
+    while (label_number_taken(++st.labels))
+        ;
+    symbol_t *s = sym_new(cache_printf("L%u", st.labels));
     s->s_labelno = st.labels;
     return s;
 }

@@ -84,7 +84,7 @@ struct symbol_t {
     uint32_t s_seqno;         // counted up from 1 for every record; breaks ties in every sort
     uint32_t s_hash;          // of the name, of the look-up index
     int16_t s_refs;           // uses and definitions; see sym_add_ref
-    uint16_t s_labelno;       // of an anonymous label
+    uint32_t s_labelno;       // of an anonymous label
 };
 
 struct psect_t {
@@ -122,7 +122,7 @@ void sym_note_use(const char *name, size_t len);   // the cross-reference line o
 symbol_t *sym_find(const char *name, size_t len);  // plain symbols only; null if there is none
 symbol_t *sym_find(const char *name);
 symbol_t *sym_new(const char *name);               // a record in no table, whose value is a reference to itself
-symbol_t *sym_newlabel();                          // anonymous, "L%u", in no table
+symbol_t *sym_newlabel();   // anonymous, in no table; "L%u" of a number that no name of the program made so uses
 symbol_t *sym_define_abs(const char *name, int64_t value);
 symbol_t *sym_clone(const symbol_t *s);            // a copy of every field, in no table
 void sym_link(symbol_t *s);                        // into the table, hiding any record of the name and space

@@ -261,7 +261,10 @@ static void put_goto_exit(copy_t *c, const op_t *op)
 
 static void copy_label(copy_t *c, const op_t *op)
 {
-    op_t *label = edit_new_label(cache_concat(cache_printf("i%uL", st.inline_seq), op->op_sym->s_name));
+    const char *name = cache_printf("i%uL%s", st.inline_seq, op->op_sym->s_name);
+    for (unsigned i = 1; sym_find(name); i++)   // the program has it
+        name = cache_printf("i%u_%uL%s", st.inline_seq, i, op->op_sym->s_name);
+    op_t *label = edit_new_label(name);
     label->op_sym->s_flags = S_GLOBAL;
     hash_insert(c->labels, op->op_sym->s_name, put(c, label));
     label->op_sym->s_owner = label->op_psect;
