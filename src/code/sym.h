@@ -71,7 +71,7 @@ struct symbol_t {
         psect_t *s_psect;     // of a psect
     };
     macro_t *s_macro;         // of a macro, which may have been used as a plain symbol before
-    const char *s_deffile;    // where the record was made
+    const char *s_deffile;    // where messages show its value: its last `equ` or `set`, or else where the record was made
     int64_t s_defline;
     symbol_t *s_owner;        // of a label: the psect that it lies in
     union {

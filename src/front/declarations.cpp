@@ -4,6 +4,7 @@
 
 #include "code/program.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "common/xalloc.h"
 #include "front/parser.h"
 
@@ -54,6 +55,8 @@ bool parse_definition(symbol_t *s, int token)
     if (value_has_here(&v))
         alert_msg(2211, s->s_name);
     s->s_value = v;
+    s->s_deffile = srcpos.cur_file;
+    s->s_defline = srcpos.cur_line;
     s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
     s->s_flags |= token == T_EQU ? S_EQU : S_SET;
     op_t *op = stmt_new_op(static_cast<uint16_t>(token));
