@@ -269,7 +269,7 @@ static bool parse_bit(int type, uint16_t subop)
             operand(&op->op_opnd1, OPND_DATA, &file);
             operand(&op->op_opnd2, OPND_BIT, &bit);
             op->op_access = word == ACCESS_C ? ACCESS_C : 0;
-            op->op_opnd1.opnd_access = access_word(word);
+            op->op_opnd1.opnd_access = access_word(word);   // doesn't encode; tells the optimiser which register it is
             return true;
         }
         prefix = word;
