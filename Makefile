@@ -13,6 +13,7 @@ run-example: build
 	@$(RELEASE)/zelrun examples/$(EXAMPLE)
 
 check: demo
+	sh scripts/check-style.sh
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
 	cmake --preset clang

@@ -39,9 +39,9 @@
 #include "common/streams.h"
 
 enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
-static const double repeat_budget = 10, slow_above = 0.6, skip_above = 60;     // seconds
+static const double repeat_budget = 10, slow_above = 0.6, skip_above = 60;   // seconds
 
-enum kind_t { OWN, PEER, OPTIMISER };     // PEER: with --peers; OPTIMISER: with --optimise, and then nothing else
+enum kind_t { OWN, PEER, OPTIMISER };   // PEER: with --peers; OPTIMISER: with --optimise, and then nothing else
 
 // `shape`: null for that of --shape. In the arguments `@i` is the source, `@o` the object file and `@c` the chip file.
 struct assembler_t {
@@ -50,6 +50,7 @@ struct assembler_t {
     const char *shape, *dialect, *package, *commands[2], *args[7], *version;
 };
 
+// clang-format off
 static const assembler_t assemblers[] = {
     { "aszel8", OWN, nullptr, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "macros", OWN, "macros", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
@@ -66,10 +67,18 @@ static const assembler_t assemblers[] = {
     { "nasm", PEER, nullptr, "nasm", "nasm", { "nasm" }, { "-f", "elf32", "-o", "@o", "@i" }, "-v" },
     { "ca65", PEER, nullptr, "ca65", "cc65", { "ca65" }, { "--cpu", "65C02", "-o", "@o", "@i" }, "--version" },
 };
+// clang-format on
 
-struct run_t { double wall, cpu; long peak_kb; };
+struct run_t {
+    double wall, cpu;
+    long peak_kb;
+};
 
-struct result_t { std::vector<run_t> runs; double spent = 0; bool off = false; };
+struct result_t {
+    std::vector<run_t> runs;
+    double spent = 0;
+    bool off = false;
+};
 
 struct contestant_t {
     const assembler_t *row;
@@ -97,10 +106,7 @@ static struct {
     exit(1);
 }
 
-static std::string shape_of(const assembler_t &row)
-{
-    return row.shape ? row.shape : opt.shape;
-}
+static std::string shape_of(const assembler_t &row) { return row.shape ? row.shape : opt.shape; }
 
 // The shape "gotos" is meant for half the lines of the others.
 static int64_t size_of(const assembler_t &row, int size)
@@ -121,10 +127,7 @@ static double now()
     return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
 }
 
-static double seconds(const timeval &t)
-{
-    return (double)t.tv_sec + (double)t.tv_usec * 1e-6;
-}
+static double seconds(const timeval &t) { return (double)t.tv_sec + (double)t.tv_usec * 1e-6; }
 
 // Runs a command with its standard output (and its standard error, if `both`) in `out`. False if it didn't exit with 0.
 static bool spawn(const std::vector<std::string> &words, const std::string &out, bool both, run_t *run)
@@ -152,7 +155,7 @@ static bool spawn(const std::vector<std::string> &words, const std::string &out,
     while (wait4(pid, &status, 0, &use) < 0)
         if (errno != EINTR)
             die("can't wait: %s", strerror(errno));
-    *run = { now() - begin, seconds(use.ru_utime) + seconds(use.ru_stime), use.ru_maxrss };
+    *run = {now() - begin, seconds(use.ru_utime) + seconds(use.ru_stime), use.ru_maxrss};
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
@@ -208,7 +211,7 @@ static void install_peers()
     fflush(stdout);
     const std::string sudo = geteuid() ? "sudo " : "";
     const std::string script = sudo + "apt-get update -qq; " + sudo +
-        "env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends" + missing;
+                               "env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends" + missing;
     if (system(script.c_str()))
         printf("not all could be installed\n");
 }
@@ -218,17 +221,18 @@ static void install_peers()
 static void write_chip(const std::string &path)
 {
     static const char *const core[] = {
-        "TOSU", "TOSH", "TOSL", "STKPTR", "PCLATU", "PCLATH", "PCL", "TBLPTRU", "TBLPTRH", "TBLPTRL", "TABLAT", "PRODH",
-        "WREG", "PRODL", "INDF0", "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0", "FSR0H", "FSR0L", "INDF1", "POSTINC1",
-        "POSTDEC1", "PREINC1", "PLUSW1", "FSR1H", "FSR1L", "BSR", "INDF2", "POSTINC2", "POSTDEC2", "PREINC2", "PLUSW2",
-        "FSR2H", "FSR2L", "STATUS",
+        "TOSU",     "TOSH",     "TOSL",     "STKPTR",   "PCLATU",  "PCLATH",   "PCL",      "TBLPTRU", "TBLPTRH", "TBLPTRL",
+        "TABLAT",   "PRODH",    "WREG",     "PRODL",    "INDF0",   "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0",  "FSR0H",
+        "FSR0L",    "INDF1",    "POSTINC1", "POSTDEC1", "PREINC1", "PLUSW1",   "FSR1H",    "FSR1L",   "BSR",     "INDF2",
+        "POSTINC2", "POSTDEC2", "PREINC2",  "PLUSW2",   "FSR2H",   "FSR2L",    "STATUS",
     };
     const int cores = sizeof core / sizeof *core;
     FILE *f = fopen(path.c_str(), "w");
     if (!f)
         die("can't write %s", path.c_str());
     fputs("[ZEL8BENCH]\nARCH=ZEL8\nPROCID=BE00\nRAMSIZE=1000\nROMSIZE=200000\nPCBITS=14\nBSRBITS=4\nCOMMON=0-5F\n"
-          "SFRCOMMON=F60-FFF\nGPRBANKS=60-FF,100-1FF,200-2FF,300-3FF\nSFRBANKS=ED4-FFF\nCFGMEM=300000-30000D\n", f);
+          "SFRCOMMON=F60-FFF\nGPRBANKS=60-FF,100-1FF,200-2FF,300-3FF\nSFRBANKS=ED4-FFF\nCFGMEM=300000-30000D\n",
+          f);
     for (int left = SFR_LINES; left-- > 0;)
         if (left < cores)
             fprintf(f, "SFR=%s,%X,8\n", core[left], 0xFFF - left);
@@ -248,7 +252,8 @@ static bool generate(const assembler_t &row)
         if (std::filesystem::exists(path))
             continue;
         run_t run;
-        if (size >= 0 && !spawn({ opt.gen, shape_of(row), std::to_string(size_of(row, size)), row.dialect }, path, false, &run))
+        if (size >= 0 &&
+            !spawn({opt.gen, shape_of(row), std::to_string(size_of(row, size)), row.dialect}, path, false, &run))
             return false;
         if (size < 0)
             if (FILE *f = fopen(path.c_str(), "w")) {
@@ -262,7 +267,7 @@ static bool generate(const assembler_t &row)
 static void measure(contestant_t *c, int size, result_t *result)
 {
     const std::string in = source_of(*c->row, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
-    std::vector<std::string> words = { c->command };
+    std::vector<std::string> words = {c->command};
     for (const char *arg : c->row->args) {
         if (!arg)
             break;
@@ -323,7 +328,7 @@ static double peak_mb(const result_t &result)
 
 static void measure_all(std::vector<contestant_t> &all)
 {
-    for (const bool slow : { false, true })
+    for (const bool slow : {false, true})
         for (int round = slow; round < opt.runs; round++)
             for (int size = 0; size < SIZES; size++)
                 for (contestant_t &c : all) {
@@ -332,7 +337,8 @@ static void measure_all(std::vector<contestant_t> &all)
                         printf("%s: left out at %lld lines\n", c.row->name, (long long)size_of(*c.row, size));
                         result->off = true;
                     }
-                    if (!result->off && result->spent < repeat_budget && (round == 0 || slow == (best(*result) > slow_above)))
+                    if (!result->off && result->spent < repeat_budget &&
+                        (round == 0 || slow == (best(*result) > slow_above)))
                         measure(&c, size, result);
                 }
     for (int round = 0; round < START_RUNS; round++)
@@ -360,8 +366,8 @@ static void print_sizes(const std::vector<contestant_t> &all)
             if (r.runs.empty())
                 continue;
             const int64_t lines = size_of(*c.row, size);
-            printf("| %-9s | %7lld | %4zu | %6.3f | %8.3f | %6.3f | %7.0f | ", c.row->name, (long long)lines,
-                   r.runs.size(), best(r), median(r), least_cpu(r), (double)lines / best(r));
+            printf("| %-9s | %7lld | %4zu | %6.3f | %8.3f | %6.3f | %7.0f | ", c.row->name, (long long)lines, r.runs.size(),
+                   best(r), median(r), least_cpu(r), (double)lines / best(r));
             gas && !gas->sized[size].runs.empty() ? printf("%9.2fx", best(gas->sized[size]) / best(r)) : printf("%10s", "-");
             printf(" | %7.1f |\n", peak_mb(r));
         }
@@ -414,8 +420,8 @@ static void print_doubling(const contestant_t *c, double aim)
 {
     for (int size = 1; c && size < SIZES; size++)
         if (growth(*c, size) > 0)
-            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size), "<=",
-                      aim);
+            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size),
+                      "<=", aim);
 }
 
 static void print_aims(const std::vector<contestant_t> &all)
@@ -483,7 +489,8 @@ static void read_options(int argc, char **argv)
             opt.aszel8 = value, i++;
         else
             die("unknown or incomplete option %s\nusage: bench_run [--peers] [--optimise] [--quick] [--runs N] [--lines N] "
-                "[--shape NAME] [--keep] [--aszel8 PATH]", word.c_str());
+                "[--shape NAME] [--keep] [--aszel8 PATH]",
+                word.c_str());
     }
 }
 
@@ -503,7 +510,7 @@ int main(int argc, char **argv)
         if (command.empty())
             printf("%s: skipped, it isn't there\n", row.name);
         else
-            all.push_back({ &row, command, {}, {} });
+            all.push_back({&row, command, {}, {}});
     }
     if (all.empty())
         die("nothing to measure");

@@ -33,11 +33,18 @@
 
 enum file_t { SOURCE, CHIP, DATA, INCLUDED, FILES };
 
-struct text_t { const char *head = "", *body = "", *tail = ""; };
+struct text_t {
+    const char *head = "", *body = "", *tail = "";
+};
 
 // The largest count that a shape can have: the table of symbols has 60,493 places, and a line may take several of them.
 enum : int64_t {
-    ANY = INT64_MAX, SYMBOLS = 60000, HALF = SYMBOLS / 2, THIRD = SYMBOLS / 3, INTERRUPTS = 65000, CATALOGUE = 100000
+    ANY = INT64_MAX,
+    SYMBOLS = 60000,
+    HALF = SYMBOLS / 2,
+    THIRD = SYMBOLS / 3,
+    INTERRUPTS = 65000,
+    CATALOGUE = 100000
 };
 
 struct shape_t {
@@ -46,7 +53,7 @@ struct shape_t {
     text_t source;
     const char *options = "";
     text_t other = {};
-    file_t kind = SOURCE;      // of `other`
+    file_t kind = SOURCE;   // of `other`
 };
 
 #define CODE "\tpsect\tt,class=CODE,reloc=2\n"
@@ -54,7 +61,9 @@ struct shape_t {
 static const shape_t shapes[] = {
     // Symbols, psects and what hangs on them.
     {"labels", SYMBOLS, {CODE, "l{i}:\tnop\n"}},
-    {"long names", SYMBOLS, {CODE, "a_name_that_goes_on_and_on_for_so_long_that_nobody_would_ever_want_to_type_it_twice_{i}:\tnop\n"}},
+    {"long names",
+     SYMBOLS,
+     {CODE, "a_name_that_goes_on_and_on_for_so_long_that_nobody_would_ever_want_to_type_it_twice_{i}:\tnop\n"}},
     {"one long name", ANY, {CODE, "a", ":\tnop\n"}},
     {"label defined again", ANY, {CODE, "l:\tnop\n"}},
     {"local labels, by equ", SYMBOLS, {CODE, "a{i}\tequ\t{i}\n\tmovlw\tlow(a{i})\n"}},
@@ -159,19 +168,44 @@ static const shape_t shapes[] = {
     {"CWORD", ANY, {"\tconfig\tW0=1\n"}, "", {"", "CWORD:{x}:FF:FF:W{i}\n"}, DATA},
     {"CWORD, descending", ANY, {"\tconfig\tW0=1\n"}, "", {"", "CWORD:{rx}:FF:FF:W{i}\n"}, DATA},
     {"CWORD, all written", ANY, {"\tconfig\tW0=1\n"}, "", {"", "CWORD:3{x}:FF:FF:W{i}\n"}, DATA},
-    {"CSETTING, a word each", ANY, {"", "\tconfig\tS{i}=1\n"}, "", {"", "CWORD:{x}:FF:FF:W{i}\nCSETTING:1:S{i}:text\n"}, DATA},
+    {"CSETTING, a word each",
+     ANY,
+     {"", "\tconfig\tS{i}=1\n"},
+     "",
+     {"", "CWORD:{x}:FF:FF:W{i}\nCSETTING:1:S{i}:text\n"},
+     DATA},
     {"CSETTING of one word", ANY, {"", "\tconfig\tS{i}=1\n"}, "", {"CWORD:0:FF:FF:W\n", "CSETTING:1:S{i}:text\n"}, DATA},
-    {"CVALUE of one setting", ANY, {"", "\tconfig\tS=V{i}\n"}, "",
-     {"CWORD:0:FF:FF:W\nCSETTING:FFFFFFFF:S:text\n", "CVALUE:{x}:V{i}:text\n"}, DATA},
-    {"numbers for a word", ANY, {"", "\tconfig\tW={n}\n"}, "",
-     {"CWORD:0:FFFFFFFF:0:W\nCSETTING:FFFFFFFF:S:text\n", "CVALUE:{x}:V{i}:text\n"}, DATA},
-    {"CMSG, looked up", ANY, {"\tconfig\tW0=1\n"}, "",
-     {"CWORD:0:FF:0:W0\nCSETTING:1:S:text\nCVALUE:1:V:text\n", "CMSG:S=V:2101\n"}, DATA},
-    {"CMSG, programmed", ANY, {"\tconfig\tignore_cmsgs=off\n", "\tconfig\tS{i}=V\n"}, "",
-     {"", "CWORD:{x}:FF:0:W{i}\nCSETTING:1:S{i}:text\nCVALUE:1:V:text\nCMSG:S{i}=V:2101\n"}, DATA},
-    {"CMSG, never", ANY, {"\tconfig\tignore_cmsgs=off\n", "\tconfig\tS{i}=V\n"}, "",
+    {"CVALUE of one setting",
+     ANY,
+     {"", "\tconfig\tS=V{i}\n"},
+     "",
+     {"CWORD:0:FF:FF:W\nCSETTING:FFFFFFFF:S:text\n", "CVALUE:{x}:V{i}:text\n"},
+     DATA},
+    {"numbers for a word",
+     ANY,
+     {"", "\tconfig\tW={n}\n"},
+     "",
+     {"CWORD:0:FFFFFFFF:0:W\nCSETTING:FFFFFFFF:S:text\n", "CVALUE:{x}:V{i}:text\n"},
+     DATA},
+    {"CMSG, looked up",
+     ANY,
+     {"\tconfig\tW0=1\n"},
+     "",
+     {"CWORD:0:FF:0:W0\nCSETTING:1:S:text\nCVALUE:1:V:text\n", "CMSG:S=V:2101\n"},
+     DATA},
+    {"CMSG, programmed",
+     ANY,
+     {"\tconfig\tignore_cmsgs=off\n", "\tconfig\tS{i}=V\n"},
+     "",
+     {"", "CWORD:{x}:FF:0:W{i}\nCSETTING:1:S{i}:text\nCVALUE:1:V:text\nCMSG:S{i}=V:2101\n"},
+     DATA},
+    {"CMSG, never",
+     ANY,
+     {"\tconfig\tignore_cmsgs=off\n", "\tconfig\tS{i}=V\n"},
+     "",
      {"CWORD:FFFFFF:FF:0:X\nCSETTING:1:X:text\nCVALUE:1:V:text\n",
-      "CWORD:{x}:FF:0:W{i}\nCSETTING:1:S{i}:text\nCVALUE:1:V:text\nCMSG:S{i}=V,X=V:2101\n"}, DATA},
+      "CWORD:{x}:FF:0:W{i}\nCSETTING:1:S{i}:text\nCVALUE:1:V:text\nCMSG:S{i}=V,X=V:2101\n"},
+     DATA},
     {"unknown configuration", ANY, {"", "\tconfig\tS{i}=1\n"}, "", {"CWORD:0:FF:FF:W\n"}, DATA},
     {"errors in the data", ANY, {"\tconfig\tW0=1\n"}, "", {"", "CWORD:{x}\n"}, DATA},
     // Others.
@@ -181,7 +215,7 @@ static const shape_t shapes[] = {
 static struct {
     int64_t lines = 150000;
     int runs = 5;
-    double above = 0;          // only shapes that take longer are shown
+    double above = 0;   // only shapes that take longer are shown
     std::string aszel8, dir;
     std::vector<std::string> names;
 } opt;
@@ -254,8 +288,12 @@ static void write_files(const shape_t &shape, int64_t n)
 // Processor time of one run; negative if it was ended, after a minute, or by a signal.
 static double run(const shape_t &shape)
 {
-    std::vector<std::string> words = {opt.aszel8, "-mcpu=ZEL8SHAPE", "-C" + path_of(CHIP), "--cfgdata=" + path_of(DATA),
-                                      "-O" + path_of(SOURCE) + ".obj", "--emax=1000000000"};
+    std::vector<std::string> words = {opt.aszel8,
+                                      "-mcpu=ZEL8SHAPE",
+                                      "-C" + path_of(CHIP),
+                                      "--cfgdata=" + path_of(DATA),
+                                      "-O" + path_of(SOURCE) + ".obj",
+                                      "--emax=1000000000"};
     for (std::string rest = shape.options; !rest.empty();) {
         const size_t blank = std::min(rest.find(' '), rest.size());
         std::string word = rest.substr(0, blank);
@@ -288,7 +326,8 @@ static double run(const shape_t &shape)
             return -1;
     if (!WIFEXITED(status) || WEXITSTATUS(status) > 1)
         return -1;
-    return (double)(use.ru_utime.tv_sec + use.ru_stime.tv_sec) + (double)(use.ru_utime.tv_usec + use.ru_stime.tv_usec) * 1e-6;
+    return (double)(use.ru_utime.tv_sec + use.ru_stime.tv_sec) +
+           (double)(use.ru_utime.tv_usec + use.ru_stime.tv_usec) * 1e-6;
 }
 
 static double best(const shape_t &shape, int64_t n)

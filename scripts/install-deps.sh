@@ -14,6 +14,7 @@ need ninja-build ninja
 need pkg-config pkg-config
 need libzip-dev /usr/include/zip.h
 need unzip unzip
+need clang-format clang-format
 need libgtest-dev /usr/include/gtest/gtest.h
 
 [ -n "$missing" ] || exit 0

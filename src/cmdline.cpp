@@ -33,14 +33,14 @@ static struct {
     const char *at_argument;   // @file, or null; it and the next two are for the debug log
     int argc;
     char **argv;
-    int first_errors = -1;     // what standard error was before the first -E<file>
+    int first_errors = -1;   // what standard error was before the first -E<file>
 } command;
 
 // Words of a stream.
 
 constexpr char CTRL_Z = 0x1A;
-constexpr int WORD_BUFFER = 2048;     // a word's bytes with its NUL
-constexpr int VECTOR_STEP = 1024;     // entries
+constexpr int WORD_BUFFER = 2048;   // a word's bytes with its NUL
+constexpr int VECTOR_STEP = 1024;   // entries
 
 struct words_t {
     char **list;
@@ -319,9 +319,9 @@ static const struct {
     const char *letters;   // null: any
     void (*take)(const char *arg);
 } short_rows[] = {
-    {"Aa", option_a}, {"B", option_b},  {"Cc", option_c}, {"Ee", option_e}, {"Ff", option_f},     {"Hh", option_h},
-    {"Ii", option_i}, {"Ll", option_l}, {"m", option_m},  {"Nn", option_n}, {"Oo", option_o},     {"Rr", option_r},
-    {"Tt", option_t}, {"Vv", option_v}, {"Ww", option_w}, {"Xx", option_x}, {"-", long_option},   {nullptr, option_chip},
+    {"Aa", option_a}, {"B", option_b},  {"Cc", option_c}, {"Ee", option_e}, {"Ff", option_f},   {"Hh", option_h},
+    {"Ii", option_i}, {"Ll", option_l}, {"m", option_m},  {"Nn", option_n}, {"Oo", option_o},   {"Rr", option_r},
+    {"Tt", option_t}, {"Vv", option_v}, {"Ww", option_w}, {"Xx", option_x}, {"-", long_option}, {nullptr, option_chip},
 };
 
 // Options by the words behind two dashes, compared without regard to case. A row's function gets the text behind its words.
@@ -395,23 +395,16 @@ static void option_cfgdata(const char *file)
 
 static const struct {
     const char *words;
-    bool whole;            // nothing may follow
+    bool whole;   // nothing may follow
     void (*take)(const char *rest);
 } long_rows[] = {
-    {"edf=", false, option_edf},
-    {"disl=", false, alert_disable_list},
-    {"emax=", false, option_emax},
-    {"msgdisable=", false, alert_disable_list},
-    {"ver", true, option_version},
-    {"opt=", false, option_opt},
-    {"errata", false, option_errata},
-    {"cmode=", false, cmode_set},
-    {"udf=", false, option_udf},
-    {"lib", true, option_lib},
-    {"maxizel", true, option_maxizel},
-    {"qvdebug=", false, option_qvdebug},
-    {"xinst", true, option_xinst},
-    {"cfgdata=", false, option_cfgdata},
+    {"edf=", false, option_edf},       {"disl=", false, alert_disable_list},
+    {"emax=", false, option_emax},     {"msgdisable=", false, alert_disable_list},
+    {"ver", true, option_version},     {"opt=", false, option_opt},
+    {"errata", false, option_errata},  {"cmode=", false, cmode_set},
+    {"udf=", false, option_udf},       {"lib", true, option_lib},
+    {"maxizel", true, option_maxizel}, {"qvdebug=", false, option_qvdebug},
+    {"xinst", true, option_xinst},     {"cfgdata=", false, option_cfgdata},
 };
 
 static void long_option(const char *arg)
@@ -444,7 +437,4 @@ int cmdline_options(int argc, char **argv)
     return i;
 }
 
-const char *cmdline_version_text(const char *given)
-{
-    return cache_printf("%s build %s ", given, BUILD_STAMP);
-}
+const char *cmdline_version_text(const char *given) { return cache_printf("%s build %s ", given, BUILD_STAMP); }

@@ -37,15 +37,9 @@
 
 constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;
 
-void run_stop(int status)
-{
-    exit(debug_finish() ? status : 1);
-}
+void run_stop(int status) { exit(debug_finish() ? status : 1); }
 
-static void show_position()
-{
-    alert_set_location(srcpos.cur_file, &srcpos.cur_line, nullptr, nullptr);
-}
+static void show_position() { alert_set_location(srcpos.cur_file, &srcpos.cur_line, nullptr, nullptr); }
 
 // Leaves the directory part of the program's name.
 static void cut_program_name(char *name)
@@ -75,10 +69,7 @@ static const char *with_extension(const char *name, const char *extension)
 }
 
 // Every file that is written lies beside the first source unless an option says otherwise.
-static const char *beside_source(const char *extension)
-{
-    return with_extension(opt.src_files[0], extension);
-}
+static const char *beside_source(const char *extension) { return with_extension(opt.src_files[0], extension); }
 
 static void no_cross_reference(const char *name)
 {

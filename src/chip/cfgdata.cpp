@@ -37,23 +37,23 @@ enum : uint32_t { WORD_BUCKETS = 23, SETTING_BUCKETS = 31, VALUE_BUCKETS = 7 };
 
 // What comes from the file.
 struct cfg_model_t {
-    vec_t<cfg_word_t *> words;                             // in file order, or sorted
+    vec_t<cfg_word_t *> words;   // in file order, or sorted
     hash_of<uint64_t, cfg_word_t *> by_address;
-    hash_of<const char *, cfg_word_t *> by_name;           // null until the first name
-    hash_of<const char *, cfg_setting_t *> settings;       // of all words, by every name; null until the first one
-    vec_t<cfg_msg_t *> due;                                // messages to give, in the order in which they became due
-    uint32_t next, count;                                  // the walk over the words
+    hash_of<const char *, cfg_word_t *> by_name;       // null until the first name
+    hash_of<const char *, cfg_setting_t *> settings;   // of all words, by every name; null until the first one
+    vec_t<cfg_msg_t *> due;                            // messages to give, in the order in which they became due
+    uint32_t next, count;                              // the walk over the words
 };
 
 static struct {
     cfg_model_t model;
     const char *cfg_filename = "";
-    bool is_ready;                                         // the file is loaded
+    bool is_ready;   // the file is loaded
     bool enabled = true;
     bool ignore_cmsgs = true;
     // Of the reader.
     unsigned line;
-    cfg_word_t *word;                                      // current ones; null if there is none
+    cfg_word_t *word;   // current ones; null if there is none
     cfg_setting_t *setting;
 } st;
 
@@ -67,7 +67,8 @@ static char *skip_blanks(char *s) { return s + strspn(s, blanks); }
 static char *take_field(char **rest, const char *ends)
 {
     char *field = *rest;
-    if (!field) return nullptr;
+    if (!field)
+        return nullptr;
     char *end = field + strcspn(field, ends);
     *rest = *end ? end + 1 : nullptr;
     *end = '\0';
@@ -77,15 +78,19 @@ static char *take_field(char **rest, const char *ends)
 // The number that a field consists of, blanks around it and in base 16 a "0x" ahead of it aside.
 static bool read_number(char *field, unsigned base, uint64_t *number)
 {
-    if (!field) return false;
+    if (!field)
+        return false;
     char *s = skip_blanks(field);
-    if (base == 16 && s[0] == '0' && (s[1] | 0x20) == 'x') s += 2;
+    if (base == 16 && s[0] == '0' && (s[1] | 0x20) == 'x')
+        s += 2;
     char *digits = s;
     for (*number = 0;; ++s) {
         const int c = *s | 0x20, value = *s >= '0' && *s <= '9' ? *s - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : 16;
         const unsigned digit = static_cast<unsigned>(value);
-        if (digit >= base) break;
-        if (*number > (UINT64_MAX - digit) / base) return false;
+        if (digit >= base)
+            break;
+        if (*number > (UINT64_MAX - digit) / base)
+            return false;
         *number = *number * base + digit;
     }
     return s != digits && *skip_blanks(s) == '\0';
@@ -97,8 +102,10 @@ static vec_t<const char *> read_names(const char *list)
     vec_t<const char *> names;
     for (; list; list = *list ? list + 1 : nullptr) {
         size_t n = strcspn(list, ",");
-        if (n && !names) names = vec_make<const char *>(2);
-        if (n) vec_add(names, cache_substring(list, n));
+        if (n && !names)
+            names = vec_make<const char *>(2);
+        if (n)
+            vec_add(names, cache_substring(list, n));
         list += n;
     }
     return names;
@@ -107,7 +114,8 @@ static vec_t<const char *> read_names(const char *list)
 template <class T> static void enter_names(hash_of<const char *, T *> *table, uint32_t buckets, T *record)
 {
     for (const char *name : record->names) {
-        if (!*table) *table = hash_make<const char *, T *>(buckets, hash_string, hash_strcmp);
+        if (!*table)
+            *table = hash_make<const char *, T *>(buckets, hash_string, hash_strcmp);
         hash_insert(*table, name, record);   // the first record of a name keeps it
     }
 }
@@ -150,7 +158,8 @@ static bool read_cword(char *rest)
 // The fields that a setting and a value have in common.
 template <class T> static bool read_described(char *rest, uint64_t *number, T *record)
 {
-    if (!read_number(take_field(&rest, ":"), 16, number)) return false;
+    if (!read_number(take_field(&rest, ":"), 16, number))
+        return false;
     record->names = read_names(take_field(&rest, ":"));
     record->description = rest ? cache_trim(rest) : "";
     return static_cast<bool>(record->names);
@@ -163,10 +172,13 @@ static bool read_csetting(char *rest)
     set->state = CFG_UNSET;
     set->word = word;
     st.setting = set;
-    if (!read_described(rest, &set->mask, set) || set->mask == 0 || !word) return false;
-    if (!word->settings) word->settings = vec_make<cfg_setting_t *>();
+    if (!read_described(rest, &set->mask, set) || set->mask == 0 || !word)
+        return false;
+    if (!word->settings)
+        word->settings = vec_make<cfg_setting_t *>();
     vec_add(word->settings, set);
-    if (find_word(word->address) == word) enter_names(&st.model.settings, SETTING_BUCKETS, set);   // or else it was dropped
+    if (find_word(word->address) == word)
+        enter_names(&st.model.settings, SETTING_BUCKETS, set);   // or else it was dropped
     return true;
 }
 
@@ -174,8 +186,10 @@ static bool read_cvalue(char *rest)
 {
     cfg_value_t *val = xnew<cfg_value_t>();
     cfg_setting_t *set = val->setting = st.setting;
-    if (!read_described(rest, &val->value, val) || !set) return false;
-    if (!set->values_by_bits) set->values_by_bits = hash_make<uint64_t, cfg_value_t *>(VALUE_BUCKETS, nullptr, nullptr);
+    if (!read_described(rest, &val->value, val) || !set)
+        return false;
+    if (!set->values_by_bits)
+        set->values_by_bits = hash_make<uint64_t, cfg_value_t *>(VALUE_BUCKETS, nullptr, nullptr);
     hash_insert(set->values_by_bits, val->value, val);   // the first value of the same bits keeps them
     enter_names(&set->values_by_name, VALUE_BUCKETS, val);
     return true;
@@ -189,19 +203,22 @@ static bool unknown_in_cmsg(const char *what, const char *name)
 
 static void message_due(cfg_msg_t *msg)
 {
-    if (!st.model.due) st.model.due = vec_make<cfg_msg_t *>();
+    if (!st.model.due)
+        st.model.due = vec_make<cfg_msg_t *>();
     vec_add(st.model.due, msg);
 }
 
 static void enter_message(cfg_msg_t *msg, vec_t<cfg_setting_t *> settings, vec_t<cfg_value_t *> values)
 {
     msg->conditions = vec_size(settings);
-    if (msg->conditions == 0) return message_due(msg);
+    if (msg->conditions == 0)
+        return message_due(msg);
     for (uint32_t i = 0; i < msg->conditions; i++) {
         cfg_setting_t *set = vec_elementAt(settings, i);
         cfg_condition_t *condition = xnew<cfg_condition_t>();
         *condition = {vec_elementAt(values, i), msg};
-        if (!set->conditions) set->conditions = vec_make<cfg_condition_t *>(2);
+        if (!set->conditions)
+            set->conditions = vec_make<cfg_condition_t *>(2);
         vec_add(set->conditions, condition);
     }
 }
@@ -210,25 +227,31 @@ static bool read_cmsg(char *rest)
 {
     char *pairs = take_field(&rest, ":");
     uint64_t number;
-    if (!read_number(take_field(&rest, ":"), 10, &number) || number > UINT32_MAX) return false;
+    if (!read_number(take_field(&rest, ":"), 10, &number) || number > UINT32_MAX)
+        return false;
     cfg_msg_t *msg = xnew<cfg_msg_t>();
     msg->msgno = static_cast<unsigned>(number);
     msg->order = st.line;
     vec_t<cfg_setting_t *> settings = vec_make<cfg_setting_t *>();   // in pairs with the values
     vec_t<cfg_value_t *> values = vec_make<cfg_value_t *>();
     bool known = true;
-    if (pairs && !*pairs) pairs = nullptr;
+    if (pairs && !*pairs)
+        pairs = nullptr;
     while (char *name = take_field(&pairs, ",=")) {
         char *value_name = take_field(&pairs, ",=");
         cfg_setting_t *set = find_setting(name);
         cfg_value_t *val = set ? find_name(set->values_by_name, value_name) : nullptr;
-        if (!set) known = unknown_in_cmsg("CSETTING", name);
-        else if (!val) known = unknown_in_cmsg("CVALUE", value_name ? value_name : "");
-        if (!known) continue;
+        if (!set)
+            known = unknown_in_cmsg("CSETTING", name);
+        else if (!val)
+            known = unknown_in_cmsg("CVALUE", value_name ? value_name : "");
+        if (!known)
+            continue;
         vec_add(settings, set);
         vec_add(values, val);
     }
-    if (known && number != 0) enter_message(msg, settings, values);
+    if (known && number != 0)
+        enter_message(msg, settings, values);
     vec_destroy(settings.raw);
     vec_destroy(values.raw);
     return true;
@@ -236,11 +259,14 @@ static bool read_cmsg(char *rest)
 
 static bool read_record(char *line)
 {
-    static const struct { const char *keyword; bool (*read)(char *rest); } kinds[] = {
-        {"CWORD", read_cword}, {"CSETTING", read_csetting}, {"CVALUE", read_cvalue}, {"CMSG", read_cmsg}};
+    static const struct {
+        const char *keyword;
+        bool (*read)(char *rest);
+    } kinds[] = {{"CWORD", read_cword}, {"CSETTING", read_csetting}, {"CVALUE", read_cvalue}, {"CMSG", read_cmsg}};
     char *rest = line, *keyword = take_field(&rest, ":");
     for (const auto &kind : kinds)
-        if (rest && strcmp(keyword, kind.keyword) == 0) return kind.read(rest);
+        if (rest && strcmp(keyword, kind.keyword) == 0)
+            return kind.read(rest);
     return false;
 }
 
@@ -257,15 +283,21 @@ static line_result_t read_line(FILE *in, char (&line)[LINE_SIZE])
     int c, last = 0;
     line[LINE_SIZE - 1] = '\0';
     while ((c = getc(in)) != EOF && c != '\n') {
-        if (n < LINE_SIZE - 1) line[n] = static_cast<char>(c);
+        if (n < LINE_SIZE - 1)
+            line[n] = static_cast<char>(c);
         bad |= c == '\0';
         last = c;
-        if (++n > ENDLESS_LINE) return LINE_ENDLESS;
-        if (n == 3 && st.line == 1 && memcmp(line, "\xEF\xBB\xBF", 3) == 0) n = 0;
+        if (++n > ENDLESS_LINE)
+            return LINE_ENDLESS;
+        if (n == 3 && st.line == 1 && memcmp(line, "\xEF\xBB\xBF", 3) == 0)
+            n = 0;
     }
-    if (n && last == (c == '\n' ? '\r' : CTRL_Z)) --n;
-    if (n < LINE_SIZE) line[n] = '\0';
-    if (c == EOF && n == 0) return LINE_NONE;
+    if (n && last == (c == '\n' ? '\r' : CTRL_Z))
+        --n;
+    if (n < LINE_SIZE)
+        line[n] = '\0';
+    if (c == EOF && n == 0)
+        return LINE_NONE;
     return bad || n >= LINE_SIZE ? LINE_BAD : LINE_GOOD;
 }
 
@@ -283,7 +315,8 @@ static bool parse(FILE *in)
         srcpos.cur_line = ++st.line;
         result = read_line(in, line);
         char *s = skip_blanks(line);
-        if (result == LINE_NONE || (result != LINE_ENDLESS && *s == '#') || (result == LINE_GOOD && !*s)) continue;
+        if (result == LINE_NONE || (result != LINE_ENDLESS && *s == '#') || (result == LINE_GOOD && !*s))
+            continue;
         if (result != LINE_GOOD || !read_record(s))
             alert_text("E", "Syntax error in \"%s\" line %u", st.cfg_filename, st.line);
     } while (result == LINE_GOOD || result == LINE_BAD);
@@ -294,11 +327,15 @@ static bool parse(FILE *in)
 
 static void load()
 {
-    if (!st.enabled || st.is_ready) return;
+    if (!st.enabled || st.is_ready)
+        return;
     FILE *in = fopen(st.cfg_filename, "r");
-    if (in) guard_input(fileno(in));
-    if (!in || !parse(in)) alert_msg(141, "configuration registers data", st.cfg_filename);
-    if (in) fclose(in);
+    if (in)
+        guard_input(fileno(in));
+    if (!in || !parse(in))
+        alert_msg(141, "configuration registers data", st.cfg_filename);
+    if (in)
+        fclose(in);
     st.is_ready = true;
 }
 
@@ -311,10 +348,7 @@ void cfg_set_file(const char *path)
 
 void cfg_disable() { st.enabled = false; }
 
-bool cfg_given()
-{
-    return st.cfg_filename && *st.cfg_filename;
-}
+bool cfg_given() { return st.cfg_filename && *st.cfg_filename; }
 
 bool cfg_ready()
 {
@@ -335,7 +369,8 @@ static int by_address(cfg_word_t *a, cfg_word_t *b) { return (a->address > b->ad
 void cfg_sort()
 {
     load();
-    if (st.model.words) vec_sort_by<cfg_word_t *, by_address>(st.model.words);
+    if (st.model.words)
+        vec_sort_by<cfg_word_t *, by_address>(st.model.words);
 }
 
 cfg_word_t *cfg_next_word()
@@ -390,9 +425,11 @@ static int by_order(cfg_msg_t *a, cfg_msg_t *b) { return (a->order > b->order) -
 
 static void give_messages()
 {
-    if (!st.model.due) return;
+    if (!st.model.due)
+        return;
     vec_sort_by<cfg_msg_t *, by_order>(st.model.due);
-    for (const cfg_msg_t *msg : st.model.due) alert_once_bare(msg->msgno);
+    for (const cfg_msg_t *msg : st.model.due)
+        alert_once_bare(msg->msgno);
     vec_removeAll(st.model.due);
 }
 
@@ -411,7 +448,8 @@ static bool refuse(const cfg_setting_t *set, cfg_state_t kind, cfg_current_t wha
 // The one place where a setting changes. False, and no change, if it holds something else already.
 static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
 {
-    if (!accepts(set, kind, what)) return refuse(set, kind, what);
+    if (!accepts(set, kind, what))
+        return refuse(set, kind, what);
     if (set->state == CFG_UNSET) {
         uint64_t bits = kind == CFG_NAME ? what.value->value : what.literal << cfg_setting_shift(set);
         set->state = kind;
@@ -421,14 +459,16 @@ static bool do_cmsgs(cfg_setting_t *set, cfg_state_t kind, cfg_current_t what)
             if (condition_holds(set, condition->value) && ++condition->msg->held == condition->msg->conditions)
                 message_due(condition->msg);
     }
-    if (!st.ignore_cmsgs) give_messages();
+    if (!st.ignore_cmsgs)
+        give_messages();
     return true;
 }
 
 bool cfg_prog_setting_by_name(cfg_setting_t *set, const char *value_name)
 {
     cfg_value_t *val = find_name(set->values_by_name, value_name);
-    if (!val) return false;
+    if (!val)
+        return false;
     do_cmsgs(set, CFG_NAME, {.value = val});
     return true;
 }
@@ -447,8 +487,10 @@ static bool setting_of_word(const cfg_setting_t *set, uint64_t number, cfg_state
     const uint64_t bits = number & set->mask;
     cfg_value_t *val = set->values_by_bits ? hash_lookup(set->values_by_bits, bits) : nullptr;
     *kind = val ? CFG_NAME : CFG_LITERAL;
-    if (val) what->value = val;
-    else what->literal = bits >> cfg_setting_shift(set);
+    if (val)
+        what->value = val;
+    else
+        what->literal = bits >> cfg_setting_shift(set);
     return val || bits != (set->word->defvalue & set->mask);
 }
 
@@ -457,14 +499,16 @@ static bool settings_accept(const cfg_word_t *word, uint64_t number)
     cfg_state_t kind;
     cfg_current_t what;
     for (const cfg_setting_t *set : word->settings)
-        if (setting_of_word(set, number, &kind, &what) && !accepts(set, kind, what)) return false;
+        if (setting_of_word(set, number, &kind, &what) && !accepts(set, kind, what))
+            return false;
     return true;
 }
 
 bool cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
 {
     const char *name = cfg_get_word_name(word);
-    if (!name) name = "";
+    if (!name)
+        name = "";
     if (number & ~word->mask)
         alert_msg(1388, name, static_cast<unsigned long>(number), static_cast<unsigned long>(word->mask));
     number &= word->mask;
@@ -480,10 +524,14 @@ bool cfg_prog_word_literal(cfg_word_t *word, uint64_t number)
     for (cfg_setting_t *set : word->settings) {
         cfg_state_t kind;
         cfg_current_t what;
-        if (!setting_of_word(set, number, &kind, &what)) continue;
-        if (kind == CFG_LITERAL) alert_msg(1386, cfg_get_setting_name(set), name);
-        if (accepted) do_cmsgs(set, kind, what);
-        else if (!accepts(set, kind, what)) refuse(set, kind, what);
+        if (!setting_of_word(set, number, &kind, &what))
+            continue;
+        if (kind == CFG_LITERAL)
+            alert_msg(1386, cfg_get_setting_name(set), name);
+        if (accepted)
+            do_cmsgs(set, kind, what);
+        else if (!accepts(set, kind, what))
+            refuse(set, kind, what);
     }
     return accepted;
 }

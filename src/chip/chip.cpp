@@ -28,25 +28,28 @@
 #include "common/xalloc.h"
 
 enum : uint32_t {
-    ROWS_ZEL2 = 7, ROWS_ZEL2_ENHANCED = 6, ROWS_ZEL4_ENHANCED = 48,   // sets of architecture rows
-    MAX_ALIAS = 16,          // chips in a row that borrow registers from the next
-    MAX_INTSRC = 0xFFFF,     // highest interrupt index
-    MAX_BANK_BITS = 16,      // beyond any bank register; keeps the lists of banks in bounds
-    PAGE = 256,              // bytes of a data memory bank
+    ROWS_ZEL2 = 7,
+    ROWS_ZEL2_ENHANCED = 6,
+    ROWS_ZEL4_ENHANCED = 48,   // sets of architecture rows
+    MAX_ALIAS = 16,            // chips in a row that borrow registers from the next
+    MAX_INTSRC = 0xFFFF,       // highest interrupt index
+    MAX_BANK_BITS = 16,        // beyond any bank register; keeps the lists of banks in bounds
+    PAGE = 256,                // bytes of a data memory bank
 };
 
 // ---- architectures and accessors
 
 static const arch_row_t arch_none = {0, "none"};
 static const arch_row_t arch_rows[] = {
-    {0x1, "ZEL2"}, {0x2, "ZEL2E"}, {0x4, "ZEL2IE"}, {0x8, "ZEL4"}, {0x10, "ZEL4E"}, {0x20, "ZEL4EX"},
+    {0x1, "ZEL2"},  {0x2, "ZEL2E"},   {0x4, "ZEL2IE"},  {0x8, "ZEL4"},     {0x10, "ZEL4E"},     {0x20, "ZEL4EX"},
     {0x80, "ZEL8"}, {0x100, "ZEL8X"}, {0x200, "ZEL8V"}, {0x300, "ZEL8XV"}, {0xFFFFFFFF, "ANY"},
 };
 
 const arch_row_t *arch_find(const char *name)
 {
     for (const arch_row_t &row : arch_rows)
-        if (strcasecmp(row.name, name) == 0) return &row;
+        if (strcasecmp(row.name, name) == 0)
+            return &row;
     return nullptr;
 }
 
@@ -69,7 +72,8 @@ bool is_useridmem(int64_t addr)
 bool chip_isConfigAddr(int64_t addr)
 {
     const chipinfo_t *ci = chip_current();
-    if (isZEL8(ci)) return ci->c_cfgmem.lo < ci->c_cfgmem.hi && range_holds(ci->c_cfgmem, addr);
+    if (isZEL8(ci))
+        return ci->c_cfgmem.lo < ci->c_cfgmem.hi && range_holds(ci->c_cfgmem, addr);
     return range_present(ci->c_config) && range_holds(ci->c_config, addr);
 }
 
@@ -78,7 +82,9 @@ bool chip_isConfigAddr(int64_t addr)
 typedef vec_t<memrange_t *> ranges_t;
 
 // Where a scalar goes in either family; null for nowhere. In the order of chip_scalar.
-static const struct { uint32_t chipinfo_t::*zel8, chipinfo_t::*mid; } scalars[SCALAR_COUNT] = {
+static const struct {
+    uint32_t chipinfo_t::*zel8, chipinfo_t::*mid;
+} scalars[SCALAR_COUNT] = {
     {&chipinfo_t::c_ramsize, nullptr},
     {&chipinfo_t::c_romlast, &chipinfo_t::c_romsize},
     {nullptr, nullptr},   // BANKS, 8 bits wide
@@ -102,12 +108,17 @@ static const struct { uint32_t chipinfo_t::*zel8, chipinfo_t::*mid; } scalars[SC
 void chip_setScalar(chipinfo_t *ci, uint32_t index, uint64_t value)
 {
     bool zel8 = isZEL8(ci);
-    if (index >= SCALAR_COUNT || (!zel8 && !isZEL(ci))) return;
-    if (zel8 && index == SCALAR_ROMSIZE && value != 0) --value;
-    if (!zel8 && index == SCALAR_BANKS) ci->c_banks = static_cast<uint8_t>(value);
+    if (index >= SCALAR_COUNT || (!zel8 && !isZEL(ci)))
+        return;
+    if (zel8 && index == SCALAR_ROMSIZE && value != 0)
+        --value;
+    if (!zel8 && index == SCALAR_BANKS)
+        ci->c_banks = static_cast<uint8_t>(value);
     const uint32_t number = static_cast<uint32_t>(value);
-    if (!zel8 && index == SCALAR_FLASH_WRITE && ci->c_flash_erase == 0) ci->c_flash_erase = number;
-    if (auto field = zel8 ? scalars[index].zel8 : scalars[index].mid) ci->*field = number;
+    if (!zel8 && index == SCALAR_FLASH_WRITE && ci->c_flash_erase == 0)
+        ci->c_flash_erase = number;
+    if (auto field = zel8 ? scalars[index].zel8 : scalars[index].mid)
+        ci->*field = number;
 }
 
 // Where a range goes: to a member that holds one, or to a vector. `what` is named when only one range may stand.
@@ -119,7 +130,10 @@ struct range_row_t {
 static const range_row_t no_range;
 
 // In the order of chip_range; VOLSFRS and the probe memories go their own ways.
-static const struct { range_row_t zel8, mid; } ranges[RANGE_COUNT] = {
+// clang-format off
+static const struct {
+    range_row_t zel8, mid;
+} ranges[RANGE_COUNT] = {
     {no_range, {nullptr, &chipinfo_t::c_rambank, nullptr}},
     {{&chipinfo_t::c_common, nullptr, "COMMON RAM"}, {nullptr, &chipinfo_t::c_commons, nullptr}},
     {}, {}, {}, {}, {}, {}, {}, {},   // PROBE1RAM to PROBEXRAM
@@ -136,10 +150,12 @@ static const struct { range_row_t zel8, mid; } ranges[RANGE_COUNT] = {
     {{&chipinfo_t::c_devidmem, nullptr, nullptr}, no_range},
     {{&chipinfo_t::c_sfrcommon, nullptr, "SFRCOMMON RAM"}, no_range},
 };
+// clang-format on
 
 static void append_range(ranges_t *v, uint32_t lo, uint32_t hi)
 {
-    if (!*v) *v = vec_make<memrange_t *>();
+    if (!*v)
+        *v = vec_make<memrange_t *>();
     memrange_t *r = xnew<memrange_t>();
     *r = {lo, hi, nullptr};
     vec_add(*v, r);
@@ -148,27 +164,32 @@ static void append_range(ranges_t *v, uint32_t lo, uint32_t hi)
 void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi)
 {
     bool zel8 = isZEL8(ci);
-    if (index >= RANGE_COUNT || (!zel8 && !isZEL(ci))) return;
+    if (index >= RANGE_COUNT || (!zel8 && !isZEL(ci)))
+        return;
     if (index == RANGE_VOLSFRS) {
-        if (!ci->c_volsfrs_read) ci->c_volsfrs_read = vec_make<uint64_t>();
+        if (!ci->c_volsfrs_read)
+            ci->c_volsfrs_read = vec_make<uint64_t>();
         return vec_add(ci->c_volsfrs_read, range_word(lo, hi));
     }
-    if (zel8) switch (index) {
+    if (zel8)
+        switch (index) {
         case RANGE_PROBE2RAM: return append_range(&ci->c_probe[0], lo, hi);
         case RANGE_PROBE2ROM: return append_range(&ci->c_probe[1], lo, hi);
         case RANGE_PROBEXRAM: return append_range(&ci->c_probe[2], lo, hi);
         case RANGE_PROBEXROM: return append_range(&ci->c_probe[3], lo, hi);
         default: break;
-    }
+        }
     const range_row_t &row = zel8 ? ranges[index].zel8 : ranges[index].mid;
     if (row.one) {
-        if (row.what && range_present(ci->*row.one)) chipinfo_fail(ci, "Too many %s ranges defined", row.what);
+        if (row.what && range_present(ci->*row.one))
+            chipinfo_fail(ci, "Too many %s ranges defined", row.what);
         if (row.what && zel8 && lo > hi)
             chipinfo_fail(ci, "Invalid %s limits", index == RANGE_COMMON ? "COMMON" : "SFRCOMMON");
         ci->*row.one = {lo, hi, nullptr};
     } else if (row.many) {
         append_range(&(ci->*row.many), lo, hi);
-        if (index == RANGE_RAMBANK) ci->c_rambanks = static_cast<uint8_t>(vec_size(ci->c_rambank));
+        if (index == RANGE_RAMBANK)
+            ci->c_rambanks = static_cast<uint8_t>(vec_size(ci->c_rambank));
     }
 }
 
@@ -183,12 +204,15 @@ static const char *scan_number(const char *s, unsigned base, uint32_t *out)
         unsigned d = isdigit(u) ? u - '0' : isxdigit(u) ? tolower(u) - 'a' + 10u : 99;
         return d < base ? d : 99;
     };
-    if (base == 16 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X') && digit(s[2]) != 99) s += 2;
-    if (digit(*s) == 99) return nullptr;
+    if (base == 16 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X') && digit(s[2]) != 99)
+        s += 2;
+    if (digit(*s) == 99)
+        return nullptr;
     uint64_t n = 0;
     for (; digit(*s) != 99; ++s) {
         *out = UINT32_MAX;
-        if (n > (UINT64_MAX - digit(*s)) / base) return nullptr;
+        if (n > (UINT64_MAX - digit(*s)) / base)
+            return nullptr;
         n = n * base + digit(*s);
     }
     *out = static_cast<uint32_t>(n);
@@ -199,7 +223,8 @@ static const char *scan_number(const char *s, unsigned base, uint32_t *out)
 static bool scan_numbers(const char *s, const char *kinds, uint32_t *out)
 {
     for (const char *k = kinds; s && *k; ++k) {
-        if (k != kinds && *s++ != ',') return false;
+        if (k != kinds && *s++ != ',')
+            return false;
         s = scan_number(s, *k == 'x' ? 16 : 10, out++);
     }
     return s != nullptr;
@@ -222,9 +247,11 @@ static uint32_t choice(const chipinfo_t *ci, const char *key, std::initializer_l
                        uint32_t none, const char *complaint)
 {
     const char *value = chipinfo_get_value(ci, key);
-    if (!value) return none;
+    if (!value)
+        return none;
     for (const char *name : names) {
-        if (strcmp(value, name) == 0) return first;
+        if (strcmp(value, name) == 0)
+            return first;
         ++first;
     }
     chipinfo_fail(ci, "%s", complaint);
@@ -239,18 +266,22 @@ struct count_row_t {
     uint32_t expected;
 };
 static const count_row_t zel8_counts[] = {
-    {"RAMSIZE", REQUIRED, 1}, {"ROMSIZE", REQUIRED, 1}, {"COMMON", REQUIRED, 1}, {"SFRCOMMON", REQUIRED, 1},
-    {"GPRBANKS", REQUIRED, 1}, {"SFRBANKS", REQUIRED, 1}, {"CFGMEM", REQUIRED, 1}, {"PCBITS", REQUIRED, 1},
-    {"BSRBITS", REQUIRED, 1}, {"USERIDMEM", OPTIONAL, 1}, {"DEVIDMEM", OPTIONAL, 1}, {"EEPROM", OPTIONAL, 1},
+    {"RAMSIZE", REQUIRED, 1},      {"ROMSIZE", REQUIRED, 1},   {"COMMON", REQUIRED, 1},   {"SFRCOMMON", REQUIRED, 1},
+    {"GPRBANKS", REQUIRED, 1},     {"SFRBANKS", REQUIRED, 1},  {"CFGMEM", REQUIRED, 1},   {"PCBITS", REQUIRED, 1},
+    {"BSRBITS", REQUIRED, 1},      {"USERIDMEM", OPTIONAL, 1}, {"DEVIDMEM", OPTIONAL, 1}, {"EEPROM", OPTIONAL, 1},
     {"EEADRBITS", WITH_EEPROM, 1}, {"EXTMEM", OPTIONAL, 1},
 };
 static const count_row_t mid_counts[] = {
-    {"ROMSIZE", REQUIRED, 1}, {"BANKS", REQUIRED, 1}, {"BANKSIZE", REQUIRED, 1}, {"PAGESIZE", REQUIRED, 1},
-    {"STACKDEPTH", REQUIRED, 1}, {"PCBITS", REQUIRED, 1}, {"BANKSELBITS", REQUIRED, 1}, {"RAMBANK", REQUIRED, ANY_COUNT},
-    {"COMMON", OPTIONAL, 1}, {"EEPROM", OPTIONAL, 1}, {"DATABANK", OPTIONAL, 1}, {"SPAREBIT", OPTIONAL, 1},
-    {"OSCCAL", OPTIONAL, 1}, {"OSCCON", OPTIONAL, 1}, {"EEADRBITS", OPTIONAL, 1}, {"FLASH_READ", OPTIONAL, 1},
-    {"FLASH_WRITE", OPTIONAL, 1}, {"FLASH_ERASE", OPTIONAL, 1}, {"FLASHDATA", OPTIONAL, 1},
-    {"LINEARBASE", ON_ZEL4_ENHANCED, 1},
+    {"ROMSIZE", REQUIRED, 1},     {"BANKS", REQUIRED, 1},
+    {"BANKSIZE", REQUIRED, 1},    {"PAGESIZE", REQUIRED, 1},
+    {"STACKDEPTH", REQUIRED, 1},  {"PCBITS", REQUIRED, 1},
+    {"BANKSELBITS", REQUIRED, 1}, {"RAMBANK", REQUIRED, ANY_COUNT},
+    {"COMMON", OPTIONAL, 1},      {"EEPROM", OPTIONAL, 1},
+    {"DATABANK", OPTIONAL, 1},    {"SPAREBIT", OPTIONAL, 1},
+    {"OSCCAL", OPTIONAL, 1},      {"OSCCON", OPTIONAL, 1},
+    {"EEADRBITS", OPTIONAL, 1},   {"FLASH_READ", OPTIONAL, 1},
+    {"FLASH_WRITE", OPTIONAL, 1}, {"FLASH_ERASE", OPTIONAL, 1},
+    {"FLASHDATA", OPTIONAL, 1},   {"LINEARBASE", ON_ZEL4_ENHANCED, 1},
 };
 
 static bool eeprom_bounded(const chipinfo_t *ci) { return ci->c_eeprom.lo != 0 && ci->c_eeprom.hi != 0; }
@@ -276,12 +307,15 @@ static void post_zel8(chipinfo_t *ci)
     uint32_t sizes[2] = {};
     if (chipinfo_get_list(ci, "FLASH_EW")) {
         const char *value = chipinfo_get_value(ci, "FLASH_EW");
-        if (!value || !scan_numbers(value, "xx", sizes)) missing_arguments("(s)", "FLASH_EW");
+        if (!value || !scan_numbers(value, "xx", sizes))
+            missing_arguments("(s)", "FLASH_EW");
     }
     ci->c_flash_erase = sizes[0];
     ci->c_flash_write = sizes[1];
-    for (const count_row_t &row : zel8_counts) check_count(ci, row);
-    if (ci->c_stackdepth == 0) ci->c_stackdepth = 31;
+    for (const count_row_t &row : zel8_counts)
+        check_count(ci, row);
+    if (ci->c_stackdepth == 0)
+        ci->c_stackdepth = 31;
 }
 
 static void post_mid(chipinfo_t *ci)
@@ -291,7 +325,8 @@ static void post_mid(chipinfo_t *ci)
                              "Unknown FLASHTYPE");
     ci->c_oschow = choice(ci, "OSCHOW", {"RETLW", "CALWORD"}, 1, 0, "Unknown OSCHOW");
     ci->c_eeprom_if = choice(ci, "EEPROMINT", {"EEREG_INT", "NVMREG_INT"}, 1, 0, "Unknown register interface");
-    for (const count_row_t &row : mid_counts) check_count(ci, row);
+    for (const count_row_t &row : mid_counts)
+        check_count(ci, row);
 }
 
 static void read_intsrc(chipinfo_t *ci)
@@ -313,7 +348,8 @@ static void read_intsrc(chipinfo_t *ci)
         source->name = cache_substring(value, static_cast<size_t>(comma - value));
         source->index = index;
         const char *behind = strchr(comma + 1, ',');
-        if (behind && behind[1] != '\0') source->description = cache_translate(behind + 1, "*", " ");
+        if (behind && behind[1] != '\0')
+            source->description = cache_translate(behind + 1, "*", " ");
         ci->c_intsrc->highest = std::max(ci->c_intsrc->highest, index);
         vec_setAt(ci->c_intsrc->sources, source, index);
     }
@@ -323,7 +359,8 @@ static void read_intstat(chipinfo_t *ci)
 {
     uint32_t n[3];
     const char *value = chipinfo_get_value(ci, "INTSTAT");
-    if (!value || !scan_numbers(value, "xuu", n)) return missing_arguments("(s)", "INTSTAT");
+    if (!value || !scan_numbers(value, "xuu", n))
+        return missing_arguments("(s)", "INTSTAT");
     ci->c_intstat = xnew<chip_intstat_t>();
     *ci->c_intstat = {n[0], {n[1], n[2]}};
 }
@@ -332,7 +369,8 @@ static void read_ivtbase(chipinfo_t *ci)
 {
     uint32_t n[6];
     const char *value = chipinfo_get_value(ci, "IVTBASE");
-    if (!value || !scan_numbers(value, "xxxxxx", n)) return missing_arguments("(s)", "IVTBASE");
+    if (!value || !scan_numbers(value, "xxxxxx", n))
+        return missing_arguments("(s)", "IVTBASE");
     ci->c_ivtbase = xnew<chip_ivtbase_t>();
     *ci->c_ivtbase = {{n[0], n[2], n[4]}, {n[1], n[3], n[5]}};
 }
@@ -341,24 +379,37 @@ static void read_ivtenable(chipinfo_t *ci)
 {
     const char *value = chipinfo_get_value(ci, "IVTENABLE");
     const char *comma = value ? strchr(value, ',') : nullptr;
-    if (!comma) return missing_arguments("(s)", "IVTENABLE");
-    if (comma[1] == '\0') return missing_arguments("", "IVTENABLE");
+    if (!comma)
+        return missing_arguments("(s)", "IVTENABLE");
+    if (comma[1] == '\0')
+        return missing_arguments("", "IVTENABLE");
     ci->c_ivtenable = xnew<chip_ivtenable_t>();
     *ci->c_ivtenable = {cache_substring(value, static_cast<size_t>(comma - value)), decimal(comma + 1)};
 }
 
 void zel1x_chip_post(chipinfo_t *ci)
 {
-    static const struct { const char *key; void (*read)(chipinfo_t *); } interrupt_keys[] = {
-        {"INTSRC", read_intsrc}, {"INTSTAT", read_intstat}, {"IVTBASE", read_ivtbase}, {"IVTENABLE", read_ivtenable},
+    static const struct {
+        const char *key;
+        void (*read)(chipinfo_t *);
+    } interrupt_keys[] = {
+        {"INTSRC", read_intsrc},
+        {"INTSTAT", read_intstat},
+        {"IVTBASE", read_ivtbase},
+        {"IVTENABLE", read_ivtenable},
     };
-    if (!ci->c_arch) ci->c_arch = &arch_none;
+    if (!ci->c_arch)
+        ci->c_arch = &arch_none;
     ci->c_volsfrs = range_list(ci->c_volsfrs_read);
-    if (isZEL8(ci)) post_zel8(ci);
-    else if (isZEL(ci)) post_mid(ci);
+    if (isZEL8(ci))
+        post_zel8(ci);
+    else if (isZEL(ci))
+        post_mid(ci);
     for (const auto &k : interrupt_keys) {
-        if (chipinfo_get_list(ci, k.key)) k.read(ci);
-        else if (chip_supportsIVT(ci)) alert_msg(1015, k.key, chipinfo_file(), chipinfo_line());
+        if (chipinfo_get_list(ci, k.key))
+            k.read(ci);
+        else if (chip_supportsIVT(ci))
+            alert_msg(1015, k.key, chipinfo_file(), chipinfo_line());
     }
 }
 
@@ -376,7 +427,8 @@ static uint32_t split(const char *s, piece_t *out, uint32_t max)
     uint32_t n = 0;
     for (; *(s += strspn(s, ",")); ++n) {
         size_t len = strcspn(s, ",");
-        if (n < max) out[n] = {s, len};
+        if (n < max)
+            out[n] = {s, len};
         s += len;
     }
     return n;
@@ -387,7 +439,8 @@ static const char *piece_string(piece_t p) { return cache_substring(p.text, p.le
 // Reads one piece of an SFR or SFRFLD value; message 1021 with `format`, which takes the name and the piece.
 static bool piece_number(piece_t p, unsigned base, uint32_t *out, const char *key, const char *part, piece_t name)
 {
-    if (scan_number(p.text, base, out)) return true;
+    if (scan_number(p.text, base, out))
+        return true;
     alert_msg(1021, cache_printf("%s (%s) %s (%s)", key, piece_string(name), part, piece_string(p)), chipinfo_file(),
               chipinfo_line());
     return false;
@@ -401,7 +454,8 @@ static void enter_register(chip_sfrtab_t *tab, sfr_t *sfr)
 
 static void add_part(sfr_t *joined, sfr_t *part)
 {
-    if (!joined->sfr_kids) joined->sfr_kids = vec_make<sfr_t *>(4);
+    if (!joined->sfr_kids)
+        joined->sfr_kids = vec_make<sfr_t *>(4);
     vec_add(joined->sfr_kids, part);
     part->sfr_parent = joined;
 }
@@ -417,14 +471,18 @@ static void add_registers(chip_sfrtab_t *tab, vec_t<const char *> values)
             missing_arguments("(s)", "SFR");
             continue;
         }
-        if (n > 3) alert_msg(1017, n == 4 ? "" : "s", "SFR", chipinfo_file(), chipinfo_line());
-        if (!piece_number(p[1], 16, &address, "SFR", "address", p[0])) continue;
-        if (!piece_number(p[2], 10, &width, "SFR", "bit-width", p[0])) continue;
+        if (n > 3)
+            alert_msg(1017, n == 4 ? "" : "s", "SFR", chipinfo_file(), chipinfo_line());
+        if (!piece_number(p[1], 16, &address, "SFR", "address", p[0]))
+            continue;
+        if (!piece_number(p[2], 10, &width, "SFR", "bit-width", p[0]))
+            continue;
         ASSERTION(!prev || prev->sfr_address <= address, "prev->sfr_address <= address");
         const char *name = piece_string(p[0]);
         bool same = prev && prev->sfr_address == address;
         if (same && prev->sfr_width == width) {
-            if (!prev->sfr_aliases) prev->sfr_aliases = vec_make<const char *>(2);
+            if (!prev->sfr_aliases)
+                prev->sfr_aliases = vec_make<const char *>(2);
             vec_add(prev->sfr_aliases, name);
             skiplist_insert(tab->sfrsNameTab, name, prev);
             continue;
@@ -454,7 +512,8 @@ static void add_registers(chip_sfrtab_t *tab, vec_t<const char *> values)
 // `width` one bits from `pos` on, cut to 32 bits.
 static uint32_t field_mask(uint32_t pos, uint32_t width)
 {
-    if (pos >= 32) return 0;
+    if (pos >= 32)
+        return 0;
     uint64_t ones = (uint64_t{1} << std::min(width, 32u)) - 1;
     return static_cast<uint32_t>(ones << pos);
 }
@@ -468,15 +527,21 @@ static void add_fields(chip_sfrtab_t *tab, const chipinfo_t *ci, vec_t<const cha
             missing_arguments("(s)", "SFRFLD");
             continue;
         }
-        if (!piece_number(p[1], 16, &address, "SFRFLD", "address", p[0])) continue;
-        if (!piece_number(p[2], 10, &pos, "SFRFLD", "bit-position", p[0])) continue;
-        if (!piece_number(p[3], 10, &width, "SFRFLD", "bit-width", p[0])) continue;
+        if (!piece_number(p[1], 16, &address, "SFRFLD", "address", p[0]))
+            continue;
+        if (!piece_number(p[2], 10, &pos, "SFRFLD", "bit-position", p[0]))
+            continue;
+        if (!piece_number(p[3], 10, &width, "SFRFLD", "bit-width", p[0]))
+            continue;
         const char *name = piece_string(p[0]);
         sfr_t *owner = skiplist_lookup(tab->sfrsAddrTab, address);
         ASSERTION(owner, "sfr != NULL");
-        if (!owner) continue;
-        if (sfr_isJoined(owner)) owner = vec_elementAt(owner->sfr_kids, 0);
-        if (!owner->sfr_fields) owner->sfr_fields = skip_make<const char *, fld_t *>(hash_string, hash_strcmp);
+        if (!owner)
+            continue;
+        if (sfr_isJoined(owner))
+            owner = vec_elementAt(owner->sfr_kids, 0);
+        if (!owner->sfr_fields)
+            owner->sfr_fields = skip_make<const char *, fld_t *>(hash_string, hash_strcmp);
         if (const fld_t *old = skiplist_lookup(owner->sfr_fields, name)) {
             if (old->fld_address != address || old->fld_pos != pos || old->fld_width != width)
                 chipinfo_fail(ci, "invalid duplicate SFRFLD (%s)", name);
@@ -498,13 +563,15 @@ static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci)
 {
     for (unsigned steps = 0; ci->c_alias; ++steps) {
         const char *path = chip_alias_INI_path(ci);
-        if (!path) break;
+        if (!path)
+            break;
         if (steps == MAX_ALIAS) {
             chipinfo_fail(ci, "ALIAS leads from chip to chip without end");
             break;
         }
         const chipinfo_t *lender = chipinfo_load(path, ci->c_alias);
-        if (!lender) break;
+        if (!lender)
+            break;
         ci = lender;
     }
     chip_sfrtab_t *tab = xnew<chip_sfrtab_t>();
@@ -512,8 +579,10 @@ static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci)
     tab->sfrsAddrTab = skip_make<uint32_t, sfr_t *>(nullptr, nullptr);
     tab->fldsNameTab = skip_make<const char *, vector_t *>(hash_string, hash_strcmp);
     vec_t<const char *> registers = chipinfo_get_list(ci, "SFR"), fields = chipinfo_get_list(ci, "SFRFLD");
-    if (!registers) alert_msg(1015, "SFR", chipinfo_file(), chipinfo_line());
-    if (!fields) alert_msg(1015, "SFRFLD", chipinfo_file(), chipinfo_line());
+    if (!registers)
+        alert_msg(1015, "SFR", chipinfo_file(), chipinfo_line());
+    if (!fields)
+        alert_msg(1015, "SFRFLD", chipinfo_file(), chipinfo_line());
     add_registers(tab, registers);
     add_fields(tab, ci, fields);
     return tab;
@@ -521,7 +590,8 @@ static chip_sfrtab_t *make_sfrtab(const chipinfo_t *ci)
 
 sfr_t *chip_findSFR(chipinfo_t *ci, const char *name)
 {
-    if (!ci->c_sfrtab) ci->c_sfrtab = make_sfrtab(ci);
+    if (!ci->c_sfrtab)
+        ci->c_sfrtab = make_sfrtab(ci);
     return skiplist_lookup(ci->c_sfrtab->sfrsNameTab, name);
 }
 
@@ -532,7 +602,8 @@ static uint32_t power_of_2(uint32_t bits) { return uint32_t{1} << std::min(bits,
 // Takes a range out of what lies below `size`, in pages.
 static void take_away(memrange_t **list, const memrange_t &r, uint32_t size)
 {
-    if (r.lo < size && r.lo <= r.hi) add_range_split(list, r.lo, std::min(r.hi, size - 1), PAGE, false);
+    if (r.lo < size && r.lo <= r.hi)
+        add_range_split(list, r.lo, std::min(r.hi, size - 1), PAGE, false);
 }
 
 // General-purpose memory is every page that isn't access bank or register bank. It is written over the old ranges.
@@ -542,12 +613,15 @@ static void maximise_gpr(chipinfo_t *ci)
     add_range_split(&pages, 0, ci->c_ramsize - 1, PAGE, false);
     take_away(&taken, ci->c_common, ci->c_ramsize);
     take_away(&taken, ci->c_sfrcommon, ci->c_ramsize);
-    for (const memrange_t *r : ci->c_sfrbanks) take_away(&taken, *r, ci->c_ramsize);
+    for (const memrange_t *r : ci->c_sfrbanks)
+        take_away(&taken, *r, ci->c_ramsize);
     memrange_t *gpr = range_subtract(pages, taken);
     uint32_t i = 0;
     for (const memrange_t *r = gpr; r; r = r->next, ++i) {
-        if (i < vec_size(ci->c_gprbanks)) *vec_elementAt(ci->c_gprbanks, i) = {r->lo, r->hi, nullptr};
-        else append_range(&ci->c_gprbanks, r->lo, r->hi);
+        if (i < vec_size(ci->c_gprbanks))
+            *vec_elementAt(ci->c_gprbanks, i) = {r->lo, r->hi, nullptr};
+        else
+            append_range(&ci->c_gprbanks, r->lo, r->hi);
     }
     range_free(gpr);
     range_free(taken);
@@ -557,7 +631,8 @@ static void maximise_gpr(chipinfo_t *ci)
 // Gives every bank up to `banks` a range, placed within the bank as those that the vector has.
 static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize)
 {
-    if (vec_size(*v) == 0 || banksize == 0) return;
+    if (vec_size(*v) == 0 || banksize == 0)
+        return;
     uint32_t real_banks = vec_size(*v), chunk_lo = UINT32_MAX, chunk_hi = 0;
     for (const memrange_t *r : *v) {
         uint32_t bank = r->lo / banksize, start = bank * banksize;
@@ -574,8 +649,10 @@ static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize)
 void chip_maximise(chipinfo_t *ci)
 {
     bool zel8 = isZEL8(ci);
-    if (!zel8 && !isZEL(ci)) return;
-    if (eeprom_bounded(ci)) ci->c_eeprom.hi = ci->c_eeprom.lo + power_of_2(ci->c_eeadrbits) - 1;
+    if (!zel8 && !isZEL(ci))
+        return;
+    if (eeprom_bounded(ci))
+        ci->c_eeprom.hi = ci->c_eeprom.lo + power_of_2(ci->c_eeadrbits) - 1;
     if (zel8) {
         ci->c_romlast = ci->c_extmem.lo < ci->c_extmem.hi ? ci->c_extmem.hi : power_of_2(std::min(ci->c_pcbits, 31u) + 1);
         ci->c_ramsize = PAGE << std::min<uint32_t>(ci->c_bsrbits, MAX_BANK_BITS);
@@ -583,9 +660,11 @@ void chip_maximise(chipinfo_t *ci)
     } else {
         bool config_above = chip_rowIs(ci, ROWS_ZEL2) && ci->c_config.lo != 0;
         ci->c_romsize = power_of_2(ci->c_pcbits);
-        if (config_above && ci->c_config.lo <= ci->c_romsize) ci->c_romsize = ci->c_config.lo - 1;
+        if (config_above && ci->c_config.lo <= ci->c_romsize)
+            ci->c_romsize = ci->c_config.lo - 1;
         uint32_t banks = power_of_2(std::min<uint32_t>(ci->c_bankselbits, MAX_BANK_BITS));
-        if (!chip_rowIs(ci, ROWS_ZEL2_ENHANCED)) pad_banks(&ci->c_commons, banks, ci->c_banksize);
+        if (!chip_rowIs(ci, ROWS_ZEL2_ENHANCED))
+            pad_banks(&ci->c_commons, banks, ci->c_banksize);
         pad_banks(&ci->c_rambank, banks, ci->c_banksize);
         ci->c_banks = static_cast<uint8_t>(banks);
     }

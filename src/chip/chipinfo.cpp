@@ -53,7 +53,8 @@ void chipinfo_fail(const chipinfo_t *ci, const char *format, ...)
     va_start(args, format);
     const char *text = cache_vprintf(format, args);
     va_end(args);
-    if (ci && ci->c_name) text = cache_printf("%s for chip %s", text, ci->c_name);
+    if (ci && ci->c_name)
+        text = cache_printf("%s for chip %s", text, ci->c_name);
     alert_msg(919, text, st.file, st.line);
 }
 
@@ -61,21 +62,25 @@ void chipinfo_fail(const chipinfo_t *ci, const char *format, ...)
 
 const char *chip_find_INI_path(const char *chip)
 {
-    if (!chip) return nullptr;
+    if (!chip)
+        return nullptr;
     const char *lower = cache_lower(cache_concat(chip, ".ini"));
     const char *core = cache_after_prefix_nocase(chip, "zel");
-    if (!core) core = chip;
+    if (!core)
+        core = chip;
     const char *names[] = {cache_concat("ini/", lower), lower, *core == '8' ? "zelc-8.ini" : "zelc.ini"};
     for (const char *name : names) {
         const char *path = reg_mkpath(REG_DAT, name);
-        if (file_exists(path)) return path;
+        if (file_exists(path))
+            return path;
     }
     return nullptr;
 }
 
 const char *chip_alias_INI_path(const chipinfo_t *ci)
 {
-    if (const char *path = chip_find_INI_path(ci->c_alias)) return path;
+    if (const char *path = chip_find_INI_path(ci->c_alias))
+        return path;
     const char *path = cache_path_join(cache_dirname(ci->c_file), cache_lower(cache_concat(ci->c_alias, ".ini")));
     return file_exists(path) ? path : nullptr;
 }
@@ -88,19 +93,20 @@ struct keyword_t {
     char kind;
 };
 static constexpr keyword_t keys[] = {
-    {"SFRFILE", 'T'}, {"MODULE", 'T'}, {"JARS", 'T'}, {"MANUFACTURER", 'T'}, {"COMPILER", 'T'}, {"DEBUGGER", 'T'},
-    {"DEFAULTMEM", 'T'}, {"DEFAULTREG", 'T'}, {"ARCHCLASS", 'T'}, {"MAKE", 'T'}, {"ALIAS", 'T'},
-    {"RAMSIZE", 'S'}, {"ROMSIZE", 'S'}, {"BANKS", 'S'}, {"DATABANK", 'S'}, {"SPAREBIT", 'S'}, {"OSCCAL", 'S'},
-    {"OSCCON", 'S'}, {"FLASH_READ", 'S'}, {"FLASH_WRITE", 'S'}, {"FLASH_ERASE", 'S'}, {"STACKDEPTH", 'S'},
-    {"PAGESIZE", 'S'}, {"BANKSIZE", 'S'}, {"LINEARBASE", 'S'}, {"PCBITS", 'S'}, {"EEADRBITS", 'S'},
-    {"BANKSELBITS", 'S'}, {"BSRBITS", 'S'},
-    {"RAMBANK", 'R'}, {"COMMON", 'R'}, {"PROBE1RAM", 'R'}, {"PROBE1ROM", 'R'}, {"PROBE2RAM", 'R'}, {"PROBE2ROM", 'R'},
-    {"PROBE3RAM", 'R'}, {"PROBE3ROM", 'R'}, {"PROBEXROM", 'R'}, {"PROBEXRAM", 'R'}, {"FLASHDATA", 'R'},
-    {"VOLSFRS", 'R'}, {"EEPROM", 'R'}, {"CONFIG", 'R'}, {"IDLOC", 'R'}, {"GPRBANKS", 'R'}, {"SFRBANKS", 'R'},
-    {"EXTMEM", 'R'}, {"CFGMEM", 'R'}, {"USERIDMEM", 'R'}, {"DEVIDMEM", 'R'}, {"SFRCOMMON", 'R'},
-    {"PROCID", 'T'}, {"START", 'T'}, {"LIB", 'T'}, {"ERRATA", 'T'}, {"FAMILY", 'T'}, {"FLASH_EW", 'T'}, {"PLIB", 'T'},
-    {"IVTBASE", 'T'}, {"INTSTAT", 'T'}, {"INTSRC", 'T'}, {"IVTENABLE", 'T'}, {"SFR", 'T'}, {"SFRFLD", 'T'},
-    {"PROGMEM", 'T'}, {"FLASHTYPE", 'T'}, {"OSCHOW", 'T'}, {"EEPROMINT", 'T'},
+    {"SFRFILE", 'T'},     {"MODULE", 'T'},     {"JARS", 'T'},        {"MANUFACTURER", 'T'}, {"COMPILER", 'T'},
+    {"DEBUGGER", 'T'},    {"DEFAULTMEM", 'T'}, {"DEFAULTREG", 'T'},  {"ARCHCLASS", 'T'},    {"MAKE", 'T'},
+    {"ALIAS", 'T'},       {"RAMSIZE", 'S'},    {"ROMSIZE", 'S'},     {"BANKS", 'S'},        {"DATABANK", 'S'},
+    {"SPAREBIT", 'S'},    {"OSCCAL", 'S'},     {"OSCCON", 'S'},      {"FLASH_READ", 'S'},   {"FLASH_WRITE", 'S'},
+    {"FLASH_ERASE", 'S'}, {"STACKDEPTH", 'S'}, {"PAGESIZE", 'S'},    {"BANKSIZE", 'S'},     {"LINEARBASE", 'S'},
+    {"PCBITS", 'S'},      {"EEADRBITS", 'S'},  {"BANKSELBITS", 'S'}, {"BSRBITS", 'S'},      {"RAMBANK", 'R'},
+    {"COMMON", 'R'},      {"PROBE1RAM", 'R'},  {"PROBE1ROM", 'R'},   {"PROBE2RAM", 'R'},    {"PROBE2ROM", 'R'},
+    {"PROBE3RAM", 'R'},   {"PROBE3ROM", 'R'},  {"PROBEXROM", 'R'},   {"PROBEXRAM", 'R'},    {"FLASHDATA", 'R'},
+    {"VOLSFRS", 'R'},     {"EEPROM", 'R'},     {"CONFIG", 'R'},      {"IDLOC", 'R'},        {"GPRBANKS", 'R'},
+    {"SFRBANKS", 'R'},    {"EXTMEM", 'R'},     {"CFGMEM", 'R'},      {"USERIDMEM", 'R'},    {"DEVIDMEM", 'R'},
+    {"SFRCOMMON", 'R'},   {"PROCID", 'T'},     {"START", 'T'},       {"LIB", 'T'},          {"ERRATA", 'T'},
+    {"FAMILY", 'T'},      {"FLASH_EW", 'T'},   {"PLIB", 'T'},        {"IVTBASE", 'T'},      {"INTSTAT", 'T'},
+    {"INTSRC", 'T'},      {"IVTENABLE", 'T'},  {"SFR", 'T'},         {"SFRFLD", 'T'},       {"PROGMEM", 'T'},
+    {"FLASHTYPE", 'T'},   {"OSCHOW", 'T'},     {"EEPROMINT", 'T'},
 };
 enum : unsigned { KEY_COUNT = sizeof keys / sizeof keys[0] };
 
@@ -108,7 +114,8 @@ enum : unsigned { KEY_COUNT = sizeof keys / sizeof keys[0] };
 static constexpr uint32_t index_in_kind(unsigned n, char kind)
 {
     uint32_t index = 0;
-    for (unsigned i = 0; i < n; ++i) index += keys[i].kind == kind;
+    for (unsigned i = 0; i < n; ++i)
+        index += keys[i].kind == kind;
     return index;
 }
 static_assert(KEY_COUNT == 68);
@@ -117,7 +124,8 @@ static_assert(index_in_kind(KEY_COUNT, 'S') == SCALAR_COUNT && index_in_kind(KEY
 static int find_key(const char *name)
 {
     for (unsigned i = 0; i < KEY_COUNT; ++i)
-        if ((name[0] & 0x5F) == keys[i].name[0] && strcasecmp(name, keys[i].name) == 0) return static_cast<int>(i);
+        if ((name[0] & 0x5F) == keys[i].name[0] && strcasecmp(name, keys[i].name) == 0)
+            return static_cast<int>(i);
     return -1;
 }
 
@@ -153,13 +161,19 @@ void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std:
         present += static_cast<bool>(list);
         found += vec_size(list);
     }
-    if (required && present == 0) alert_msg(1015, joined, st.file, st.line);
-    if (expected == ANY_COUNT || present == 0 || found == expected) return;
+    if (required && present == 0)
+        alert_msg(1015, joined, st.file, st.line);
+    if (expected == ANY_COUNT || present == 0 || found == expected)
+        return;
     const char *plural = found == 1 ? "" : "s";
-    if (found == 0) alert_msg(1016, expected == 1 ? "" : "s", joined, st.file, st.line);
-    else if (expected == 0) alert_msg(1017, plural, joined, st.file, st.line);
-    else if (expected == 1 && found == 2) alert_msg(1019, joined, st.file, st.line);
-    else alert_msg(1018, joined, plural, found, expected, st.file, st.line);
+    if (found == 0)
+        alert_msg(1016, expected == 1 ? "" : "s", joined, st.file, st.line);
+    else if (expected == 0)
+        alert_msg(1017, plural, joined, st.file, st.line);
+    else if (expected == 1 && found == 2)
+        alert_msg(1019, joined, st.file, st.line);
+    else
+        alert_msg(1018, joined, plural, found, expected, st.file, st.line);
 }
 
 // ---- attributes
@@ -167,12 +181,15 @@ void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std:
 // Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text and 64 bits at most.
 static bool scan_hex(const char *s, uint64_t *out)
 {
-    if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) s += 2;
+    if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X'))
+        s += 2;
     size_t digits = strspn(s, "0123456789abcdefABCDEF");
     uint64_t n = 0;
-    if (digits == 0 || s[digits] != '\0') return false;
+    if (digits == 0 || s[digits] != '\0')
+        return false;
     for (; *s; ++s) {
-        if (n >> 60) return false;
+        if (n >> 60)
+            return false;
         n = n * 16 + static_cast<unsigned>(*s <= '9' ? *s - '0' : (*s & 0x5F) - 'A' + 10);
     }
     *out = n;
@@ -204,18 +221,23 @@ struct level_t {
 
 static void set_arch(chipinfo_t *ci, level_t *level, const char *value)
 {
-    if (level->arch_seen) alert_msg(816, st.file, st.line);
+    if (level->arch_seen)
+        alert_msg(816, st.file, st.line);
     level->arch_seen = true;
     const arch_row_t *row = value ? arch_find(value) : nullptr;
-    if (row) ci->c_arch = row;
-    else alert_msg(value ? 1025 : 1024, st.file, st.line);
+    if (row)
+        ci->c_arch = row;
+    else
+        alert_msg(value ? 1025 : 1024, st.file, st.line);
 }
 
 // Says once a line that a key is unknown.
 static void report_unknown(const char *key)
 {
-    if (!st.warned) st.warned = hash_make<const char *, uint64_t>(WARNED_BUCKETS, hash_string, hash_strcmp);
-    if (hash_insert(st.warned, cache_printf("%d %s", st.line, key), 1)) alert_msg_nl(1020, key, st.file, st.line);
+    if (!st.warned)
+        st.warned = hash_make<const char *, uint64_t>(WARNED_BUCKETS, hash_string, hash_strcmp);
+    if (hash_insert(st.warned, cache_printf("%d %s", st.line, key), 1))
+        alert_msg_nl(1020, key, st.file, st.line);
 }
 
 // Takes in one line that is neither empty, a comment nor a header.
@@ -223,25 +245,33 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
 {
     char *rest;
     char *name = strtok_r(s, level->section ? "= \t\r\n" : "=: \t\r\n", &rest);
-    if (!name) return;
+    if (!name)
+        return;
     char *text = strtok_r(nullptr, ":= \t\r\n", &rest);
-    if (strcasecmp(name, "ARCH") == 0) return set_arch(ci, level, text);
+    if (strcasecmp(name, "ARCH") == 0)
+        return set_arch(ci, level, text);
     int at = find_key(name);
-    if (at < 0) return report_unknown(name);
+    if (at < 0)
+        return report_unknown(name);
 
     const char *key = keys[at].name, *value = cache_string(text);
     if (strcmp(key, "ALIAS") == 0) {   // of several the last one, also if it is bare
-        if (level->section) ci->c_alias = value;
+        if (level->section)
+            ci->c_alias = value;
         return;
     }
-    if (strcmp(key, "MAKE") == 0 && level->section) ci->c_make = value;
+    if (strcmp(key, "MAKE") == 0 && level->section)
+        ci->c_make = value;
     char kind = keys[at].kind;
     uint32_t index = index_in_kind(static_cast<unsigned>(at), kind);
-    if (value && kind != 'T' && level->section && !ci->c_arch) alert_msg(1026, st.file, st.line);
+    if (value && kind != 'T' && level->section && !ci->c_arch)
+        alert_msg(1026, st.file, st.line);
     if (value && kind == 'S') {
         uint64_t number;
-        if (scan_hex(value, &number)) chip_setScalar(ci, index, number);
-        else alert_msg(1021, key, st.file, st.line);
+        if (scan_hex(value, &number))
+            chip_setScalar(ci, index, number);
+        else
+            alert_msg(1021, key, st.file, st.line);
     } else if (value && kind == 'R') {
         read_ranges(ci, key, index, text);
     }
@@ -251,7 +281,8 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
         list = vec_make<const char *>();
         hash_insert(*level->attrs, key, list.raw);
     }
-    if (value) vec_add(list, value);
+    if (value)
+        vec_add(list, value);
 }
 
 // ---- the read
@@ -259,17 +290,22 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
 static bool next_line(FILE *in)
 {
     static const char byte_order_mark[] = "\xEF\xBB\xBF";
-    if (!fgets(st.text, LINE_SIZE, in)) return false;
+    if (!fgets(st.text, LINE_SIZE, in))
+        return false;
     const size_t mark = sizeof byte_order_mark - 1;
-    if (st.line == 0 && strncmp(st.text, byte_order_mark, mark) == 0) memmove(st.text, st.text + mark, LINE_SIZE - mark);
+    if (st.line == 0 && strncmp(st.text, byte_order_mark, mark) == 0)
+        memmove(st.text, st.text + mark, LINE_SIZE - mark);
     if (feof(in)) {   // the last line, without a newline
         size_t n = strlen(st.text);
-        if (n && st.text[n - 1] == CTRL_Z) st.text[--n] = '\0';
-        if (n == 0) return false;
+        if (n && st.text[n - 1] == CTRL_Z)
+            st.text[--n] = '\0';
+        if (n == 0)
+            return false;
     }
     ++st.line;
     st.text_read += *st.text ? strlen(st.text) : sizeof st.text;   // a line of NUL bytes may be that long
-    if (st.text_read <= MOST_TEXT) return true;
+    if (st.text_read <= MOST_TEXT)
+        return true;
     chipinfo_fail(nullptr, "too much text");
     return false;
 }
@@ -306,9 +342,11 @@ static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip)
     do {
         at_other_header = false;
         char *s = line_content();
-        if (!s) continue;
+        if (!s)
+            continue;
         if (*s != '[') {
-            if (in_head) read_attribute(ci, &head, s);
+            if (in_head)
+                read_attribute(ci, &head, s);
             continue;
         }
         in_head = false;
@@ -319,9 +357,11 @@ static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip)
             continue;
         }
         clear_derived(ci);
-        if (!*chip || strcasecmp(chip, name) == 0) return cache_string(name);
+        if (!*chip || strcasecmp(chip, name) == 0)
+            return cache_string(name);
         if (cache_ends_with_nocase(name, chip)) {
-            if (tail_name) return nullptr;
+            if (tail_name)
+                return nullptr;
             tail_name = cache_string(name);
             tail_at = ftell(in);
             tail_line = st.line;
@@ -329,7 +369,8 @@ static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip)
             at_other_header = true;
         }
     } while (next_line(in));
-    if (!tail_name || at_other_header || tail_at < 0 || fseek(in, tail_at, SEEK_SET) != 0) return nullptr;
+    if (!tail_name || at_other_header || tail_at < 0 || fseek(in, tail_at, SEEK_SET) != 0)
+        return nullptr;
     st.line = tail_line;
     return tail_name;
 }
@@ -341,28 +382,35 @@ static chipinfo_t *read_chip(FILE *in, const char *chip)
     ci->c_fileattrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
     ci->c_attrs = hash_make<const char *, vector_t *>(ATTRIBUTE_BUCKETS, attribute_hash, hash_strcasecmp);
     if (!next_line(in)) {
-        if (ferror(in)) alert_msg(141, "chip info", st.file);   // a directory can be opened, but not read
-        else alert_msg(920);
+        if (ferror(in))
+            alert_msg(141, "chip info", st.file);   // a directory can be opened, but not read
+        else
+            alert_msg(920);
         return nullptr;
     }
     const char *name = seek_section(in, ci, chip);
-    if (!name) return nullptr;
+    if (!name)
+        return nullptr;
     ci->c_name = name;
     level_t section = {true, false, &ci->c_attrs};
     while (next_line(in)) {
         char *s = line_content();
-        if (!s) continue;
-        if (*s == '[') break;
+        if (!s)
+            continue;
+        if (*s == '[')
+            break;
         read_attribute(ci, &section, s);
     }
-    if (!ci->c_arch) alert_msg(1026, st.file, st.line);
+    if (!ci->c_arch)
+        alert_msg(1026, st.file, st.line);
     zel1x_chip_post(ci);
     return ci;
 }
 
 chipinfo_t *chipinfo_read(const char *path, const char *chip)
 {
-    if (!chip) return nullptr;
+    if (!chip)
+        return nullptr;
     if (!path) {
         alert_msg(2043);
         return nullptr;
@@ -383,8 +431,10 @@ chipinfo_t *chipinfo_read(const char *path, const char *chip)
 
 chipinfo_t *chipinfo_load(const char *path, const char *chip)
 {
-    if (!path) path = chip_find_INI_path(chip);
+    if (!path)
+        path = chip_find_INI_path(chip);
     chipinfo_t *ci = chipinfo_read(path, chip);
-    if (!ci) alert_msg(922, chip ? chip : "", path ? path : "");
+    if (!ci)
+        alert_msg(922, chip ? chip : "", path ? path : "");
     return ci;
 }

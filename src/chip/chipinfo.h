@@ -9,8 +9,8 @@
 
 #include "chip/chip.h"
 
-const char *chip_find_INI_path(const char *chip);         // null if no file is found
-const char *chip_alias_INI_path(const chipinfo_t *ci);    // of the chip's alias; null if no file is found
+const char *chip_find_INI_path(const char *chip);                // null if no file is found
+const char *chip_alias_INI_path(const chipinfo_t *ci);           // of the chip's alias; null if no file is found
 chipinfo_t *chipinfo_read(const char *path, const char *chip);   // null if the section isn't there
 chipinfo_t *chipinfo_load(const char *path, const char *chip);   // the same with message 922; null path: searched for
 

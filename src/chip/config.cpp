@@ -24,7 +24,7 @@ const cfg_options_t *cfg_options() { return &st.options; }
 
 struct option_t {
     const char *name;
-    uint8_t most;                     // value of the last of `words`, which a number other than 0 stands for
+    uint8_t most;   // value of the last of `words`, which a number other than 0 stands for
     const char *words[CFG_ALWAYS + 1];
     uint8_t cfg_options_t::*value;
 };
@@ -47,16 +47,20 @@ static void begin_statement()
 static const option_t *find_option(const char *name)
 {
     for (const option_t &option : option_rows)
-        if (strcasecmp(option.name, name) == 0) return &option;
+        if (strcasecmp(option.name, name) == 0)
+            return &option;
     return nullptr;
 }
 
 static void option_by_name(const option_t *option, const char *with)
 {
     uint8_t i = 0;
-    while (i <= option->most && strcasecmp(option->words[i], with) != 0) ++i;
-    if (i <= option->most) st.options.*option->value = i;
-    else alert_msg(1361);
+    while (i <= option->most && strcasecmp(option->words[i], with) != 0)
+        ++i;
+    if (i <= option->most)
+        st.options.*option->value = i;
+    else
+        alert_msg(1361);
     pass_ignore_cmsgs();
 }
 
@@ -68,8 +72,10 @@ static void option_by_value(const option_t *option, uint64_t number)
 
 static void note_region(const cfg_word_t *word)
 {
-    if (chip_isConfigAddr(static_cast<int64_t>(word->address))) st.options.cfg_any_config = true;
-    else st.options.cfg_any_idloc = true;
+    if (chip_isConfigAddr(static_cast<int64_t>(word->address)))
+        st.options.cfg_any_config = true;
+    else
+        st.options.cfg_any_idloc = true;
 }
 
 static void note_programmed(cfg_word_t *word, cfg_state_t state)
@@ -88,20 +94,24 @@ void cfg_prog_with_name(const char *what, const char *with)
     } else if (cfg_setting_t *set = cfg_find_setting(what)) {
         note_region(set->word);
         known = cfg_prog_setting_by_name(set, with);
-        if (known) note_programmed(set->word, CFG_NAME);
+        if (known)
+            note_programmed(set->word, CFG_NAME);
     } else if (const option_t *option = find_option(what)) {
         option_by_name(option, with);
         known = true;
     }
-    if (!known) alert_msg(1363, what, with);
+    if (!known)
+        alert_msg(1363, what, with);
 }
 
 static void word_by_value(cfg_word_t *word, uint64_t number)
 {
     bool settings = cfg_word_has_settings(word);
-    if (!cfg_prog_word_literal(word, number)) return;
+    if (!cfg_prog_word_literal(word, number))
+        return;
     note_programmed(word, settings ? CFG_NAME : CFG_LITERAL);
-    if (settings) word->value |= ~word->mask & word->defvalue;
+    if (settings)
+        word->value |= ~word->mask & word->defvalue;
 }
 
 void cfg_prog_with_value(const char *what, uint64_t number)
@@ -114,11 +124,13 @@ void cfg_prog_with_value(const char *what, uint64_t number)
     } else if (cfg_setting_t *set = cfg_find_setting(what)) {
         note_region(set->word);
         known = cfg_prog_setting_literal(set, number);
-        if (known) note_programmed(set->word, CFG_NAME);
+        if (known)
+            note_programmed(set->word, CFG_NAME);
     } else if (const option_t *option = find_option(what)) {
         option_by_value(option, number);
     } else {
         known = false;
     }
-    if (!known) alert_msg(1363, what, cache_printf("0x%lX", static_cast<unsigned long>(number)));
+    if (!known)
+        alert_msg(1363, what, cache_printf("0x%lX", static_cast<unsigned long>(number)));
 }

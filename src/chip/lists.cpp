@@ -20,8 +20,10 @@ static memrange_t *spare;   // chained through next
 static memrange_t *new_node(uint32_t lo, uint32_t hi, memrange_t *next)
 {
     memrange_t *n = spare;
-    if (n) spare = n->next;
-    else n = xnew<memrange_t>();
+    if (n)
+        spare = n->next;
+    else
+        n = xnew<memrange_t>();
     *n = {lo, hi, next};
     return n;
 }
@@ -31,7 +33,8 @@ static memrange_t *new_node(uint32_t lo, uint32_t hi, memrange_t *next)
 static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool join)
 {
     uint64_t reach = join;   // how far beyond its end a range still takes another in
-    while (*at && (*at)->hi + reach < lo) at = &(*at)->next;
+    while (*at && (*at)->hi + reach < lo)
+        at = &(*at)->next;
     memrange_t *n = *at;
     if (!n || n->lo > hi + reach) {
         *at = new_node(lo, hi, n);
@@ -40,7 +43,8 @@ static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool joi
     n->lo = std::min(n->lo, lo);
     n->hi = std::max(n->hi, hi);
     while (memrange_t *up = n->next) {
-        if (up->lo > n->hi + reach) break;
+        if (up->lo > n->hi + reach)
+            break;
         n->hi = std::max(n->hi, up->hi);
         n->next = up->next;
         up->next = nullptr;
@@ -52,12 +56,14 @@ static memrange_t **add_from(memrange_t **at, uint32_t lo, uint32_t hi, bool joi
 void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join)
 {
     ASSERTION(lo <= hi, "lo <= hi");
-    if (lo <= hi) add_from(list, lo, hi, join);
+    if (lo <= hi)
+        add_from(list, lo, hi, join);
 }
 
 void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join)
 {
-    if (page == 0) return add_discrete_range(list, lo, hi, join);
+    if (page == 0)
+        return add_discrete_range(list, lo, hi, join);
     ASSERTION(lo <= hi, "lo <= hi");
     uint64_t end = (uint64_t{lo} / page + 1) * page - 1;
     for (uint64_t from = lo; from <= hi; from = end + 1, end += page)
@@ -70,11 +76,13 @@ static int compare_words(uint64_t a, uint64_t b) { return (a > b) - (a < b); }
 memrange_t *range_list(vec_t<uint64_t> ranges)
 {
     memrange_t *list = nullptr, **at = &list;
-    if (ranges) vec_sort_by<uint64_t, compare_words>(ranges);
+    if (ranges)
+        vec_sort_by<uint64_t, compare_words>(ranges);
     for (const uint64_t range : ranges) {
         const uint32_t lo = static_cast<uint32_t>(range >> 32), hi = static_cast<uint32_t>(range);
         ASSERTION(lo <= hi, "lo <= hi");
-        if (lo <= hi) at = add_from(at, lo, hi, true);
+        if (lo <= hi)
+            at = add_from(at, lo, hi, true);
     }
     return list;
 }
@@ -87,13 +95,16 @@ memrange_t *range_subtract(const memrange_t *a, const memrange_t *b)
         tail = &(*tail)->next;
     };
     for (; a; a = a->next) {
-        while (b && b->hi < a->lo) b = b->next;
+        while (b && b->hi < a->lo)
+            b = b->next;
         uint64_t from = a->lo;   // what lies below is done
         for (const memrange_t *cut = b; cut && cut->lo <= a->hi; cut = cut->next) {
-            if (cut->lo > from) append(from, cut->lo - 1);
+            if (cut->lo > from)
+                append(from, cut->lo - 1);
             from = uint64_t{cut->hi} + 1;
         }
-        if (from <= a->hi) append(from, a->hi);
+        if (from <= a->hi)
+            append(from, a->hi);
     }
     return result;
 }

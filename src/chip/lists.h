@@ -21,9 +21,11 @@ void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page,
 // A list of ranges that may overlap and stand in any order, a word each; the vector is sorted. Those that touch become one.
 inline uint64_t range_word(uint32_t lo, uint32_t hi) { return uint64_t{lo} << 32 | hi; }
 memrange_t *range_list(vec_t<uint64_t> ranges);
-inline bool range_contains(const memrange_t *list, int64_t addr) {
+inline bool range_contains(const memrange_t *list, int64_t addr)
+{
     for (; list; list = list->next)
-        if (addr >= list->lo && addr <= list->hi) return true;
+        if (addr >= list->lo && addr <= list->hi)
+            return true;
     return false;
 }
 // A new list of what is in `a` and not in `b`. Ranges of `a` that touch stay apart.

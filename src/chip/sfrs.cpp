@@ -20,20 +20,19 @@ struct sfr_entry_t {
 static struct {
     bool sfrs_initialized;
     sfr_entry_t list[SFR_END] = {
-        {SFR_TOSU, "tosu", 0}, {SFR_TOSH, "tosh", 0}, {SFR_TOSL, "tosl", 0}, {SFR_STKPTR, "stkptr", 0},
-        {SFR_PCLATU, "pclatu", 0}, {SFR_PCLATH, "pclath", 0}, {SFR_PCL, "pcl", 0},
-        {SFR_TBLPTRU, "tblptru", 0}, {SFR_TBLPTRH, "tblptrh", 0}, {SFR_TBLPTRL, "tblptrl", 0}, {SFR_TABLAT, "tablat", 0},
-        {SFR_PRODH, "prodh", 0}, {SFR_PRODL, "prodl", 0},
-        {SFR_INDF0, "indf0", 0}, {SFR_POSTINC0, "postinc0", 0}, {SFR_POSTDEC0, "postdec0", 0},
-        {SFR_PREINC0, "preinc0", 0}, {SFR_PLUSW0, "plusw0", 0}, {SFR_FSR0H, "fsr0h", 0}, {SFR_FSR0L, "fsr0l", 0},
-        {SFR_WREG, "wreg", 0},
-        {SFR_INDF1, "indf1", 0}, {SFR_POSTINC1, "postinc1", 0}, {SFR_POSTDEC1, "postdec1", 0},
-        {SFR_PREINC1, "preinc1", 0}, {SFR_PLUSW1, "plusw1", 0}, {SFR_FSR1H, "fsr1h", 0}, {SFR_FSR1L, "fsr1l", 0},
-        {SFR_BSR, "bsr", 0},
-        {SFR_INDF2, "indf2", 0}, {SFR_POSTINC2, "postinc2", 0}, {SFR_POSTDEC2, "postdec2", 0},
-        {SFR_PREINC2, "preinc2", 0}, {SFR_PLUSW2, "plusw2", 0}, {SFR_FSR2H, "fsr2h", 0}, {SFR_FSR2L, "fsr2l", 0},
-        {SFR_STATUS, "status", 0},
-        {UINT32_MAX, nullptr, 0},
+        {SFR_TOSU, "tosu", 0},         {SFR_TOSH, "tosh", 0},         {SFR_TOSL, "tosl", 0},
+        {SFR_STKPTR, "stkptr", 0},     {SFR_PCLATU, "pclatu", 0},     {SFR_PCLATH, "pclath", 0},
+        {SFR_PCL, "pcl", 0},           {SFR_TBLPTRU, "tblptru", 0},   {SFR_TBLPTRH, "tblptrh", 0},
+        {SFR_TBLPTRL, "tblptrl", 0},   {SFR_TABLAT, "tablat", 0},     {SFR_PRODH, "prodh", 0},
+        {SFR_PRODL, "prodl", 0},       {SFR_INDF0, "indf0", 0},       {SFR_POSTINC0, "postinc0", 0},
+        {SFR_POSTDEC0, "postdec0", 0}, {SFR_PREINC0, "preinc0", 0},   {SFR_PLUSW0, "plusw0", 0},
+        {SFR_FSR0H, "fsr0h", 0},       {SFR_FSR0L, "fsr0l", 0},       {SFR_WREG, "wreg", 0},
+        {SFR_INDF1, "indf1", 0},       {SFR_POSTINC1, "postinc1", 0}, {SFR_POSTDEC1, "postdec1", 0},
+        {SFR_PREINC1, "preinc1", 0},   {SFR_PLUSW1, "plusw1", 0},     {SFR_FSR1H, "fsr1h", 0},
+        {SFR_FSR1L, "fsr1l", 0},       {SFR_BSR, "bsr", 0},           {SFR_INDF2, "indf2", 0},
+        {SFR_POSTINC2, "postinc2", 0}, {SFR_POSTDEC2, "postdec2", 0}, {SFR_PREINC2, "preinc2", 0},
+        {SFR_PLUSW2, "plusw2", 0},     {SFR_FSR2H, "fsr2h", 0},       {SFR_FSR2L, "fsr2l", 0},
+        {SFR_STATUS, "status", 0},     {UINT32_MAX, nullptr, 0},
     };
 } st;
 
@@ -44,7 +43,8 @@ static void enter(uint32_t addr, uint32_t id)
 {
     uint32_t at = addr;
     while (sfr_slots[at % SFR_SLOTS].id != SFR_NONE) {
-        if (sfr_slots[at % SFR_SLOTS].addr == addr) return;   // the first register at an address stays
+        if (sfr_slots[at % SFR_SLOTS].addr == addr)
+            return;   // the first register at an address stays
         ++at;
     }
     sfr_slots[at % SFR_SLOTS] = {addr, id};
@@ -52,7 +52,8 @@ static void enter(uint32_t addr, uint32_t id)
 
 void sfr_init(chipinfo_t *ci)
 {
-    if (st.sfrs_initialized) return;
+    if (st.sfrs_initialized)
+        return;
     for (sfr_entry_t *e = st.list; e->id != UINT32_MAX; ++e)
         if (const sfr_t *sfr = chip_findSFR(ci, e->name)) {
             e->addr = sfr->sfr_address;

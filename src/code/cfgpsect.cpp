@@ -37,7 +37,7 @@ static struct {
     punit_t punit = {1, 1, 1};
     symbol_t *config, *idloc;   // the psects; null until used
     srcpos_t behind_source;
-    uint64_t written, end;      // where the location that was written last begins and ends
+    uint64_t written, end;   // where the location that was written last begins and ends
 } st;
 
 static bool in_idlocs(uint64_t address) { return is_useridmem(static_cast<int64_t>(address)); }

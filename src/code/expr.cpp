@@ -196,8 +196,7 @@ void value_unary(uint16_t code, value_t *v)
     case OPC_NOT: rtype = RT_NOT; break;
     case OPC_LOW: rtype = RT_LOW; break;
     case OPC_HIGH: rtype = RT_HIGH; break;
-    case OPC_PLUS:
-        return;
+    case OPC_PLUS: return;
     case OPC_SEG:
         if ((v->v_rtype & ~RT_SEG) != RT_PSECT && (v->v_rtype & ~RT_SEG) != RT_SYM) {
             alert_text("E", "seg needs a relocatable operand");
@@ -224,9 +223,7 @@ void value_unary(uint16_t code, value_t *v)
         else if (!(v->v_offs & 0x7F800000))
             v->v_offs = 0;
         return;
-    default:
-        alert_msg(846);
-        return;
+    default: alert_msg(846); return;
     }
     if (is_const)
         v->v_offs = fold_unary(rtype, v->v_offs);
@@ -238,9 +235,15 @@ void value_copy(value_t *dst, const value_t *src)
 {
     *dst = *src;
     switch (src->v_rtype) {
-    case RT_CONST: case RT_PSECT: case RT_DEFINED: case RT_SYM: case RT_TLABF: case RT_TLABB: case RT_HERE:
-    case RT_PSECT_SEG: case RT_SYM_SEG:
-        break;
+    case RT_CONST:
+    case RT_PSECT:
+    case RT_DEFINED:
+    case RT_SYM:
+    case RT_TLABF:
+    case RT_TLABB:
+    case RT_HERE:
+    case RT_PSECT_SEG:
+    case RT_SYM_SEG: break;
     default:
         if (!rtype_is_unary(src->v_rtype) && !rtype_is_binary(src->v_rtype))
             alert_msg(787, int{src->v_rtype});
@@ -278,7 +281,7 @@ static bool reduce_node(value_t *v, const value_t *kids)
         v->v_offs = wrap_plus(offs, left->v_offs);
     } else if (left_const && right_const) {
         become_const(v, wrap_plus(offs, right ? fold_binary(v->v_rtype, left->v_offs, right->v_offs)
-                                         : fold_unary(v->v_rtype, left->v_offs)));
+                                              : fold_unary(v->v_rtype, left->v_offs)));
     } else if (v->v_rtype == RT_SUB && right_const) {
         *v = *left;
         v->v_offs = wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs));
@@ -367,7 +370,4 @@ bool value_equal(const value_t *a, const value_t *b)
     return same(&x, &y);
 }
 
-int64_t float_bits(double x, bool negate)
-{
-    return std::bit_cast<uint32_t>(static_cast<float>(negate ? -x : x));
-}
+int64_t float_bits(double x, bool negate) { return std::bit_cast<uint32_t>(static_cast<float>(negate ? -x : x)); }

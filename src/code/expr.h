@@ -16,13 +16,21 @@ struct op_t;
 
 // v_rtype: the kind of a value, and the token of its postfix code. Bit 0x80 on RT_PSECT and RT_SYM: its segment.
 enum : uint8_t {
-    RT_CONST = 0,      // v_offs
-    RT_LOW = 1,        // low byte of the left operand
-    RT_HIGH = 2,       // second byte
-    RT_ADD = 4, RT_SUB = 5, RT_MUL = 6, RT_DIV = 7, RT_SHL = 8, RT_SHR = 9, RT_AND = 10, RT_OR = 11, RT_XOR = 12,
-    RT_NOT = 13,       // complement
-    RT_NEG = 14,       // negation
-    RT_PSECT = 16,     // offset v_offs, in addressing units, in the psect v_sym
+    RT_CONST = 0,   // v_offs
+    RT_LOW = 1,     // low byte of the left operand
+    RT_HIGH = 2,    // second byte
+    RT_ADD = 4,
+    RT_SUB = 5,
+    RT_MUL = 6,
+    RT_DIV = 7,
+    RT_SHL = 8,
+    RT_SHR = 9,
+    RT_AND = 10,
+    RT_OR = 11,
+    RT_XOR = 12,
+    RT_NOT = 13,     // complement
+    RT_NEG = 14,     // negation
+    RT_PSECT = 16,   // offset v_offs, in addressing units, in the psect v_sym
     RT_MOD = 17,
     RT_DEFINED = 20,   // 1 if the name v_name exists
     RT_SYM = 32,       // symbol v_sym plus v_offs
@@ -35,19 +43,21 @@ enum : uint8_t {
 };
 
 // Codes of the operators, as the scanner gives them and value_binary and value_unary take them.
+// clang-format off
 enum : uint16_t {
     OPC_AND = 1, OPC_DIV = 2, OPC_EQ = 3, OPC_GE = 5, OPC_GT = 6, OPC_LE = 7, OPC_LT = 8, OPC_MINUS = 9, OPC_MOD = 10,
     OPC_MUL = 11, OPC_NE = 12, OPC_PLUS = 13, OPC_SEG = 14, OPC_SHL = 15, OPC_SHR = 16, OPC_XOR = 18, OPC_NOT = 19,
     OPC_LOW = 20, OPC_HIGH = 21, OPC_HIGHWORD = 22, OPC_ROR = 23, OPC_ROL = 24, OPC_OR = 25, OPC_FLOAT24 = 26,
     OPC_NORMALIZE32 = 27,
 };
+// clang-format on
 
 struct value_t {
-    int64_t v_offs;      // a constant's value; for anything else an addend
+    int64_t v_offs;   // a constant's value; for anything else an addend
     uint8_t v_rtype;
-    uint8_t v_common;    // known to lie in the access bank
+    uint8_t v_common;   // known to lie in the access bank
     uint16_t v_spare;
-    uint32_t v_nodes;    // operators in the tree; 0 for a leaf
+    uint32_t v_nodes;   // operators in the tree; 0 for a leaf
     union {
         symbol_t *v_sym;         // RT_PSECT, RT_SYM, RT_TLABF, RT_TLABB and the segments
         const value_t *v_kids;   // operators: the left operand, and behind it the right one of a binary kind
@@ -79,8 +89,19 @@ inline int64_t wrap_minus(int64_t a, int64_t b)
 }
 
 // Leaves.
-inline value_t value_const(int64_t n) { value_t v = {}; v.v_offs = n; return v; }
-inline value_t value_sym(symbol_t *s) { value_t v = {}; v.v_rtype = RT_SYM; v.v_sym = s; return v; }
+inline value_t value_const(int64_t n)
+{
+    value_t v = {};
+    v.v_offs = n;
+    return v;
+}
+inline value_t value_sym(symbol_t *s)
+{
+    value_t v = {};
+    v.v_rtype = RT_SYM;
+    v.v_sym = s;
+    return v;
+}
 inline value_t value_psect_offset(symbol_t *psect, int64_t units)
 {
     value_t v = {};
@@ -99,8 +120,8 @@ value_t value_make_binary(uint8_t rtype, const value_t *left, const value_t *rig
 void value_binary(uint16_t code, value_t *a, const value_t *b);
 // `v` changes in place. Messages 786, 1494, 846; `seg` of what has no segment is reported and changes nothing.
 void value_unary(uint16_t code, value_t *v);
-void value_copy(value_t *dst, const value_t *src);   // message 787 on an unknown kind
-bool value_has_here(const value_t *v);               // whether `$` is in it, which is where it comes to be used
+void value_copy(value_t *dst, const value_t *src);      // message 787 on an unknown kind
+bool value_has_here(const value_t *v);                  // whether `$` is in it, which is where it comes to be used
 bool value_equal(const value_t *a, const value_t *b);   // of the reduced forms, which is decided without a message
 
 // Reduces `v` in place as far as the symbols' present values allow. Definitions that go round in a circle, and those that

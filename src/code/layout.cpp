@@ -42,14 +42,14 @@ struct placed_t;
 struct squeezed_t;
 
 static struct {
-    bool growing, longest;       // branches may only grow; no longer have a choice
-    bool as_written;             // gotos are as long as without the optimiser
-    placed_t *placed;            // the nodes of a psect that have to be walked again and again
+    bool growing, longest;   // branches may only grow; no longer have a choice
+    bool as_written;         // gotos are as long as without the optimiser
+    placed_t *placed;        // the nodes of a psect that have to be walked again and again
     size_t placed_count, placed_room;
-    bool rigid;                  // not all nodes move when one grows
-    squeezed_t *squeezed;        // the branches that can become shorter, and one more element
+    bool rigid;             // not all nodes move when one grows
+    squeezed_t *squeezed;   // the branches that can become shorter, and one more element
     size_t squeezed_count, squeezed_room;
-    uint32_t shrunk;             // the last branch that has become shorter and whose surroundings are still to see
+    uint32_t shrunk;   // the last branch that has become shorter and whose surroundings are still to see
 } st;
 
 static bool is_live_org(const op_t *op) { return op->op_type == T_ORG && !(op->op_flags & OPF_SKIPPED); }
@@ -94,14 +94,10 @@ static bool is_near(const value_t *v, uint64_t here, reach_t *reach)
 bool branch_has_forms(const op_t *op)
 {
     switch (op->op_type) {
-    case T_BCC:
-        return !opt.no_trans && !(op->op_flags & OPF_COMPILED);
-    case T_GOTO:
-        return opt.optimise && !st.as_written && !(op->op_flags & OPF_FIXED);
-    case T_CALL:
-        return !opt.no_trans && !(op->op_subop & CALL_FAST);
-    default:
-        return false;
+    case T_BCC: return !opt.no_trans && !(op->op_flags & OPF_COMPILED);
+    case T_GOTO: return opt.optimise && !st.as_written && !(op->op_flags & OPF_FIXED);
+    case T_CALL: return !opt.no_trans && !(op->op_subop & CALL_FAST);
+    default: return false;
     }
 }
 
@@ -159,15 +155,9 @@ bool movff_is_short(const op_t *op)
     return in_lowdata(&op->op_opnd1) && in_lowdata(&op->op_opnd2);
 }
 
-static uint64_t size_movff(const op_t *op, uint64_t)
-{
-    return movff_is_short(op) ? 4 : 6;
-}
+static uint64_t size_movff(const op_t *op, uint64_t) { return movff_is_short(op) ? 4 : 6; }
 
-static uint64_t size_nop(const op_t *op, uint64_t)
-{
-    return op->op_subop == NOP2 && opt.errata_mask & ERRATA_NOP2 ? 4 : 2;
-}
+static uint64_t size_nop(const op_t *op, uint64_t) { return op->op_subop == NOP2 && opt.errata_mask & ERRATA_NOP2 ? 4 : 2; }
 
 unsigned data_item_width(const op_t *op)
 {
@@ -207,9 +197,10 @@ struct size_row_t {
     uint16_t type = 0;
     uint8_t size = 0;                                              // bytes; the longest form of a branch
     uint64_t (*size_of)(const op_t *op, uint64_t pos) = nullptr;   // null: it is `size`
-    bool placed = false;      // the position counts: for the size, for what follows, or for a symbol
+    bool placed = false;   // the position counts: for the size, for what follows, or for a symbol
 };
 
+// clang-format off
 static constexpr size_row_t size_rows[] = {
     {T_SUBWF, 2}, {T_MOVF, 2}, {T_SWAPF, 2}, {T_RLCF, 2}, {T_DECFSZ, 2}, {T_ANDWF, 2}, {T_INCF, 2}, {T_ADDWF, 2},
     {T_MULWF, 2}, {T_CPFSEQ, 2}, {T_MOVWF, 2}, {T_CLRF, 2}, {T_BCF, 2}, {T_BTFSC, 2}, {T_CALLW, 2}, {T_PUSH, 2},
@@ -221,6 +212,7 @@ static constexpr size_row_t size_rows[] = {
     {T_NUMLABEL, 0, nullptr, true}, {T_IF, 0}, {T_ELSIF, 0}, {T_ELSE, 0}, {T_ENDIF, 0}, {T_ENDM, 0}, {T_TITLE, 0},
     {T_INCLUDE, 0}, {T_MESSG, 0}, {T_EQU, 0}, {T_SET, 0},
 };
+// clang-format on
 static constexpr auto sizes = rows_by_kind(size_rows);
 
 static const size_row_t *row_of(const op_t *op)
@@ -252,7 +244,7 @@ uint64_t branch_form(const op_t *op)
 // themselves are far from each other.
 struct placed_t {
     op_t *op;
-    symbol_t *sym;         // of a label; of a branch to nothing but a symbol: that; otherwise null
+    symbol_t *sym;   // of a label; of a branch to nothing but a symbol: that; otherwise null
     uint32_t type;
     uint32_t ahead;        // bytes between the placed node before it and this one
     uint32_t at, behind;   // positions before and after it, as the last walk has found them
@@ -269,8 +261,8 @@ static void append_placed(op_t *op, uint32_t ahead)
     symbol_t *sym = nullptr;
     if (op->op_type == T_NAME)
         sym = op->op_sym;
-    else if (op->op_type == T_NUMLABEL
-             || (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect) && !(op->op_flags & OPF_PINNED)))
+    else if (op->op_type == T_NUMLABEL ||
+             (value_is_reference(&v) && v.v_offs == 0 && !psect_is_abs(cur_psect) && !(op->op_flags & OPF_PINNED)))
         sym = v.v_sym;
     st.placed[st.placed_count++] = {op, sym, op->op_type, ahead, OFFS_MAX, OFFS_MAX};
 }
@@ -322,14 +314,9 @@ static uint32_t position_behind(const placed_t *n, uint32_t pos, bool first)
         if (first || n->at != pos)
             n->sym->s_value = value_psect_offset(cur_psect, pos / psect_delta(cur_psect->s_psect));
         break;
-    case T_ORG:
-        return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_arg));
-    case T_ALIGN:
-        size = size_align(n->op, pos);
-        break;
-    case T_MOVFF:
-        size = size_movff(n->op, pos);
-        break;
+    case T_ORG: return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_arg));
+    case T_ALIGN: size = size_align(n->op, pos); break;
+    case T_MOVFF: size = size_movff(n->op, pos); break;
     default:
         size = placed_branch_size(n, pos, first);
         if (st.growing && size < n->behind - n->at)
@@ -374,11 +361,11 @@ static uint64_t walk_hash()
 // A branch whose distance can become smaller. Element i has the sum of what i & -i of them up to the one before it saved.
 struct squeezed_t {
     placed_t *node;
-    uint32_t at;           // node->at
-    uint32_t to;           // where it leads,
-    uint32_t target;       // and the first of these branches behind that place
+    uint32_t at;       // node->at
+    uint32_t to;       // where it leads,
+    uint32_t target;   // and the first of these branches behind that place
     uint32_t saved;
-    uint32_t next;         // if its surroundings are still to see: the branch after whose they are, or LAST; else IDLE
+    uint32_t next;   // if its surroundings are still to see: the branch after whose they are, or LAST; else IDLE
 };
 enum : uint32_t { IDLE = UINT32_MAX, LAST = UINT32_MAX - 1, SHORTEST = 2 };
 // As far as a branch can be from its target and still reach it when all between them has its shortest form, a third.

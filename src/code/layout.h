@@ -13,15 +13,15 @@ enum : uint64_t { OFFS_MAX = 0xFFFFFFFF };   // positions that would lie behind 
 // list, allocates nothing but scratch that it keeps. Message 813.
 void size_psect(symbol_t *psect);
 void size_psect_as_written(symbol_t *psect);   // the same as it would be without the optimiser
-void size_all();                           // every psect with code, after giving each psect a p_delta
+void size_all();                               // every psect with code, after giving each psect a p_delta
 
 // How far branches reach: `distance` is from behind the branch, in bytes.
 inline bool fits_short_branch(int64_t distance) { return distance >= -2048 && distance <= 2047; }   // bra, rcall
 inline bool fits_cond_branch(int64_t distance) { return distance >= -256 && distance <= 255; }      // bc and its like
 
 // Of a node of the current psect.
-enum : uint64_t { ALIGN_MAX = 0x200000 };   // the padding of one `align`: all of program memory
-enum : uint16_t { NOP2 = 0xFFFF };          // op_subop of `nop2`, which makes a word of its own
+enum : uint64_t { ALIGN_MAX = 0x200000 };         // the padding of one `align`: all of program memory
+enum : uint16_t { NOP2 = 0xFFFF };                // op_subop of `nop2`, which makes a word of its own
 uint64_t op_size(const op_t *op, uint64_t pos);   // at position `pos`; up to OFFS_MAX + 1. Unknown kinds have none
 unsigned data_item_width(const op_t *op);         // of DB
 uint64_t units_to_bytes(uint64_t units);          // up to OFFS_MAX + 1

@@ -21,9 +21,9 @@
 #include "options.h"
 
 static struct {
-    op_t *nodes;         // those of the last block
+    op_t *nodes;                                  // those of the last block
     uint32_t nodes_left, more_count, more_room;   // more_room: blocks that op_more_blocks has places for
-    op_t *free_nodes;    // chained through op_prev
+    op_t *free_nodes;                             // chained through op_prev
     uint32_t last_id;
     vec_t<const char *> pending_comments;   // null, or not empty
     FILE *summary_comments;                 // null until there is one
@@ -179,20 +179,25 @@ op_t *op_ensure_label(op_t *node)
 bool op_is_silent(const op_t *op)
 {
     switch (op->op_type) {
-    case T_NAME: case T_NUMLABEL: case T_IF: case T_ELSE: case T_ELSIF: case T_ENDIF: case T_ENDM: case T_EQU: case T_SET:
-    case T_TITLE: case T_INCLUDE: case T_MESSG: case T_ALIGN:
-        return true;
-    case T_DS:
-        return op->op_opnd1.opnd_value.v_offs <= 0 || (op->op_flags & OPF_SKIPPED);
-    default:
-        return op->op_flags & OPF_SKIPPED;
+    case T_NAME:
+    case T_NUMLABEL:
+    case T_IF:
+    case T_ELSE:
+    case T_ELSIF:
+    case T_ENDIF:
+    case T_ENDM:
+    case T_EQU:
+    case T_SET:
+    case T_TITLE:
+    case T_INCLUDE:
+    case T_MESSG:
+    case T_ALIGN: return true;
+    case T_DS: return op->op_opnd1.opnd_value.v_offs <= 0 || (op->op_flags & OPF_SKIPPED);
+    default: return op->op_flags & OPF_SKIPPED;
     }
 }
 
-bool op_is_skip(const op_t *op)
-{
-    return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ;
-}
+bool op_is_skip(const op_t *op) { return op->op_type == T_BTFSC || op->op_type == T_DECFSZ || op->op_type == T_CPFSEQ; }
 
 bool after_skip(const op_t *op)
 {
@@ -213,24 +218,28 @@ op_t *op_past_silent(op_t *op)
 static op_t *label_of(const op_t *op)
 {
     switch (op->op_type) {
-    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL: {
+    case T_BRA:
+    case T_BCC:
+    case T_RCALL:
+    case T_GOTO:
+    case T_CALL: {
         const value_t *v = &op->op_opnd1.opnd_value;
         return v->v_rtype == RT_SYM && v->v_sym ? v->v_sym->s_defop : nullptr;
     }
-    default:
-        return nullptr;
+    default: return nullptr;
     }
 }
 
 op_t *op_target(const op_t *node)
 {
     switch (node->op_type) {
-    case T_BTFSC: case T_DECFSZ: case T_CPFSEQ: {
+    case T_BTFSC:
+    case T_DECFSZ:
+    case T_CPFSEQ: {
         const op_t *skipped = op_past_silent(node->op_next);
         return skipped ? op_past_silent(skipped->op_next) : nullptr;
     }
-    default:
-        return label_of(node);
+    default: return label_of(node);
     }
 }
 

@@ -21,9 +21,9 @@ struct opnd_t {
 // op_flags
 enum : uint32_t {
     OPF_VOLATILE = 0x02,
-    OPF_MARK = 0x08,        // scratch
-    OPF_SKIPPED = 0x10,     // in a false arm: linked, and passed over by every walk
-    OPF_COMPILED = 0x20,    // the line held ";#"
+    OPF_MARK = 0x08,       // scratch
+    OPF_SKIPPED = 0x10,    // in a false arm: linked, and passed over by every walk
+    OPF_COMPILED = 0x20,   // the line held ";#"
     OPF_NOOPT = 0x40,
     OPF_INDEXED = 0x8000,   // the file operand was written in square brackets
     OPF_PINNED = 0x10000,   // code counts on its place: it stays as it is, and as large (optim/pins.h)
@@ -42,27 +42,27 @@ struct data_item_t {
 // Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node is two
 // lines of the cache: what walks along a list look at, and the operands. The rest is kept apart, see op_more.
 struct alignas(64) op_t {
-    uint16_t op_type;       // the statement's token number (ops.h); 0 only in sentinels
-    uint16_t op_dest;       // DEST_F or DEST_W
-    uint16_t op_access;     // ACCESS_B, ACCESS_C, or 0
-    uint16_t op_subop;      // opcode template; item width of DB; 0 or 1 of MESSG
+    uint16_t op_type;     // the statement's token number (ops.h); 0 only in sentinels
+    uint16_t op_dest;     // DEST_F or DEST_W
+    uint16_t op_access;   // ACCESS_B, ACCESS_C, or 0
+    uint16_t op_subop;    // opcode template; item width of DB; 0 or 1 of MESSG
     uint32_t op_flags;
-    uint32_t op_id;         // from 1; 0: free, or must not be deleted
-    uint32_t op_offs;       // bytes from the psect's start; set by the size pass
-    uint32_t op_more_at;    // where the rest is
+    uint32_t op_id;            // from 1; 0: free, or must not be deleted
+    uint32_t op_offs;          // bytes from the psect's start; set by the size pass
+    uint32_t op_more_at;       // where the rest is
     op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
     symbol_t *op_psect;
-    union {                 // by kind:
-        uint64_t op_arg;    // ORG, ALIGN
-        symbol_t *op_sym;   // NAME
-        const char *op_text;   // MESSG, TITLE, INCLUDE
-        uint64_t op_tlab;   // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
-        data_item_t *op_data;  // DB
+    union {                     // by kind:
+        uint64_t op_arg;        // ORG, ALIGN
+        symbol_t *op_sym;       // NAME
+        const char *op_text;    // MESSG, TITLE, INCLUDE
+        uint64_t op_tlab;       // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
+        data_item_t *op_data;   // DB
     };
-    union {                 // scratch of the optimiser's modules:
-        uint64_t op_order;  // grows along the list, with gaps
-        pa_node_t *op_pa;   // what procedural abstraction knows of the node
-        op_t *op_ahead;     // a node behind this one: errata
+    union {                  // scratch of the optimiser's modules:
+        uint64_t op_order;   // grows along the list, with gaps
+        pa_node_t *op_pa;    // what procedural abstraction knows of the node
+        op_t *op_ahead;      // a node behind this one: errata
     };
     opnd_t op_opnd1, op_opnd2;
 };
@@ -70,16 +70,16 @@ static_assert(sizeof(op_t) == 128);
 
 // What is asked of a node now and then.
 struct op_more_t {
-    uint64_t op_lline;      // line for messages about this node
-    uint64_t op_line;       // source line for debuggers; 0 unknown
-    const char *op_lfile;   // file of op_lline
-    const char *op_file;    // file of op_line; may be null
+    uint64_t op_lline;                // line for messages about this node
+    uint64_t op_line;                 // source line for debuggers; 0 unknown
+    const char *op_lfile;             // file of op_lline
+    const char *op_file;              // file of op_line; may be null
     vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty
     const char *op_remark;            // comment behind the statement
     vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
     uint32_t op_callstack;
 };
-enum : uint32_t { OP_BLOCK = 256 };        // nodes, and op_more_t records, are made by so many
+enum : uint32_t { OP_BLOCK = 256 };   // nodes, and op_more_t records, are made by so many
 extern op_more_t **op_more_blocks;
 inline op_more_t *op_more(const op_t *op) { return &op_more_blocks[op->op_more_at / OP_BLOCK][op->op_more_at % OP_BLOCK]; }
 
@@ -113,22 +113,22 @@ op_t *op_new();
 // Links `node` and returns it. A node without a source position takes that of `where`, unless the program is to be listed
 // as it was written.
 op_t *op_insert_after(op_t *where, op_t *node);
-void op_link_after(op_t *where, op_t *node);     // links and no more; the node gets the psect of `where`
-void op_unlink(op_t *node);                      // the node stays intact
-int op_delete(op_t *node);                       // for good; its comments move to the next node. Returns 1
-int op_delete_if_live(op_t *node);               // 0 if the node is free or must stay
-op_t *op_ensure_label(op_t *node);               // the label node right before `node`, made if there is none
+void op_link_after(op_t *where, op_t *node);   // links and no more; the node gets the psect of `where`
+void op_unlink(op_t *node);                    // the node stays intact
+int op_delete(op_t *node);                     // for good; its comments move to the next node. Returns 1
+int op_delete_if_live(op_t *node);             // 0 if the node is free or must stay
+op_t *op_ensure_label(op_t *node);             // the label node right before `node`, made if there is none
 // Stands between instructions and isn't what a skip skips: label, condition, padding that may be none, ...
 bool op_is_silent(const op_t *op);
-op_t *op_past_silent(op_t *op);                  // the first node from `op` on that isn't silent; null for null
+op_t *op_past_silent(op_t *op);   // the first node from `op` on that isn't silent; null for null
 bool op_is_skip(const op_t *op);
 // The nearest node before it that isn't silent is a skip. If any list ends in a skip, which other psects follow it is for the
 // linker to say: then the first node of each may be the one that is skipped.
 bool after_skip(const op_t *op);
-extern bool skip_at_end;                         // a list does
-op_t *op_target(const op_t *node);               // where a jump, call or skip leads, or null
-void op_set_position(const op_t *node);          // messages show the node's position from now on
-void op_note_position(op_t *node);               // messages about the node will show the present position
+extern bool skip_at_end;                  // a list does
+op_t *op_target(const op_t *node);        // where a jump, call or skip leads, or null
+void op_set_position(const op_t *node);   // messages show the node's position from now on
+void op_note_position(op_t *node);        // messages about the node will show the present position
 
 // `node` gets the place of `from` for messages, or its source line for debuggers.
 inline void op_take_position(op_t *node, const op_t *from)
@@ -147,8 +147,8 @@ inline void op_take_source_line(op_t *node, const op_t *from)
 // something is there already, so that it takes no longer when thousands refer to one label.
 void list_build_refs(symbol_t *psect);
 void list_clear_refs(symbol_t *psect);
-void list_renew_refs(symbol_t *psect);           // those within the psect; what comes from other psects stays
-void op_add_ref(op_t *ref, op_t *label_node);    // nothing happens if it is there already
+void list_renew_refs(symbol_t *psect);              // those within the psect; what comes from other psects stays
+void op_add_ref(op_t *ref, op_t *label_node);       // nothing happens if it is there already
 void op_add_new_ref(op_t *ref, op_t *label_node);   // one that isn't; thousands may lead to one label
 void op_remove_ref(op_t *ref, op_t *label_node);
 
@@ -156,7 +156,7 @@ void op_remove_ref(op_t *ref, op_t *label_node);
 // whole program; any other waits for the next node.
 void op_comment_add(const char *text, size_t len);   // message 141
 void pending_comments_free();
-void pending_comments_to(vec_t<const char *> v);     // appends, and drops them
+void pending_comments_to(vec_t<const char *> v);   // appends, and drops them
 // Writes the summary comments to `to`. With `strip` they lose their mark, and go to `also` as well, one line at a time
 // with its newline; null: nowhere else.
 void summary_comments_emit(FILE *to, bool strip, void (*also)(const char *line) = nullptr);

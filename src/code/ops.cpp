@@ -42,6 +42,7 @@ static constexpr op_row_t instr(const char *name, uint16_t token, uint16_t subop
     return {name, token, subop, arch, written, read};
 }
 
+// clang-format off
 constexpr op_row_t op_rows[OP_ROWS] = {
     // 0: operators and radix words
     plain("nul", T_NUL, 8), plain("float24", T_UNARY, OPC_FLOAT24), plain("normalize32", T_UNARY, OPC_NORMALIZE32),
@@ -174,9 +175,11 @@ constexpr op_row_t op_rows[OP_ROWS] = {
     word("title", T_TITLE, 1), word("subtitle", T_SUBTITLE, 1), word("macro", T_MACRO), word("endm", T_ENDM),
     word("local", T_LOCAL), word("rept", T_REPT), word("irp", T_IRP), word("irpc", T_IRPC), word("exitm", T_EXITM),
 };
+// clang-format on
 constexpr int ROW_EMPTY = 137;
 
 // The scanner's other tables.
+// clang-format off
 constexpr op_row_t control_rows[] = {
     plain("callstack", T_CALLSTACK, 1), plain("stack", T_CALLSTACK, 1), plain("pagelength", T_PAGELENGTH, 1),
     plain("pagewidth", T_PAGEWIDTH, 1), plain("cond", T_COND, 1), plain("nocond", T_COND), plain("expand", T_EXPAND, 1),
@@ -184,13 +187,18 @@ constexpr op_row_t control_rows[] = {
     plain("title", T_TITLE, 1), plain("subtitle", T_SUBTITLE, 1), plain("asmopt_on", T_ASMOPT_SWITCH, 1),
     plain("asmopt_off", T_ASMOPT_SWITCH), plain("asmopt_push", T_ASMOPT_STACK, 1), plain("asmopt_pop", T_ASMOPT_STACK),
 };
+// clang-format on
 constexpr op_row_t listopt_rows[] = {
-    plain("c", T_LO_C), plain("t", T_LO_T), plain("r", T_LO_R), plain("n", T_LO_N), plain("x", T_LO_X), plain("p", T_LO_P),
-    plain("on", T_LO_ON), plain("off", T_LO_OFF),
+    plain("c", T_LO_C), plain("t", T_LO_T), plain("r", T_LO_R),   plain("n", T_LO_N),
+    plain("x", T_LO_X), plain("p", T_LO_P), plain("on", T_LO_ON), plain("off", T_LO_OFF),
 };
 constexpr op_row_t switch_rows[] = {
-    plain("on", T_ON), plain("off", T_OFF), plain("push", T_PUSHWORD), plain("pop", T_POPWORD),
+    plain("on", T_ON),
+    plain("off", T_OFF),
+    plain("push", T_PUSHWORD),
+    plain("pop", T_POPWORD),
 };
+// clang-format off
 constexpr op_row_t psectflag_rows[] = {
     plain("global", T_PSECTFLAG, S_GLOBAL), plain("pure", T_PSECTFLAG, S_PURE), plain("ovrld", T_PSECTFLAG, S_OVRLD),
     plain("abs", T_PSECTFLAG, S_ABS), plain("common", T_PSECTFLAG, S_COMMON), plain("bit", T_PSECTFLAG, S_BIT),
@@ -201,6 +209,7 @@ constexpr op_row_t psectflag_rows[] = {
     plain("peep", T_PF_PEEP), plain("remove", T_PF_REMOVE), plain("lowdata", T_PF_LOWDATA), plain("group", T_PF_GROUP),
     plain("minocg", T_PF_MINOCG), plain("codecov", T_PF_CODECOV),
 };
+// clang-format on
 
 // Search by word.
 
@@ -227,9 +236,9 @@ static constexpr uint64_t fold(uint64_t chars)
 
 template <size_t ROWS> struct word_index_t {
     static constexpr size_t SLOTS = std::bit_ceil(ROWS * 4);
-    uint8_t slots[SLOTS] = {};        // row number plus 1, 0 if empty; collisions go to the next slot
+    uint8_t slots[SLOTS] = {};   // row number plus 1, 0 if empty; collisions go to the next slot
     packed_t packed[ROWS] = {};
-    uint16_t lengths[256] = {};       // by first character, in either case: the lengths of its words, one bit each
+    uint16_t lengths[256] = {};   // by first character, in either case: the lengths of its words, one bit each
 
     constexpr explicit word_index_t(const op_row_t (&rows)[ROWS])
     {
@@ -247,7 +256,7 @@ template <size_t ROWS> struct word_index_t {
             size_t at = packed_hash(packed[i]) % SLOTS;
             while (slots[at] != 0 && packed[slots[at] - 1] != packed[i])
                 at = (at + 1) % SLOTS;
-            if (slots[at] == 0)       // the first row of a name stays
+            if (slots[at] == 0)   // the first row of a name stays
                 slots[at] = static_cast<uint8_t>(i + 1);
         }
     }

@@ -16,6 +16,7 @@
 struct op_t;
 
 // Token numbers: one numbering for the scanner, the grammar and op_type.
+// clang-format off
 enum token_t : uint16_t {
     T_SUBWF = 258, T_BCF = 259, T_COND = 260, T_DB = 262, T_DF = 263, T_COMMA = 264, T_MOVF = 265, T_SWAPF = 266,
     T_RLCF = 267, T_MOVFF = 268, T_MOVFFL = 269, T_CALLW = 270, T_ADDFSR = 271, T_PUSH = 272, T_LFSR = 273, T_BRA = 274,
@@ -42,19 +43,20 @@ enum token_t : uint16_t {
     T_PF_KEEP = 431, T_PF_NOEXEC = 432, T_PF_OPTIM = 433, T_PF_PA = 434, T_PF_JUMP = 435, T_PF_PEEP = 436,
     T_PF_REMOVE = 437, T_PF_LOWDATA = 438, T_PF_GROUP = 439, T_PF_MINOCG = 440, T_PF_CODECOV = 441,
 };
+// clang-format on
 
 // The kinds of nodes, op_type.
 inline constexpr uint16_t node_kinds[] = {
-    T_SUBWF, T_MOVF, T_SWAPF, T_RLCF, T_DECFSZ, T_ANDWF, T_INCF, T_ADDWF, T_MULWF, T_CPFSEQ, T_MOVWF, T_CLRF, T_BCF,
-    T_BTFSC, T_CALLW, T_PUSH, T_RETURN, T_TRET, T_DBOUT, T_TBLRD, T_TRAP, T_NOP, T_ADDLW, T_RETLW, T_MOVLW, T_PUSHL,
-    T_ADDULNK, T_ADDFSR, T_SETCNT, T_BANKSEL, T_MOVLB, T_LFSR, T_MOVSF, T_MOVSS, T_MOVFF, T_MOVFFL, T_MOVSFL, T_BRA,
-    T_RCALL, T_BCC, T_GOTO, T_CALL, T_DB, T_DS, T_ORG, T_ALIGN, T_NAME, T_NUMLABEL, T_IF, T_ELSIF, T_ELSE, T_ENDIF,
-    T_ENDM, T_TITLE, T_INCLUDE, T_MESSG, T_EQU, T_SET,
+    T_SUBWF,  T_MOVF,  T_SWAPF,   T_RLCF,   T_DECFSZ, T_ANDWF,   T_INCF,    T_ADDWF, T_MULWF, T_CPFSEQ, T_MOVWF, T_CLRF,
+    T_BCF,    T_BTFSC, T_CALLW,   T_PUSH,   T_RETURN, T_TRET,    T_DBOUT,   T_TBLRD, T_TRAP,  T_NOP,    T_ADDLW, T_RETLW,
+    T_MOVLW,  T_PUSHL, T_ADDULNK, T_ADDFSR, T_SETCNT, T_BANKSEL, T_MOVLB,   T_LFSR,  T_MOVSF, T_MOVSS,  T_MOVFF, T_MOVFFL,
+    T_MOVSFL, T_BRA,   T_RCALL,   T_BCC,    T_GOTO,   T_CALL,    T_DB,      T_DS,    T_ORG,   T_ALIGN,  T_NAME,  T_NUMLABEL,
+    T_IF,     T_ELSIF, T_ELSE,    T_ENDIF,  T_ENDM,   T_TITLE,   T_INCLUDE, T_MESSG, T_EQU,   T_SET,
 };
 
 // A table of rows in which `type` is the kind, by kind; the row of no kind is empty. A kind that is missing or has two rows
 // fails to compile.
-template<typename row_t, size_t N> constexpr std::array<row_t, T_PF_CODECOV + 1> rows_by_kind(const row_t (&rows)[N])
+template <typename row_t, size_t N> constexpr std::array<row_t, T_PF_CODECOV + 1> rows_by_kind(const row_t (&rows)[N])
 {
     std::array<row_t, T_PF_CODECOV + 1> all = {};
     for (const row_t &r : rows)
@@ -72,12 +74,12 @@ enum : uint32_t { ROWS_ALL = 0x380, ROWS_X = 0x100 };
 enum : uint8_t { ST_C = 0x01, ST_DC = 0x02, ST_Z = 0x04, ST_OV = 0x08, ST_N = 0x10 };
 
 struct op_row_t {
-    const char *name;          // lower case
+    const char *name;   // lower case
     uint16_t token;
-    uint16_t subop;            // opcode template, operator code or switch value
-    uint16_t archmask;         // architectures that have the word; 0: no test
-    uint8_t status_written;    // status bits that the instruction may change,
-    uint8_t status_read;       // and those that it depends on
+    uint16_t subop;           // opcode template, operator code or switch value
+    uint16_t archmask;        // architectures that have the word; 0: no test
+    uint8_t status_written;   // status bits that the instruction may change,
+    uint8_t status_read;      // and those that it depends on
 };
 
 constexpr int OP_ROWS = 202;
@@ -93,9 +95,9 @@ uint32_t op_status_read(const op_t *op);
 // Word look-up, without regard to case; null if the word isn't in the table. That `config` is no keyword at times is the
 // scanner's business.
 const op_row_t *op_lookup_keyword(const char *word, size_t len);
-const op_row_t *op_lookup_control(const char *word, size_t len);      // the controls of opt and $
-const op_row_t *op_lookup_listopt(const char *word, size_t len);      // options of list and nolist
-const op_row_t *op_lookup_switch(const char *word, size_t len);       // asmopt on, off, push, pop
+const op_row_t *op_lookup_control(const char *word, size_t len);   // the controls of opt and $
+const op_row_t *op_lookup_listopt(const char *word, size_t len);   // options of list and nolist
+const op_row_t *op_lookup_switch(const char *word, size_t len);    // asmopt on, off, push, pop
 const op_row_t *op_lookup_psectflag(const char *word, size_t len);
 
 // Message 849 if the chip lacks the instructions of this token.

@@ -5,12 +5,12 @@
 
 struct place_t {
     enum kind_t : uint8_t {
-        UNTOLD,      // no file register, or an expression that only the linker can work out
-        ADDRESS,     // the register at `at`
-        BANKED,      // the one at the lower eight bits of `at` in whatever bank is selected
-        NAMED,       // `at` behind `base`: a psect, or a name that isn't defined here
+        UNTOLD,    // no file register, or an expression that only the linker can work out
+        ADDRESS,   // the register at `at`
+        BANKED,    // the one at the lower eight bits of `at` in whatever bank is selected
+        NAMED,     // `at` behind `base`: a psect, or a name that isn't defined here
     } kind = UNTOLD;
-    uint32_t access = 0;           // as opnd_access; 0: the operand is a whole address
+    uint32_t access = 0;   // as opnd_access; 0: the operand is a whole address
     const symbol_t *base = nullptr;
     int64_t at = 0;
 };

@@ -6,19 +6,19 @@
 struct dabs_t {
     uint32_t space;
     int64_t address, size;
-    const char *name;       // "" if none
+    const char *name;   // "" if none
 };
 
 struct program_t {
-    vec_t<dabs_t *> dabs_list;                            // null until used
-    vec_t<vector_t *> fnalign_groups;                     // one vector of symbols for each fnalign; null until used
+    vec_t<dabs_t *> dabs_list;          // null until used
+    vec_t<vector_t *> fnalign_groups;   // one vector of symbols for each fnalign; null until used
     bool has_fnconf;
     const char *fnconf_words[3];
     int64_t fnconf_number;
-    const char *list_title, *list_subtitle;               // null until told
+    const char *list_title, *list_subtitle;   // null until told
     bool has_end_value;
-    value_t end_value;                                    // operand of `end`
-    const char *end_file;                                 // where it stands
+    value_t end_value;      // operand of `end`
+    const char *end_file;   // where it stands
     int64_t end_line;
 };
 extern program_t program;

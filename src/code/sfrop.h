@@ -13,7 +13,8 @@
 uint32_t sfr_idOfPlace(const opnd_t *v);   // the same for any operand, with more work
 
 // The id of the register, SFR_NONE if the operand is no core register.
-inline uint32_t sfr_idOf(const opnd_t *v) {
+inline uint32_t sfr_idOf(const opnd_t *v)
+{
     const value_t &n = v->opnd_value;
     if (n.v_rtype != RT_CONST)
         return sfr_idOfPlace(v);
@@ -39,16 +40,20 @@ inline bool sfr_isPreinc(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_PREI
 inline bool sfr_isPlusw(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_PLUSW0, SFR_PLUSW1, SFR_PLUSW2)); }
 
 // 1, 2 or 3 for an access through file select 0, 1 or 2; 0 for anything else.
-inline int sfr_fileSelect(const opnd_t *v) {
+inline int sfr_fileSelect(const opnd_t *v)
+{
     uint32_t id = sfr_idOf(v);
-    if (id >= SFR_INDF0 && id <= SFR_PLUSW0) return 1;
-    if (id >= SFR_INDF1 && id <= SFR_PLUSW1) return 2;
+    if (id >= SFR_INDF0 && id <= SFR_PLUSW0)
+        return 1;
+    if (id >= SFR_INDF1 && id <= SFR_PLUSW1)
+        return 2;
     return id >= SFR_INDF2 && id <= SFR_PLUSW2 ? 3 : 0;
 }
 inline bool sfr_isIndirect(const opnd_t *v) { return sfr_fileSelect(v) != 0; }
 
 // A core register, or any other number in the access bank's register part.
-inline bool sfr_isKnown(const opnd_t *v) {
+inline bool sfr_isKnown(const opnd_t *v)
+{
     const value_t &n = v->opnd_value;
     return n.v_rtype == RT_CONST && n.v_offs >= 0 && (sfr_idAt(n.v_offs) != SFR_NONE || chip_isSfrCommonAddr(n.v_offs));
 }

@@ -25,18 +25,18 @@
 constexpr uint32_t BUCKETS = 60493, FIRST_SLOTS = 4096;
 
 struct slot_t {
-    symbol_t *sym;      // null if the slot is empty
+    symbol_t *sym;   // null if the slot is empty
     uint32_t hash;
-    uint32_t tag;       // length of the name and name space
+    uint32_t tag;   // length of the name and name space
 };
 
 static struct {
     slot_t *slots;
-    uint32_t mask, used;        // number of slots less 1, slots in use
-    uint32_t live;              // records in the table
-    uint32_t seqno;             // of the last record made
-    int32_t psects;             // number of psects made
-    uint32_t labels;            // number of the last anonymous label
+    uint32_t mask, used;   // number of slots less 1, slots in use
+    uint32_t live;         // records in the table
+    uint32_t seqno;        // of the last record made
+    int32_t psects;        // number of psects made
+    uint32_t labels;       // number of the last anonymous label
     size_t longest;
     hash_of<const char *, int64_t> inlined;
     xarena_t records;

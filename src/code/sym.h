@@ -23,28 +23,28 @@ struct macro_t;
 // s_flags. The low ones mean something else on a psect's record: there they are the flags of the psect directive.
 enum : uint64_t {
     S_GLOBAL = 0x10,
-    S_PURE = 0x20,         // psect
-    S_OVRLD = 0x40,        // psect
-    S_ABS = 0x80,          // psect
-    S_PSECT = 0x100,       // the record is a psect
-    S_UNDEF = 0x200,       // not defined (yet)
-    S_COMMON = 0x200,      // psect
-    S_BIT = 0x400,         // psect
+    S_PURE = 0x20,      // psect
+    S_OVRLD = 0x40,     // psect
+    S_ABS = 0x80,       // psect
+    S_PSECT = 0x100,    // the record is a psect
+    S_UNDEF = 0x200,    // not defined (yet)
+    S_COMMON = 0x200,   // psect
+    S_BIT = 0x400,      // psect
     S_LOCAL = 0x800,
-    S_MACRO = 0x1000,      // the record is a macro
-    S_NOTE = 0x1000,       // psect
+    S_MACRO = 0x1000,   // the record is a macro
+    S_NOTE = 0x1000,    // psect
     S_MACROARG = 0x2000,
-    S_CLASS = 0x8000,      // the record is a psect class
+    S_CLASS = 0x8000,   // the record is a psect class
     S_EXTERN = 0x10000,
     S_DEFHERE = 0x20000,   // global label counted as defined in this module
     S_EQU = 0x40000,
     S_FNADDR = 0x80000,
     S_FNROOT = 0x100000,
     S_SIGNAT = 0x200000,
-    S_SET = 0x400000,      // defined by `set`; also the predefined symbols
+    S_SET = 0x400000,   // defined by `set`; also the predefined symbols
     S_FNSIZE = 0x2000000,
     S_DABS = 0x10000000,
-    S_TAKEN = 0x40000000,  // label whose place is used by more than jumps and calls; worked out by the optimiser
+    S_TAKEN = 0x40000000,   // label whose place is used by more than jumps and calls; worked out by the optimiser
     S_SPACE_MASK = S_PSECT | S_CLASS,   // tells the name spaces apart
 };
 
@@ -52,10 +52,12 @@ enum : int16_t { REFS_KEEP = 32767 };   // s_refs of a symbol that never counts 
 enum : uint8_t { SPACE_NOTE = 6 };
 
 // p_optim
+// clang-format off
 enum : uint32_t {
     PO_GIVEN = 0x001, PO_INLINE = 0x008, PO_PA = 0x010, PO_JUMP = 0x020, PO_PEEP = 0x040, PO_REMOVE = 0x080,
     PO_MINOCG = 0x100, PO_CODECOV = 0x200,
 };
+// clang-format on
 
 // What the call-graph directives told of a function; made when the first of them names it.
 struct fn_t {
@@ -67,24 +69,24 @@ struct fn_t {
 struct symbol_t {
     const char *s_name;
     union {
-        value_t s_value;      // what a plain symbol stands for
-        psect_t *s_psect;     // of a psect
+        value_t s_value;    // what a plain symbol stands for
+        psect_t *s_psect;   // of a psect
     };
-    macro_t *s_macro;         // of a macro, which may have been used as a plain symbol before
-    const char *s_deffile;    // where messages show its value: its last `equ` or `set`, or else where the record was made
+    macro_t *s_macro;        // of a macro, which may have been used as a plain symbol before
+    const char *s_deffile;   // where messages show its value: its last `equ` or `set`, or else where the record was made
     int64_t s_defline;
-    symbol_t *s_owner;        // of a label: the psect that it lies in
+    symbol_t *s_owner;   // of a label: the psect that it lies in
     union {
-        fn_t *s_fn;           // null unless a call-graph directive names it
-        int64_t s_tlabno;     // of a temporary label's record, which has no name: its number
+        fn_t *s_fn;         // null unless a call-graph directive names it
+        int64_t s_tlabno;   // of a temporary label's record, which has no name: its number
     };
-    op_t *s_defop;            // of a label: the NAME node that defines it
-    symbol_t *s_chain;        // the table's: the older record of the name and space that this one hides
+    op_t *s_defop;       // of a label: the NAME node that defines it
+    symbol_t *s_chain;   // the table's: the older record of the name and space that this one hides
     uint64_t s_flags;
-    uint32_t s_seqno;         // counted up from 1 for every record; breaks ties in every sort
-    uint32_t s_hash;          // of the name, of the look-up index
-    int16_t s_refs;           // uses and definitions; see sym_add_ref
-    uint32_t s_labelno;       // of an anonymous label
+    uint32_t s_seqno;     // counted up from 1 for every record; breaks ties in every sort
+    uint32_t s_hash;      // of the name, of the look-up index
+    int16_t s_refs;       // uses and definitions; see sym_add_ref
+    uint32_t s_labelno;   // of an anonymous label
 };
 
 struct psect_t {
@@ -93,14 +95,14 @@ struct psect_t {
     symbol_t *p_class, *p_with;
     code_list_t *p_code;
     vec_t<const char *> p_comments;
-    uint32_t p_depth;                 // in its chain of `with` psects, worked out at output
-    int32_t p_number;                 // from 0, in order of creation
+    uint32_t p_depth;   // in its chain of `with` psects, worked out at output
+    int32_t p_number;   // from 0, in order of creation
     uint32_t p_group, p_optim;
     uint16_t p_limit;
     uint8_t p_space;
-    uint8_t p_delta;                  // bytes per addressing unit; 0 until given, 1 from sizing on
+    uint8_t p_delta;   // bytes per addressing unit; 0 until given, 1 from sizing on
     bool p_inline, p_keep, p_noexec, p_lowdata;
-    uint8_t p_inlstate;               // of inlining: 0 not checked, 1 may be inlined, 2 may not
+    uint8_t p_inlstate;   // of inlining: 0 not checked, 1 may be inlined, 2 may not
 };
 
 // An absolute psect: its labels are addresses.
@@ -118,29 +120,29 @@ void sym_init();
 // Does not write the cross-reference line: sym_note_use does, for the scanner.
 symbol_t *sym_enter(const char *name, size_t len, uint64_t space);
 symbol_t *sym_enter(const char *name, uint64_t space);
-void sym_note_use(const char *name, size_t len);   // the cross-reference line of one identifier token
-symbol_t *sym_find(const char *name, size_t len);  // plain symbols only; null if there is none
+void sym_note_use(const char *name, size_t len);    // the cross-reference line of one identifier token
+symbol_t *sym_find(const char *name, size_t len);   // plain symbols only; null if there is none
 symbol_t *sym_find(const char *name);
-symbol_t *sym_new(const char *name);               // a record in no table, whose value is a reference to itself
-symbol_t *sym_newlabel();   // anonymous, in no table; "L%u" of a number that no name of the program made so uses
+symbol_t *sym_new(const char *name);   // a record in no table, whose value is a reference to itself
+symbol_t *sym_newlabel();              // anonymous, in no table; "L%u" of a number that no name of the program made so uses
 symbol_t *sym_define_abs(const char *name, int64_t value);
-symbol_t *sym_clone(const symbol_t *s);            // a copy of every field, in no table
-void sym_link(symbol_t *s);                        // into the table, hiding any record of the name and space
-void sym_unlink(symbol_t *s);                      // out of the table, showing what it hid
-void sym_free(symbol_t *s);                        // a record that is in no table and that nothing points to
-uint32_t sym_last_seqno();                         // of the record made last: those that come have higher ones
-size_t sym_longest_name();                         // characters, of all names entered
-uint32_t sym_bucket(const char *name);             // 0 to 60492
-vec_t<symbol_t *> sym_slot_order();                // all records of the table, in bucket order; a new vector
-vec_t<symbol_t *> sym_name_order();                // the same records by name, ties by s_seqno, for assembly text
-vec_t<symbol_t *> psect_order();                   // psects as the object file has them; message 783
-fn_t *sym_fn(symbol_t *s);                         // s_fn, made at first use
-set_t *sym_set_new();                              // a set of symbols by name, ties by s_seqno
-inline void sym_add_ref(symbol_t *s)               // s_refs + 1, stopping at REFS_KEEP
+symbol_t *sym_clone(const symbol_t *s);   // a copy of every field, in no table
+void sym_link(symbol_t *s);               // into the table, hiding any record of the name and space
+void sym_unlink(symbol_t *s);             // out of the table, showing what it hid
+void sym_free(symbol_t *s);               // a record that is in no table and that nothing points to
+uint32_t sym_last_seqno();                // of the record made last: those that come have higher ones
+size_t sym_longest_name();                // characters, of all names entered
+uint32_t sym_bucket(const char *name);    // 0 to 60492
+vec_t<symbol_t *> sym_slot_order();       // all records of the table, in bucket order; a new vector
+vec_t<symbol_t *> sym_name_order();       // the same records by name, ties by s_seqno, for assembly text
+vec_t<symbol_t *> psect_order();          // psects as the object file has them; message 783
+fn_t *sym_fn(symbol_t *s);                // s_fn, made at first use
+set_t *sym_set_new();                     // a set of symbols by name, ties by s_seqno
+inline void sym_add_ref(symbol_t *s)      // s_refs + 1, stopping at REFS_KEEP
 {
     if (s->s_refs != REFS_KEEP)
         s->s_refs++;
 }
 // The object file's symbols "_inlined$<name>": value 1 is told as 3 for a function in a psect with p_keep.
 void inline_note(const symbol_t *symbol, const symbol_t *psect, int64_t value);
-void inline_symbols();                             // makes those noted
+void inline_symbols();   // makes those noted

@@ -39,9 +39,9 @@ enum alert_type_t : uint32_t { UNKNOWN, FATAL, MESSAGE, ERROR, WARNING, SUPPRESS
 enum alert_form_t { ERROR_FORM, WARNING_FORM, MESSAGE_FORM, FORMS };
 enum alert_action_t : uint32_t { NO_ACTION = 0, HIDE_MILD = 1, HIDE_ALL = 4 };   // HIDE_MILD: warnings and messages only
 enum : unsigned { MAX_NUMBER = 10000, REPORTED_BUCKETS = 199 };
-enum : unsigned { LINES_MAX = 100000 };          // of a catalogue: a device may have no end
-enum : unsigned { FAULTS_TOLD = 5 };             // of a catalogue; the rest is summed up
-enum : size_t { WIDTH_DIGITS = 3 };              // of a conversion: a larger width only costs time
+enum : unsigned { LINES_MAX = 100000 };   // of a catalogue: a device may have no end
+enum : unsigned { FAULTS_TOLD = 5 };      // of a catalogue; the rest is summed up
+enum : size_t { WIDTH_DIGITS = 3 };       // of a conversion: a larger width only costs time
 enum : size_t { LINE_BUFFER = 256, TEXT_LIMIT = 511, LINE_LIMIT = 8192 };
 
 struct alert_record_t {
@@ -65,16 +65,16 @@ static const char no_line_text[] = "Non line specific message";
 static struct {
     const alert_services_t *services;
     void (*log)(const char *line);
-    bool ready;                        // the formats are set and the catalogue is loaded
+    bool ready;   // the formats are set and the catalogue is loaded
     vec_t<alert_record_t *> own, primary, override_texts;
     vec_t<uint32_t> actions;
-    const char *loaded;                // cached name of the file loaded last
+    const char *loaded;   // cached name of the file loaded last
     hash_of<alert_reported_t *, bool> reported;
 
     unsigned limit = 20, errors, warnings;
     int threshold;
     bool werror, structured, no_line;
-    bool bare;                         // the caller has no arguments, whatever the text wants
+    bool bare;   // the caller has no arguments, whatever the text wants
     const char *formats[FORMS] = {default_formats[0], default_formats[1], default_formats[2]};
     const char *file;
     const int64_t *line_pointer;
@@ -84,7 +84,7 @@ static struct {
     int saved_errno;
     char text[TEXT_LIMIT];
     char line[LINE_LIMIT];
-    size_t length;                     // of `line`
+    size_t length;   // of `line`
 } st;
 
 void alert_set_services(const alert_services_t *services) { st.services = services; }
@@ -92,7 +92,8 @@ void alert_set_log(void (*log)(const char *line)) { st.log = log; }
 
 void alert_stop(int status)
 {
-    if (st.services) st.services->stop(status);
+    if (st.services)
+        st.services->stop(status);
     exit(status);
 }
 
@@ -105,7 +106,8 @@ static int64_t whole_number(const char *s, size_t n)
 {
     int64_t value = 0;
     for (size_t i = 0; i < n; i++) {
-        if (s[i] < '0' || s[i] > '9' || value > MAX_NUMBER) return -1;
+        if (s[i] < '0' || s[i] > '9' || value > MAX_NUMBER)
+            return -1;
         value = value * 10 + (s[i] - '0');
     }
     return n ? value : -1;
@@ -126,18 +128,21 @@ static int32_t level_value(const char *s)
 static alert_type_t type_of_token(char c)
 {
     switch (c) {
-    case 'F': case 'f': return FATAL;
-    case 'E': case 'e': return ERROR;
-    case 'M': case 'm': return MESSAGE;
+    case 'F':
+    case 'f': return FATAL;
+    case 'E':
+    case 'e': return ERROR;
+    case 'M':
+    case 'm': return MESSAGE;
     default: return c == '-' || (c >= '0' && c <= '9') ? WARNING : UNKNOWN;
     }
 }
 
 // One conversion of a printf format: what it takes from the argument list, reduced to a class of exchangeable conversions.
 struct alert_conversion_t {
-    size_t length;     // of the length modifier
+    size_t length;   // of the length modifier
     const char *modifier;
-    char kind;         // 'i' integer, 's', 'f', 'p'; 0 none is left; '?' not understood
+    char kind;   // 'i' integer, 's', 'f', 'p'; 0 none is left; '?' not understood
 };
 
 static const char DIGITS[] = "0123456789";
@@ -151,13 +156,19 @@ static alert_conversion_t next_conversion(const char *&s)
         alert_conversion_t c = {strspn(s, "hlLqjzt"), s, '?'};
         const bool huge = width > WIDTH_DIGITS || precision > WIDTH_DIGITS;
         s += c.length;
-        if (!*s) return c;
+        if (!*s)
+            return c;
         char ch = *s++;
-        if (huge || (ch == 'c' && c.length)) return c;
-        if (ch == '%' || ch == 'm') continue;
-        if (strchr("diuoxXc", ch)) c.kind = 'i';
-        else if (strchr("eEfFgGaA", ch)) c.kind = 'f';
-        else if (ch == 's' || ch == 'p') c.kind = ch;
+        if (huge || (ch == 'c' && c.length))
+            return c;
+        if (ch == '%' || ch == 'm')
+            continue;
+        if (strchr("diuoxXc", ch))
+            c.kind = 'i';
+        else if (strchr("eEfFgGaA", ch))
+            c.kind = 'f';
+        else if (ch == 's' || ch == 'p')
+            c.kind = ch;
         return c;
     }
     s = "";
@@ -169,9 +180,11 @@ static bool takes_arguments_of(const char *text, const char *model)
 {
     for (;;) {
         alert_conversion_t a = next_conversion(text), b = next_conversion(model);
-        if (!a.kind) return true;
+        if (!a.kind)
+            return true;
         bool same = a.kind == b.kind && a.length == b.length && !memcmp(a.modifier, b.modifier, a.length);
-        if (a.kind == '?' || !same) return false;
+        if (a.kind == '?' || !same)
+            return false;
     }
 }
 
@@ -185,7 +198,8 @@ static line_fault_t load_line(vec_t<alert_record_t *> table, const char *s)
     size_t n = strcspn(s, " \t");
     int64_t number = whole_number(s, n);
     const char *type = skip(s + n, " \t"), *text = type + strcspn(type, " \t");
-    if (number < 0 || number > MAX_NUMBER || !*text || !*++text) return LINE_MALFORMED;
+    if (number < 0 || number > MAX_NUMBER || !*text || !*++text)
+        return LINE_MALFORMED;
     alert_record_t *m = xnew<alert_record_t>();
     m->type = type_of_token(*type);
     m->number = static_cast<uint32_t>(number);
@@ -205,15 +219,21 @@ static vec_t<alert_record_t *> read_catalogue(FILE *in, const char *path)
     unsigned faults = 0;
     for (unsigned number = 1; number <= LINES_MAX && fgets(line, sizeof line, in); number++) {
         char *s = line, *end = line + strcspn(line, "\n");
-        if (number == 1 && !strncmp(s, "\xEF\xBB\xBF", 3)) s += 3;   // a byte order mark
+        if (number == 1 && !strncmp(s, "\xEF\xBB\xBF", 3))
+            s += 3;   // a byte order mark
         const bool whole = *end;
-        if (whole && end > s && end[-1] == '\r') end--;
-        while (!whole && end > s && end[-1] == '\x1A') end--;   // a Ctrl-Z at the end of the file
-        if (!whole && end == s) break;
+        if (whole && end > s && end[-1] == '\r')
+            end--;
+        while (!whole && end > s && end[-1] == '\x1A')
+            end--;   // a Ctrl-Z at the end of the file
+        if (!whole && end == s)
+            break;
         *end = '\0';
-        if (*s == '#') continue;
+        if (*s == '#')
+            continue;
         const line_fault_t fault = load_line(table, s);
-        if (fault == LINE_GOOD || faults++ >= FAULTS_TOLD) continue;
+        if (fault == LINE_GOOD || faults++ >= FAULTS_TOLD)
+            continue;
         if (fault == LINE_MALFORMED)
             alert_numbered_text(3, "M", "Malformed error information on line %u, in file %s\n", number, path);
         else
@@ -226,9 +246,11 @@ static vec_t<alert_record_t *> read_catalogue(FILE *in, const char *path)
 
 static void load_own()
 {
-    if (!st.services || !st.services->own_catalogue) return;
+    if (!st.services || !st.services->own_catalogue)
+        return;
     FILE *in = fmemopen(const_cast<void *>(st.services->own_catalogue), st.services->own_length, "r");
-    if (!in) return;
+    if (!in)
+        return;
     st.own = read_catalogue(in, "of the program");
     fclose(in);
 }
@@ -236,22 +258,26 @@ static void load_own()
 static bool load_catalogue(const char *path)
 {
     FILE *in = path ? fopen(path, "r") : nullptr;
-    if (!in) return false;
+    if (!in)
+        return false;
     guard_input(fileno(in));
     path = cache_string(path);
     st.override_texts = read_catalogue(in, path);
     fclose(in);
-    if (!st.primary) st.primary = st.override_texts;
+    if (!st.primary)
+        st.primary = st.override_texts;
     st.loaded = path;
     return true;
 }
 
 static void initialise()
 {
-    if (st.ready) return;
+    if (st.ready)
+        return;
     st.ready = true;
     for (int i = 0; i < FORMS; i++)
-        if (const char *value = getenv(format_variables[i])) st.formats[i] = value;
+        if (const char *value = getenv(format_variables[i]))
+            st.formats[i] = value;
     load_own();
     if (!load_catalogue(st.services ? st.services->find_catalogue() : nullptr))
         st.primary = st.override_texts = st.own;
@@ -264,12 +290,16 @@ static alert_record_t look_up(unsigned number)
     if (const alert_record_t *entry = st.primary ? vec_elementAt(st.primary, number) : nullptr) {
         m = *entry;
         const alert_record_t *other = vec_elementAt(st.override_texts, number);
-        if (other && (own || takes_arguments_of(other->text, m.text))) m.text = other->text;
+        if (other && (own || takes_arguments_of(other->text, m.text)))
+            m.text = other->text;
     }
-    if (own && own->type == FATAL) m.type = FATAL;
+    if (own && own->type == FATAL)
+        m.type = FATAL;
     uint32_t action = st.actions ? vec_elementAt(st.actions, number) : 0;
-    if (action == HIDE_MILD && (m.type == MESSAGE || m.type == WARNING)) m.type = SUPPRESSED;
-    if (action == HIDE_ALL && m.type != FATAL) m.type = SUPPRESSED;
+    if (action == HIDE_MILD && (m.type == MESSAGE || m.type == WARNING))
+        m.type = SUPPRESSED;
+    if (action == HIDE_ALL && m.type != FATAL)
+        m.type = SUPPRESSED;
     return m;
 }
 
@@ -285,7 +315,8 @@ static const char *system_error() { return st.saved_errno ? strerror(st.saved_er
 static void put(const char *s, size_t n)
 {
     size_t room = LINE_LIMIT - 1 - st.length;
-    if (n > room) n = room;
+    if (n > room)
+        n = room;
     memcpy(st.line + st.length, s, n);
     st.length += n;
 }
@@ -301,10 +332,12 @@ static void put_number(int64_t n)
 
 static void write_line()
 {
-    if (st.length == LINE_LIMIT - 1) st.length--;
+    if (st.length == LINE_LIMIT - 1)
+        st.length--;
     put("\n");
     st.line[st.length] = '\0';
-    if (st.log) st.log(st.line);
+    if (st.log)
+        st.log(st.line);
     fwrite(st.line, 1, st.length, stderr);
     fflush(stderr);
 }
@@ -313,7 +346,8 @@ static void write_line()
 static const char *expand_errors(const char *format)
 {
     static char expanded[LINE_LIMIT];
-    if (!strstr(format, "%m")) return format;
+    if (!strstr(format, "%m"))
+        return format;
     size_t length = 0;
     while (*format) {
         const char *piece = format;
@@ -323,7 +357,8 @@ static const char *expand_errors(const char *format)
             piece = system_error();
             n = strlen(piece);
         }
-        if (n >= sizeof expanded - length) break;
+        if (n >= sizeof expanded - length)
+            break;
         memcpy(expanded + length, piece, n);
         length += n;
     }
@@ -333,8 +368,10 @@ static const char *expand_errors(const char *format)
 
 static void put_location()
 {
-    if (st.no_line) put(no_line_text);
-    else if (st.file && *st.file) put(st.file);
+    if (st.no_line)
+        put(no_line_text);
+    else if (st.file && *st.file)
+        put(st.file);
 }
 
 static void put_structured(const char *format, unsigned number)
@@ -347,9 +384,15 @@ static void put_structured(const char *format, unsigned number)
         switch (*++format) {
         case '\0': return;
         case 'a': put("assembler"); break;
-        case 'c': if (st.character && st.line_start) put_number(*st.character - *st.line_start); break;
+        case 'c':
+            if (st.character && st.line_start)
+                put_number(*st.character - *st.line_start);
+            break;
         case 'f': put_location(); break;
-        case 'l': if (st.line_pointer && !st.no_line) put_number(*st.line_pointer); break;
+        case 'l':
+            if (st.line_pointer && !st.no_line)
+                put_number(*st.line_pointer);
+            break;
         case 'm': put(system_error()); break;
         case 'n': put_number(number); break;
         case 's': put(st.text); break;
@@ -369,7 +412,8 @@ static void put_plain(alert_form_t form)
         put(": ");
     }
     put(st.text);
-    if (form == WARNING_FORM) put(" (warning)");
+    if (form == WARNING_FORM)
+        put(" (warning)");
 }
 
 static void write_message(alert_form_t form, unsigned number, const char *format, va_list args)
@@ -380,8 +424,10 @@ static void write_message(alert_form_t form, unsigned number, const char *format
         n = static_cast<size_t>(snprintf(st.text, TEXT_LIMIT, "(%u) ", number));
     vsnprintf(st.text + n, TEXT_LIMIT - n, expand_errors(format), args);
     st.length = 0;
-    if (st.structured) put_structured(st.formats[form], number);
-    else put_plain(form);
+    if (st.structured)
+        put_structured(st.formats[form], number);
+    else
+        put_plain(form);
     write_line();
 }
 
@@ -389,13 +435,15 @@ static void write_message(alert_form_t form, unsigned number, const char *format
 
 static void call_hook()
 {
-    if (st.hook) st.hook();
+    if (st.hook)
+        st.hook();
 }
 
 static void count_error()
 {
     unsigned before = st.errors++;
-    if (before < st.limit) return;
+    if (before < st.limit)
+        return;
     alert_numbered_text(1, "M", "too many errors (%u)", before + 1);
     alert_stop(1);
 }
@@ -404,14 +452,18 @@ static int report(unsigned number, va_list args)
 {
     initialise();
     alert_record_t m = look_up(number);
-    if (is_dropped(m)) return 0;
+    if (is_dropped(m))
+        return 0;
     call_hook();
-    if (m.type == ERROR) count_error();
-    if (m.type == WARNING) st.warnings++;
+    if (m.type == ERROR)
+        count_error();
+    if (m.type == WARNING)
+        st.warnings++;
     alert_form_t form = m.type == FATAL || m.type == ERROR ? ERROR_FORM : m.type == MESSAGE ? MESSAGE_FORM : WARNING_FORM;
     const char *text = st.bare && !takes_arguments_of(m.text, "") ? cache_escape(m.text, "%", '%') : m.text;
     write_message(form, number, text, args);
-    if (m.type == FATAL) alert_stop(1);
+    if (m.type == FATAL)
+        alert_stop(1);
     return 1;
 }
 
@@ -424,8 +476,10 @@ static uint32_t reported_hash(word_t key)
 static int reported_compare(word_t v, word_t w)
 {
     const alert_reported_t *a = from_word<const alert_reported_t *>(v), *b = from_word<const alert_reported_t *>(w);
-    if (a->number != b->number) return a->number < b->number ? -1 : 1;
-    if (a->line != b->line) return a->line < b->line ? -1 : 1;
+    if (a->number != b->number)
+        return a->number < b->number ? -1 : 1;
+    if (a->line != b->line)
+        return a->line < b->line ? -1 : 1;
     return strcmp(a->file, b->file);
 }
 
@@ -433,9 +487,11 @@ static int report_once(unsigned number, va_list args)
 {
     call_hook();
     initialise();
-    if (!st.reported) st.reported = hash_make<alert_reported_t *, bool>(REPORTED_BUCKETS, reported_hash, reported_compare);
+    if (!st.reported)
+        st.reported = hash_make<alert_reported_t *, bool>(REPORTED_BUCKETS, reported_hash, reported_compare);
     alert_reported_t key = {number, st.line_pointer ? *st.line_pointer : 0, st.file ? st.file : ""};
-    if (hash_haskey(st.reported, &key)) return 0;
+    if (hash_haskey(st.reported, &key))
+        return 0;
     if (!is_dropped(look_up(number))) {
         alert_reported_t *kept = xnew<alert_reported_t>();
         *kept = {key.number, key.line, cache_string(key.file)};
@@ -445,17 +501,18 @@ static int report_once(unsigned number, va_list args)
 }
 
 // The forms differ in the function behind them and in the no-line flag.
-#define NUMBER_FORM(name, function, flag)      \
-    int name(unsigned number, ...) {           \
-        st.saved_errno = errno;                \
-        bool before = st.no_line;              \
-        st.no_line = flag;                     \
-        va_list args;                          \
-        va_start(args, number);                \
-        int written = function(number, args);  \
-        va_end(args);                          \
-        st.no_line = before;                   \
-        return written;                        \
+#define NUMBER_FORM(name, function, flag)     \
+    int name(unsigned number, ...)            \
+    {                                         \
+        st.saved_errno = errno;               \
+        bool before = st.no_line;             \
+        st.no_line = flag;                    \
+        va_list args;                         \
+        va_start(args, number);               \
+        int written = function(number, args); \
+        va_end(args);                         \
+        st.no_line = before;                  \
+        return written;                       \
     }
 NUMBER_FORM(alert_msg, report, false)
 NUMBER_FORM(alert_msg_nl, report, true)
@@ -473,13 +530,17 @@ int alert_once_bare(unsigned number)
 static int report_text(unsigned number, bool hook, const char *kind, const char *format, va_list args)
 {
     alert_type_t type = type_of_token(*kind);
-    if (type == ERROR) count_error();
+    if (type == ERROR)
+        count_error();
     int level = is_level(kind) ? level_value(kind) : 10;
-    if (level < st.threshold && type != FATAL) return 0;
-    if (hook) call_hook();
+    if (level < st.threshold && type != FATAL)
+        return 0;
+    if (hook)
+        call_hook();
     alert_form_t form = type == FATAL || type == ERROR ? ERROR_FORM : type == MESSAGE ? MESSAGE_FORM : WARNING_FORM;
     write_message(form, number, format, args);
-    if (type == FATAL) alert_stop(1);
+    if (type == FATAL)
+        alert_stop(1);
     return 1;
 }
 
@@ -557,18 +618,22 @@ bool alert_load_file(const char *path)
 {
     initialise();
     struct stat info;
-    if (!path || stat(path, &info) != 0 || S_ISDIR(info.st_mode)) return false;
+    if (!path || stat(path, &info) != 0 || S_ISDIR(info.st_mode))
+        return false;
     return cache_string(path) == st.loaded || load_catalogue(path);
 }
 
 void alert_disable_list(const char *text)
 {
-    if (!text || !*text) return;
-    if (!st.actions) st.actions = vec_make<uint32_t>();
+    if (!text || !*text)
+        return;
+    if (!st.actions)
+        st.actions = vec_make<uint32_t>();
     if (*text == '0') {
         for (uint32_t i = 0, n = vec_size(st.primary); i < n; i++) {
             const alert_record_t *m = vec_elementAt(st.primary, i);
-            if (m && (m->type == MESSAGE || m->type == WARNING)) vec_setAt(st.actions, HIDE_MILD, i);
+            if (m && (m->type == MESSAGE || m->type == WARNING))
+                vec_setAt(st.actions, HIDE_MILD, i);
         }
         return;
     }
@@ -577,7 +642,8 @@ void alert_disable_list(const char *text)
         unsigned long number = strtoul(s, &end, 10);
         if (end != s && number <= MAX_NUMBER)
             vec_setAt(st.actions, strncmp(end, ":off", 4) ? HIDE_MILD : HIDE_ALL, static_cast<uint32_t>(number));
-        if (!(s = strchr(s, ','))) return;
+        if (!(s = strchr(s, ',')))
+            return;
     }
 }
 

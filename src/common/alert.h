@@ -11,21 +11,21 @@
 
 // What this module needs of its surroundings, handed in once by run control before anything else is called.
 struct alert_services_t {
-    const char *(*find_catalogue)();   // path of the message catalogue, or null
-    void (*stop)(int status);          // ends the run; must not return
+    const char *(*find_catalogue)();       // path of the message catalogue, or null
+    void (*stop)(int status);              // ends the run; must not return
     const void *own_catalogue = nullptr;   // the text that the program is built with, and its bytes
     size_t own_length = 0;
 };
 void alert_set_services(const alert_services_t *services);   // must outlive the run; without it: no catalogue, and exit()
 // Has each finished line, newline included, handed to `log` as well; null ends that.
 void alert_set_log(void (*log)(const char *line));
-[[noreturn]] void alert_stop(int status);                    // ends the run through services->stop
+[[noreturn]] void alert_stop(int status);   // ends the run through services->stop
 
 int alert_msg(unsigned number, ...);      // at the current position
 int alert_msg_nl(unsigned number, ...);   // without a line: "Non line specific message"
 int alert_once(unsigned number, ...);     // once for this number, file and line
 int alert_once_nl(unsigned number, ...);
-int alert_once_bare(unsigned number);     // number from a data file: a text that wants arguments is shown as it stands
+int alert_once_bare(unsigned number);   // number from a data file: a text that wants arguments is shown as it stands
 // Literal texts. kind: its first character, in either case, is the type: 'F' fatal, 'E' error, 'M' message, anything else a
 // warning. A kind that is a number is the warning's level.
 [[gnu::format(printf, 2, 3)]] int alert_text(const char *kind, const char *format, ...);
@@ -35,12 +35,12 @@ int alert_once_bare(unsigned number);     // number from a data file: a text tha
 
 // Null argument: the default format. An environment variable wins over either.
 void alert_set_formats(const char *error_format, const char *warning_format, const char *message_format);
-unsigned alert_set_emax(unsigned limit);      // returns the previous limit
-int alert_set_level(int level);               // returns the previous threshold
+unsigned alert_set_emax(unsigned limit);   // returns the previous limit
+int alert_set_level(int level);            // returns the previous threshold
 void alert_set_werror(int flag);
 void alert_set_structured(int flag);
 void alert_set_hook(void (*hook)());
 void alert_set_location(const char *file, const int64_t *line, const char *const *line_start, const char *const *character);
-bool alert_load_file(const char *path);       // --edf=
-void alert_disable_list(const char *text);    // --msgdisable=, --disl=
+bool alert_load_file(const char *path);      // --edf=
+void alert_disable_list(const char *text);   // --msgdisable=, --disl=
 int alert_exit_status();

@@ -9,5 +9,8 @@ extern int assertion_mode;
 void assertion_failed(const char *text, const char *file, int line);
 
 // `text` is the condition as the message shows it.
-#define ASSERTION(condition, text) \
-    do { if (assertion_mode && !(condition)) assertion_failed(text, __FILE__, __LINE__); } while (0)
+#define ASSERTION(condition, text)                      \
+    do {                                                \
+        if (assertion_mode && !(condition))             \
+            assertion_failed(text, __FILE__, __LINE__); \
+    } while (0)

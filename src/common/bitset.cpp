@@ -17,7 +17,8 @@ static struct {
 
 set_iter_t *set_iter_push(set_iter_t *outer)
 {
-    if (!st.iters) st.iters = freecache_new(sizeof(set_iter_t), POOL_DEPTH);
+    if (!st.iters)
+        st.iters = freecache_new(sizeof(set_iter_t), POOL_DEPTH);
     set_iter_t *it = static_cast<set_iter_t *>(freecache_get(st.iters));
     it->outer = outer;
     return it;
@@ -25,7 +26,8 @@ set_iter_t *set_iter_push(set_iter_t *outer)
 
 set_iter_t *set_iter_pop(set_iter_t *it)
 {
-    if (!it) return nullptr;
+    if (!it)
+        return nullptr;
     set_iter_t *outer = it->outer;
     freecache_add(st.iters, it);
     return outer;
@@ -33,7 +35,8 @@ set_iter_t *set_iter_pop(set_iter_t *it)
 
 bitset_t *bitset_new()
 {
-    if (!st.sets) st.sets = freecache_new(sizeof(bitset_t), POOL_DEPTH);
+    if (!st.sets)
+        st.sets = freecache_new(sizeof(bitset_t), POOL_DEPTH);
     bitset_t *s = static_cast<bitset_t *>(freecache_get(st.sets));
     s->id = st.next_id++;
     return s;
@@ -41,8 +44,10 @@ bitset_t *bitset_new()
 
 void bitset_destroy(bitset_t *s)
 {
-    if (!s) return;
-    while (s->iters) bitset_iterDone(s);
+    if (!s)
+        return;
+    while (s->iters)
+        bitset_iterDone(s);
     freecache_add(st.sets, s);
 }
 
@@ -63,10 +68,7 @@ static bool set_bits(bitset_t *s, uint64_t bits)
     return changed;
 }
 
-static uint64_t bit(word_t x)
-{
-    return bitset_canContain(x) ? uint64_t{1} << x : 0;
-}
+static uint64_t bit(word_t x) { return bitset_canContain(x) ? uint64_t{1} << x : 0; }
 
 bool bitset_add(bitset_t *s, word_t x)
 {
@@ -92,7 +94,8 @@ uint32_t bitset_id(const bitset_t *s) { return s->id; }
 vector_t *bitset_vector(const bitset_t *s)
 {
     vector_t *v = vec_new();
-    for (uint64_t left = s->bits; left; left &= left - 1) vec_add(v, static_cast<word_t>(std::countr_zero(left)));
+    for (uint64_t left = s->bits; left; left &= left - 1)
+        vec_add(v, static_cast<word_t>(std::countr_zero(left)));
     return v;
 }
 
@@ -111,7 +114,8 @@ word_t bitset_iterLook(const bitset_t *s) { return ahead(s) ? static_cast<word_t
 word_t bitset_iterNext(bitset_t *s)
 {
     word_t x = bitset_iterLook(s);
-    if (ahead(s)) s->iters->at = x + 1;
+    if (ahead(s))
+        s->iters->at = x + 1;
     return x;
 }
 

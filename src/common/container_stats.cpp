@@ -49,7 +49,8 @@ static container_stat_t **by_place(container_kind_t kind)
     container_stat_t **list = xnew<container_stat_t *>(n + size_t{1}), *s = st.newest[kind];
     for (uint32_t i = n; i-- > 0; s = s->older) {
         list[i] = s;
-        if (s->count) container_shrinks(s);
+        if (s->count)
+            container_shrinks(s);
     }
     osdep_qsort(list, n, sizeof *list, compare_places);
     return list;
@@ -65,14 +66,17 @@ static void put_container(FILE *out, const container_stat_t *s)
 {
     put_place(out, s->at);
     fprintf(out, " most %u", s->most);
-    if (s->count) fprintf(out, ", now %u\n", *s->count);
-    else fputs(", destroyed\n", out);
+    if (s->count)
+        fprintf(out, ", now %u\n", *s->count);
+    else
+        fputs(", destroyed\n", out);
 }
 
 static void put_list(FILE *out, container_kind_t kind, const char *heading, const char *heading_of_none)
 {
     fprintf(out, "%s\n", st.made[kind] ? heading : heading_of_none);
-    for (container_stat_t **s = by_place(kind); *s; s++) put_container(out, *s);
+    for (container_stat_t **s = by_place(kind); *s; s++)
+        put_container(out, *s);
 }
 
 static void put_vectors(FILE *out)
@@ -80,7 +84,8 @@ static void put_vectors(FILE *out)
     container_stat_t **list = by_place(CONTAINER_VECTOR);
     fputs("# Living Vector Master List:\n", out);
     for (container_stat_t **s = list; *s; s++)
-        if ((*s)->count) put_container(out, *s);
+        if ((*s)->count)
+            put_container(out, *s);
     fputs("# Vector Master List Summary:\n", out);
     for (container_stat_t **s = list, **first; *(first = s);) {
         uint32_t most = 0, living = 0;

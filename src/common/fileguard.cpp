@@ -27,17 +27,17 @@ struct file_id_t {
 struct output_t {
     file_id_t id;
     const char *path;
-    int fd;                            // of the stream, as long as that is open
-    void (*lost)(const char *path);    // null: all inputs are known
-    off_t size;                        // of the file before
-    char *content;                     // what has been truncated; null if nothing has
+    int fd;                           // of the stream, as long as that is open
+    void (*lost)(const char *path);   // null: all inputs are known
+    off_t size;                       // of the file before
+    char *content;                    // what has been truncated; null if nothing has
 };
 
 static struct {
     file_id_t *inputs;
     output_t *outputs;
     size_t input_count, input_room, output_count, output_room;
-    const char *refusal;               // why the last output was refused; null if it wasn't
+    const char *refusal;   // why the last output was refused; null if it wasn't
 } st;
 
 // Whether it is a regular file; only those have an identity that matters.

@@ -25,9 +25,11 @@ freecache_t *freecache_new(size_t size, uint32_t max)
 
 void *freecache_get(freecache_t *fc)
 {
-    if (!fc) return nullptr;
+    if (!fc)
+        return nullptr;
     void *obj = fc->free;
-    if (!obj) return xalloc(fc->size);
+    if (!obj)
+        return xalloc(fc->size);
     memcpy(&fc->free, obj, sizeof(void *));
     fc->count--;
     return memset(obj, 0, fc->size);
@@ -35,8 +37,10 @@ void *freecache_get(freecache_t *fc)
 
 void freecache_add(freecache_t *fc, void *obj)
 {
-    if (!fc || !obj) return;
-    if (fc->count >= fc->max) return xfree(obj);
+    if (!fc || !obj)
+        return;
+    if (fc->count >= fc->max)
+        return xfree(obj);
     memcpy(obj, &fc->free, sizeof(void *));
     fc->free = obj;
     fc->count++;

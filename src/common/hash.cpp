@@ -17,7 +17,7 @@ struct hash_entry_t {
     hash_entry_t *next, **link;   // in the bucket; the link that points here
     hash_entry_t *in_slot;        // the next one of the slot
     word_t key, value;
-    word_t hash;                  // wider than 32 bits where the key word is its own hash
+    word_t hash;   // wider than 32 bits where the key word is its own hash
 };
 
 struct hash_bucket_t {
@@ -43,8 +43,13 @@ hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at
 {
     ASSERTION(size != 0, "size != 0");
     hash_t *h = xnew<hash_t>();
-    *h = {.size = size, .count = 0, .hashfn = hashfn, .cmpfn = cmpfn, .buckets = xnew<hash_bucket_t>(size),
-          .slots = nullptr, .slot_bits = 0,
+    *h = {.size = size,
+          .count = 0,
+          .hashfn = hashfn,
+          .cmpfn = cmpfn,
+          .buckets = xnew<hash_bucket_t>(size),
+          .slots = nullptr,
+          .slot_bits = 0,
           .stat = container_stats_on ? container_made(CONTAINER_HASH, &h->count, at) : nullptr};
     return h;
 }
@@ -52,7 +57,8 @@ hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at
 void hash_destroy(hash_t *h)
 {
     hash_clear(h);
-    if (h->stat) container_gone(h->stat);
+    if (h->stat)
+        container_gone(h->stat);
     xfree(h->slots);
     xfree(h->buckets);
     xfree(h);
@@ -71,7 +77,8 @@ static hash_entry_t **find(const hash_t *h, word_t key, word_t hash)
 {
     hash_entry_t **link = slot_of(h, hash);
     for (hash_entry_t *e; (e = *link); link = &e->in_slot)
-        if (e->hash == hash && (h->cmpfn ? h->cmpfn(e->key, key) == 0 : e->key == key)) break;
+        if (e->hash == hash && (h->cmpfn ? h->cmpfn(e->key, key) == 0 : e->key == key))
+            break;
     return link;
 }
 
@@ -100,14 +107,19 @@ static void grow_index(hash_t *h)
 bool hash_insert(hash_t *h, word_t key, word_t value)
 {
     ASSERTION(h, "p != NULL");
-    if (!h->slots || (h->count >> h->slot_bits && h->slot_bits < MOST_SLOT_BITS)) grow_index(h);
+    if (!h->slots || (h->count >> h->slot_bits && h->slot_bits < MOST_SLOT_BITS))
+        grow_index(h);
     const word_t hash = hash_of_key(h, key);
     hash_entry_t **slot = find(h, key, hash), *e = spare_entries;
-    if (*slot) return false;
-    if (e) spare_entries = e->next;
-    else e = xnew<hash_entry_t>();
+    if (*slot)
+        return false;
+    if (e)
+        spare_entries = e->next;
+    else
+        e = xnew<hash_entry_t>();
     hash_bucket_t *bucket = &h->buckets[hash % h->size];
-    if (!bucket->end) bucket->end = &bucket->first;
+    if (!bucket->end)
+        bucket->end = &bucket->first;
     *e = {nullptr, bucket->end, nullptr, key, value, hash};
     *bucket->end = *slot = e;
     bucket->end = &e->next;
@@ -117,7 +129,8 @@ bool hash_insert(hash_t *h, word_t key, word_t value)
 
 void hash_replace(hash_t *h, word_t key, word_t value)
 {
-    if (hash_lookup(h, key)) hash_remove(h, key);
+    if (hash_lookup(h, key))
+        hash_remove(h, key);
     hash_insert(h, key, value);
 }
 
@@ -132,10 +145,13 @@ bool hash_haskey(const hash_t *h, word_t key) { return find_entry(h, key); }
 word_t hash_remove(hash_t *h, word_t key)
 {
     ASSERTION(h, "p != NULL");
-    if (!h->count) return 0;
+    if (!h->count)
+        return 0;
     hash_entry_t **slot = find(h, key, hash_of_key(h, key)), *e = *slot;
-    if (!e) return 0;
-    if (h->stat) container_shrinks(h->stat);
+    if (!e)
+        return 0;
+    if (h->stat)
+        container_shrinks(h->stat);
     *slot = e->in_slot;
     *e->link = e->next;
     (e->next ? e->next->link : h->buckets[e->hash % h->size].end) = e->link;
@@ -148,10 +164,12 @@ word_t hash_remove(hash_t *h, word_t key)
 void hash_clear(hash_t *h)
 {
     ASSERTION(h, "p != NULL");
-    if (h->stat) container_shrinks(h->stat);
+    if (h->stat)
+        container_shrinks(h->stat);
     for (uint32_t i = 0; h->count && i < h->size; i++) {
         hash_bucket_t *bucket = &h->buckets[i];
-        if (!bucket->first) continue;
+        if (!bucket->first)
+            continue;
         *bucket->end = spare_entries;
         spare_entries = bucket->first;
         *bucket = {};
@@ -169,7 +187,8 @@ uint32_t hash_size(const hash_t *h)
 
 void hash_copy(hash_t *dst, const hash_t *src)
 {
-    if (dst == src) return;
+    if (dst == src)
+        return;
     hash_clear(dst);
     hash_each(src, dst, [](void *arg, word_t key, word_t value) -> word_t {
         hash_insert(static_cast<hash_t *>(arg), key, value);
@@ -183,7 +202,8 @@ word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key,
     for (uint32_t i = 0; i < h->size; i++)
         for (hash_entry_t *e = h->buckets[i].first, *next; e; e = next) {
             next = e->next;
-            if (word_t result = fn(arg, e->key, e->value)) return result;
+            if (word_t result = fn(arg, e->key, e->value))
+                return result;
         }
     return 0;
 }
@@ -221,7 +241,8 @@ static int lower(int c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; }
 template <int (*fold)(int)> static uint32_t hash_bytes(const char *s)
 {
     uint32_t h = 5381;
-    for (; *s; s++) h += (h << 5) + static_cast<uint32_t>(fold(static_cast<signed char>(*s)));
+    for (; *s; s++)
+        h += (h << 5) + static_cast<uint32_t>(fold(static_cast<signed char>(*s)));
     return h;
 }
 
@@ -234,6 +255,7 @@ uint32_t hash_string_nocase(word_t key) { return hash_bytes<lower>(from_word<con
 int hash_strcasecmp(word_t a, word_t b)
 {
     const unsigned char *s = from_word<const unsigned char *>(a), *t = from_word<const unsigned char *>(b);
-    while (*s && lower(*s) == lower(*t)) s++, t++;
+    while (*s && lower(*s) == lower(*t))
+        s++, t++;
     return lower(*s) - lower(*t);
 }

@@ -24,7 +24,8 @@ static uint32_t cell_hash(word_t w)
 {
     const matrix_cell_t *c = from_word<const matrix_cell_t *>(w);
     uint32_t sum = 0;
-    for (uint32_t i = 0; i < c->matrix->n; i++) sum += static_cast<uint32_t>(c->keys[i]);
+    for (uint32_t i = 0; i < c->matrix->n; i++)
+        sum += static_cast<uint32_t>(c->keys[i]);
     return sum;
 }
 
@@ -32,7 +33,8 @@ static int cell_compare(word_t v, word_t w)
 {
     const matrix_cell_t *a = from_word<const matrix_cell_t *>(v), *b = from_word<const matrix_cell_t *>(w);
     for (uint32_t i = a->matrix->n; i-- > 0;)
-        if (a->keys[i] != b->keys[i]) return a->keys[i] < b->keys[i] ? -1 : 1;
+        if (a->keys[i] != b->keys[i])
+            return a->keys[i] < b->keys[i] ? -1 : 1;
     return 0;
 }
 

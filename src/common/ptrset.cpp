@@ -21,7 +21,8 @@ static struct {
 
 ptrset_t *ptrset_new(skip_cmp_t compare)
 {
-    if (!st.sets) st.sets = freecache_new(sizeof(ptrset_t), POOL_DEPTH);
+    if (!st.sets)
+        st.sets = freecache_new(sizeof(ptrset_t), POOL_DEPTH);
     ptrset_t *s = static_cast<ptrset_t *>(freecache_get(st.sets));
     s->id = st.next_id++;
     s->compare = compare;
@@ -30,9 +31,12 @@ ptrset_t *ptrset_new(skip_cmp_t compare)
 
 void ptrset_destroy(ptrset_t *s)
 {
-    if (!s) return;
-    while (s->iters) ptrset_iterDone(s);
-    if (s->list) skiplist_destroy(s->list);
+    if (!s)
+        return;
+    while (s->iters)
+        ptrset_iterDone(s);
+    if (s->list)
+        skiplist_destroy(s->list);
     freecache_add(st.sets, s);
 }
 
@@ -45,7 +49,8 @@ ptrset_t *ptrset_clone(const ptrset_t *s)
 
 void ptrset_copy(ptrset_t *dst, const ptrset_t *src)
 {
-    if (dst == src) return;
+    if (dst == src)
+        return;
     ptrset_empty(dst);
     ptrset_union(dst, src);
 }
@@ -53,7 +58,8 @@ void ptrset_copy(ptrset_t *dst, const ptrset_t *src)
 bool ptrset_add(ptrset_t *s, word_t x)
 {
     ASSERTION(x != 0, "x != 0");
-    if (!s->list) s->list = skiplist_new([](word_t) -> uint32_t { return 0; }, s->compare);
+    if (!s->list)
+        s->list = skiplist_new([](word_t) -> uint32_t { return 0; }, s->compare);
     return skiplist_insert(s->list, x, x);
 }
 
@@ -64,7 +70,10 @@ bool ptrset_contains(const ptrset_t *s, word_t x) { return s->list && skiplist_h
 // The members of `src` one by one, with `dst`; ends early and answers false when fn does.
 static bool all_members(ptrset_t *dst, const ptrset_t *src, bool (*fn)(ptrset_t *dst, word_t x))
 {
-    struct job_t { ptrset_t *dst; bool (*fn)(ptrset_t *, word_t); } job = {dst, fn};
+    struct job_t {
+        ptrset_t *dst;
+        bool (*fn)(ptrset_t *, word_t);
+    } job = {dst, fn};
     return !src->list || !skiplist_each(src->list, &job, [](void *arg, word_t x, word_t) -> word_t {
         job_t *j = static_cast<job_t *>(arg);
         return !j->fn(j->dst, x);
@@ -113,7 +122,8 @@ bool ptrset_queryEqual(const ptrset_t *a, const ptrset_t *b)
 
 void ptrset_empty(ptrset_t *s)
 {
-    if (s->list) skiplist_clear(s->list);
+    if (s->list)
+        skiplist_clear(s->list);
 }
 
 uint32_t ptrset_size(const ptrset_t *s) { return s->list ? skiplist_count(s->list) : 0; }
@@ -141,14 +151,16 @@ bool ptrset_iterHasNext(const ptrset_t *s) { return ptrset_iterLook(s); }
 
 word_t ptrset_iterLook(const ptrset_t *s)
 {
-    if (!s->iters || !s->list) return 0;
+    if (!s->iters || !s->list)
+        return 0;
     return s->iters->at ? skiplist_lookup_next(s->list, s->iters->at) : skiplist_first(s->list);
 }
 
 word_t ptrset_iterNext(ptrset_t *s)
 {
     word_t x = ptrset_iterLook(s);
-    if (x) s->iters->at = x;
+    if (x)
+        s->iters->at = x;
     return x;
 }
 

@@ -22,7 +22,8 @@ static struct {
 
 static set_t *make(bitset_t *small, ptrset_t *large)
 {
-    if (!st.sets) st.sets = freecache_new(sizeof(set_t), POOL_DEPTH);
+    if (!st.sets)
+        st.sets = freecache_new(sizeof(set_t), POOL_DEPTH);
     set_t *s = static_cast<set_t *>(freecache_get(st.sets));
     *s = {small, large, st.next_id++};
     return s;
@@ -34,7 +35,8 @@ set_t *set_new(skip_cmp_t compare) { return make(bitset_new(), ptrset_new(compar
 
 void set_destroy(set_t *s)
 {
-    if (!s) return;
+    if (!s)
+        return;
     bitset_destroy(s->small);
     ptrset_destroy(s->large);
     freecache_add(st.sets, s);
@@ -47,9 +49,10 @@ set_t *set_clone(const set_t *s)
 }
 
 // An operation on one member, in the half that it belongs to.
-#define OF_MEMBER(name, CONST)                                                             \
-    bool set_##name(CONST set_t *s, word_t x) {                                            \
-        REQUIRE(s);                                                                        \
+#define OF_MEMBER(name, CONST)                                                                 \
+    bool set_##name(CONST set_t *s, word_t x)                                                  \
+    {                                                                                          \
+        REQUIRE(s);                                                                            \
         return bitset_canContain(x) ? bitset_##name(s->small, x) : ptrset_##name(s->large, x); \
     }
 OF_MEMBER(add, )
@@ -57,12 +60,13 @@ OF_MEMBER(remove, )
 OF_MEMBER(contains, const)
 
 // An operation on two sets, half by half.
-#define OF_PAIR(name)                                \
-    void set_##name(set_t *dst, const set_t *src) {  \
-        REQUIRE(dst);                                \
-        REQUIRE(src);                                \
-        bitset_##name(dst->small, src->small);       \
-        ptrset_##name(dst->large, src->large);       \
+#define OF_PAIR(name)                             \
+    void set_##name(set_t *dst, const set_t *src) \
+    {                                             \
+        REQUIRE(dst);                             \
+        REQUIRE(src);                             \
+        bitset_##name(dst->small, src->small);    \
+        ptrset_##name(dst->large, src->large);    \
     }
 OF_PAIR(copy)
 OF_PAIR(union)
@@ -71,11 +75,12 @@ OF_PAIR(difference)
 OF_PAIR(complement)
 
 // A question about two sets; `op` joins the answers of the halves.
-#define QUERY(name, op)                                                                                \
-    bool set_query##name(const set_t *a, const set_t *b) {                                             \
-        REQUIRE(a);                                                                                    \
-        REQUIRE(b);                                                                                    \
-        return bitset_query##name(a->small, b->small) op ptrset_query##name(a->large, b->large);       \
+#define QUERY(name, op)                                                                          \
+    bool set_query##name(const set_t *a, const set_t *b)                                         \
+    {                                                                                            \
+        REQUIRE(a);                                                                              \
+        REQUIRE(b);                                                                              \
+        return bitset_query##name(a->small, b->small) op ptrset_query##name(a->large, b->large); \
     }
 QUERY(Equal, &&)
 QUERY(Intersect, ||)
@@ -83,11 +88,12 @@ QUERY(Subset, &&)
 QUERY(Complement, &&)
 
 // An operation on a set, half by half.
-#define OF_SET(name)            \
-    void set_##name(set_t *s) { \
-        REQUIRE(s);             \
-        bitset_##name(s->small);\
-        ptrset_##name(s->large);\
+#define OF_SET(name)             \
+    void set_##name(set_t *s)    \
+    {                            \
+        REQUIRE(s);              \
+        bitset_##name(s->small); \
+        ptrset_##name(s->large); \
     }
 OF_SET(empty)
 OF_SET(iterReset)

@@ -10,12 +10,12 @@
 
 struct set_t;
 
-set_t *set_new(skip_cmp_t compare);      // null: numeric order
-void set_destroy(set_t *s);              // null is accepted
-set_t *set_clone(const set_t *s);        // the same members and comparison, a new id
+set_t *set_new(skip_cmp_t compare);   // null: numeric order
+void set_destroy(set_t *s);           // null is accepted
+set_t *set_clone(const set_t *s);     // the same members and comparison, a new id
 void set_copy(set_t *dst, const set_t *src);
-bool set_add(set_t *s, word_t x);        // true if it was not there
-bool set_remove(set_t *s, word_t x);     // true if it was there
+bool set_add(set_t *s, word_t x);      // true if it was not there
+bool set_remove(set_t *s, word_t x);   // true if it was there
 bool set_contains(const set_t *s, word_t x);
 void set_union(set_t *dst, const set_t *src);        // dst gets the members of src
 void set_intersect(set_t *dst, const set_t *src);    // dst keeps those that src has
@@ -25,14 +25,14 @@ bool set_queryEqual(const set_t *a, const set_t *b);
 bool set_queryIntersect(const set_t *a, const set_t *b);    // they have a member in common
 bool set_querySubset(const set_t *a, const set_t *b);       // b has every member of a
 bool set_queryComplement(const set_t *a, const set_t *b);   // they have no member in common
-void set_empty(set_t *s);                // removes all members
+void set_empty(set_t *s);                                   // removes all members
 uint32_t set_size(const set_t *s);
-uint32_t set_hash(const set_t *s);       // depends on the members alone
-uint32_t set_id(const set_t *s);         // sets are numbered from 0 in the order they were made
-vector_t *set_vector(const set_t *s);    // a new vector of the members, in order
-word_t set_anyMember(const set_t *s);    // the first member, or 0 if there is none
+uint32_t set_hash(const set_t *s);      // depends on the members alone
+uint32_t set_id(const set_t *s);        // sets are numbered from 0 in the order they were made
+vector_t *set_vector(const set_t *s);   // a new vector of the members, in order
+word_t set_anyMember(const set_t *s);   // the first member, or 0 if there is none
 void set_iterReset(set_t *s);
 bool set_iterHasNext(const set_t *s);
-word_t set_iterNext(set_t *s);           // 0 at the end
+word_t set_iterNext(set_t *s);   // 0 at the end
 word_t set_iterLook(const set_t *s);
 void set_iterDone(set_t *s);

@@ -48,7 +48,8 @@ skiplist_t *skiplist_new(hash_fn_t hashfn, skip_cmp_t cmpfn, made_at_t at)
     s->order = 1;
     s->hashfn = hashfn ? hashfn : word_hash;
     s->cmpfn = cmpfn ? cmpfn : word_compare;
-    if (container_stats_on) s->stat = container_made(CONTAINER_SKIPLIST, &s->count, at);
+    if (container_stats_on)
+        s->stat = container_made(CONTAINER_SKIPLIST, &s->count, at);
     return s;
 }
 
@@ -61,8 +62,10 @@ static void drop_node(skip_node_t *n)
 static skip_node_t *get_node(uint32_t order)
 {
     skip_node_t *n = spare_nodes[order];
-    if (n) spare_nodes[order] = forward(n)[0];
-    else n = static_cast<skip_node_t *>(xalloc(sizeof(skip_node_t) + order * sizeof(skip_node_t *)));
+    if (n)
+        spare_nodes[order] = forward(n)[0];
+    else
+        n = static_cast<skip_node_t *>(xalloc(sizeof(skip_node_t) + order * sizeof(skip_node_t *)));
     n->order = order;
     return n;
 }
@@ -70,14 +73,16 @@ static skip_node_t *get_node(uint32_t order)
 void skiplist_destroy(skiplist_t *s)
 {
     skiplist_clear(s);
-    if (s->stat) container_gone(s->stat);
+    if (s->stat)
+        container_gone(s->stat);
     xfree(s);
 }
 
 void skiplist_clear(skiplist_t *s)
 {
     ASSERTION(s, "p != NULL");
-    if (s->stat) container_shrinks(s->stat);
+    if (s->stat)
+        container_shrinks(s->stat);
     for (skip_node_t *n = s->head[0], *next; n; n = next) {
         next = forward(n)[0];
         drop_node(n);
@@ -104,10 +109,12 @@ static skip_path_t find(const skiplist_t *s, word_t key, bool past = false)
     skip_node_t **links = const_cast<skip_node_t **>(s->head);
     for (uint32_t level = s->order; level-- > 0;) {
         for (skip_node_t *n; (n = links[level]); links = forward(n), p.before = n) {
-            if (n->hash > p.hash) break;
+            if (n->hash > p.hash)
+                break;
             if (n->hash == p.hash) {
                 int c = s->cmpfn(n->key, key);
-                if (c > 0 || (c == 0 && !past)) break;
+                if (c > 0 || (c == 0 && !past))
+                    break;
             }
         }
         p.links[level] = links;
@@ -126,22 +133,26 @@ static skip_node_t *find_node(const skiplist_t *s, word_t key) { return match(s,
 static uint32_t random_order(const skiplist_t *s)
 {
     static bool seeded;
-    if (!seeded) srand(0);
+    if (!seeded)
+        srand(0);
     seeded = true;
     uint32_t order = 1, most = std::min<uint32_t>(s->order, MAX_ORDER - 1);
-    while (!(rand() & 3) && order <= most) order++;
+    while (!(rand() & 3) && order <= most)
+        order++;
     return order;
 }
 
 bool skiplist_insert(skiplist_t *s, word_t key, word_t value)
 {
     skip_path_t p = find(s, key);
-    if (match(s, p, key)) return false;
+    if (match(s, p, key))
+        return false;
     skip_node_t *n = get_node(random_order(s));
     n->key = key;
     n->value = value;
     n->hash = p.hash;
-    for (; s->order < n->order; s->order++) p.links[s->order] = s->head;
+    for (; s->order < n->order; s->order++)
+        p.links[s->order] = s->head;
     for (uint32_t level = 0; level < n->order; level++) {
         forward(n)[level] = p.links[level][level];
         p.links[level][level] = n;
@@ -154,9 +165,12 @@ word_t skiplist_remove(skiplist_t *s, word_t key)
 {
     skip_path_t p = find(s, key);
     skip_node_t *n = match(s, p, key);
-    if (!n) return 0;
-    if (s->stat) container_shrinks(s->stat);
-    for (uint32_t level = 0; level < n->order; level++) p.links[level][level] = forward(n)[level];
+    if (!n)
+        return 0;
+    if (s->stat)
+        container_shrinks(s->stat);
+    for (uint32_t level = 0; level < n->order; level++)
+        p.links[level][level] = forward(n)[level];
     s->count--;
     drop_node(n);
     return n->value;
@@ -199,7 +213,8 @@ word_t skiplist_each(const skiplist_t *s, void *arg, word_t (*fn)(void *arg, wor
     ASSERTION(s, "p != NULL");
     for (skip_node_t *n = s->head[0], *next; n; n = next) {
         next = forward(n)[0];
-        if (word_t result = fn(arg, n->key, n->value)) return result;
+        if (word_t result = fn(arg, n->key, n->value))
+            return result;
     }
     return 0;
 }

@@ -35,11 +35,14 @@ static void swap_elements(char *a, char *b, size_t size)
 
 void osdep_qsort_arg(void *base, size_t count, size_t size, int (*compare)(const void *, const void *, void *), void *arg)
 {
-    if (count < 2) return;
+    if (count < 2)
+        return;
     ASSERTION(base, "base != NULL");
     char local[800];
     char *pivot = size < sizeof local ? local : static_cast<char *>(xalloc(size + 1));
-    struct { int64_t lo, hi; } stack[64];
+    struct {
+        int64_t lo, hi;
+    } stack[64];
     int depth = 0;
     auto at = [&](int64_t i) { return static_cast<char *>(base) + static_cast<size_t>(i) * size; };
 
@@ -49,26 +52,33 @@ void osdep_qsort_arg(void *base, size_t count, size_t size, int (*compare)(const
             memcpy(pivot, at((lo + hi) / 2), size);
             int64_t i = lo, j = hi;
             do {
-                while (i < hi && compare(at(i), pivot, arg) < 0) i++;
-                while (j > lo && compare(pivot, at(j), arg) < 0) j--;
-                if (j < i) break;
+                while (i < hi && compare(at(i), pivot, arg) < 0)
+                    i++;
+                while (j > lo && compare(pivot, at(j), arg) < 0)
+                    j--;
+                if (j < i)
+                    break;
                 swap_elements(at(i), at(j), size);
                 i++;
                 j--;
             } while (i <= j);
             if (j - lo < hi - i) {
-                if (i < hi) stack[depth++] = {i, hi};
+                if (i < hi)
+                    stack[depth++] = {i, hi};
                 hi = j;
             } else {
-                if (lo < j) stack[depth++] = {lo, j};
+                if (lo < j)
+                    stack[depth++] = {lo, j};
                 lo = i;
             }
         }
-        if (!depth) break;
+        if (!depth)
+            break;
         lo = stack[--depth].lo;
         hi = stack[depth].hi;
     }
-    if (pivot != local) xfree(pivot);
+    if (pivot != local)
+        xfree(pivot);
 }
 
 void osdep_qsort(void *base, size_t count, size_t size, int (*compare)(const void *, const void *))

@@ -16,12 +16,12 @@ struct srcpos_t {
     // The position in the higher-level source, told by `line`, `file` and `#`. src_line 0: none.
     const char *src_file;
     int64_t src_line;
-    bool src_stale;         // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
-    bool line_follows;      // `line #` is in force: src_line copies phys_line for every statement
+    bool src_stale;      // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
+    bool line_follows;   // `line #` is in force: src_line copies phys_line for every statement
     // Markers that stand anywhere in the raw current line.
-    bool line_volatile;     // ";volatile"
-    bool line_volsfr;       // ";volsfr"
-    bool line_compiled;     // ";#"
+    bool line_volatile;   // ";volatile"
+    bool line_volsfr;     // ";volsfr"
+    bool line_compiled;   // ";#"
 };
 
 extern srcpos_t srcpos;

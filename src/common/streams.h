@@ -14,7 +14,8 @@ inline bool streams_complete()
 {
     signal(SIGXFSZ, SIG_IGN);
     for (int fd = 0; fd <= 2; fd++)
-        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd)   // the lowest number that is free, as those below are open
+        if (fcntl(fd, F_GETFD) < 0 &&
+            open("/dev/null", O_RDWR) != fd)   // the lowest number that is free, as those below are open
             return false;
     return true;
 }

@@ -40,13 +40,18 @@ static char *work_buffer(size_t size)
 // The cached text equal to `s`, or else `s` itself or a copy of it, entered if there is room.
 static const char *intern(const char *s, bool copy)
 {
-    if (!s) return nullptr;
-    if (!st.table && cache_size) st.table = hash_new(cache_size, hash_string, hash_strcmp);
+    if (!s)
+        return nullptr;
+    if (!st.table && cache_size)
+        st.table = hash_new(cache_size, hash_string, hash_strcmp);
     hash_t *table = cache_size ? st.table : nullptr;
     if (table)
-        if (word_t found = hash_lookup(table, to_word(s))) return from_word<const char *>(found);
-    if (copy) s = xstrdup(s);
-    if (table && (!cache_limit || hash_size(table) < cache_limit)) hash_insert(table, to_word(s), to_word(s));
+        if (word_t found = hash_lookup(table, to_word(s)))
+            return from_word<const char *>(found);
+    if (copy)
+        s = xstrdup(s);
+    if (table && (!cache_limit || hash_size(table) < cache_limit))
+        hash_insert(table, to_word(s), to_word(s));
     return s;
 }
 
@@ -90,7 +95,8 @@ const char *cache_printf(const char *format, ...)
 
 const char *cache_vprintf(const char *format, va_list args)
 {
-    if (!format) return nullptr;
+    if (!format)
+        return nullptr;
     va_list again;
     va_copy(again, args);
     work_buffer(strlen(format) * 10 + 1);
@@ -109,17 +115,22 @@ const char *cache_vprintf(const char *format, va_list args)
 
 const char *cache_concat(const char *a, const char *b)
 {
-    if (!a || !b) return intern(a ? a : b, true);
+    if (!a || !b)
+        return intern(a ? a : b, true);
     return join(a, strlen(a), b, strlen(b));
 }
 
 const char *cache_path_join(const char *dir, const char *name)
 {
-    if (!dir || !*dir) return intern(name, true);
-    if (!name || !*name) return intern(dir, true);
+    if (!dir || !*dir)
+        return intern(name, true);
+    if (!name || !*name)
+        return intern(dir, true);
     size_t n = strlen(dir);
-    if (dir[n - 1] == '/') name += *name == '/';
-    else if (*name != '/') return cache_printf("%s/%s", dir, name);
+    if (dir[n - 1] == '/')
+        name += *name == '/';
+    else if (*name != '/')
+        return cache_printf("%s/%s", dir, name);
     return join(dir, n, name, strlen(name));
 }
 
@@ -138,7 +149,8 @@ static size_t stem_length(const char *path)
 
 const char *cache_replace_ext(const char *path, const char *ext)
 {
-    if (!path || !ext) return nullptr;
+    if (!path || !ext)
+        return nullptr;
     int n = static_cast<int>(stem_length(path));
     return cache_printf("%*.*s.%s", n, n, path, ext + (*ext == '.'));
 }
@@ -152,7 +164,8 @@ const char *cache_add_ext(const char *path, const char *ext)
 
 const char *cache_translate(const char *s, const char *from, const char *to)
 {
-    if (!s || !from || !to) return nullptr;
+    if (!s || !from || !to)
+        return nullptr;
     size_t n = strlen(to);
     return mapped(s, [=](char c) {
         const char *p = strchr(from, c);
@@ -162,10 +175,12 @@ const char *cache_translate(const char *s, const char *from, const char *to)
 
 const char *cache_trim_chars(const char *s, const char *set)
 {
-    if (!s || !set) return nullptr;
+    if (!s || !set)
+        return nullptr;
     s += strspn(s, set);
     size_t n = strlen(s);
-    while (n && strchr(set, s[n - 1])) n--;
+    while (n && strchr(set, s[n - 1]))
+        n--;
     return join(s, n);
 }
 
@@ -173,9 +188,11 @@ const char *cache_trim(const char *s) { return cache_trim_chars(s, " \t\n\v\f\r"
 
 const char *cache_chomp(const char *s)
 {
-    if (!s) return nullptr;
+    if (!s)
+        return nullptr;
     size_t n = strlen(s);
-    while (n && (s[n - 1] == '\r' || s[n - 1] == '\n')) n--;
+    while (n && (s[n - 1] == '\r' || s[n - 1] == '\n'))
+        n--;
     return join(s, n);
 }
 
@@ -183,7 +200,8 @@ const char *cache_first_line(const char *s) { return s ? join(s, strcspn(s, "\r\
 
 const char *cache_basename(const char *path)
 {
-    if (!path) return nullptr;
+    if (!path)
+        return nullptr;
     const char *slash = strrchr(path, '/');
     return cache_string(slash ? slash + 1 : path);
 }
@@ -197,17 +215,21 @@ const char *cache_dirname(const char *path)
 const char *cache_between(const char *s, char open, char close, const char **first, const char **last)
 {
     const char *a = s ? strchr(s, open) : nullptr, *b = a && *a ? strchr(a + 1, close) : nullptr;
-    if (first) *first = a;
-    if (last) *last = b;
+    if (first)
+        *first = a;
+    if (last)
+        *last = b;
     return b ? join(a + 1, static_cast<size_t>(b - a - 1)) : nullptr;
 }
 
 const char *cache_escape(const char *s, const char *chars, char esc)
 {
-    if (!s || !chars) return nullptr;
+    if (!s || !chars)
+        return nullptr;
     char *w = work_buffer(strlen(s) * 2 + 1);
     for (; *s; *w++ = *s++)
-        if (strchr(chars, *s)) *w++ = esc;
+        if (strchr(chars, *s))
+            *w++ = esc;
     *w = '\0';
     return intern(st.buffer, true);
 }
@@ -220,16 +242,19 @@ const char *cache_quote(const char *s, char q)
 
 static const char *suffix(const char *s, const char *t, bool (*same)(char, char))
 {
-    if (!s || !t) return nullptr;
+    if (!s || !t)
+        return nullptr;
     size_t n = strlen(s), m = strlen(t);
     return m <= n && std::equal(t, t + m, s + n - m, same) ? s + n - m : nullptr;
 }
 
 static const char *after_prefix(const char *s, const char *t, bool (*same)(char, char))
 {
-    if (!s || !t) return nullptr;
+    if (!s || !t)
+        return nullptr;
     for (; *t; s++, t++)
-        if (!*s || !same(*s, *t)) return nullptr;
+        if (!*s || !same(*s, *t))
+            return nullptr;
     return s;
 }
 

@@ -13,13 +13,13 @@ extern uint32_t cache_size;    // buckets, read at first use; 0 turns caching of
 extern uint32_t cache_limit;   // most entries, 0 for no bound
 
 const char *cache_string(const char *s);
-const char *cache_adopt(const char *s);              // enters `s` itself, which must stay alive, unless its text is cached
+const char *cache_adopt(const char *s);   // enters `s` itself, which must stay alive, unless its text is cached
 [[gnu::format(printf, 1, 2)]] const char *cache_printf(const char *format, ...);
 const char *cache_vprintf(const char *format, va_list args);
-const char *cache_concat(const char *a, const char *b);        // one null: the other
-const char *cache_path_join(const char *dir, const char *name); // one '/' between; one null or empty: the other
+const char *cache_concat(const char *a, const char *b);           // one null: the other
+const char *cache_path_join(const char *dir, const char *name);   // one '/' between; one null or empty: the other
 const char *cache_substring(const char *s, size_t n);
-const char *cache_lower(const char *s);              // ASCII letters only
+const char *cache_lower(const char *s);   // ASCII letters only
 const char *cache_upper(const char *s);
 const char *cache_replace_ext(const char *path, const char *ext);
 const char *cache_strip_ext(const char *path);
@@ -30,15 +30,15 @@ const char *cache_trim(const char *s);
 const char *cache_chomp(const char *s);
 const char *cache_first_line(const char *s);
 const char *cache_basename(const char *path);
-const char *cache_dirname(const char *path);         // null if there is no '/'
+const char *cache_dirname(const char *path);   // null if there is no '/'
 const char *cache_between(const char *s, char open, char close, const char **first, const char **last);
 const char *cache_escape(const char *s, const char *chars, char esc);
 const char *cache_quote(const char *s, char q);
-const char *cache_suffix(const char *s, const char *t);           // the tail of `s`, or null
+const char *cache_suffix(const char *s, const char *t);   // the tail of `s`, or null
 const char *cache_suffix_nocase(const char *s, const char *t);
 bool cache_ends_with(const char *s, const char *t);
 bool cache_ends_with_nocase(const char *s, const char *t);
-const char *cache_after_prefix(const char *s, const char *t);     // `s` behind `t`, or null
+const char *cache_after_prefix(const char *s, const char *t);   // `s` behind `t`, or null
 const char *cache_after_prefix_nocase(const char *s, const char *t);
 bool cache_starts_with(const char *s, const char *t);
 bool cache_starts_with_nocase(const char *s, const char *t);

@@ -42,14 +42,16 @@ void tally_add(tally_t *t, word_t key)
     c->count++;
     if (!c->listed) {
         if (vec_size(t->top) == t->top_size) {
-            if (c->count <= vec_top(t->top)->count) return;
+            if (c->count <= vec_top(t->top)->count)
+                return;
             vec_pop(t->top)->listed = false;
         }
         c->listed = true;
         vec_add(t->top, c);
     }
     uint32_t at = static_cast<uint32_t>(vec_indexOf(t->top, c)), to = at;
-    while (to && vec_elementAt(t->top, to - 1)->count < c->count) to--;
+    while (to && vec_elementAt(t->top, to - 1)->count < c->count)
+        to--;
     vec_move(t->top.raw, at, to);
 }
 

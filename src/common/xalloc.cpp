@@ -37,7 +37,8 @@ extern "C" const char *__asan_default_options() { return "detect_leaks=0:allocat
 void *xalloc_slow(size_t size)
 {
     void *p = calloc(size ? size : 1, 1);
-    if (!p) xalloc_fail();
+    if (!p)
+        xalloc_fail();
     return p;
 }
 
@@ -52,7 +53,8 @@ static size_t mapped;   // bytes of all blocks so far
 static char *map_pages(size_t size)
 {
     void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (p == MAP_FAILED) xalloc_fail();
+    if (p == MAP_FAILED)
+        xalloc_fail();
     mapped += size;
     return static_cast<char *>(p);
 }
@@ -65,7 +67,8 @@ static void new_block()
     }
     char *p = map_pages(LARGE_BLOCK + HUGE_PAGE);
     size_t skip = -reinterpret_cast<uintptr_t>(p) & (HUGE_PAGE - 1);
-    if (skip) munmap(p, skip);
+    if (skip)
+        munmap(p, skip);
     munmap(p + skip + LARGE_BLOCK, HUGE_PAGE - skip);
     madvise(p + skip, LARGE_BLOCK, MADV_HUGEPAGE);
     xarena = {p + skip, LARGE_BLOCK};
@@ -74,7 +77,8 @@ static void new_block()
 void *xalloc_slow(size_t size)
 {
     if (size > SMALL_BLOCK / 8) {
-        if (size > SIZE_MAX - HUGE_PAGE) xalloc_fail();
+        if (size > SIZE_MAX - HUGE_PAGE)
+            xalloc_fail();
         return map_pages((size + 4095) & ~size_t{4095});
     }
     new_block();
@@ -89,7 +93,8 @@ char *xstrndup(const char *s, size_t len)
 {
     size_t n = len ? strnlen(s, len) : 0;
     char *p = static_cast<char *>(xalloc(n + 1));
-    if (n) memcpy(p, s, n);
+    if (n)
+        memcpy(p, s, n);
     return p;
 }
 
@@ -118,6 +123,7 @@ char *xsprintf(const char *format, ...)
     va_start(args, format);
     int n = vsnprintf(work, sizeof work, format, args);
     va_end(args);
-    if (n >= static_cast<int>(sizeof work)) fputs("buffer overflow in vsnprintf", stderr);
+    if (n >= static_cast<int>(sizeof work))
+        fputs("buffer overflow in vsnprintf", stderr);
     return xstrdup(work);
 }

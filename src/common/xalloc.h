@@ -33,8 +33,10 @@ void *xalloc_slow(size_t size);
 [[noreturn]] void xalloc_fail();   // message 296
 
 // Zero-filled memory of `size` bytes, aligned to 8 bytes. Never null: running out of memory is message 296, which is fatal.
-inline void *xalloc(size_t size) {
-    if (XALLOC_CHECKED || size > xarena.left) return xalloc_slow(size);
+inline void *xalloc(size_t size)
+{
+    if (XALLOC_CHECKED || size > xarena.left)
+        return xalloc_slow(size);
     size_t rounded = (size + 7) & ~size_t{7};
     char *p = xarena.next;
     xarena.next += rounded;
@@ -44,11 +46,14 @@ inline void *xalloc(size_t size) {
 
 // The same out of a pool: blocks of 32 KB of the arena. Records that are visited in no order, again and again, cost far
 // fewer misses when they lie together and not between records of other kinds.
-inline void *xalloc_from(xarena_t &pool, size_t size) {
+inline void *xalloc_from(xarena_t &pool, size_t size)
+{
     constexpr size_t BLOCK = 32 << 10;
-    if (XALLOC_CHECKED || size > BLOCK / 8) return xalloc(size);
+    if (XALLOC_CHECKED || size > BLOCK / 8)
+        return xalloc(size);
     size = (size + 7) & ~size_t{7};
-    if (size > pool.left) pool = {static_cast<char *>(xalloc(BLOCK)), BLOCK};
+    if (size > pool.left)
+        pool = {static_cast<char *>(xalloc(BLOCK)), BLOCK};
     char *p = pool.next;
     pool.next += size;
     pool.left -= size;
@@ -59,18 +64,23 @@ inline void *xalloc_from(xarena_t &pool, size_t size) {
 void xfree(void *p);
 
 // `n` zeroed records of the plain type T.
-template <class T> inline T *xnew(size_t n = 1) {
+template <class T> inline T *xnew(size_t n = 1)
+{
     static_assert(alignof(T) <= 8);
-    if (n > SIZE_MAX / sizeof(T)) xalloc_fail();
+    if (n > SIZE_MAX / sizeof(T))
+        xalloc_fail();
     return static_cast<T *>(xalloc(n * sizeof(T)));
 }
 
 // Makes room in `*array` for `need` plain records, by doubling its `*room`, at first to `least`. The first `used` stay.
-template <class T, class N> inline void xreserve(T *&array, N used, N need, N &room, N least) {
-    if (need <= room) return;
+template <class T, class N> inline void xreserve(T *&array, N used, N need, N &room, N least)
+{
+    if (need <= room)
+        return;
     const N larger = 2 * room > least ? 2 * room : least;
     T *all = xnew<T>(larger > need ? larger : need);
-    for (N i = 0; i < used; i++) all[i] = array[i];
+    for (N i = 0; i < used; i++)
+        all[i] = array[i];
     xfree(array);
     array = all;
     room = larger > need ? larger : need;

@@ -22,18 +22,23 @@ archive_result_t archive_add(const char *archive, const char *member, const char
     constexpr unsigned LEVEL_AND_FLAGS = COMPRESSION_LEVEL | MZ_ZIP_FLAG_CASE_SENSITIVE;   // 262
     mz_zip_archive zip = {};
     if (!file_exists(archive)) {
-        if (!mz_zip_writer_init_file(&zip, archive, 0)) return ARCHIVE_NO_WRITER;
+        if (!mz_zip_writer_init_file(&zip, archive, 0))
+            return ARCHIVE_NO_WRITER;
     } else {
-        if (!mz_zip_reader_init_file(&zip, archive, 0)) return ARCHIVE_NO_READER;
+        if (!mz_zip_reader_init_file(&zip, archive, 0))
+            return ARCHIVE_NO_READER;
         if (!mz_zip_writer_init_from_reader(&zip, archive)) {
             mz_zip_reader_end(&zip);
             return ARCHIVE_NO_APPENDER;
         }
     }
     archive_result_t result = ARCHIVE_DONE;
-    if (!mz_zip_writer_add_file(&zip, member, file, nullptr, 0, LEVEL_AND_FLAGS)) result = ARCHIVE_NOT_ADDED;
-    else if (!mz_zip_writer_finalize_archive(&zip)) result = ARCHIVE_NOT_FINALIZED;
-    if (!mz_zip_writer_end(&zip) && result == ARCHIVE_DONE) result = ARCHIVE_NOT_ENDED;
+    if (!mz_zip_writer_add_file(&zip, member, file, nullptr, 0, LEVEL_AND_FLAGS))
+        result = ARCHIVE_NOT_ADDED;
+    else if (!mz_zip_writer_finalize_archive(&zip))
+        result = ARCHIVE_NOT_FINALIZED;
+    if (!mz_zip_writer_end(&zip) && result == ARCHIVE_DONE)
+        result = ARCHIVE_NOT_ENDED;
     return result;
 }
 
@@ -50,7 +55,8 @@ static bool add_stream(zip_t *zip, const char *member, FILE *in)
         return false;
     }
     zip_int64_t index = zip_file_add(zip, member, source, ZIP_FL_OVERWRITE);
-    if (index < 0) zip_source_free(source);
+    if (index < 0)
+        zip_source_free(source);
     return index >= 0 &&
            zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, COMPRESSION_LEVEL) == 0;
 }
@@ -59,7 +65,8 @@ static archive_result_t add_and_close(zip_t *zip, const char *member, const char
 {
     FILE *in = fopen(file, "rb");
     bool added = in && add_stream(zip, member, in);
-    if (added && zip_close(zip) == 0) return ARCHIVE_DONE;
+    if (added && zip_close(zip) == 0)
+        return ARCHIVE_DONE;
     zip_discard(zip);
     return added ? ARCHIVE_NOT_FINALIZED : ARCHIVE_NOT_ADDED;
 }
@@ -68,14 +75,20 @@ archive_result_t archive_add(const char *archive, const char *member, const char
 {
     bool append = file_exists(archive);
     zip_t *zip = append ? zip_open(archive, 0, nullptr) : nullptr;
-    if (append && !zip) return ARCHIVE_NO_READER;
+    if (append && !zip)
+        return ARCHIVE_NO_READER;
     FILE *writable = fopen(archive, append ? "r+b" : "wb");
-    if (writable) fclose(writable);
-    else if (append) zip_discard(zip);
-    if (!writable) return append ? ARCHIVE_NO_APPENDER : ARCHIVE_NO_WRITER;
-    if (!append && !(zip = zip_open(archive, ZIP_TRUNCATE, nullptr))) return ARCHIVE_NO_WRITER;
+    if (writable)
+        fclose(writable);
+    else if (append)
+        zip_discard(zip);
+    if (!writable)
+        return append ? ARCHIVE_NO_APPENDER : ARCHIVE_NO_WRITER;
+    if (!append && !(zip = zip_open(archive, ZIP_TRUNCATE, nullptr)))
+        return ARCHIVE_NO_WRITER;
     archive_result_t result = add_and_close(zip, member, file);
-    if (result != ARCHIVE_DONE && !append) remove(archive);
+    if (result != ARCHIVE_DONE && !append)
+        remove(archive);
     return result;
 }
 

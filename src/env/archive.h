@@ -4,9 +4,9 @@
 // How far an addition came: the step that failed, or all of them done.
 enum archive_result_t {
     ARCHIVE_DONE,
-    ARCHIVE_NO_READER,       // an existing archive can't be read
-    ARCHIVE_NO_APPENDER,     // an existing archive can't be written to
-    ARCHIVE_NO_WRITER,       // a new archive can't be made
+    ARCHIVE_NO_READER,     // an existing archive can't be read
+    ARCHIVE_NO_APPENDER,   // an existing archive can't be written to
+    ARCHIVE_NO_WRITER,     // a new archive can't be made
     ARCHIVE_NOT_ADDED,
     ARCHIVE_NOT_FINALIZED,
     ARCHIVE_NOT_ENDED,

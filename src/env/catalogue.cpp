@@ -15,10 +15,12 @@
 static const char *embedded_copy()
 {
     static const char *path;
-    if (path) return path;
+    if (path)
+        return path;
     path = tmp_file_name();
     FILE *out = path ? fopen(path, "wb") : nullptr;
-    if (!out) return path = nullptr;
+    if (!out)
+        return path = nullptr;
     const bool whole = fwrite(catalogue_text, 1, catalogue_length, out) == catalogue_length;
     return path = fclose(out) == 0 && whole ? path : nullptr;
 }
@@ -30,6 +32,7 @@ const char *catalogue_path()
     const char *beside = parent ? cache_path_join(cache_path_join(parent, "dat"), name) : nullptr;
     const char *const places[] = {reg_mkpath(REG_DAT, name), beside, name};
     for (const char *path : places)
-        if (file_is_regular(path)) return path;
+        if (file_is_regular(path))
+            return path;
     return embedded_copy();
 }

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 // The embedded copy, generated from dat/en_msgs.txt when the program is built.
-extern const uint32_t catalogue_length;         // bytes
+extern const uint32_t catalogue_length;   // bytes
 extern const unsigned char catalogue_text[];
 
 // The path of the catalogue to load: the first that exists of the installation's data directory, the directory "dat" beside

@@ -34,7 +34,4 @@ void cmode_set(const char *text)
     alert_print("Unknown cmode (%s)", text);
 }
 
-bool cmode_is(uint32_t mask)
-{
-    return (current & mask) != 0;
-}
+bool cmode_is(uint32_t mask) { return (current & mask) != 0; }

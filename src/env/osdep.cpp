@@ -33,7 +33,8 @@ static void remove_all_entries()
 
 void tmp_remove_at_exit(const char *path)
 {
-    if (!tmp_list) atexit(remove_all_entries);
+    if (!tmp_list)
+        atexit(remove_all_entries);
     tmp_entry_t *e = xnew<tmp_entry_t>();
     *e = {tmp_list, path};
     tmp_list = e;
@@ -43,7 +44,8 @@ const char *tmp_file_name()
 {
     char *path = xstrdup("/tmp/qvXXXXXXX");
     int fd = mkstemp(path);
-    if (fd < 0) return nullptr;
+    if (fd < 0)
+        return nullptr;
     close(fd);
     tmp_remove_at_exit(path);
     return path;
@@ -91,7 +93,8 @@ const char *path_extension(const char *path)
 
 const char *path_concat(const char *dir, const char *name)
 {
-    if (!dir || !*dir) return nullptr;
+    if (!dir || !*dir)
+        return nullptr;
     name += *name == '/';
     return dir[strlen(dir) - 1] == '/' ? xconcat(dir, name) : xconcat_free(xconcat(dir, "/"), name);
 }

@@ -8,12 +8,12 @@ const char *tmp_file_name();
 // Has a file, or a directory with everything in it, removed when the process ends. `path` must stay alive.
 void tmp_remove_at_exit(const char *path);
 
-bool file_exists(const char *path);                              // a directory counts; false for null
-bool file_is_regular(const char *path);                          // false for null
+bool file_exists(const char *path);       // a directory counts; false for null
+bool file_is_regular(const char *path);   // false for null
 bool path_is_absolute(const char *path);
-const char *path_tail(const char *path);                         // behind the last '/', or all of it; points into `path`
-const char *path_basename(const char *path);                     // the same as a new string
-const char *path_stem(const char *path);                         // a new string: the last component less its last extension
-const char *path_dirname(const char *path);                      // a new string up to the last '/'; null without one
-const char *path_extension(const char *path);                    // points to the last '.', or ""
-const char *path_concat(const char *dir, const char *name);      // a new string, one '/' between; null without a dir
+const char *path_tail(const char *path);                      // behind the last '/', or all of it; points into `path`
+const char *path_basename(const char *path);                  // the same as a new string
+const char *path_stem(const char *path);                      // a new string: the last component less its last extension
+const char *path_dirname(const char *path);                   // a new string up to the last '/'; null without one
+const char *path_extension(const char *path);                 // points to the last '.', or ""
+const char *path_concat(const char *dir, const char *name);   // a new string, one '/' between; null without a dir

@@ -42,13 +42,13 @@ unsigned debug_flags;
 
 static struct {
     bool seen, finished;
-    FILE *out;               // the debug file
+    FILE *out;   // the debug file
     const char *out_name;
     bool default_name = true;
     bool has_app_line;
-    const char *zip_name;    // the package; null if none is wanted
-    unsigned num = 1;        // run number
-    int level;               // of indentation
+    const char *zip_name;   // the package; null if none is wanted
+    unsigned num = 1;       // run number
+    int level;              // of indentation
 } st;
 
 // ---- The option
@@ -58,7 +58,8 @@ static bool close_out()
 {
     FILE *out = st.out;
     st.out = nullptr;
-    if (!out || guard_close(out)) return true;
+    if (!out || guard_close(out))
+        return true;
     guard_perror(st.out_name);
     alert_msg_nl(461, "debug-out", st.out_name);
     return false;
@@ -68,7 +69,8 @@ static bool close_out()
 static void no_out(const char *name)
 {
     st.out = nullptr;
-    if (guard_refused()) guard_perror(name);
+    if (guard_refused())
+        guard_perror(name);
     alert_once_nl(141, "debug-out", name);
 }
 
@@ -89,8 +91,10 @@ static void open_out(const char *name, const char *mode)
 // Whether there is an argument; more than one draws a warning.
 static bool one_argument(const char *option, const char *kind, const char *arg, bool more)
 {
-    if (!arg) WARN("option \"%s\", must have %s argument", option, kind);
-    else if (more) WARN("ignoring extraneous arguments with \"%s\" option, using \"%s\"", option, arg);
+    if (!arg)
+        WARN("option \"%s\", must have %s argument", option, kind);
+    else if (more)
+        WARN("ignoring extraneous arguments with \"%s\" option, using \"%s\"", option, arg);
     return arg;
 }
 
@@ -98,8 +102,10 @@ static void take_out(const char *arg, bool more)
 {
     bool append = arg && *arg == '+';
     const char *name = append ? arg + 1 : arg;
-    if (!one_argument("out", "a filename", name && *name ? name : nullptr, more)) return;
-    if (!st.default_name) WARN("debug-out file was set to \"%s\", resetting to \"%s\"", st.out_name, name);
+    if (!one_argument("out", "a filename", name && *name ? name : nullptr, more))
+        return;
+    if (!st.default_name)
+        WARN("debug-out file was set to \"%s\", resetting to \"%s\"", st.out_name, name);
     st.default_name = false;
     open_out(name, append ? "a" : "w");
 }
@@ -120,21 +126,26 @@ static void take_zip(const char *arg, bool more)
     }
     bool keep = arg && *arg == '+';
     st.zip_name = keep ? arg + 1 : arg;
-    if (!st.zip_name || !*st.zip_name) st.zip_name = "qvk_package.zip";
-    if (more) WARN("ignoring extraneous arguments with \"zip\" option, using \"%s\"", st.zip_name);
+    if (!st.zip_name || !*st.zip_name)
+        st.zip_name = "qvk_package.zip";
+    if (more)
+        WARN("ignoring extraneous arguments with \"zip\" option, using \"%s\"", st.zip_name);
     if (!guard_allows(st.zip_name)) {
         no_zip();
         return;
     }
-    if (keep || !file_exists(st.zip_name)) return;
+    if (keep || !file_exists(st.zip_name))
+        return;
     WARN("Package zip \"%s\" already exists and will be over-written", st.zip_name);
-    if (unlink(st.zip_name) != 0) WARN("Unable to remove \"%s\", it will be updated if possible", st.zip_name);
+    if (unlink(st.zip_name) != 0)
+        WARN("Unable to remove \"%s\", it will be updated if possible", st.zip_name);
 }
 
 static void take_assert(const char *arg, bool more)
 {
     static const char *const modes[] = {"ignore", "fatal", "error", "warning"};
-    if (!one_argument("assert", "an", arg, more)) return;
+    if (!one_argument("assert", "an", arg, more))
+        return;
     for (int mode = 0; mode < 4; mode++)
         if (!strcasecmp(arg, modes[mode])) {
             assertion_mode = mode;
@@ -146,17 +157,22 @@ static void take_assert(const char *arg, bool more)
 // The names are for other tools.
 static void take_debug(const char *arg, bool)
 {
-    if (!arg) WARN("option \"debug\", must have at least one argument");
+    if (!arg)
+        WARN("option \"debug\", must have at least one argument");
 }
 
 static void take_num(const char *arg, bool more)
 {
-    if (!one_argument("num", "an", arg, more)) return;
+    if (!one_argument("num", "an", arg, more))
+        return;
     uint64_t n = 0;
     const char *s = arg;
-    for (; *s >= '0' && *s <= '9' && n <= UINT32_MAX; s++) n = n * 10 + static_cast<uint64_t>(*s - '0');
-    if (!*s && n > 0 && n <= UINT32_MAX) st.num = static_cast<unsigned>(n);
-    else WARN("\"num\" option must be a decimal integer > 0, using \"%u\"", st.num);
+    for (; *s >= '0' && *s <= '9' && n <= UINT32_MAX; s++)
+        n = n * 10 + static_cast<uint64_t>(*s - '0');
+    if (!*s && n > 0 && n <= UINT32_MAX)
+        st.num = static_cast<unsigned>(n);
+    else
+        WARN("\"num\" option must be a decimal integer > 0, using \"%u\"", st.num);
 }
 
 static const struct {
@@ -164,16 +180,24 @@ static const struct {
     unsigned bit;
     void (*take)(const char *arg, bool more);   // the first argument or null, and whether others follow
 } rows[] = {
-    {"default", DEBUG_TRACE, nullptr}, {"on", DEBUG_TRACE, nullptr},  {"out", 0, take_out},
-    {"sdb", DEBUG_SDB, nullptr},       {"dwarf", DEBUG_DWARF, nullptr}, {"zip", 0, take_zip},
-    {"alerts", DEBUG_ALERTS, nullptr}, {"assert", 0, take_assert},    {"debug", 0, take_debug},
-    {"adt", DEBUG_ADT, nullptr},       {"num", 0, take_num},
+    {"default", DEBUG_TRACE, nullptr},
+    {"on", DEBUG_TRACE, nullptr},
+    {"out", 0, take_out},
+    {"sdb", DEBUG_SDB, nullptr},
+    {"dwarf", DEBUG_DWARF, nullptr},
+    {"zip", 0, take_zip},
+    {"alerts", DEBUG_ALERTS, nullptr},
+    {"assert", 0, take_assert},
+    {"debug", 0, take_debug},
+    {"adt", DEBUG_ADT, nullptr},
+    {"num", 0, take_num},
 };
 
 static char *cut(char *s, char c)
 {
     char *end = s ? strchr(s, c) : nullptr;
-    if (end) *end++ = '\0';
+    if (end)
+        *end++ = '\0';
     return end;
 }
 
@@ -183,7 +207,8 @@ static void take_item(char *item)
     for (const auto &row : rows)
         if (cache_starts_with_nocase(item, row.name)) {
             debug_flags |= row.bit;
-            if (row.take) row.take(arg && *arg ? arg : nullptr, more);
+            if (row.take)
+                row.take(arg && *arg ? arg : nullptr, more);
             return;
         }
     WARN("unknown option \"%s\"", item);
@@ -191,7 +216,8 @@ static void take_item(char *item)
 
 static void debug_alert(const char *line)
 {
-    if ((debug_flags & DEBUG_ALERTS) && st.out) fprintf(st.out, "ALERT> %s", line);
+    if ((debug_flags & DEBUG_ALERTS) && st.out)
+        fprintf(st.out, "ALERT> %s", line);
 }
 
 void debug_option(const char *list)
@@ -204,9 +230,11 @@ void debug_option(const char *list)
     alert_set_log(debug_alert);
     for (char *item = xstrdup(list), *next; item; item = next) {
         next = cut(item, ',');
-        if (*item) take_item(item);
+        if (*item)
+            take_item(item);
     }
-    if ((debug_flags || st.zip_name) && !st.out) open_out(cache_printf("assembler-%u.out", st.num), "w");
+    if ((debug_flags || st.zip_name) && !st.out)
+        open_out(cache_printf("assembler-%u.out", st.num), "w");
     container_stats_on = debug_flags & DEBUG_ADT;
 }
 
@@ -214,11 +242,14 @@ bool debug_active() { return st.out; }
 
 void debug_log_args(int argc, const char *const *argv)
 {
-    if (!st.out) return;
-    if (!st.has_app_line) fprintf(st.out, "\nAPP: %s\n", app_name);
+    if (!st.out)
+        return;
+    if (!st.has_app_line)
+        fprintf(st.out, "\nAPP: %s\n", app_name);
     st.has_app_line = true;
     fputs("ARGS:", st.out);
-    for (int i = 1; i < argc; i++) fprintf(st.out, " %s", argv[i]);
+    for (int i = 1; i < argc; i++)
+        fprintf(st.out, " %s", argv[i]);
     fputs(argc > 1 ? "\n" : " None\n", st.out);
 }
 
@@ -248,11 +279,14 @@ static void pack()
 
 bool debug_finish()
 {
-    if (st.finished || !st.out) return true;
+    if (st.finished || !st.out)
+        return true;
     st.finished = true;
     fflush(st.out);
-    if (st.default_name && st.zip_name && file_exists(st.out_name)) pack();
-    if (debug_flags & DEBUG_ADT) container_stats_dump(st.out);
+    if (st.default_name && st.zip_name && file_exists(st.out_name))
+        pack();
+    if (debug_flags & DEBUG_ADT)
+        container_stats_dump(st.out);
     debug_flags = 0;
     return close_out();
 }
@@ -267,7 +301,8 @@ static void put_prefix(const char *src, int line)
 
 void trace_enter(const char *src, int line, const char *func, const char *fmt, ...)
 {
-    if (!st.out) return;
+    if (!st.out)
+        return;
     put_prefix(src, line);
     fprintf(st.out, "ENTER %s(", func);
     if (fmt) {
@@ -282,9 +317,12 @@ void trace_enter(const char *src, int line, const char *func, const char *fmt, .
 
 void trace_exit(const char *src, int line, const char *func, const char *fmt, ...)
 {
-    if (!st.out) return;
-    if (st.level > 0) st.level--;
-    else WARN("min debug-out indent level reached");
+    if (!st.out)
+        return;
+    if (st.level > 0)
+        st.level--;
+    else
+        WARN("min debug-out indent level reached");
     put_prefix(src, line);
     fprintf(st.out, "EXIT %s()", func);
     if (fmt) {
@@ -299,8 +337,10 @@ void trace_exit(const char *src, int line, const char *func, const char *fmt, ..
 
 static void put_lines(const char *operation, const char *src, int line, const char *text)
 {
-    if (!st.out) return;
-    if (!*text) WARN("%s (at %s:%d) contains no lines", operation, path_tail(src), line);
+    if (!st.out)
+        return;
+    if (!*text)
+        WARN("%s (at %s:%d) contains no lines", operation, path_tail(src), line);
     while (*text) {
         size_t n = strcspn(text, "\n");
         put_prefix(src, line);

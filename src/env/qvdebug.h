@@ -5,11 +5,11 @@
 #pragma once
 
 enum : unsigned {
-    DEBUG_TRACE = 1,     // the single trace lines, beside ENTER and EXIT
-    DEBUG_SDB = 2,       // of other tools
-    DEBUG_DWARF = 4,     // of other tools
-    DEBUG_ALERTS = 8,    // a copy of every diagnostic line
-    DEBUG_ADT = 16,      // usage of the containers
+    DEBUG_TRACE = 1,    // the single trace lines, beside ENTER and EXIT
+    DEBUG_SDB = 2,      // of other tools
+    DEBUG_DWARF = 4,    // of other tools
+    DEBUG_ALERTS = 8,   // a copy of every diagnostic line
+    DEBUG_ADT = 16,     // usage of the containers
 };
 extern unsigned debug_flags;   // written by this module only
 
@@ -30,11 +30,23 @@ bool debug_finish();
 [[gnu::format(printf, 3, 4)]] void tracef(const char *src, int line, const char *fmt, ...);
 void trace(const char *src, int line, const char *text);
 
-#define TRACE_ENTER(...) \
-    do { if (debug_flags) trace_enter(__FILE__, __LINE__, __func__, __VA_ARGS__); } while (0)
-#define TRACE_EXIT(...) \
-    do { if (debug_flags) trace_exit(__FILE__, __LINE__, __func__, __VA_ARGS__); } while (0)
-#define TRACEF(...) \
-    do { if (debug_flags & DEBUG_TRACE) tracef(__FILE__, __LINE__, __VA_ARGS__); } while (0)
-#define TRACE(text) \
-    do { if (debug_flags & DEBUG_TRACE) trace(__FILE__, __LINE__, text); } while (0)
+#define TRACE_ENTER(...)                                            \
+    do {                                                            \
+        if (debug_flags)                                            \
+            trace_enter(__FILE__, __LINE__, __func__, __VA_ARGS__); \
+    } while (0)
+#define TRACE_EXIT(...)                                            \
+    do {                                                           \
+        if (debug_flags)                                           \
+            trace_exit(__FILE__, __LINE__, __func__, __VA_ARGS__); \
+    } while (0)
+#define TRACEF(...)                                  \
+    do {                                             \
+        if (debug_flags & DEBUG_TRACE)               \
+            tracef(__FILE__, __LINE__, __VA_ARGS__); \
+    } while (0)
+#define TRACE(text)                          \
+    do {                                     \
+        if (debug_flags & DEBUG_TRACE)       \
+            trace(__FILE__, __LINE__, text); \
+    } while (0)

@@ -28,11 +28,14 @@ static struct {
 const char *qvinst_exe_dir()
 {
     char resolved[PATH_MAX];
-    if (!realpath("/proc/self/exe", resolved)) return nullptr;
+    if (!realpath("/proc/self/exe", resolved))
+        return nullptr;
     const char *dir = cache_dirname(resolved);
-    if (!dir) return nullptr;
+    if (!dir)
+        return nullptr;
     size_t n = strlen(dir);
-    while (n && strchr("./", dir[n - 1])) n--;
+    while (n && strchr("./", dir[n - 1]))
+        n--;
     return cache_substring(dir, n);
 }
 
@@ -43,13 +46,15 @@ static bool is_word(const char *s, const char *word)
 
 bool qvinst_discover(const char *exe_dir, const char **root, const char **version)
 {
-    if (!exe_dir) return false;
+    if (!exe_dir)
+        return false;
     if (!is_word(path_tail(exe_dir), "bin")) {
         TRACE("ERROR - the application is not running from a 'bin' directory");
         return false;
     }
     const char *dir = path_dirname(exe_dir);
-    if (!dir) return false;
+    if (!dir)
+        return false;
     const char *tool = path_stem(dir);
     if (is_word(tool, "zel") || is_word(tool, "zel-as")) {
         TRACEF("Identified as running from the '%s' directory: \"%s\"", cache_lower(tool), dir);
@@ -60,7 +65,8 @@ bool qvinst_discover(const char *exe_dir, const char **root, const char **versio
         TRACEF("The 'zel' directory could not be found: \"%s\"", zel);
         return false;
     }
-    if (!parent) return false;
+    if (!parent)
+        return false;
     *version = cache_string(dir);
     *root = *parent ? parent : "/";
     return true;
@@ -70,8 +76,10 @@ static void set_qvinstall_paths() { qvinst_discover(qvinst_exe_dir(), &st.qvinst
 
 const char *qvinstdir(int which)
 {
-    if (!st.qvinstall_ver) set_qvinstall_paths();
-    if (!st.qvinstall_ver) return nullptr;
+    if (!st.qvinstall_ver)
+        set_qvinstall_paths();
+    if (!st.qvinstall_ver)
+        return nullptr;
     switch (which) {
     case 0: return st.qvinstall_dir;
     case 1: return st.qvinstall_ver;

@@ -11,9 +11,9 @@
 #include "common/alert.h"
 
 enum arm_t : uint8_t {
-    NO = 0,       // the current arm doesn't count, and a later one still can
-    YES = 1,      // the current arm counts
-    NEVER = 255,  // no further arm counts
+    NO = 0,        // the current arm doesn't count, and a later one still can
+    YES = 1,       // the current arm counts
+    NEVER = 255,   // no further arm counts
 };
 constexpr unsigned TOP_LEVEL = 9;
 
@@ -34,8 +34,7 @@ void cond_evaluate(symbol_t *psect)
         arm_t *top = &state[d];
         switch (op->op_type) {
         case T_NAME:
-        case T_NUMLABEL:
-            continue;
+        case T_NUMLABEL: continue;
         case T_IF:
             if (d == TOP_LEVEL) {
                 op_set_position(op);
@@ -73,8 +72,7 @@ void cond_evaluate(symbol_t *psect)
                 alert_msg(1490);
             }
             continue;
-        default:
-            break;
+        default: break;
         }
         if (state[d] != YES)
             op->op_flags |= OPF_SKIPPED;

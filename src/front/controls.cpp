@@ -35,7 +35,8 @@ bool d_include(uint16_t)
         return false;
     const srcpos_t line = srcpos;
     lex_open(name);
-    stmt_new_text(T_INCLUDE, 0, name);   // at the head of the file, before its first line, so that no line is recorded for it
+    stmt_new_text(T_INCLUDE, 0,
+                  name);   // at the head of the file, before its first line, so that no line is recorded for it
     srcpos.cur_file = line.cur_file;
     srcpos.cur_line = line.cur_line;
     srcpos.phys_file = line.phys_file;
@@ -146,9 +147,7 @@ static bool list_option()
             set_page(columns ? &opt.page_width : &opt.form_length, columns ? "page width" : "page length", v.v_offs);
         return true;
     }
-    case T_LO_T:
-        take();
-        return expect(T_EQUALS) && (accept(T_LO_ON) || expect(T_LO_OFF));
+    case T_LO_T: take(); return expect(T_EQUALS) && (accept(T_LO_ON) || expect(T_LO_OFF));
     case T_LO_R:
         take();
         if (!expect(T_EQUALS))
@@ -159,8 +158,7 @@ static bool list_option()
         alert_msg(2069);
         take();
         return true;
-    default:
-        return syntax_error();
+    default: return syntax_error();
     }
 }
 
@@ -187,9 +185,7 @@ static void deprecated(const char *word) { alert_msg(2068, word); }
 static bool control(int token, bool on)
 {
     switch (token) {
-    case T_COND:
-        deprecated(on ? "cond" : "nocond");
-        return true;
+    case T_COND: deprecated(on ? "cond" : "nocond"); return true;
     case T_TITLE:
     case T_SUBTITLE:
         deprecated(token == T_TITLE ? "title" : "subtitle");
@@ -200,31 +196,22 @@ static bool control(int token, bool on)
             deprecated("include");
         return ok;
     }
-    case T_EXPAND:
-        deprecated(on ? "expand" : "noexpand");
-        return d_expand(on);
+    case T_EXPAND: deprecated(on ? "expand" : "noexpand"); return d_expand(on);
     case T_LIST:
         deprecated(on ? "list" : "nolist");
         opt.list_on = on || opt.list_all;
         return list_options();
-    case T_CALLSTACK:
-        deprecated("callstack");
-        return parse_callstack();
-    case T_ASMOPT_SWITCH:
-        asmopt_switch(on);
-        return true;
+    case T_CALLSTACK: deprecated("callstack"); return parse_callstack();
+    case T_ASMOPT_SWITCH: asmopt_switch(on); return true;
     case T_ASMOPT_STACK:
         if (on)
             asmopt_push();
         else
             asmopt_pop();
         return true;
-    case T_PAGELENGTH:
-        return d_pagelength(0);
-    case T_PAGEWIDTH:
-        return d_pagewidth(0);
-    default:
-        return syntax_error();
+    case T_PAGELENGTH: return d_pagelength(0);
+    case T_PAGEWIDTH: return d_pagewidth(0);
+    default: return syntax_error();
     }
 }
 

@@ -46,8 +46,16 @@ static bool condition(uint16_t type)
 
 static bool d_if(uint16_t) { return condition(T_IF); }
 static bool d_elsif(uint16_t) { return condition(T_ELSIF); }
-static bool d_else(uint16_t) { stmt_new_op(T_ELSE); return true; }
-static bool d_endif(uint16_t) { stmt_new_op(T_ENDIF); return true; }
+static bool d_else(uint16_t)
+{
+    stmt_new_op(T_ELSE);
+    return true;
+}
+static bool d_endif(uint16_t)
+{
+    stmt_new_op(T_ENDIF);
+    return true;
+}
 
 // Data and position.
 

@@ -96,10 +96,16 @@ static void character(value_t *v)
 static bool is_binary_operator(int token)
 {
     switch (token) {
-    case T_OR: case T_AND: case T_RELOP: case T_SHIFT: case T_DIV: case T_PLUS: case T_MINUS: case T_STAR: case T_EQUALS:
-        return true;
-    default:
-        return false;
+    case T_OR:
+    case T_AND:
+    case T_RELOP:
+    case T_SHIFT:
+    case T_DIV:
+    case T_PLUS:
+    case T_MINUS:
+    case T_STAR:
+    case T_EQUALS: return true;
+    default: return false;
     }
 }
 
@@ -154,24 +160,16 @@ bool parse_expr_behind(int prefix, value_t *v)
                 return syntax_error();
             *v = value_const(float_bits(yylval.flt, false));
             break;
-        case T_NAME:
-            name_leaf(yylval.sym, v);
-            break;
-        case T_INT:
-            *v = value_const(yylval.num);
-            break;
+        case T_NAME: name_leaf(yylval.sym, v); break;
+        case T_INT: *v = value_const(yylval.num); break;
         case T_DOLLAR:
             *v = {};
             v->v_rtype = RT_HERE;
             v->v_common = (cur_psect->s_flags & S_COMMON) != 0;
             break;
-        case T_STRING:
-            character(v);
-            break;
+        case T_STRING: character(v); break;
         case T_TLABF:
-        case T_TLABB:
-            label_reference(token == T_TLABF, v);
-            break;
+        case T_TLABB: label_reference(token == T_TLABF, v); break;
         case T_DEFINED:
             take();
             if (peek() != T_STRING)
@@ -180,8 +178,7 @@ bool parse_expr_behind(int prefix, value_t *v)
             v->v_rtype = RT_DEFINED;
             v->v_name = yylval.str;
             break;
-        default:
-            return syntax_error();
+        default: return syntax_error();
         }
         take();
         // A term is complete; a closing parenthesis completes the one that it ends.
@@ -205,7 +202,4 @@ bool parse_expr_behind(int prefix, value_t *v)
     }
 }
 
-bool parse_expr(value_t *v)
-{
-    return parse_expr_behind(0, v);
-}
+bool parse_expr(value_t *v) { return parse_expr_behind(0, v); }

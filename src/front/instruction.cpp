@@ -40,7 +40,7 @@ static uint16_t access_word(int token) { return token == ACCESS_B ? ACCESS_B : A
 
 struct dest_access_t {
     uint16_t dest, access;
-    unsigned count;          // operands written
+    unsigned count;   // operands written
 };
 
 static bool parse_dest_access(dest_access_t *d)
@@ -143,10 +143,7 @@ static bool parse_table_mode(uint16_t *mode)
     return true;
 }
 
-static bool parse_bracketed(value_t *v)
-{
-    return expect(T_LBRACKET) && parse_expr(v) && expect(T_RBRACKET);
-}
+static bool parse_bracketed(value_t *v) { return expect(T_LBRACKET) && parse_expr(v) && expect(T_RBRACKET); }
 
 static void set_access(op_t *op, uint16_t access)
 {
@@ -366,31 +363,37 @@ bool parse_instruction(int token, uint16_t subop, bool *mine)
     value_t v;
     uint16_t low_bits;
     switch (token) {
-    case T_RLCF: case T_SWAPF: case T_ANDWF: case T_SUBWF: case T_ADDWF: case T_INCF: case T_MOVF:
-        return parse_file_dest(token, subop, true);
-    case T_DECFSZ:
-        return parse_file_dest(token, subop, false);
-    case T_CPFSEQ: case T_MULWF:
-        return parse_file(token, subop, DEST_F, true);
-    case T_CLRF:
-        return parse_file(token, subop, 0, false);
-    case T_MOVWF:
-        return parse_movwf(subop);
-    case T_BCF: case T_BTFSC:
-        return parse_bit(token, subop);
-    case T_MOVFF: case T_MOVFFL:
-        return parse_movff(token, subop);
-    case T_GOTO: case T_BRA: case T_RCALL: case T_BCC: case T_CALL:
-        return parse_code(token, subop);
-    case T_CALLW:
-        instruction(token, subop, !opt.xinst);
-        return true;
-    case T_MOVLW: case T_MOVLB: case T_ADDLW: case T_RETLW: case T_SETCNT:
-        return parse_literal(token, subop, false);
-    case T_ADDULNK: case T_PUSHL:
-        return parse_literal(token, subop, true);
-    case T_LFSR: case T_ADDFSR:
-        return parse_file_select(token, subop);
+    case T_RLCF:
+    case T_SWAPF:
+    case T_ANDWF:
+    case T_SUBWF:
+    case T_ADDWF:
+    case T_INCF:
+    case T_MOVF: return parse_file_dest(token, subop, true);
+    case T_DECFSZ: return parse_file_dest(token, subop, false);
+    case T_CPFSEQ:
+    case T_MULWF: return parse_file(token, subop, DEST_F, true);
+    case T_CLRF: return parse_file(token, subop, 0, false);
+    case T_MOVWF: return parse_movwf(subop);
+    case T_BCF:
+    case T_BTFSC: return parse_bit(token, subop);
+    case T_MOVFF:
+    case T_MOVFFL: return parse_movff(token, subop);
+    case T_GOTO:
+    case T_BRA:
+    case T_RCALL:
+    case T_BCC:
+    case T_CALL: return parse_code(token, subop);
+    case T_CALLW: instruction(token, subop, !opt.xinst); return true;
+    case T_MOVLW:
+    case T_MOVLB:
+    case T_ADDLW:
+    case T_RETLW:
+    case T_SETCNT: return parse_literal(token, subop, false);
+    case T_ADDULNK:
+    case T_PUSHL: return parse_literal(token, subop, true);
+    case T_LFSR:
+    case T_ADDFSR: return parse_file_select(token, subop);
     case T_RETURN:
         parse_fast_opt(&low_bits);
         instruction(token, subop + low_bits);
@@ -400,17 +403,15 @@ bool parse_instruction(int token, uint16_t subop, bool *mine)
             return false;
         instruction(token, subop + low_bits);
         return true;
-    case T_TBLRDMODE:
-        instruction(T_TBLRD, subop);
-        return true;
-    case T_NOP:
-        instruction(token, opt.no_trans && subop == 0xF000 ? 0 : subop);
-        return true;
-    case T_PUSH: case T_TRAP: case T_TRET: case T_DBOUT:
-        instruction(token, subop);
-        return true;
-    case T_MOVSF: case T_MOVSFL: case T_MOVSS:
-        return parse_stack_move(token, subop);
+    case T_TBLRDMODE: instruction(T_TBLRD, subop); return true;
+    case T_NOP: instruction(token, opt.no_trans && subop == 0xF000 ? 0 : subop); return true;
+    case T_PUSH:
+    case T_TRAP:
+    case T_TRET:
+    case T_DBOUT: instruction(token, subop); return true;
+    case T_MOVSF:
+    case T_MOVSFL:
+    case T_MOVSS: return parse_stack_move(token, subop);
     case T_BANKSEL:
         if (!parse_expr(&v))
             return false;
@@ -418,8 +419,6 @@ bool parse_instruction(int token, uint16_t subop, bool *mine)
         return true;
     case T_PAGESEL:   // program memory has no pages here
         return parse_expr(&v);
-    default:
-        *mine = false;
-        return false;
+    default: *mine = false; return false;
     }
 }

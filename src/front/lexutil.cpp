@@ -47,26 +47,26 @@ constexpr size_t MAX_LINE = size_t{1} << 27;   // a line without end, as /dev/ze
 
 // A source or included file, or the text of a macro's expansion.
 struct input_ctx_t {
-    int fd;                    // of a file
-    char *buf;                 // a file's block, or a text's line with its markers replaced; kept for the next context here
-    size_t capacity;           // of buf, with one byte more for a missing newline
-    size_t begin, end;         // the unread part of a file's block
+    int fd;              // of a file
+    char *buf;           // a file's block, or a text's line with its markers replaced; kept for the next context here
+    size_t capacity;     // of buf, with one byte more for a missing newline
+    size_t begin, end;   // the unread part of a file's block
     const char *text, *text_end;   // the unread part of a text; null for a file
     bool at_eof;
-    bool fresh;                // no line of the file has been read yet
-    bool unfinished;           // the line that was read last had no newline
+    bool fresh;        // no line of the file has been read yet
+    bool unfinished;   // the line that was read last had no newline
     const char *ctx_file;
-    int64_t ctx_line;          // phys_line to go back to when the context above ends
-    const char *ctx_src_file;  // src_file likewise
-    bool ctx_list;             // list_on likewise
+    int64_t ctx_line;           // phys_line to go back to when the context above ends
+    const char *ctx_src_file;   // src_file likewise
+    bool ctx_list;              // list_on likewise
 };
 
 static struct {
     input_ctx_t stack[LEX_MAX_DEPTH];
-    unsigned depth;            // contexts on the stack
+    unsigned depth;   // contexts on the stack
     const char *at;
-    const char *line_end;      // the newline of the current line
-    bool ended;                // all input has been read
+    const char *line_end;   // the newline of the current line
+    bool ended;             // all input has been read
 } lx;
 
 // Character classes.
@@ -78,13 +78,20 @@ struct class_table_t {
     uint8_t of[256] = {};
     constexpr class_table_t()
     {
-        for (int c = 'A'; c <= 'Z'; c++) of[c] |= C_UPPER;
-        for (int c = 'a'; c <= 'z'; c++) of[c] |= C_LOWER;
-        for (int c = '0'; c <= '9'; c++) of[c] |= C_DIGIT | C_HEX;
-        for (int c = 'A'; c <= 'F'; c++) of[c] |= C_HEX;
-        for (int c = 'a'; c <= 'f'; c++) of[c] |= C_HEX;
-        for (unsigned char c : {'$', '?', '_'}) of[c] = C_LOWER;
-        for (unsigned char c : {'\t', '\f', ' '}) of[c] = C_BLANK;   // what separates tokens; CR and backspace don't
+        for (int c = 'A'; c <= 'Z'; c++)
+            of[c] |= C_UPPER;
+        for (int c = 'a'; c <= 'z'; c++)
+            of[c] |= C_LOWER;
+        for (int c = '0'; c <= '9'; c++)
+            of[c] |= C_DIGIT | C_HEX;
+        for (int c = 'A'; c <= 'F'; c++)
+            of[c] |= C_HEX;
+        for (int c = 'a'; c <= 'f'; c++)
+            of[c] |= C_HEX;
+        for (unsigned char c : {'$', '?', '_'})
+            of[c] = C_LOWER;
+        for (unsigned char c : {'\t', '\f', ' '})
+            of[c] = C_BLANK;   // what separates tokens; CR and backspace don't
         of[int{'@'}] = C_AT;
     }
 };
@@ -371,30 +378,15 @@ void lex_init()
     lx.ended = false;
 }
 
-bool lex_in_expansion()
-{
-    return lx.depth > 0 && lx.stack[lx.depth - 1].text;
-}
+bool lex_in_expansion() { return lx.depth > 0 && lx.stack[lx.depth - 1].text; }
 
-void lex_skip_line()
-{
-    lx.at = nullptr;
-}
+void lex_skip_line() { lx.at = nullptr; }
 
-const char *lex_line_rest()
-{
-    return lx.at || (!lx.ended && lex_fill()) ? lx.at : nullptr;
-}
+const char *lex_line_rest() { return lx.at || (!lx.ended && lex_fill()) ? lx.at : nullptr; }
 
-const char *lex_line_rest_here()
-{
-    return lx.at;
-}
+const char *lex_line_rest_here() { return lx.at; }
 
-void lex_set_line_rest(const char *at)
-{
-    lx.at = at;
-}
+void lex_set_line_rest(const char *at) { lx.at = at; }
 
 bool lex_is_letter(char c) { return class_of(c) & C_LETTER; }
 bool lex_is_digit(char c) { return class_of(c) & C_DIGIT; }
@@ -455,7 +447,7 @@ static int scan_number(unsigned radix, bool quoted)
             break;
         }
     }
-    const char *end = p;                 // of the digits
+    const char *end = p;   // of the digits
     const char last = p > s ? p[-1] : '0';
     if (*p == '\'' && quoted) {
         p++;
@@ -543,17 +535,10 @@ static int scan_word()
             yylval.str = xstrndup(s, len);
             yylval.str_len = len;
             return T_STRING;
-        case LM_CONTROL:
-            row = op_lookup_control(s, len);
-            break;
-        case LM_CHIP:
-            yylval.str = cache_upper(cache_substring(s, len));
-            return T_CHIP;
-        case LM_LIST:
-            row = op_lookup_listopt(s, len);
-            break;
-        default:
-            break;
+        case LM_CONTROL: row = op_lookup_control(s, len); break;
+        case LM_CHIP: yylval.str = cache_upper(cache_substring(s, len)); return T_CHIP;
+        case LM_LIST: row = op_lookup_listopt(s, len); break;
+        default: break;
         }
         if (!row && lex_space != 0)
             row = op_lookup_psectflag(s, len);
@@ -627,12 +612,9 @@ int yylex()
                 lx.at++;
             while (class_of(*lx.at) & C_BLANK);
             continue;
-        case '\n':
-            lx.at = nullptr;
-            return T_EOL;
+        case '\n': lx.at = nullptr; return T_EOL;
         case '"':
-        case '\'':
-            return scan_string(c);
+        case '\'': return scan_string(c);
         case ';':
             yylval.str = lx.at;
             yylval.str_len = static_cast<size_t>(lx.line_end - lx.at);
@@ -654,13 +636,18 @@ int yylex()
         case '|': return op_token(T_OR, OPC_OR, 1);
         case '~': return op_token(T_NOT, OPC_NOT, 1);
         case '<':
-            if (next == '>') return op_token(T_RELOP, OPC_NE, 2);
-            if (next == '=') return op_token(T_RELOP, OPC_LE, 2);
-            if (next == '<') return op_token(T_SHIFT, OPC_SHL, 2);
+            if (next == '>')
+                return op_token(T_RELOP, OPC_NE, 2);
+            if (next == '=')
+                return op_token(T_RELOP, OPC_LE, 2);
+            if (next == '<')
+                return op_token(T_SHIFT, OPC_SHL, 2);
             return op_token(T_RELOP, OPC_LT, 1);
         case '>':
-            if (next == '=') return op_token(T_RELOP, OPC_GE, 2);
-            if (next == '>') return op_token(T_SHIFT, OPC_SHR, 2);
+            if (next == '=')
+                return op_token(T_RELOP, OPC_GE, 2);
+            if (next == '>')
+                return op_token(T_SHIFT, OPC_SHR, 2);
             return op_token(T_RELOP, OPC_GT, 1);
         case '$':
         case '@':

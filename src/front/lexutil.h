@@ -11,41 +11,43 @@
 #include "code/sym.h"
 
 // lex_mode: which words are keywords.
+// clang-format off
 enum : uint32_t {
     LM_PLAIN = 0, LM_CONTROL = 3, LM_LIST = 4, LM_CHIP = 5, LM_FNCONF = 6, LM_CONFIG = 10, LM_ASMOPT = 11,
 };
+// clang-format on
 
 // Value of the last token; which member counts depends on the token.
 struct yylval_t {
-    int64_t num;           // T_INT, T_TLABF, T_TLABB
-    double flt;            // T_FLOAT
-    uint16_t subop;        // keywords and operators
-    symbol_t *sym;         // T_NAME
-    const char *str;       // T_STRING: owned copy, NUL-terminated. T_COMMENT: from the `;` on, in the line, not terminated.
-                           // T_CHIP: upper-case copy of the word
-    size_t str_len;        // of T_STRING and T_COMMENT
+    int64_t num;       // T_INT, T_TLABF, T_TLABB
+    double flt;        // T_FLOAT
+    uint16_t subop;    // keywords and operators
+    symbol_t *sym;     // T_NAME
+    const char *str;   // T_STRING: owned copy, NUL-terminated. T_COMMENT: from the `;` on, in the line, not terminated.
+                       // T_CHIP: upper-case copy of the word
+    size_t str_len;    // of T_STRING and T_COMMENT
 };
 
 extern yylval_t yylval;
 extern uint32_t lex_mode;
-extern uint64_t lex_space;         // 0, S_PSECT or S_CLASS: name space of new identifiers
+extern uint64_t lex_space;   // 0, S_PSECT or S_CLASS: name space of new identifiers
 
 // Input contexts at most, included files and expansions together; one more is fatal.
 constexpr unsigned LEX_MAX_DEPTH = 100;
 
-void lex_init();                   // opens nothing yet; the first yylex opens the first source file
-int yylex();                       // a token, or -1 at the end of all input
-void lex_skip_line();              // discards what is left of the current line
+void lex_init();        // opens nothing yet; the first yylex opens the first source file
+int yylex();            // a token, or -1 at the end of all input
+void lex_skip_line();   // discards what is left of the current line
 // Opens a file and pushes it; its first line follows behind the current line. Message 140; false on failure.
 bool lex_open(const char *name);
 
 // For macros: text as lines, each ended by a newline, that is read before anything else; it must live on. The rest of the
 // current line is dropped.
 void lex_push_text(const char *text, size_t length);
-bool lex_in_expansion();           // whether the current line is of such a text
-const char *lex_line_rest();       // what is left of the current line, or the next line; ends in a newline. Null: no input
-const char *lex_line_rest_here();  // the same, but null when the current line is used up
+bool lex_in_expansion();            // whether the current line is of such a text
+const char *lex_line_rest();        // what is left of the current line, or the next line; ends in a newline. Null: no input
+const char *lex_line_rest_here();   // the same, but null when the current line is used up
 void lex_set_line_rest(const char *at);
-bool lex_is_letter(char c);        // may begin a word
+bool lex_is_letter(char c);   // may begin a word
 bool lex_is_digit(char c);
 bool lex_is_hex(char c);

@@ -36,13 +36,13 @@ struct definition_place_t {
 
 struct macro_t {
     const char *m_name;
-    definition_place_t m_place;                    // where its text begins, as messages show it
-    const char *m_body;                 // lines, each ended by a newline
-    size_t m_length;                    // of the body, bytes
-    vec_t<const char *> m_list;         // irp: the elements
-    const char *m_chars;                // irpc: the characters
-    int64_t m_count;                    // rept: rounds left. irp, irpc: index of the current element
-    uint16_t m_nparams, m_nlocals;      // arguments to read at a call; local names
+    definition_place_t m_place;      // where its text begins, as messages show it
+    const char *m_body;              // lines, each ended by a newline
+    size_t m_length;                 // of the body, bytes
+    vec_t<const char *> m_list;      // irp: the elements
+    const char *m_chars;             // irpc: the characters
+    int64_t m_count;                 // rept: rounds left. irp, irpc: index of the current element
+    uint16_t m_nparams, m_nlocals;   // arguments to read at a call; local names
     macro_kind_t m_kind;
 };
 
@@ -51,10 +51,10 @@ struct macro_frame_t {
     vec_t<const char *> mf_args, mf_locals;
 };
 
-constexpr unsigned FRAMES = 30;         // expansions nest one less deep
-constexpr unsigned MOST_NAMES = 127;    // parameters, and local names, of one macro
+constexpr unsigned FRAMES = 30;        // expansions nest one less deep
+constexpr unsigned MOST_NAMES = 127;   // parameters, and local names, of one macro
 constexpr size_t LONGEST_BODY = 32767;
-constexpr int64_t MOST_ROUNDS = 1 << 24;  // of a rept: no memory of the family has more places
+constexpr int64_t MOST_ROUNDS = 1 << 24;   // of a rept: no memory of the family has more places
 
 // Selectors: 1 to 127 a parameter, with LOCAL_BIT set a local name. A newline ends a line wherever it stands, so the tenth
 // parameter has another one; and a byte of the source that looks like a marker becomes a marker that stands for that byte.
@@ -67,13 +67,13 @@ struct text_t {
 };
 
 static struct {
-    macro_frame_t stack[FRAMES];        // used from 1
+    macro_frame_t stack[FRAMES];   // used from 1
     unsigned top;
-    uint32_t local_counter;             // numbers the names made for local ones
-    unsigned arg_highest;               // highest @n of the body being read
-    bool capturing;                     // a body is being read
+    uint32_t local_counter;   // numbers the names made for local ones
+    unsigned arg_highest;     // highest @n of the body being read
+    bool capturing;           // a body is being read
     text_t body, arg;
-    const macro_t *doubtful;            // a call of this macro had `macro` behind its name; null: none
+    const macro_t *doubtful;   // a call of this macro had `macro` behind its name; null: none
     definition_place_t doubtful_at;
 } ms;
 
@@ -228,7 +228,7 @@ struct names_t {
     const char *what;
     unsigned char local_bit;
     vec_t<symbol_t *> records;
-    bool full;                          // which has been told
+    bool full;   // which has been told
 };
 
 static void drop(symbol_t *record)

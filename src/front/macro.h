@@ -7,10 +7,10 @@
 struct symbol_t;
 
 // Statements, each behind its word. False on a syntax error.
-bool macro_statement(symbol_t *name);    // name macro parameters
-bool macro_rept(uint16_t);               // rept expr
-bool macro_irp(uint16_t);                // irp name, elements
-bool macro_irpc(uint16_t);               // irpc name, text
+bool macro_statement(symbol_t *name);   // name macro parameters
+bool macro_rept(uint16_t);              // rept expr
+bool macro_irp(uint16_t);               // irp name, elements
+bool macro_irpc(uint16_t);              // irpc name, text
 
 // At an `endm` that ends nothing, behind its message: the call that was perhaps meant as a definition, if there was one.
 void macro_explain_end();

@@ -27,11 +27,11 @@
 parse_state_t parse_state;
 
 static struct {
-    int token;               // look-ahead, 0 when none has been asked for
-    uint32_t quiet;          // tokens still to be taken before an error is reported again at the place of the last one
-    const char *error_file;  // that place
+    int token;                // look-ahead, 0 when none has been asked for
+    uint32_t quiet;           // tokens still to be taken before an error is reported again at the place of the last one
+    const char *error_file;   // that place
     int64_t error_line;
-    bool gave_up;            // out of stack
+    bool gave_up;   // out of stack
 } ps;
 
 // Tokens.
@@ -52,10 +52,7 @@ int peek()
     return ps.token;
 }
 
-void take()
-{
-    ps.token = 0;
-}
+void take() { ps.token = 0; }
 
 bool accept(int token)
 {
@@ -65,10 +62,7 @@ bool accept(int token)
     return true;
 }
 
-bool expect(int token)
-{
-    return accept(token) || syntax_error();
-}
+bool expect(int token) { return accept(token) || syntax_error(); }
 
 void end_line()
 {
@@ -211,7 +205,8 @@ void parse_note_first(const char *name, const char *file, int64_t line)
 {
     const bool again = line == srcpos.cur_line && strcmp(file, srcpos.cur_file) == 0;
     const srcpos_elsewhere_t first(file, line);
-    alert_text("M", again ? "\"%s\" was defined by this line when it was read before" : "\"%s\" was first defined here", name);
+    alert_text("M", again ? "\"%s\" was defined by this line when it was read before" : "\"%s\" was first defined here",
+               name);
 }
 
 // Only a label knows its node; the others are searched for, which nobody does unless there is an error to tell.
@@ -352,7 +347,8 @@ static bool parse_statement()
         stmt_end_t end = END_COMMAND;
         const uint16_t subop = yylval.subop;
         bool is_instruction;
-        const bool ok = parse_instruction(token, subop, &is_instruction) || (!is_instruction && parse_directive(token, &end));
+        const bool ok =
+            parse_instruction(token, subop, &is_instruction) || (!is_instruction && parse_directive(token, &end));
         return ok && parse_end_of_statement(end);
     }
 }

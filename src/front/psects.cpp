@@ -22,8 +22,7 @@ static bool flag_value(value_t *v)
 
 // A numeric flag: `bad` when it isn't a constant from 0 on, 2210 with `what` when it is above `most`, `again` when it had
 // another value. 0: not set so far.
-template <class T>
-static bool numeric_flag(T psect_t::*field, const char *what, int64_t most, unsigned bad, unsigned again)
+template <class T> static bool numeric_flag(T psect_t::*field, const char *what, int64_t most, unsigned bad, unsigned again)
 {
     value_t v;
     if (!flag_value(&v))

@@ -49,9 +49,9 @@ struct group_t {
 };
 
 static struct {
-    vec_t<symbol_t *> code_psects;                // every code psect, in psect order
-    vec_t<symbol_t *> plain_psects;               // those without the minocg flag
-    vec_t<group_t *> group_psects;                // those with it, by group number
+    vec_t<symbol_t *> code_psects;    // every code psect, in psect order
+    vec_t<symbol_t *> plain_psects;   // those without the minocg flag
+    vec_t<group_t *> group_psects;    // those with it, by group number
 } st;
 
 static bool is_code_psect(const symbol_t *psect)
@@ -212,8 +212,8 @@ static void delete_body(symbol_t *psect)
     vec_remove(st.code_psects, psect);
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
         next = op->op_next;
-        if (op->op_type == T_NAME
-            && (((op->op_sym->s_flags & S_GLOBAL) && op->op_sym->s_name[0] == '_') || cache_starts_with(op->op_sym->s_name, "iL")))
+        if (op->op_type == T_NAME && (((op->op_sym->s_flags & S_GLOBAL) && op->op_sym->s_name[0] == '_') ||
+                                      cache_starts_with(op->op_sym->s_name, "iL")))
             continue;
         if (op->op_type == T_NAME) {
             op->op_sym->s_defop = nullptr;

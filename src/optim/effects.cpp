@@ -21,14 +21,16 @@
 #include "optim/templates.h"
 
 enum role_t : uint8_t {
-    ROLE_NONE,           // no file register
+    ROLE_NONE,   // no file register
     ROLE_READ,
     ROLE_WRITE,
-    ROLE_MODIFY,         // read and written
-    ROLE_DEST,           // read, and written if the destination is `f`; if it is `w`, W is overwritten
-    ROLE_LOAD,           // likewise, but what is written is what was read
-    ROLE_TEST_BIT, ROLE_SET_BIT, ROLE_TOGGLE_BIT,   // the second operand is the bit's number
-    ROLE_MOVE,           // from the first to the second operand, both with their whole address
+    ROLE_MODIFY,   // read and written
+    ROLE_DEST,     // read, and written if the destination is `f`; if it is `w`, W is overwritten
+    ROLE_LOAD,     // likewise, but what is written is what was read
+    ROLE_TEST_BIT,
+    ROLE_SET_BIT,
+    ROLE_TOGGLE_BIT,   // the second operand is the bit's number
+    ROLE_MOVE,         // from the first to the second operand, both with their whole address
 };
 
 struct row_t {
@@ -114,16 +116,16 @@ struct variant_t {
 };
 constexpr variant_t variants[] = {
     {T_SUBWF, TPL_SUBWFB, ROLE_DEST, W | C, ZN}, {T_SUBWF, TPL_SUBFWB, ROLE_DEST, W | C, ZN},
-    {T_ADDWF, TPL_ADDWFC, ROLE_DEST, W | C, ZN},
-    {T_INCF, TPL_COMF, ROLE_DEST, 0, ZN},
-    {T_RLCF, TPL_RLCF, ROLE_DEST, C, 0}, {T_RLCF, TPL_RRCF, ROLE_DEST, C, 0},
-    {T_CLRF, TPL_SETF, ROLE_WRITE, 0, 0}, {T_CLRF, TPL_NEGF, ROLE_MODIFY, 0, Z},
-    {T_BCF, TPL_BTG, ROLE_TOGGLE_BIT, 0, 0},
-    {T_ADDLW, TPL_ADDLW, ROLE_NONE, W, CZN}, {T_ADDLW, TPL_SUBLW, ROLE_NONE, W, CZN},
-    {T_ADDLW, TPL_MULLW, ROLE_NONE, W, 0},
-    {T_NOP, TPL_DAW, ROLE_NONE, C | W, 0}, {T_NOP, TPL_SLEEP, ROLE_NONE, W, 0}, {T_NOP, TPL_CLRW, ROLE_NONE, 0, W},
-    {T_BCC, TPL_BZ, ROLE_NONE, Z, 0}, {T_BCC, TPL_BNZ, ROLE_NONE, Z, 0}, {T_BCC, TPL_BC, ROLE_NONE, C, 0},
-    {T_BCC, TPL_BNC, ROLE_NONE, C, 0}, {T_BCC, TPL_BMI, ROLE_NONE, N, 0}, {T_BCC, TPL_BNN, ROLE_NONE, N, 0},
+    {T_ADDWF, TPL_ADDWFC, ROLE_DEST, W | C, ZN}, {T_INCF, TPL_COMF, ROLE_DEST, 0, ZN},
+    {T_RLCF, TPL_RLCF, ROLE_DEST, C, 0},         {T_RLCF, TPL_RRCF, ROLE_DEST, C, 0},
+    {T_CLRF, TPL_SETF, ROLE_WRITE, 0, 0},        {T_CLRF, TPL_NEGF, ROLE_MODIFY, 0, Z},
+    {T_BCF, TPL_BTG, ROLE_TOGGLE_BIT, 0, 0},     {T_ADDLW, TPL_ADDLW, ROLE_NONE, W, CZN},
+    {T_ADDLW, TPL_SUBLW, ROLE_NONE, W, CZN},     {T_ADDLW, TPL_MULLW, ROLE_NONE, W, 0},
+    {T_NOP, TPL_DAW, ROLE_NONE, C | W, 0},       {T_NOP, TPL_SLEEP, ROLE_NONE, W, 0},
+    {T_NOP, TPL_CLRW, ROLE_NONE, 0, W},          {T_BCC, TPL_BZ, ROLE_NONE, Z, 0},
+    {T_BCC, TPL_BNZ, ROLE_NONE, Z, 0},           {T_BCC, TPL_BC, ROLE_NONE, C, 0},
+    {T_BCC, TPL_BNC, ROLE_NONE, C, 0},           {T_BCC, TPL_BMI, ROLE_NONE, N, 0},
+    {T_BCC, TPL_BNN, ROLE_NONE, N, 0},
 };
 
 // A row with its variants, which stand together.
@@ -157,10 +159,7 @@ static unsigned address_uses(const opnd_t *o, uint8_t asked)
 }
 
 // A core register among what can be asked about, which the operand names.
-static unsigned named(const opnd_t *o)
-{
-    return sfr_isStatus(o) ? FX_FLAGS : sfr_isBsr(o) ? BSR : 0;
-}
+static unsigned named(const opnd_t *o) { return sfr_isStatus(o) ? FX_FLAGS : sfr_isBsr(o) ? BSR : 0; }
 
 // The flag that a bit instruction on `status` means; all of them if the bit isn't known.
 static unsigned flag_of(const op_t *op)
@@ -183,7 +182,7 @@ static effect_t plain_effect(const op_t *op, bool sure, unsigned uses, unsigned 
     if (sure)
         uses &= ~kills;
     if (op->op_type == T_MOVLW && sure && op_is_return(op->op_next))
-        uses |= Z;     // the caller may test what is returned
+        uses |= Z;   // the caller may test what is returned
     return made_of(uses, kills);
 }
 
@@ -205,12 +204,10 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
         uses &= ~kills;
     const opnd_t *first = &op->op_opnd1, *second = &op->op_opnd2;
     switch (role) {
-    case ROLE_DEST: case ROLE_LOAD:
-        kills |= op->op_dest == DEST_W ? W : 0;
-        [[fallthrough]];
-    case ROLE_READ: case ROLE_MODIFY:
-        uses |= address_uses(first, asked) | named(first);
-        break;
+    case ROLE_DEST:
+    case ROLE_LOAD: kills |= op->op_dest == DEST_W ? W : 0; [[fallthrough]];
+    case ROLE_READ:
+    case ROLE_MODIFY: uses |= address_uses(first, asked) | named(first); break;
     case ROLE_WRITE:
         if (sure && sfr_isWreg(first) && sfr_isCertain(first)) {
             uses |= address_uses(first, asked) & ~W;
@@ -223,15 +220,13 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
         uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0);
         kills |= second->opnd_value.v_rtype == RT_CONST && sfr_isCertain(first) ? flag_of(op) : 0;
         break;
-    case ROLE_TEST_BIT: case ROLE_TOGGLE_BIT:
-        uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op);
-        break;
+    case ROLE_TEST_BIT:
+    case ROLE_TOGGLE_BIT: uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op); break;
     case ROLE_MOVE:
         uses |= named(first) | (sfr_isWreg(first) || sfr_isPlusw(first) || sfr_isPlusw(second) ? W : 0);
         kills |= sfr_isWreg(second) ? W : 0;
         break;
-    case ROLE_NONE:
-        break;
+    case ROLE_NONE: break;
     }
     return made_of(uses, kills);
 }
@@ -242,14 +237,16 @@ doubt_t effect_doubt(const op_t *op) { return row_of(op).doubt; }
 const opnd_t *op_written(const op_t *op)
 {
     switch (row_of(op).role) {
-    case ROLE_DEST:
-        return op->op_dest == DEST_W ? nullptr : &op->op_opnd1;
-    case ROLE_WRITE: case ROLE_MODIFY: case ROLE_SET_BIT: case ROLE_TOGGLE_BIT:
-        return &op->op_opnd1;
-    case ROLE_MOVE:
-        return &op->op_opnd2;
-    case ROLE_NONE: case ROLE_READ: case ROLE_LOAD: case ROLE_TEST_BIT:
-        break;
+    case ROLE_DEST: return op->op_dest == DEST_W ? nullptr : &op->op_opnd1;
+    case ROLE_WRITE:
+    case ROLE_MODIFY:
+    case ROLE_SET_BIT:
+    case ROLE_TOGGLE_BIT: return &op->op_opnd1;
+    case ROLE_MOVE: return &op->op_opnd2;
+    case ROLE_NONE:
+    case ROLE_READ:
+    case ROLE_LOAD:
+    case ROLE_TEST_BIT: break;
     }
     return nullptr;
 }

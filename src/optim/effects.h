@@ -8,8 +8,13 @@
 
 // What can be needed or changed beside file registers, a bit each.
 enum : uint8_t {
-    FX_C = 1, FX_Z = 2, FX_N = 4, FX_W = 8, FX_BSR = 16,
-    FX_FLAGS = FX_C | FX_Z | FX_N, FX_ALL = FX_FLAGS | FX_W | FX_BSR,
+    FX_C = 1,
+    FX_Z = 2,
+    FX_N = 4,
+    FX_W = 8,
+    FX_BSR = 16,
+    FX_FLAGS = FX_C | FX_Z | FX_N,
+    FX_ALL = FX_FLAGS | FX_W | FX_BSR,
 };
 
 // `uses`: what the node needs. `kills`: what it overwrites whatever that was, as far as this is counted on.
@@ -29,9 +34,9 @@ const opnd_t *op_written(const op_t *op);
 
 // Whether the node behind this one may not run.
 enum doubt_t : uint8_t {
-    DOUBT_ENDS,      // it is sure to
-    DOUBT_BEGINS,    // this is a skip
-    DOUBT_STAYS,     // as this one itself
-    DOUBT_ELSEWHERE, // control goes to another place, or may
+    DOUBT_ENDS,        // it is sure to
+    DOUBT_BEGINS,      // this is a skip
+    DOUBT_STAYS,       // as this one itself
+    DOUBT_ELSEWHERE,   // control goes to another place, or may
 };
 doubt_t effect_doubt(const op_t *op);

@@ -20,8 +20,8 @@ uint32_t errata_nops;
 
 bool errata_is_nop(const op_t *op)
 {
-    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next
-        && op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == NOP_WORD;
+    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next &&
+           op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == NOP_WORD;
 }
 
 static op_t *new_nop()
@@ -73,10 +73,7 @@ static op_t *link_nop(op_t *where)
 }
 
 // The NOP at `op`, or a new one in front of it, or `op` if there is no room.
-static op_t *nop_at(op_t *op)
-{
-    return errata_is_nop(op) || !has_room(op) ? op : link_nop(op->op_prev);
-}
+static op_t *nop_at(op_t *op) { return errata_is_nop(op) || !has_room(op) ? op : link_nop(op->op_prev); }
 
 static op_t *link_bra(op_t *where, op_t *label)
 {
@@ -93,10 +90,7 @@ static op_t *skip_before(op_t *op)
 }
 
 // Behind skip `k`: jumps to where it goes on when it doesn't skip, and when it does.
-static void link_both_ways(op_t *k, op_t *stays, op_t *skips)
-{
-    link_bra(link_bra(k, stays), skips);
-}
+static void link_both_ways(op_t *k, op_t *stays, op_t *skips) { link_bra(link_bra(k, stays), skips); }
 
 // A NOP has been put behind the label node `t`. If a skip stands before the label, what it skips stands behind the NOP now.
 static void mend_skip(op_t *t, op_t *nop)
@@ -133,7 +127,8 @@ static void errata_psect(symbol_t *psect)
         case T_RETURN:
         case T_RETLW: {
             op_t *at = skip_definitions(op->op_next);
-            next = at->op_type == T_DB && !errata_is_nop(at) ? link_nop(op) : nop_at(at);   // labels of data stay at the data
+            next =
+                at->op_type == T_DB && !errata_is_nop(at) ? link_nop(op) : nop_at(at);   // labels of data stay at the data
             break;
         }
         case T_NAME:
@@ -162,8 +157,7 @@ static void errata_psect(symbol_t *psect)
             next = op->op_next;
             break;
         }
-        default:
-            break;
+        default: break;
         }
         op = next;
     }

@@ -9,8 +9,8 @@
 
 static bool is_status_bit(const op_t *op, int64_t bit)
 {
-    return op->op_type == T_BCF && sfr_isStatus(&op->op_opnd1) && op->op_opnd2.opnd_value.v_rtype == RT_CONST
-        && op->op_opnd2.opnd_value.v_offs == bit;
+    return op->op_type == T_BCF && sfr_isStatus(&op->op_opnd1) && op->op_opnd2.opnd_value.v_rtype == RT_CONST &&
+           op->op_opnd2.opnd_value.v_offs == bit;
 }
 
 static bool writes_bsr(const op_t *op)
@@ -25,8 +25,8 @@ static bool branch_depends_on(const op_t *c, const op_t *a)
     if (reads & op_status_written(a))
         return true;
     const bool is_move = a->op_type == T_MOVFF || a->op_type == T_MOVFFL;
-    if (a->op_type != T_BCF && (sfr_isStatus(&a->op_opnd1) || sfr_isIndirect(&a->op_opnd1))
-        && (a->op_dest == DEST_F || is_move))
+    if (a->op_type != T_BCF && (sfr_isStatus(&a->op_opnd1) || sfr_isIndirect(&a->op_opnd1)) &&
+        (a->op_dest == DEST_F || is_move))
         return true;
     return (is_status_bit(a, 2) && (reads & ST_Z)) || (is_status_bit(a, 0) && (reads & ST_C));
 }
@@ -34,10 +34,14 @@ static bool branch_depends_on(const op_t *c, const op_t *a)
 static bool may_pass_branch(const op_t *a)
 {
     switch (a->op_type) {
-    case T_SUBWF: case T_RLCF: case T_INCF: case T_ADDWF: case T_TRAP: case T_DBOUT: case T_SETCNT:
-        return true;
-    default:
-        return writes_bsr(a);
+    case T_SUBWF:
+    case T_RLCF:
+    case T_INCF:
+    case T_ADDWF:
+    case T_TRAP:
+    case T_DBOUT:
+    case T_SETCNT: return true;
+    default: return writes_bsr(a);
     }
 }
 
@@ -46,12 +50,30 @@ static bool may_follow_branch(const op_t *m)
     if (m->op_type == T_MOVLB || writes_bsr(m) || sfr_isIndirect(m->op_type == T_MOVFF ? &m->op_opnd2 : &m->op_opnd1))
         return false;
     switch (m->op_type) {
-    case T_SUBWF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_ANDWF: case T_INCF: case T_ADDWF: case T_CLRF: case T_BCF:
-    case T_DECFSZ: case T_CPFSEQ: case T_MOVWF: case T_MOVFF: case T_GOTO: case T_CALL: case T_RETURN: case T_RETLW:
-    case T_NOP: case T_TRAP: case T_DBOUT: case T_SETCNT: case T_ADDLW: case T_MOVLW:
-        return true;
-    default:
-        return false;
+    case T_SUBWF:
+    case T_MOVF:
+    case T_SWAPF:
+    case T_RLCF:
+    case T_ANDWF:
+    case T_INCF:
+    case T_ADDWF:
+    case T_CLRF:
+    case T_BCF:
+    case T_DECFSZ:
+    case T_CPFSEQ:
+    case T_MOVWF:
+    case T_MOVFF:
+    case T_GOTO:
+    case T_CALL:
+    case T_RETURN:
+    case T_RETLW:
+    case T_NOP:
+    case T_TRAP:
+    case T_DBOUT:
+    case T_SETCNT:
+    case T_ADDLW:
+    case T_MOVLW: return true;
+    default: return false;
     }
 }
 
@@ -78,8 +100,8 @@ static op_t *hoist_common_beginning(op_t *c)
         return n;
     op_t *a = n, *e = t;
     for (; op_same(a, e); a = a->op_next, e = e->op_next)
-        if (branch_depends_on(c, a) || !may_pass_branch(a) || !may_follow_branch(a->op_next) || op_barrier(a)
-            || op_barrier(e))
+        if (branch_depends_on(c, a) || !may_pass_branch(a) || !may_follow_branch(a->op_next) || op_barrier(a) ||
+            op_barrier(e))
             return n;
     opt_fired("branch stage", CNT_COMMON, c);
     if (a == n)
@@ -95,6 +117,6 @@ static op_t *hoist_common_beginning(op_t *c)
 void hoist_walk(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
-        op = op->op_type == T_BCC && op_free(op) && op_landing(op) && !after_skip(op)
-            ? hoist_common_beginning(op) : op->op_next;
+        op = op->op_type == T_BCC && op_free(op) && op_landing(op) && !after_skip(op) ? hoist_common_beginning(op)
+                                                                                      : op->op_next;
 }

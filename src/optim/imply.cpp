@@ -51,16 +51,25 @@ void imply_operators(symbol_t *psect)
         if (!op_more(op)->op_remark || !cache_starts_with(op_more(op)->op_remark, ";#"))
             continue;
         switch (op->op_type) {
-        case T_MOVLB:
-            imply_high(op);
-            break;
-        case T_SUBWF: case T_BCF: case T_MOVF: case T_SWAPF: case T_RLCF: case T_BTFSC: case T_DECFSZ: case T_ANDWF: case T_INCF:
-        case T_ADDWF: case T_MULWF: case T_CPFSEQ: case T_MOVWF: case T_CLRF:
+        case T_MOVLB: imply_high(op); break;
+        case T_SUBWF:
+        case T_BCF:
+        case T_MOVF:
+        case T_SWAPF:
+        case T_RLCF:
+        case T_BTFSC:
+        case T_DECFSZ:
+        case T_ANDWF:
+        case T_INCF:
+        case T_ADDWF:
+        case T_MULWF:
+        case T_CPFSEQ:
+        case T_MOVWF:
+        case T_CLRF:
             if (op->op_access == ACCESS_B)
                 imply_low(op);
             break;
-        default:
-            break;
+        default: break;
         }
     }
 }

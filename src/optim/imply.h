@@ -3,4 +3,4 @@
 
 struct symbol_t;
 
-void imply_operators(symbol_t *psect);      // puts them into the nodes of one psect
+void imply_operators(symbol_t *psect);   // puts them into the nodes of one psect

@@ -17,12 +17,12 @@ constexpr uint32_t MOST_RIVALS = 1000;   // that are compared with one goto
 // A `goto` as a rival for others. It holds as long as the node lives.
 struct entry_t {
     op_t *jump;
-    uint32_t id, next;       // op_id; the next entry of the chain, its number plus 1
-    uint64_t key, order;     // order: its position, which another one shows to have moved
+    uint32_t id, next;     // op_id; the next entry of the chain, its number plus 1
+    uint64_t key, order;   // order: its position, which another one shows to have moved
 };
 
 static struct {
-    symbol_t *psect;         // null while it is closed
+    symbol_t *psect;   // null while it is closed
     // Each slot has two chains: the jumps in list order, and those that were entered anew, in any order.
     entry_t *entries;
     uint32_t *chains[2];
@@ -117,10 +117,7 @@ static void enter(op_t *jump)
     chain_up(first, st.chains[1]);
 }
 
-void index_close()
-{
-    st.psect = nullptr;
-}
+void index_close() { st.psect = nullptr; }
 
 // It may be news of the next two nodes.
 void index_touch(op_t *op)
@@ -169,10 +166,7 @@ void index_moved(op_t *first, op_t *last)
     index_touch(last->op_next);
 }
 
-bool index_in_order(const op_t *op)
-{
-    return op->op_order > order_before(op) && op->op_order < order_behind(op);
-}
+bool index_in_order(const op_t *op) { return op->op_order > order_before(op) && op->op_order < order_behind(op); }
 
 // Rivals.
 
@@ -212,7 +206,7 @@ static op_t *next_of_chain(rivals_t *r)
             r->link = &e->next;
             return c;
         }
-        *r->link = e->next;     // gone, or entered anew
+        *r->link = e->next;   // gone, or entered anew
     }
     return nullptr;
 }

@@ -6,12 +6,12 @@
 
 #include "code/list.h"
 
-void index_open(symbol_t *psect);       // numbers the nodes and enters the gotos; also when it is open already
+void index_open(symbol_t *psect);   // numbers the nodes and enters the gotos; also when it is open already
 void index_close();
-void index_touch(op_t *op);             // something has changed in `op` or in front of it
-void index_number(op_t *op);            // `op` has been linked: it gets a position between those of its neighbours
+void index_touch(op_t *op);                  // something has changed in `op` or in front of it
+void index_number(op_t *op);                 // `op` has been linked: it gets a position between those of its neighbours
 void index_moved(op_t *first, op_t *last);   // these nodes have: the same for all of them
-bool index_in_order(const op_t *op);    // its position lies between those of its neighbours
+bool index_in_order(const op_t *op);         // its position lies between those of its neighbours
 
 // The node before `op`, or before the labels there.
 op_t *index_before(op_t *op, bool skip_labels);
@@ -21,12 +21,12 @@ op_t *index_before(op_t *op, bool skip_labels);
 struct rivals_t {
     const op_t *jump;
     uint64_t from, order, key;
-    uint32_t *link;          // of the entry to be looked at next
-    uint32_t left;           // that may still be told
+    uint32_t *link;   // of the entry to be looked at next
+    uint32_t left;    // that may still be told
     uint8_t chain;
-    bool deep;               // the skip before the instruction counts as well
+    bool deep;   // the skip before the instruction counts as well
 };
 rivals_t index_rivals(op_t *jump, uint64_t from);
-op_t *index_next(rivals_t *r);          // null: no more
+op_t *index_next(rivals_t *r);   // null: no more
 
 constexpr uint64_t ORDER_LAST = uint64_t{1} << 62;   // above every position

@@ -26,16 +26,16 @@
 #include "options.h"
 
 enum : uint8_t { UNCHECKED = 0, MAY = 1, MAY_NOT = 2 };
-constexpr uint64_t SMALL = 7;                 // bytes of a function that is copied unasked
-constexpr unsigned MOST_COPIES = 10000;       // in one host
-constexpr unsigned MOST_NODES = 200'000;      // copied in the run
+constexpr uint64_t SMALL = 7;              // bytes of a function that is copied unasked
+constexpr unsigned MOST_COPIES = 10000;    // in one host
+constexpr unsigned MOST_NODES = 200'000;   // copied in the run
 
 vec_t<symbol_t *> inline_list;
 
 static struct {
-    uint32_t inline_seq;                      // counts copied bodies
-    unsigned nodes;                           // copied so far
-    hash_of<const symbol_t *, bool> large;    // psects that were measured and found too large
+    uint32_t inline_seq;                     // counts copied bodies
+    unsigned nodes;                          // copied so far
+    hash_of<const symbol_t *, bool> large;   // psects that were measured and found too large
 } st;
 
 // Tests.
@@ -50,22 +50,22 @@ static bool is_indirect(const op_t *op)
 static bool spoils_body(const op_t *op)
 {
     switch (op->op_type) {
-    case T_DS: case T_ORG: case T_ALIGN: case T_RCALL:
-        return true;
-    case T_DB:
-        return !errata_is_nop(op);
-    case T_RETURN:
-        return op->op_subop == TPL_RETFIE;
-    case T_RETLW:
-        return after_skip(op) && !is_indirect(op);   // two instructions can't stand under a skip
-    case T_BRA: case T_BCC: case T_GOTO: {
+    case T_DS:
+    case T_ORG:
+    case T_ALIGN:
+    case T_RCALL: return true;
+    case T_DB: return !errata_is_nop(op);
+    case T_RETURN: return op->op_subop == TPL_RETFIE;
+    case T_RETLW: return after_skip(op) && !is_indirect(op);   // two instructions can't stand under a skip
+    case T_BRA:
+    case T_BCC:
+    case T_GOTO: {
         if (!op_is_simple(op))
             return true;
         const op_t *label = op->op_opnd1.opnd_value.v_sym->s_defop;
         return label && label->op_type == T_NAME && (label->op_sym->s_flags & S_GLOBAL);
     }
-    default:
-        return false;
+    default: return false;
     }
 }
 
@@ -76,8 +76,8 @@ static symbol_t *callee_psect(const op_t *call)
 
 static bool uses_stack(const op_t *op)
 {
-    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2)
-        || sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
+    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2) ||
+           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
 }
 
 static bool is_body_end(const op_t *op)
@@ -160,8 +160,8 @@ static bool state_is_may(int mode, symbol_t *psect, const char *name)
 // else: a fast one saves registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    if (!q || !op_free(call) || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) || (q->s_flags & S_NOTE)
-        || (call->op_subop & TPL_FAST))
+    if (!q || !op_free(call) || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) ||
+        (q->s_flags & S_NOTE) || (call->op_subop & TPL_FAST))
         return false;
     const op_t *label = op_target(call);
     return label && label->op_offs == 0;
@@ -170,8 +170,8 @@ static bool may_share(const symbol_t *q, const op_t *call)
 static bool auto_ok(const op_t *call)
 {
     symbol_t *q = callee_psect(call);
-    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q)
-        || hash_haskey(st.large, q))
+    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q) ||
+        hash_haskey(st.large, q))
         return false;
     size_psect(q);
     if (q->s_psect->p_top > SMALL) {
@@ -190,19 +190,19 @@ static bool call_ok(const op_t *call)
 
 static bool is_candidate(const op_t *call)
 {
-    return (call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call)))
-        && body_stays_true(callee_psect(call));
+    return (call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call))) &&
+           body_stays_true(callee_psect(call));
 }
 
 // Copying.
 
 struct copy_t {
-    const op_t *call;                                  // that is replaced
-    op_t *at, *exit;                                   // the last node of the copy, and its exit label
-    hash_of<const char *, op_t *> labels;              // of old names, to the new label nodes
-    vec_t<op_t *> jumps, calls;                        // to labels that have not been copied yet
-    vec_t<op_t *> further;                             // calls of the copy that may be candidates
-    bool more;                                         // the body holds a further candidate
+    const op_t *call;                       // that is replaced
+    op_t *at, *exit;                        // the last node of the copy, and its exit label
+    hash_of<const char *, op_t *> labels;   // of old names, to the new label nodes
+    vec_t<op_t *> jumps, calls;             // to labels that have not been copied yet
+    vec_t<op_t *> further;                  // calls of the copy that may be candidates
+    bool more;                              // the body holds a further candidate
 };
 
 static op_t *put(copy_t *c, op_t *op)
@@ -294,10 +294,11 @@ static bool copy_node(copy_t *c, const op_t *op)
             return false;
         copy_label(c, op);
         break;
-    case T_GOTO: case T_BRA: case T_BCC:
-        point_or_note(c, plain_copy(c, op), c->jumps);
-        break;
-    case T_RETURN: case T_RETLW:
+    case T_GOTO:
+    case T_BRA:
+    case T_BCC: point_or_note(c, plain_copy(c, op), c->jumps); break;
+    case T_RETURN:
+    case T_RETLW:
         if (is_indirect(op)) {
             plain_copy(c, op);
             break;
@@ -309,12 +310,9 @@ static bool copy_node(copy_t *c, const op_t *op)
         }
         put_goto_exit(c, op);
         break;
-    case T_CALL: case T_RCALL:
-        copy_call(c, op);
-        break;
-    default:
-        plain_copy(c, op);
-        break;
+    case T_CALL:
+    case T_RCALL: copy_call(c, op); break;
+    default: plain_copy(c, op); break;
     }
     return true;
 }

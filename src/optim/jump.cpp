@@ -24,20 +24,17 @@
 #include "options.h"
 
 constexpr uint64_t RUN_STEPS = 500000000;
-constexpr int MOST_JUMPS = 100;          // that are followed one after the other
+constexpr int MOST_JUMPS = 100;   // that are followed one after the other
 
 static struct {
-    loopguard_t *guard;      // bounds the stage over the whole run
+    loopguard_t *guard;   // bounds the stage over the whole run
     symbol_t *psect;
-    bool sized;              // in this walk. What is deleted since only brings things nearer
+    bool sized;   // in this walk. What is deleted since only brings things nearer
     // For J16: labels whose names begin with "save", and what has a place of its own, in order; null until asked for.
     vec_t<op_t *> saves, orgs;
 } st;
 
-void jump_init()
-{
-    st.guard = loopguard_new(RUN_STEPS);
-}
+void jump_init() { st.guard = loopguard_new(RUN_STEPS); }
 
 static void size_once()
 {
@@ -58,8 +55,8 @@ static bool same_steady_bit(const op_t *a, const op_t *b)
 // Whether `w` gives the bit that `b` tests a value, and both may be left out.
 static bool sets_tested_bit(const op_t *w, const op_t *b)
 {
-    return w->op_type == T_BCF && (w->op_subop | TPL_INVERT) == TPL_BCF && same_steady_bit(b, w)
-        && !((b->op_flags | w->op_flags) & OPF_VOLATILE);
+    return w->op_type == T_BCF && (w->op_subop | TPL_INVERT) == TPL_BCF && same_steady_bit(b, w) &&
+           !((b->op_flags | w->op_flags) & OPF_VOLATILE);
 }
 
 // The `goto` directly behind a BTFSC, free.
@@ -70,10 +67,7 @@ static op_t *goto_behind(op_t *b)
 }
 
 // The same, with a BTFSC that always runs.
-static op_t *sure_goto_behind(op_t *b)
-{
-    return after_skip(b) ? nullptr : goto_behind(b);
-}
+static op_t *sure_goto_behind(op_t *b) { return after_skip(b) ? nullptr : goto_behind(b); }
 
 // The rules.
 
@@ -151,19 +145,16 @@ static uint64_t most_size(const op_t *op)
     constexpr uint64_t ERRATA_WORDS = 8;   // around an instruction
     const uint64_t errata = opt.errata_mask & ERRATA_NOPS ? ERRATA_WORDS : 0;
     switch (op->op_type) {
-    case T_ORG: case T_ALIGN:
-        return ANY_SIZE;
-    case T_BCC:
-        return 6 + errata;
-    case T_CALL:
-        return 4 + errata;
+    case T_ORG:
+    case T_ALIGN: return ANY_SIZE;
+    case T_BCC: return 6 + errata;
+    case T_CALL: return 4 + errata;
     case T_GOTO:
         for (const op_t *label = op_target(op); label && label->op_type == T_NAME; label = label->op_prev)
             if (label_begins(label, "int_fun"))
-                return ANY_SIZE;           // whose code may come here
+                return ANY_SIZE;   // whose code may come here
         return 4 + errata;
-    default:
-        return op_size(op, 0) + errata;
+    default: return op_size(op, 0) + errata;
     }
 }
 
@@ -280,8 +271,8 @@ static op_t *j9(op_t *c)
     if (!s->s_defop || s == symbol_of(c) || s->s_defop->op_psect != st.psect)
         return nullptr;
     size_once();
-    if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2)
-        || (after_skip(c) && !stays_short(c, s->s_defop)))
+    if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2) ||
+        (after_skip(c) && !stays_short(c, s->s_defop)))
         return nullptr;
     opt_fired("J9", CNT_JUMPS_TO_JUMPS, c);
     edit_point_at(c, s);
@@ -337,8 +328,8 @@ static op_t *j12(op_t *g)
 static op_t *j13(op_t *g)
 {
     op_t *h = op_landing(g);
-    if (!h || h->op_type != T_GOTO || h->op_psect != st.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g)
-        || goes_round(h))
+    if (!h || h->op_type != T_GOTO || h->op_psect != st.psect || !op_is_simple(h) || symbol_of(h) == symbol_of(g) ||
+        goes_round(h))
         return nullptr;
     opt_fired("J13", CNT_JUMPS_TO_JUMPS, g);
     edit_point_at(g, symbol_of(h));
@@ -348,8 +339,7 @@ static op_t *j13(op_t *g)
 // goto L / L:
 static op_t *j14(op_t *g)
 {
-    if (!op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next
-        || after_skip(g))
+    if (!op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next || after_skip(g))
         return nullptr;
     opt_fired("J14", CNT_JUMPS_TO_NEXT, g);
     op_t *next = g->op_next;
@@ -363,12 +353,12 @@ static op_t *j15(op_t *g)
     if (!op_is_simple(g) || !symbol_of(g)->s_defop)
         return nullptr;
     op_t *label = symbol_of(g)->s_defop, *g2 = label->op_prev, *h = g->op_next;
-    if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h)
-        || !op_is_simple(g2) || !op_landing(h) || op_landing(h) != op_landing(g2))
+    if (g2->op_type != T_GOTO || h->op_type != T_GOTO || label->op_next->op_type == 0 || !op_is_simple(h) ||
+        !op_is_simple(g2) || !op_landing(h) || op_landing(h) != op_landing(g2))
         return nullptr;
     op_t *p = g->op_prev, *q = g2->op_prev;
-    if (p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q)
-        || (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !same_steady_bit(p, q))
+    if (p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q) ||
+        (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !same_steady_bit(p, q))
         return nullptr;
     opt_fired("J15", CNT_MOTIONS, g);
     symbol_t *old = label->op_sym;
@@ -452,17 +442,18 @@ static op_t *j16(op_t *g)
     op_t *last = s->op_type == 0 ? s->op_prev : end_of_block(s);
     if (stands_within(g, b, last))
         return nullptr;
-    if (const uint32_t i = first_from(st.orgs, b); i < vec_size(st.orgs) && stands_within(vec_elementAt(st.orgs, i), b, last))
-        return nullptr;       // it has a place of its own
+    if (const uint32_t i = first_from(st.orgs, b);
+        i < vec_size(st.orgs) && stands_within(vec_elementAt(st.orgs, i), b, last))
+        return nullptr;   // it has a place of its own
     const op_t *end = last;
     while (end->op_type == T_NAME)
         end = end->op_prev;
     if (!op_is_transfer(end) || after_skip(end) || holds_together(e, s) || holds_together(end, last->op_next))
-        return nullptr;       // control runs on behind the block, or the block belongs to its neighbours
+        return nullptr;   // control runs on behind the block, or the block belongs to its neighbours
     opt_fired("J16", CNT_MOTIONS, g);
     opt_count(CNT_JUMPS_TO_NEXT);
     op_t *where = g;
-    bool whole = true;        // none of the ends of blocks moves
+    bool whole = true;   // none of the ends of blocks moves
     for (op_t *op = b, *behind = last->op_next, *next; op != behind; op = next) {
         next = op->op_next;
         whole &= !label_begins(op, "save");
@@ -481,15 +472,16 @@ static op_t *j16(op_t *g)
 // The rules of a node in the order in which they are tried. J1 leaves its node to those behind it.
 using jump_rule_t = op_t *(op_t *op);
 static jump_rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const branch_rules[] = {j9},
-    *const return_rules[] = {j1},
-    *const goto_rules[] = {j1, j10, j11, j12, j13, j14, j15, j16, tails_j17, tails_j18, tails_j19};
+                          *const return_rules[] = {j1}, *const goto_rules[] = {j1,  j10, j11,       j12,       j13,      j14,
+                                                                               j15, j16, tails_j17, tails_j18, tails_j19};
 
 static std::span<jump_rule_t *const> rules_of(const op_t *op)
 {
     switch (op->op_type) {
     case T_BTFSC: return test_rules;
     case T_BCC: return branch_rules;
-    case T_RETURN: case T_RETLW: return return_rules;
+    case T_RETURN:
+    case T_RETLW: return return_rules;
     case T_GOTO: return goto_rules;
     default: return {};
     }

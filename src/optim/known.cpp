@@ -16,8 +16,8 @@
 constexpr int64_t BANK = 256;
 
 static reg_state_t state = {.w_lit = {}, .w_reg = {}, .carry = -1, .bank = nullptr, .fsr_val = {}};
-static value_t selected;                // what state.bank points to
-static place_t equal;                   // where state.w_reg is
+static value_t selected;   // what state.bank points to
+static place_t equal;      // where state.w_reg is
 const reg_state_t &reg = state;
 
 // W.
@@ -47,17 +47,11 @@ void reg_load_w(const opnd_t *o)
         state.w_lit = operand;
 }
 
-bool reg_equals_w(const opnd_t *o)
-{
-    return reg.w_reg.opnd_kind == OPND_DATA && place_same(reg_place(o), equal);
-}
+bool reg_equals_w(const opnd_t *o) { return reg.w_reg.opnd_kind == OPND_DATA && place_same(reg_place(o), equal); }
 
 // The carry.
 
-void reg_set_carry(int32_t carry)
-{
-    state.carry = carry;
-}
+void reg_set_carry(int32_t carry) { state.carry = carry; }
 
 void carry_track(const op_t *n)
 {
@@ -68,13 +62,18 @@ void carry_track(const op_t *n)
             break;
         }
         [[fallthrough]];
-    case TPL_ADDWF: case TPL_ADDLW:
-        state.carry = reg_w_is(0) && !sfr_isStatus(&n->op_opnd1) ? 0 : -1;
-        break;
-    case TPL_INCF: case TPL_DECF: case TPL_SUBLW: case TPL_DAW: case TPL_SUBFWB: case TPL_SUBWFB: case TPL_SUBWF:
-    case TPL_RRCF: case TPL_RLCF: case TPL_NEGF:
-        state.carry = -1;
-        break;
+    case TPL_ADDWF:
+    case TPL_ADDLW: state.carry = reg_w_is(0) && !sfr_isStatus(&n->op_opnd1) ? 0 : -1; break;
+    case TPL_INCF:
+    case TPL_DECF:
+    case TPL_SUBLW:
+    case TPL_DAW:
+    case TPL_SUBFWB:
+    case TPL_SUBWFB:
+    case TPL_SUBWF:
+    case TPL_RRCF:
+    case TPL_RLCF:
+    case TPL_NEGF: state.carry = -1; break;
     }
 }
 
@@ -90,10 +89,7 @@ void reg_select_bank(const value_t *bank)
     state.bank = bank ? &selected : nullptr;
 }
 
-void reg_forget_bank()
-{
-    state.bank = nullptr;
-}
+void reg_forget_bank() { state.bank = nullptr; }
 
 place_t reg_place(const opnd_t *o)
 {
@@ -158,10 +154,7 @@ void reg_written(const opnd_t *o)
         add_inside(e, sfr_isPostinc(o) ? 1 : -1);
 }
 
-void reg_stored_through(const opnd_t *o)
-{
-    state.fsr_val[sfr_fileSelect(o) - 1] = state.w_lit;
-}
+void reg_stored_through(const opnd_t *o) { state.fsr_val[sfr_fileSelect(o) - 1] = state.w_lit; }
 
 void reg_forget_machine()
 {
@@ -186,6 +179,7 @@ void reg_side_effects(const op_t *n)
         reg_forget_w();
     if (o && sfr_isStatus(o) && n->op_type != T_BCF)
         state.carry = -1;
-    if ((o && sfr_isIndirect(o)) || (n->op_flags & OPF_INDEXED) || (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
+    if ((o && sfr_isIndirect(o)) || (n->op_flags & OPF_INDEXED) ||
+        (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
         reg_forget_w_reg();
 }

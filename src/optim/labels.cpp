@@ -31,8 +31,8 @@ int list_delete_label(op_t *node)
 
 bool label_is_unused(const op_t *op)
 {
-    return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
-        && vec_size(op_more(op)->op_refs) == 0;
+    return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN)) &&
+           vec_size(op_more(op)->op_refs) == 0;
 }
 
 unsigned list_delete_unused_labels(symbol_t *psect)
@@ -48,8 +48,8 @@ unsigned list_delete_unused_labels(symbol_t *psect)
 
 bool label_only_from(const op_t *label, const op_t *branch)
 {
-    if (label->op_type != T_NAME || vec_size(op_more(label)->op_refs) > 1
-        || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
+    if (label->op_type != T_NAME || vec_size(op_more(label)->op_refs) > 1 ||
+        (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
         return false;
     for (const op_t *op = label->op_prev; op != branch; op = op->op_prev)
         if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op_more(op)->op_refs) > 0))
@@ -69,10 +69,7 @@ static void note_taken(const value_t *v)
             note_taken(&v->v_kids[i]);
 }
 
-bool leads_to_label(const op_t *op)
-{
-    return op_is_branch(op) && op_is_simple(op);
-}
+bool leads_to_label(const op_t *op) { return op_is_branch(op) && op_is_simple(op); }
 
 void note_taken_labels()
 {
@@ -130,10 +127,9 @@ void reach_mark(op_t *from)
 void reach_mark_psect(code_list_t *list)
 {
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
-        if (op->op_flags & OPF_PINNED
-            || (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op
-                && (op->op_sym->s_flags & (S_GLOBAL | S_TAKEN) || op->op_sym->s_refs > 1
-                    || vec_size(op_more(op)->op_refs) > 0)))
+        if (op->op_flags & OPF_PINNED ||
+            (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op &&
+             (op->op_sym->s_flags & (S_GLOBAL | S_TAKEN) || op->op_sym->s_refs > 1 || vec_size(op_more(op)->op_refs) > 0)))
             reach_mark(op);
     reach_mark(list->head.op_next);
 }

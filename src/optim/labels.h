@@ -5,8 +5,8 @@
 
 // Labels that are only known here and that nothing leads to any more. Those whose names begin "__end_of_" or "__ccov" stay.
 bool label_is_unused(const op_t *op);
-int list_delete_label(op_t *node);                       // 0 if it stays, else 1. Counts
-unsigned list_delete_unused_labels(symbol_t *psect);     // how many went
+int list_delete_label(op_t *node);                     // 0 if it stays, else 1. Counts
+unsigned list_delete_unused_labels(symbol_t *psect);   // how many went
 // Whether control comes to `label` from `branch` alone, which stands ahead of it with no other way in between.
 bool label_only_from(const op_t *label, const op_t *branch);
 // The node's first operand is the plain name of a place that it jumps to or calls.
@@ -15,5 +15,5 @@ bool leads_to_label(const op_t *op);
 // jumps.
 void note_taken_labels();
 
-void reach_mark(op_t *op);                               // OPF_MARK on what is reached from `op`
-void reach_mark_psect(code_list_t *list);                // and on all that may be reached in the list
+void reach_mark(op_t *op);                  // OPF_MARK on what is reached from `op`
+void reach_mark_psect(code_list_t *list);   // and on all that may be reached in the list

@@ -33,10 +33,7 @@ static uint8_t register_bit(reg_t r)
 }
 
 // The label's node that a jump or call leads to; null if that can't be told.
-static const op_t *label_led_to(const op_t *op)
-{
-    return op_is_simple(op) ? op_target(op) : nullptr;
-}
+static const op_t *label_led_to(const op_t *op) { return op_is_simple(op) ? op_target(op) : nullptr; }
 
 static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2);
 
@@ -85,18 +82,16 @@ static jump_answer_t used_behind_jump(uint8_t r, const op_t *op, bool maybe, con
 static bool used_elsewhere(uint8_t r, const op_t *op, bool maybe, const op_t *stop1)
 {
     switch (op->op_type) {
-    case T_BCC:
-        return used_behind_branch(r, op, stop1);
-    case T_CALL: case T_RCALL:
-        return used_in_callee(r, op, maybe, stop1);
-    default:
-        return true;
+    case T_BCC: return used_behind_branch(r, op, stop1);
+    case T_CALL:
+    case T_RCALL: return used_in_callee(r, op, maybe, stop1);
+    default: return true;
     }
 }
 
 static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2)
 {
-    bool maybe = false;       // the node may not run
+    bool maybe = false;   // the node may not run
     for (int left = WAY; op && left > 0 && use.left > 0; left--, use.left--) {
         const effect_t e = effect_of(op, !maybe, r);
         if ((e.uses & r) || op_writes_pcl(op))
@@ -104,14 +99,9 @@ static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2
         if (!maybe && (e.kills & r))
             return false;
         switch (effect_doubt(op)) {
-        case DOUBT_ENDS:
-            maybe = false;
-            break;
-        case DOUBT_BEGINS:
-            maybe = true;
-            break;
-        case DOUBT_STAYS:
-            break;
+        case DOUBT_ENDS: maybe = false; break;
+        case DOUBT_BEGINS: maybe = true; break;
+        case DOUBT_STAYS: break;
         case DOUBT_ELSEWHERE:
             if (op->op_type != T_BRA && op->op_type != T_GOTO)
                 return used_elsewhere(r, op, maybe, stop1);

@@ -14,16 +14,15 @@ bool psect_shares(const symbol_t *a, const symbol_t *b)
     if (!a || !b)
         return false;
     const psect_t *p = a->s_psect, *q = b->s_psect;
-    return (p->p_optim & PO_MINOCG) == (q->p_optim & PO_MINOCG)
-        && (!(p->p_optim & PO_MINOCG) || p->p_group == q->p_group);
+    return (p->p_optim & PO_MINOCG) == (q->p_optim & PO_MINOCG) && (!(p->p_optim & PO_MINOCG) || p->p_group == q->p_group);
 }
 
 bool psect_is_function(const symbol_t *psect)
 {
     const psect_t *p = psect->s_psect;
-    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA)
-        && p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text")
-        && !cache_starts_with(psect->s_name, "swtext");
+    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA) &&
+           p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text") &&
+           !cache_starts_with(psect->s_name, "swtext");
 }
 
 // Kinds of nodes.
@@ -31,20 +30,25 @@ bool psect_is_function(const symbol_t *psect)
 bool op_is_code(const op_t *op)
 {
     switch (op->op_type) {
-    case 0: case T_DB: case T_DS: case T_ORG: case T_ALIGN:
-        return false;
-    default:
-        return !op_is_silent(op);
+    case 0:
+    case T_DB:
+    case T_DS:
+    case T_ORG:
+    case T_ALIGN: return false;
+    default: return !op_is_silent(op);
     }
 }
 
 bool op_ends_dead_code(const op_t *op)
 {
     switch (op->op_type) {
-    case 0: case T_NAME: case T_ORG: case T_ALIGN: case T_DB: case T_DS:
-        return true;
-    default:
-        return false;
+    case 0:
+    case T_NAME:
+    case T_ORG:
+    case T_ALIGN:
+    case T_DB:
+    case T_DS: return true;
+    default: return false;
     }
 }
 
@@ -62,19 +66,23 @@ bool op_marked(const op_t *op)
     return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) || is_volatile_register(&op->op_opnd2);
 }
 
-bool op_volatile(const op_t *op)
-{
-    return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2) || op_marked(op);
-}
+bool op_volatile(const op_t *op) { return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2) || op_marked(op); }
 
 bool op_barrier(const op_t *op)
 {
     switch (op->op_type) {
-    case T_CPFSEQ: case T_BCC: case T_BTFSC: case T_DECFSZ: case T_PUSH: case T_GOTO: case T_RETURN: case T_CALL:
-    case T_RETLW: case T_MOVLB: case T_NAME:
-        return true;
-    default:
-        return op_writes_pc(op) || op_volatile(op) || !op_free(op);
+    case T_CPFSEQ:
+    case T_BCC:
+    case T_BTFSC:
+    case T_DECFSZ:
+    case T_PUSH:
+    case T_GOTO:
+    case T_RETURN:
+    case T_CALL:
+    case T_RETLW:
+    case T_MOVLB:
+    case T_NAME: return true;
+    default: return op_writes_pc(op) || op_volatile(op) || !op_free(op);
     }
 }
 
@@ -103,10 +111,12 @@ bool op_may_not_run(const op_t *op)
 bool op_is_branch(const op_t *op)
 {
     switch (op->op_type) {
-    case T_BRA: case T_BCC: case T_RCALL: case T_GOTO: case T_CALL:
-        return true;
-    default:
-        return false;
+    case T_BRA:
+    case T_BCC:
+    case T_RCALL:
+    case T_GOTO:
+    case T_CALL: return true;
+    default: return false;
     }
 }
 
@@ -114,12 +124,14 @@ bool op_is_branch(const op_t *op)
 static const opnd_t *stored_to(const op_t *op)
 {
     switch (op->op_type) {
-    case T_MOVWF: case T_CLRF: case T_BCF:
-        return &op->op_opnd1;
-    case T_MOVFF: case T_MOVFFL: case T_MOVSF: case T_MOVSFL:
-        return &op->op_opnd2;
-    default:
-        return op->op_dest == DEST_F ? &op->op_opnd1 : nullptr;
+    case T_MOVWF:
+    case T_CLRF:
+    case T_BCF: return &op->op_opnd1;
+    case T_MOVFF:
+    case T_MOVFFL:
+    case T_MOVSF:
+    case T_MOVSFL: return &op->op_opnd2;
+    default: return op->op_dest == DEST_F ? &op->op_opnd1 : nullptr;
     }
 }
 
@@ -144,10 +156,7 @@ static op_t *past_labels(op_t *op)
     return op;
 }
 
-op_t *following(const op_t *op)
-{
-    return past_labels(op->op_next);
-}
+op_t *following(const op_t *op) { return past_labels(op->op_next); }
 
 op_t *op_landing(const op_t *jump)
 {

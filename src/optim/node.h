@@ -26,25 +26,25 @@ inline bool op_is_simple(const op_t *op)
 {
     return op->op_opnd1.opnd_value.v_rtype == RT_SYM && op->op_opnd1.opnd_value.v_offs == 0;
 }
-bool op_ends_dead_code(const op_t *op);     // behind a jump: from here on code may be reached in a way that isn't seen
-bool op_is_code(const op_t *op);            // an instruction that counts: nothing silent, no data, no change of position
-bool op_marked(const op_t *op);             // marked as volatile, or its register is one that the chip says changes by itself
-bool op_volatile(const op_t *op);           // that, or it goes through a file select
+bool op_ends_dead_code(const op_t *op);   // behind a jump: from here on code may be reached in a way that isn't seen
+bool op_is_code(const op_t *op);          // an instruction that counts: nothing silent, no data, no change of position
+bool op_marked(const op_t *op);           // marked as volatile, or its register is one that the chip says changes by itself
+bool op_volatile(const op_t *op);         // that, or it goes through a file select
 bool op_barrier(const op_t *op);
-bool op_may_not_run(const op_t *op);         // behind a skip, or behind data among code, whose last word may be one
-bool data_may_run(const op_t *data);         // control may come to it
-bool op_is_branch(const op_t *op);          // it names the place that it jumps to or calls
-bool op_writes_pc(const op_t *op);          // PCL, or the latches of its upper bytes
-bool op_writes_pcl(const op_t *op);         // control goes wherever that leads
+bool op_may_not_run(const op_t *op);   // behind a skip, or behind data among code, whose last word may be one
+bool data_may_run(const op_t *data);   // control may come to it
+bool op_is_branch(const op_t *op);     // it names the place that it jumps to or calls
+bool op_writes_pc(const op_t *op);     // PCL, or the latches of its upper bytes
+bool op_writes_pcl(const op_t *op);    // control goes wherever that leads
 
 // Places.
 
-op_t *following(const op_t *op);            // the first node behind it that is no label
-op_t *op_landing(const op_t *jump);         // where a simple jump leads, behind the labels there; null if unknown
+op_t *following(const op_t *op);      // the first node behind it that is no label
+op_t *op_landing(const op_t *jump);   // where a simple jump leads, behind the labels there; null if unknown
 
 // Operands.
 
-bool op_same(const op_t *a, const op_t *b); // equal instructions
+bool op_same(const op_t *a, const op_t *b);   // equal instructions
 bool opnd_same(const opnd_t *a, const opnd_t *b);
 bool op_same_operands(const op_t *a, const op_t *b);
 bool depends_on_bank(const opnd_t *operand);

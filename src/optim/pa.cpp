@@ -41,32 +41,32 @@ constexpr uint16_t NOP_NOT_BEHIND = 2;
 
 // pa_flags
 enum : uint32_t {
-    PAF_TAKEN = 2,                            // the node belongs to an abstraction, made or replaced
-    PAF_JOIN = 4,                             // of a node that isn't taken: a join point
-    PAF_MOVABLE = 8,                          // the place where the node stands allows that it goes
+    PAF_TAKEN = 2,     // the node belongs to an abstraction, made or replaced
+    PAF_JOIN = 4,      // of a node that isn't taken: a join point
+    PAF_MOVABLE = 8,   // the place where the node stands allows that it goes
 };
 
 struct pa_node_t {
-    op_t *pa_ref1;                            // of a join point: the first node that leads to it
-    const char *pa_text;                      // interned
-    uint32_t pa_refs;                         // of a join point: nodes that lead to it
-    uint32_t pa_place;                        // number in the program, from 1; 0 for nodes made here
+    op_t *pa_ref1;         // of a join point: the first node that leads to it
+    const char *pa_text;   // interned
+    uint32_t pa_refs;      // of a join point: nodes that lead to it
+    uint32_t pa_place;     // number in the program, from 1; 0 for nodes made here
     uint32_t pa_hash;
-    uint32_t pa_size;                         // bytes
-    uint32_t pa_len, pa_sum, pa_crc;          // of a candidate: nodes of its run, sum of their hashes, CRC of them
+    uint32_t pa_size;                  // bytes
+    uint32_t pa_len, pa_sum, pa_crc;   // of a candidate: nodes of its run, sum of their hashes, CRC of them
     uint32_t pa_flags;
 };
 
 // A length that members of a group have in common.
 struct length_t {
     uint32_t ss_len, ss_comlen, ss_saving, pairs;
-    op_t *first;                              // the first member of the first pair
+    op_t *first;   // the first member of the first pair
 };
 
 struct pa_group_t {
     vec_t<op_t *> members;
     uint32_t g_len, g_comlen, g_saving, id;
-    op_t *first;                              // of the pair that gives the best length; null if there is none
+    op_t *first;   // of the pair that gives the best length; null if there is none
 };
 
 static struct {
@@ -75,9 +75,9 @@ static struct {
     bool surveyed;
     hash_of<const char *, const char *> texts;
     textbuf_t text;
-    length_t *lengths;                        // of the group that is evaluated
+    length_t *lengths;   // of the group that is evaluated
     uint32_t length_count, length_room;
-    hash_of<uint32_t, uint32_t> by_length;    // place among them, from 1
+    hash_of<uint32_t, uint32_t> by_length;   // place among them, from 1
 } st;
 
 static pa_node_t *pa(const op_t *op) { return op->op_pa; }
@@ -160,19 +160,33 @@ static bool pa_abstractable(const op_t *n)
     if (!movable(n) || !op_free(n) || leads_away(&n->op_opnd1))
         return false;
     switch (n->op_type) {
-    case T_PUSH: case T_RCALL: case T_CALL: case T_NOP: case T_TRAP: case T_DBOUT: case T_SETCNT:
-    case T_DB: case T_DS: case T_ORG: case T_ALIGN: case T_IF: case T_ELSIF: case T_ELSE: case T_ENDIF: case T_MESSG:
-        return false;
-    case T_BRA: case T_BCC:
+    case T_PUSH:
+    case T_RCALL:
+    case T_CALL:
+    case T_NOP:
+    case T_TRAP:
+    case T_DBOUT:
+    case T_SETCNT:
+    case T_DB:
+    case T_DS:
+    case T_ORG:
+    case T_ALIGN:
+    case T_IF:
+    case T_ELSIF:
+    case T_ELSE:
+    case T_ENDIF:
+    case T_MESSG: return false;
+    case T_BRA:
+    case T_BCC:
         if (!op_target(n))
             return false;
         break;
-    case T_MOVFF: case T_MOVFFL:
+    case T_MOVFF:
+    case T_MOVFFL:
         if (leads_away(&n->op_opnd2))
             return false;
         break;
-    default:
-        break;
+    default: break;
     }
     const op_t *next = following(n);
     return next->op_type != T_NOP || next->op_subop != NOP_NOT_BEHIND;
@@ -251,8 +265,8 @@ static bool pa_equal(const op_t *a, const op_t *b, uint32_t length)
         } else if (u->op_type != T_NAME || !pa(u)->pa_ref1) {
             if (pa(u)->pa_text != pa(v)->pa_text)
                 return false;
-        } else if (!pa(v)->pa_ref1 || pa(u)->pa_refs != 1 || pa(v)->pa_refs != 1
-                   || position(a, length, pa(u)->pa_ref1) != position(b, length, pa(v)->pa_ref1)) {
+        } else if (!pa(v)->pa_ref1 || pa(u)->pa_refs != 1 || pa(v)->pa_refs != 1 ||
+                   position(a, length, pa(u)->pa_ref1) != position(b, length, pa(v)->pa_ref1)) {
             return false;
         }
         if (i == length)
@@ -298,16 +312,13 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
 // What is known of each node.
 
 // Whether the node may leave its place at all.
-static bool may_leave(const op_t *op, bool psect_allows)
-{
-    return psect_allows && op_more(op)->op_callstack != 0;
-}
+static bool may_leave(const op_t *op, bool psect_allows) { return psect_allows && op_more(op)->op_callstack != 0; }
 
 // Gives the nodes of a list their records, and finds its join points.
 static void survey(code_list_t *list, uint32_t *place)
 {
     const bool allowed = psect_is_function(list->psect);
-    bool skip = false, behind_skip = false;       // what the last instruction is
+    bool skip = false, behind_skip = false;   // what the last instruction is
     for (op_t *op = list->head.op_next;; op = op->op_next) {
         op->op_pa = xnew<pa_node_t>();
         pa(op)->pa_place = ++*place;
@@ -362,8 +373,8 @@ static void describe(op_t *op, const symbol_t *psect)
     n->pa_size = op->op_next->op_offs - op->op_offs;
     const op_t *t = is_flow(op) ? op_target(op) : nullptr;
     if (t && t->op_psect == psect)
-        n->pa_hash = (t->op_offs - op->op_offs) | static_cast<uint32_t>(op->op_subop) << 16
-                   | static_cast<uint32_t>(op->op_type) << 8;
+        n->pa_hash =
+            (t->op_offs - op->op_offs) | static_cast<uint32_t>(op->op_subop) << 16 | static_cast<uint32_t>(op->op_type) << 8;
     else
         n->pa_hash = crc_string(n->pa_text);
 }
@@ -408,10 +419,14 @@ template <class T> static int compare(T a, T b) { return a < b ? -1 : a > b; }
 static int by_run(op_t *a, op_t *b)
 {
     const pa_node_t *p = pa(a), *q = pa(b);
-    if (int c = compare(q->pa_len, p->pa_len)) return c;
-    if (int c = compare(p->pa_sum, q->pa_sum)) return c;
-    if (int c = compare(p->pa_crc, q->pa_crc)) return c;
-    if (int c = compare(op_more(a)->op_line, op_more(b)->op_line)) return c;
+    if (int c = compare(q->pa_len, p->pa_len))
+        return c;
+    if (int c = compare(p->pa_sum, q->pa_sum))
+        return c;
+    if (int c = compare(p->pa_crc, q->pa_crc))
+        return c;
+    if (int c = compare(op_more(a)->op_line, op_more(b)->op_line))
+        return c;
     return compare(a->op_id, b->op_id);
 }
 
@@ -519,7 +534,8 @@ static op_t *link_new_label(const char *name, op_t *where, const op_t *like)
 // What takes the place of a run: a jump or a call to the procedure, linked before the run.
 static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
 {
-    op_t *op = take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, TPL_CALL, procedure), run);
+    op_t *op =
+        take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, TPL_CALL, procedure), run);
     op_more(op)->op_remark = ";call to abstracted procedure";
     return op_insert_after(run->op_prev, op);
 }

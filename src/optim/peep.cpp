@@ -37,8 +37,8 @@ constexpr int64_t TABLAT_ADDRESS = 0xFF5, STATUS_IN_OLD_BANK = 3;
 bool opt_late;
 
 static struct {
-    op_t *next;        // where the walk goes on
-    bool skipped;      // the current node may not run
+    op_t *next;     // where the walk goes on
+    bool skipped;   // the current node may not run
 } walk;
 
 // Questions.
@@ -54,7 +54,8 @@ static bool to_w(const op_t *op) { return op->op_dest == DEST_W; }
 // A test of bit `bit` of status.
 static bool tests_status(const op_t *op, int64_t bit)
 {
-    return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && sfr_isCertain(&op->op_opnd1) && is_plain(&op->op_opnd2, bit);
+    return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && sfr_isCertain(&op->op_opnd1) &&
+           is_plain(&op->op_opnd2, bit);
 }
 
 // Whether the operand is a register named by a number or a symbol. One that is written as a symbol XOR the bank of a
@@ -64,8 +65,8 @@ static bool opnd_plain_reg(opnd_t *o)
     value_t *v = &o->opnd_value;
     if (v->v_rtype == RT_XOR && v->v_offs == 0 && value_left(v)->v_rtype == RT_SYM && value_right(v)->v_rtype == RT_AND) {
         const value_t *area = value_right(v), *p = value_left(area), *mask = value_right(area);
-        if (area->v_offs == 0 && mask->v_rtype == RT_CONST && mask->v_offs == 0xFF00 && p->v_rtype == RT_SYM
-            && strstr(p->v_sym->s_name, "__Lparam"))
+        if (area->v_offs == 0 && mask->v_rtype == RT_CONST && mask->v_offs == 0xFF00 && p->v_rtype == RT_SYM &&
+            strstr(p->v_sym->s_name, "__Lparam"))
             *v = *value_left(v);
     }
     return o->opnd_kind == OPND_DATA && (v->v_rtype == RT_CONST || v->v_rtype == RT_SYM);
@@ -86,11 +87,14 @@ static bool w_flags_valid(const op_t *n)
 {
     for (const op_t *op = n->op_prev;; op = op->op_prev) {
         switch (op->op_type) {
-        case T_SUBWF: case T_MOVF: case T_ANDWF: case T_INCF: case T_ADDWF:
-            return to_w(op) && !op_may_not_run(op);
-        case T_ADDLW:
-            return op->op_subop != TPL_MULLW && !op_may_not_run(op);
-        case T_SWAPF: case T_DECFSZ:
+        case T_SUBWF:
+        case T_MOVF:
+        case T_ANDWF:
+        case T_INCF:
+        case T_ADDWF: return to_w(op) && !op_may_not_run(op);
+        case T_ADDLW: return op->op_subop != TPL_MULLW && !op_may_not_run(op);
+        case T_SWAPF:
+        case T_DECFSZ:
             if (to_w(op))
                 return false;
             break;
@@ -104,10 +108,11 @@ static bool w_flags_valid(const op_t *n)
             if (sfr_isStatus(&op->op_opnd1))
                 return false;
             break;
-        case T_MOVLB: case T_TRAP: case T_DBOUT: case T_SETCNT:
-            break;
-        default:
-            return false;
+        case T_MOVLB:
+        case T_TRAP:
+        case T_DBOUT:
+        case T_SETCNT: break;
+        default: return false;
         }
     }
 }
@@ -176,8 +181,8 @@ template <size_t COUNT> static bool tried(const peep_rule_t (&rules)[COUNT], op_
 static bool m1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || !dead_zn(n)
-        || !dead2(REG_W, n) || !names_whole_register(n))
+    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || !dead_zn(n) || !dead2(REG_W, n) ||
+        !names_whole_register(n))
         return false;
     opt_fired("M1", RO, n);
     m->op_opnd1 = n->op_opnd1;
@@ -204,8 +209,8 @@ static bool m2(op_t *n)
 static bool m3(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !reg_equals_w(&m->op_opnd1)
-        || (n->op_flags & OPF_INDEXED))
+    if (m->op_type != T_ANDWF || !to_w(m) || op_volatile(n) || op_volatile(m) || !reg_equals_w(&m->op_opnd1) ||
+        (n->op_flags & OPF_INDEXED))
         return false;
     opt_fired("M3", RO, n);
     m->op_opnd1 = n->op_opnd1;
@@ -253,16 +258,16 @@ static bool moves_on(const char *rule, op_t *n, const opnd_t *to)
 static bool f2(op_t *n)
 {
     op_t *m = n->op_next;
-    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1)
-        && dead2(REG_W, n) && names_whole_register(m) && moves_on("F2", n, &m->op_opnd1);
+    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1) &&
+           dead2(REG_W, n) && names_whole_register(m) && moves_on("F2", n, &m->op_opnd1);
 }
 
 // movff x,wreg / movff wreg,y
 static bool f3(op_t *n)
 {
     op_t *m = n->op_next;
-    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVFF && op_free(m) && sfr_isWreg(&m->op_opnd1)
-        && !sfr_isPlusw(&m->op_opnd2) && dead2(REG_W, n) && moves_on("F3", n, &m->op_opnd2);
+    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVFF && op_free(m) && sfr_isWreg(&m->op_opnd1) &&
+           !sfr_isPlusw(&m->op_opnd2) && dead2(REG_W, n) && moves_on("F3", n, &m->op_opnd2);
 }
 
 // movff x,wreg, where W holds x
@@ -322,8 +327,8 @@ static bool find_if_else(op_t *b, uint16_t jump_type, if_else_t *s)
     if (s->arm->op_type == 0 || !s->other || s->other->op_type == 0)
         return false;
     s->jump = s->arm->op_next;
-    return s->jump->op_type == jump_type && op_landing(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm)
-        && op_free(s->other);
+    return s->jump->op_type == jump_type && op_landing(s->jump) == following(s->other) && op_free(s->g) && op_free(s->arm) &&
+           op_free(s->other);
 }
 
 static bool override_arm(const char *rule, op_t *b, const if_else_t &s)
@@ -358,38 +363,39 @@ static bool is_other_bit(const opnd_t *a, const opnd_t *b)
 static bool may_precede(const op_t *write, const op_t *b)
 {
     const opnd_t *o = op_written(write), *tested = &b->op_opnd1;
-    return !sfr_isPc(o) && !(sfr_isBsr(o) && depends_on_bank(tested)) && !sfr_isIndirect(tested)
-        && (are_apart(o, tested) || (write->op_type == T_BCF && !op_volatile(b) && is_other_bit(&write->op_opnd2, &b->op_opnd2)));
+    return !sfr_isPc(o) && !(sfr_isBsr(o) && depends_on_bank(tested)) && !sfr_isIndirect(tested) &&
+           (are_apart(o, tested) ||
+            (write->op_type == T_BCF && !op_volatile(b) && is_other_bit(&write->op_opnd2, &b->op_opnd2)));
 }
 
 // The arms are bcf p and bsf p.
 static bool b2(op_t *b)
 {
     if_else_t s;
-    return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm)
-        && !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT && op_same_operands(s.arm, s.other)
-        && may_precede(s.arm, b) && label_only_from(s.other->op_prev, s.jump)
-        && override_arm("B2", b, s);
+    return find_if_else(b, T_BRA, &s) && s.arm->op_type == T_BCF && s.other->op_type == T_BCF && !op_volatile(s.arm) &&
+           !op_volatile(s.other) && (s.arm->op_subop ^ s.other->op_subop) == TPL_INVERT &&
+           op_same_operands(s.arm, s.other) && may_precede(s.arm, b) && label_only_from(s.other->op_prev, s.jump) &&
+           override_arm("B2", b, s);
 }
 
 // The arms are movlw.
 static bool b3(op_t *b)
 {
     if_else_t s;
-    return find_if_else(b, T_GOTO, &s) && s.arm->op_type == T_MOVLW && s.other->op_type == T_MOVLW
-        && !sfr_isWreg(&b->op_opnd1) && !sfr_isPlusw(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump)
-        && override_arm("B3", b, s);
+    return find_if_else(b, T_GOTO, &s) && s.arm->op_type == T_MOVLW && s.other->op_type == T_MOVLW &&
+           !sfr_isWreg(&b->op_opnd1) && !sfr_isPlusw(&b->op_opnd1) && label_only_from(s.other->op_prev, s.jump) &&
+           override_arm("B3", b, s);
 }
 
 // The arms write p, the second one without regard to what it holds.
 static bool b4(op_t *b)
 {
     if_else_t s;
-    return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm)))
-        && (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF))
-        && op_same_operands(s.arm, s.other) && may_precede(s.arm, b) && !sfr_isWreg(&s.arm->op_opnd1)
-        && !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1)
-        && label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
+    return find_if_else(b, T_GOTO, &s) && (s.arm->op_type == T_MOVWF || (s.arm->op_type == T_SWAPF && !to_w(s.arm))) &&
+           (s.other->op_type == T_MOVWF || (s.other->op_type == T_CLRF && s.other->op_subop != TPL_NEGF)) &&
+           op_same_operands(s.arm, s.other) && may_precede(s.arm, b) && !sfr_isWreg(&s.arm->op_opnd1) &&
+           !op_volatile(s.arm) && !op_volatile(s.other) && !sfr_isWreg(&b->op_opnd1) &&
+           label_only_from(s.other->op_prev, s.jump) && override_arm("B4", b, s);
 }
 
 // Whether the operand is file select `i` itself or an access through it.
@@ -404,8 +410,8 @@ static bool depends_on_select(const opnd_t *o, int64_t i)
 static bool b5(op_t *b)
 {
     if_else_t s;
-    if (!find_if_else(b, T_GOTO, &s) || s.arm->op_type != T_LFSR || s.other->op_type != T_LFSR
-        || s.arm->op_subop != s.other->op_subop || depends_on_select(&b->op_opnd1, s.arm->op_subop >> 4 & 3))
+    if (!find_if_else(b, T_GOTO, &s) || s.arm->op_type != T_LFSR || s.other->op_type != T_LFSR ||
+        s.arm->op_subop != s.other->op_subop || depends_on_select(&b->op_opnd1, s.arm->op_subop >> 4 & 3))
         return false;
     op_t *label = s.other->op_prev;
     if (label->op_type != T_NAME || label->op_prev != s.jump)
@@ -482,12 +488,14 @@ static void on_decfsz(op_t *n)
 static bool d1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (n->op_subop == TPL_COMF || walk.skipped || op_may_not_run(n) || !tests_status(m, 2) || !op_free(m) || !dead(REG_C, n)
-        || !dead(REG_N, n) || !dead2(REG_Z, n) || nxtuse(REG_Z, op_target(m), n, n))
+    if (n->op_subop == TPL_COMF || walk.skipped || op_may_not_run(n) || !tests_status(m, 2) || !op_free(m) ||
+        !dead(REG_C, n) || !dead(REG_N, n) || !dead2(REG_Z, n) || nxtuse(REG_Z, op_target(m), n, n))
         return false;
     const bool if_set = m->op_subop == TPL_BTFSS;
     becomes("D1", SJ, n, T_DECFSZ,
-            n->op_subop == TPL_DECF ? if_set ? TPL_DECFSZ : TPL_DCFSNZ : if_set ? TPL_INCFSZ : TPL_INFSNZ);
+            n->op_subop == TPL_DECF ? if_set ? TPL_DECFSZ : TPL_DCFSNZ
+            : if_set                ? TPL_INCFSZ
+                                    : TPL_INFSNZ);
     drop(m);
     on_decfsz(n);
     return true;
@@ -514,7 +522,8 @@ static bool a1(op_t *n)
 // andwf x,w, W = 0
 static bool a2(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_ANDWF) && !walk.skipped && reg_w_is(0) && !op_volatile(n) && dead_zn(n) && deletes("A2", RO, n);
+    return is(n, T_ANDWF, TPL_ANDWF) && !walk.skipped && reg_w_is(0) && !op_volatile(n) && dead_zn(n) &&
+           deletes("A2", RO, n);
 }
 
 // A3 and A5: nothing is done to what sets a carry that is needed.
@@ -541,10 +550,7 @@ static bool a4(op_t *n)
     return true;
 }
 
-static bool is_idle(const op_t *n)
-{
-    return !op_volatile(n) && dead(REG_W, n) && dead_zn(n);
-}
+static bool is_idle(const op_t *n) { return !op_volatile(n) && dead(REG_W, n) && dead_zn(n); }
 
 // btfsc p / n, where nothing of n is needed
 static bool a6(op_t *n)
@@ -582,7 +588,8 @@ static bool g1(op_t *n)
 // andwf x,f, W = 0
 static bool g2(op_t *n)
 {
-    return is(n, T_ANDWF, TPL_ANDWF) && reg_w_is(0) && !op_volatile(n) && dead_zn(n) && becomes("G2", RO, n, T_CLRF, TPL_CLRF);
+    return is(n, T_ANDWF, TPL_ANDWF) && reg_w_is(0) && !op_volatile(n) && dead_zn(n) &&
+           becomes("G2", RO, n, T_CLRF, TPL_CLRF);
 }
 
 // xorwf x,f, W = 255
@@ -594,8 +601,8 @@ static bool g3(op_t *n)
 // iorwf x,f or xorwf x,f, W = 0
 static bool g4(op_t *n)
 {
-    return n->op_type == T_ANDWF && n->op_subop != TPL_ANDWF && reg_w_is(0) && !op_volatile(n) && dead_zn(n)
-        && deletes("G4", RO, n);
+    return n->op_type == T_ANDWF && n->op_subop != TPL_ANDWF && reg_w_is(0) && !op_volatile(n) && dead_zn(n) &&
+           deletes("G4", RO, n);
 }
 
 // addwfc x,f, no carry, W = 0
@@ -697,10 +704,7 @@ static bool only_tests(const op_t *n)
 }
 
 // iorlw 0
-static bool l2(op_t *n)
-{
-    return only_tests(n) && (w_flags_valid(n) || dead_zn(n)) && deletes("L2", RO, n);
-}
+static bool l2(op_t *n) { return only_tests(n) && (w_flags_valid(n) || dead_zn(n)) && deletes("L2", RO, n); }
 
 // andlw 0, W = 0
 static bool l3(op_t *n)
@@ -755,8 +759,8 @@ static void on_return(op_t *n)
 static bool restores_page(const op_t *op)
 {
     const value_t *bit = &op->op_opnd2.opnd_value;
-    return op->op_type == T_BCF && is_plain(&op->op_opnd1, STATUS_IN_OLD_BANK) && bit->v_rtype == RT_CONST
-        && bit->v_offs >= 5 && op_free(op) && !op_marked(op);
+    return op->op_type == T_BCF && is_plain(&op->op_opnd1, STATUS_IN_OLD_BANK) && bit->v_rtype == RT_CONST &&
+           bit->v_offs >= 5 && op_free(op) && !op_marked(op);
 }
 
 // call f / return
@@ -794,10 +798,7 @@ static void on_call(op_t *n)
 // W: movlw.
 
 // movlw k, W = k
-static bool w1(op_t *n)
-{
-    return opnd_same(&n->op_opnd1, &reg.w_lit) && deletes("W1", RO, n);
-}
+static bool w1(op_t *n) { return opnd_same(&n->op_opnd1, &reg.w_lit) && deletes("W1", RO, n); }
 
 // movlw 1 / addwf x. The work on the movlw goes on.
 static bool w2(op_t *n)
@@ -809,10 +810,7 @@ static bool w2(op_t *n)
 }
 
 // movlw, and W isn't needed
-static bool w3(op_t *n)
-{
-    return dead(REG_W, n) && deletes("W3", RO, n);
-}
+static bool w3(op_t *n) { return dead(REG_W, n) && deletes("W3", RO, n); }
 
 constexpr peep_rule_t movlw_rules[] = {{w1}, {w2, true}, {w3}};
 
@@ -854,20 +852,18 @@ static void on_movlb(op_t *n)
 // V: movwf.
 
 // movwf x, where W holds x
-static bool v1(op_t *n)
-{
-    return !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("V1", RO, n);
-}
+static bool v1(op_t *n) { return !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("V1", RO, n); }
 
 // incf x,w / movwf x
 static bool v2(op_t *n)
 {
     op_t *p = n->op_prev;
     const bool one_access_does = sfr_isIndirect(&n->op_opnd1)
-        ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2)) : !sfr_isStatus(&n->op_opnd1);
-    if ((p->op_type != T_ANDWF && p->op_type != T_INCF && p->op_type != T_ADDWF) || !to_w(p)
-        || !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || op_marked(p) || op_marked(n) || op_may_not_run(p)
-        || !dead(REG_W, n))
+                                     ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2))
+                                     : !sfr_isStatus(&n->op_opnd1);
+    if ((p->op_type != T_ANDWF && p->op_type != T_INCF && p->op_type != T_ADDWF) || !to_w(p) ||
+        !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || op_marked(p) || op_marked(n) || op_may_not_run(p) ||
+        !dead(REG_W, n))
         return false;
     opt_fired("V2", SA, n);
     p->op_dest = DEST_F;
@@ -921,8 +917,8 @@ static bool t1(op_t *n)
 static bool t2(op_t *n)
 {
     const op_t *m = n->op_next;
-    return n->op_subop == TPL_TBLRD && m->op_type == T_CLRF && m->op_subop != TPL_NEGF && !op_marked(n)
-        && is_plain(&m->op_opnd1, TABLAT_ADDRESS) && sfr_isCertain(&m->op_opnd1) && deletes("T2", SJ, n);
+    return n->op_subop == TPL_TBLRD && m->op_type == T_CLRF && m->op_subop != TPL_NEGF && !op_marked(n) &&
+           is_plain(&m->op_opnd1, TABLAT_ADDRESS) && sfr_isCertain(&m->op_opnd1) && deletes("T2", SJ, n);
 }
 
 // tblrd*+ / tblrd*
@@ -950,7 +946,10 @@ static void on_bcf(op_t *n)
 {
     const value_t *bit = &n->op_opnd2.opnd_value;
     if (sfr_isStatus(&n->op_opnd1) && (bit->v_rtype != RT_CONST || bit->v_offs == 0))
-        reg_set_carry(bit->v_rtype != RT_CONST || !sfr_isCertain(&n->op_opnd1) ? -1 : n->op_subop == TPL_BSF ? 1 : n->op_subop == TPL_BCF ? 0 : -1);
+        reg_set_carry(bit->v_rtype != RT_CONST || !sfr_isCertain(&n->op_opnd1) ? -1
+                      : n->op_subop == TPL_BSF                                 ? 1
+                      : n->op_subop == TPL_BCF                                 ? 0
+                                                                               : -1);
     walk.skipped = false;
     reg_written(&n->op_opnd1);
 }
@@ -1022,6 +1021,7 @@ struct section_t {
     void (*work)(op_t *n) = nullptr;
 };
 
+// clang-format off
 constexpr section_t sections[] = {
     {T_MOVF, on_movf}, {T_MOVFF, on_movff}, {T_BTFSC, on_btfsc}, {T_INCF, on_incf}, {T_SUBWF, on_arithmetic},
     {T_ANDWF, on_arithmetic}, {T_ADDWF, on_arithmetic}, {T_ADDLW, on_addlw}, {T_RETURN, on_return}, {T_CALL, on_call},
@@ -1033,6 +1033,7 @@ constexpr section_t sections[] = {
     {T_BANKSEL}, {T_MOVSF}, {T_MOVSS}, {T_MOVSFL}, {T_ORG}, {T_ALIGN}, {T_NAME}, {T_NUMLABEL}, {T_IF}, {T_ELSIF}, {T_ELSE},
     {T_ENDIF}, {T_ENDM}, {T_TITLE}, {T_INCLUDE}, {T_MESSG}, {T_EQU}, {T_SET},
 };
+// clang-format on
 constexpr auto section_of_kind = rows_by_kind(sections);
 
 static void visit(op_t *n)

@@ -17,8 +17,8 @@
 #include "common/xalloc.h"
 #include "optim/node.h"
 
-constexpr int64_t ALL = int64_t{1} << 33;    // units: beyond any psect
-constexpr int MOST_DEFINITIONS = 100;        // that are followed one after the other
+constexpr int64_t ALL = int64_t{1} << 33;   // units: beyond any psect
+constexpr int MOST_DEFINITIONS = 100;       // that are followed one after the other
 
 // A place, `units` from the node `base` or from the psect's beginning.
 struct pinned_place_t {
@@ -31,8 +31,8 @@ struct pinned_place_t {
 static struct {
     pinned_place_t *places;
     size_t count, room;
-    uint32_t steps;             // left for the operand looked at: names may be defined by each other in a circle
-    const symbol_t *sized;      // the psect that has its sizes
+    uint32_t steps;          // left for the operand looked at: names may be defined by each other in a circle
+    const symbol_t *sized;   // the psect that has its sizes
 } st;
 
 static void note_place(symbol_t *psect, const op_t *base, int64_t units)
@@ -44,8 +44,9 @@ static void note_place(symbol_t *psect, const op_t *base, int64_t units)
 // What a symbol that was defined as an expression stands for.
 static value_t resolved(value_t v)
 {
-    for (int i = 0; i < MOST_DEFINITIONS && v.v_rtype == RT_SYM && !v.v_sym->s_defop && (v.v_sym->s_flags & S_EQU)
-                    && !sym_is_self(v.v_sym); i++) {
+    for (int i = 0; i < MOST_DEFINITIONS && v.v_rtype == RT_SYM && !v.v_sym->s_defop && (v.v_sym->s_flags & S_EQU) &&
+                    !sym_is_self(v.v_sym);
+         i++) {
         const int64_t offs = v.v_offs;
         v = v.v_sym->s_value;
         v.v_offs = wrap_plus(v.v_offs, offs);
@@ -67,7 +68,7 @@ static void note_places(const op_t *op, const value_t *value, bool exact)
     } else if (v.v_rtype == RT_HERE) {
         if (!exact)
             note_place(op->op_psect, nullptr, ALL);
-        else if (!jump || v.v_offs != 0)      // a jump to itself may stand anywhere
+        else if (!jump || v.v_offs != 0)   // a jump to itself may stand anywhere
             note_place(op->op_psect, op, v.v_offs);
     } else if (v.v_rtype == RT_PSECT) {
         note_place(v.v_sym, nullptr, exact ? v.v_offs : ALL);
@@ -94,7 +95,7 @@ static void find_places()
     for (const code_list_t *list : psect_list)
         for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
             if (op->op_type == T_EQU || op->op_type == T_SET)
-                continue;                     // it counts where it is used
+                continue;   // it counts where it is used
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
                 note_operand(op, &op->op_opnd1.opnd_value, true);
             if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
@@ -153,7 +154,7 @@ static void pin_ways(pinned_place_t *places, size_t n)
     }
     std::sort(places, places + n, [](const pinned_place_t &a, const pinned_place_t &b) { return a.from < b.from; });
     std::sort(targets, targets + n);
-    size_t ways = 1;                          // those that overlap become one
+    size_t ways = 1;   // those that overlap become one
     for (size_t i = 1; i < n; i++)
         if (places[i].from <= places[ways - 1].to)
             places[ways - 1].to = std::max(places[ways - 1].to, places[i].to);
@@ -163,7 +164,7 @@ static void pin_ways(pinned_place_t *places, size_t n)
     for (op_t *op = list->head.op_next;; op = op->op_next) {
         const int64_t at = op->op_offs, behind = op->op_type ? op->op_next->op_offs : at;
         const pinned_place_t *way = std::lower_bound(places, places + ways, std::max(behind, at + 1),
-                                              [](const pinned_place_t &p, int64_t end) { return p.from < end; });
+                                                     [](const pinned_place_t &p, int64_t end) { return p.from < end; });
         if (op->op_type != T_NAME && way != places && way[-1].to > at)
             pin(op);
         // The first node at or behind a place. Positions go back at an `org`.
@@ -184,10 +185,12 @@ static void pin_ways(pinned_place_t *places, size_t n)
 static bool is_arm(const op_t *op)
 {
     switch (op->op_type) {
-    case T_GOTO: case T_BRA: case T_RETLW: case T_RETURN: case T_DB:
-        return true;
-    default:
-        return false;
+    case T_GOTO:
+    case T_BRA:
+    case T_RETLW:
+    case T_RETURN:
+    case T_DB: return true;
+    default: return false;
     }
 }
 
@@ -205,7 +208,7 @@ static void pin_tables(code_list_t *list)
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op->op_type == T_NAME) {
             if (run == ANYTHING)
-                op->op_flags |= OPF_PINNED;     // where what is known in the run ends
+                op->op_flags |= OPF_PINNED;   // where what is known in the run ends
             if (run == ANYTHING || begins_table(op))
                 run = ARMS;
             continue;

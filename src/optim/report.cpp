@@ -12,21 +12,15 @@ bool opt_changed;
 static uint16_t counters[CNT_COUNT];
 
 static const char *const counter_names[CNT_COUNT] = {
-    "Redundant labels", "Jumps to jumps", "Stack adjustments", "Temporary labels", "Unref'ed labels", "Unreachable code",
-    "Jumps to .+1", "Skips over jumps", "Common code seq's", "Redundant exx's", "Ex (sp),hl's used", "Redundant operations",
-    "Redundant loads/stores", "Simplified addresses", "Xor a's used", "Mov's changed to xchg", "Code motions",
-    "Loops inverted",
+    "Redundant labels",      "Jumps to jumps",       "Stack adjustments",      "Temporary labels",     "Unref'ed labels",
+    "Unreachable code",      "Jumps to .+1",         "Skips over jumps",       "Common code seq's",    "Redundant exx's",
+    "Ex (sp),hl's used",     "Redundant operations", "Redundant loads/stores", "Simplified addresses", "Xor a's used",
+    "Mov's changed to xchg", "Code motions",         "Loops inverted",
 };
 
-void opt_count(opt_counter_t counter)
-{
-    counters[counter]++;
-}
+void opt_count(opt_counter_t counter) { counters[counter]++; }
 
-uint16_t opt_counter(opt_counter_t counter)
-{
-    return counters[counter];
-}
+uint16_t opt_counter(opt_counter_t counter) { return counters[counter]; }
 
 // Rule, counter, what the node says, and where it comes from.
 static void trace_rule(const char *rule, const char *counter, const op_t *op)

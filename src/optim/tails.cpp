@@ -24,8 +24,8 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
 {
     tail_t t = {};
     op_t *a = index_before(g, skip_labels), *b = index_before(c, skip_labels);
-    while (a != b && a != c && b != g && op_same(a, b) && !op_writes_pc(a) && a->op_type != T_CALL && op_free(a)
-           && !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
+    while (a != b && a != c && b != g && op_same(a, b) && !op_writes_pc(a) && a->op_type != T_CALL && op_free(a) &&
+           !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
         t.a = a;
         t.b = b;
         t.length++;

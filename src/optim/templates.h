@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+// clang-format off
 enum template_t : uint16_t {
     TPL_ADDWF = 0x2400, TPL_ADDWFC = 0x2000, TPL_SUBWF = 0x5C00, TPL_SUBWFB = 0x5800, TPL_SUBFWB = 0x5400,
     TPL_ANDWF = 0x1400, TPL_IORWF = 0x1000, TPL_XORWF = 0x1800,
@@ -20,3 +21,4 @@ enum template_t : uint16_t {
     TPL_INVERT = 0x1000,   // between btfsc and btfss, bcf and bsf
     TPL_FAST = 0x0100,     // of a call that saves registers
 };
+// clang-format on

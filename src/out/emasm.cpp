@@ -37,12 +37,12 @@ enum : unsigned { EQU_DEPTH = 1000, EQU_TEXT = 1 << 12 };   // names are printed
 enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };
 
 static struct {
-    FILE *to;                  // assembly text; null for a listing
+    FILE *to;   // assembly text; null for a listing
     textbuf_t text;
-    const char *last_file;     // told by `file` and `line`
+    const char *last_file;   // told by `file` and `line`
     uint64_t last_line;
-    unsigned depth;            // of the expression that is being printed
-    size_t value_start;        // in `text`: of its outermost one
+    unsigned depth;       // of the expression that is being printed
+    size_t value_start;   // in `text`: of its outermost one
 } st;
 
 // Text.
@@ -255,9 +255,7 @@ static void asm_value(const value_t *v)
     st.depth = 0;
     st.value_start = st.text.length;
     switch (v->v_rtype) {
-    case RT_CONST:
-        put_number(v->v_offs);
-        break;
+    case RT_CONST: put_number(v->v_offs); break;
     case RT_SYM:
     case RT_TLABF:
     case RT_TLABB:
@@ -267,9 +265,7 @@ static void asm_value(const value_t *v)
             put_number(v->v_offs);
         }
         break;
-    default:
-        asm_expr(v);
-        break;
+    default: asm_expr(v); break;
     }
 }
 
@@ -277,8 +273,7 @@ static void asm_opnd(const opnd_t *o)
 {
     const value_t *v = &o->opnd_value;
     switch (o->opnd_kind) {
-    case OPND_NONE:
-        return;
+    case OPND_NONE: return;
     case OPND_DATA:
         if (v->v_rtype == RT_CONST)
             if (const char *sfr = v->v_offs >= 0 ? sfr_nameAt(v->v_offs) : nullptr) {
@@ -288,12 +283,8 @@ static void asm_opnd(const opnd_t *o)
         [[fallthrough]];
     case OPND_LIT:
     case OPND_CODE:
-    case OPND_BIT:
-        asm_value(v);
-        return;
-    default:
-        alert_msg(809, static_cast<int>(o->opnd_kind));
-        return;
+    case OPND_BIT: asm_value(v); return;
+    default: alert_msg(809, static_cast<int>(o->opnd_kind)); return;
     }
 }
 
@@ -489,20 +480,21 @@ struct statement_t {
 };
 
 static constexpr statement_t statement_rows[] = {
-    {T_SUBWF, st_file_dest}, {T_MOVF, st_file_dest}, {T_SWAPF, st_file_dest}, {T_RLCF, st_file_dest},
-    {T_DECFSZ, st_file_dest}, {T_ANDWF, st_file_dest}, {T_INCF, st_file_dest}, {T_ADDWF, st_file_dest},
-    {T_BCF, st_bit}, {T_BTFSC, st_bit},
-    {T_MULWF, st_file}, {T_CPFSEQ, st_file}, {T_MOVWF, st_file}, {T_CLRF, st_file},
-    {T_DB, st_db}, {T_MOVFF, st_two}, {T_MOVFFL, st_two}, {T_ADDFSR, st_two},
-    {T_CALLW, st_plain}, {T_PUSH, st_plain}, {T_NOP, st_plain}, {T_TRET, st_plain}, {T_DBOUT, st_plain},
-    {T_LFSR, st_lfsr},
-    {T_BRA, st_one}, {T_BCC, st_one}, {T_RCALL, st_one}, {T_ADDULNK, st_one}, {T_PUSHL, st_one}, {T_ADDLW, st_one},
-    {T_RETLW, st_one}, {T_MOVLW, st_one}, {T_BANKSEL, st_one}, {T_MOVLB, st_one}, {T_SETCNT, st_one},
-    {T_MOVSF, st_movsf}, {T_MOVSFL, st_movsf}, {T_MOVSS, st_movss},
-    {T_DS, st_value}, {T_ELSIF, st_value}, {T_IF, st_value}, {T_ELSE, st_else}, {T_ENDIF, st_else},
-    {T_ENDM, st_none}, {T_EQU, st_none}, {T_INCLUDE, st_none}, {T_TITLE, st_none},
-    {T_MESSG, st_messg}, {T_GOTO, st_goto}, {T_RETURN, st_return}, {T_CALL, st_call}, {T_ORG, st_org}, {T_SET, st_set},
-    {T_TRAP, st_trap}, {T_TBLRD, st_tblrd}, {T_ALIGN, st_align}, {T_NUMLABEL, st_numlabel}, {T_NAME, st_name},
+    {T_SUBWF, st_file_dest},   {T_MOVF, st_file_dest},  {T_SWAPF, st_file_dest}, {T_RLCF, st_file_dest},
+    {T_DECFSZ, st_file_dest},  {T_ANDWF, st_file_dest}, {T_INCF, st_file_dest},  {T_ADDWF, st_file_dest},
+    {T_BCF, st_bit},           {T_BTFSC, st_bit},       {T_MULWF, st_file},      {T_CPFSEQ, st_file},
+    {T_MOVWF, st_file},        {T_CLRF, st_file},       {T_DB, st_db},           {T_MOVFF, st_two},
+    {T_MOVFFL, st_two},        {T_ADDFSR, st_two},      {T_CALLW, st_plain},     {T_PUSH, st_plain},
+    {T_NOP, st_plain},         {T_TRET, st_plain},      {T_DBOUT, st_plain},     {T_LFSR, st_lfsr},
+    {T_BRA, st_one},           {T_BCC, st_one},         {T_RCALL, st_one},       {T_ADDULNK, st_one},
+    {T_PUSHL, st_one},         {T_ADDLW, st_one},       {T_RETLW, st_one},       {T_MOVLW, st_one},
+    {T_BANKSEL, st_one},       {T_MOVLB, st_one},       {T_SETCNT, st_one},      {T_MOVSF, st_movsf},
+    {T_MOVSFL, st_movsf},      {T_MOVSS, st_movss},     {T_DS, st_value},        {T_ELSIF, st_value},
+    {T_IF, st_value},          {T_ELSE, st_else},       {T_ENDIF, st_else},      {T_ENDM, st_none},
+    {T_EQU, st_none},          {T_INCLUDE, st_none},    {T_TITLE, st_none},      {T_MESSG, st_messg},
+    {T_GOTO, st_goto},         {T_RETURN, st_return},   {T_CALL, st_call},       {T_ORG, st_org},
+    {T_SET, st_set},           {T_TRAP, st_trap},       {T_TBLRD, st_tblrd},     {T_ALIGN, st_align},
+    {T_NUMLABEL, st_numlabel}, {T_NAME, st_name},
 };
 
 enum : unsigned { TYPES = T_PF_CODECOV + 1 };
@@ -658,8 +650,8 @@ static void put_optim(uint32_t bits)
     static constexpr struct {
         uint32_t bit;
         const char *word;
-    } words[] = {{PO_INLINE, "inline"}, {PO_PA, "pa"}, {PO_JUMP, "jump"}, {PO_PEEP, "peep"}, {PO_REMOVE, "remove"},
-                 {PO_CODECOV, "codecov"}};
+    } words[] = {{PO_INLINE, "inline"}, {PO_PA, "pa"},         {PO_JUMP, "jump"},
+                 {PO_PEEP, "peep"},     {PO_REMOVE, "remove"}, {PO_CODECOV, "codecov"}};
     if (!(bits & PO_GIVEN))
         return;
     const char *before = ",optim=";

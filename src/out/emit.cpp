@@ -13,7 +13,7 @@
 #include "out/objtext.h"
 
 static struct {
-    const char *last_file;       // told to debuggers
+    const char *last_file;   // told to debuggers
     uint64_t last_line;
 } st;
 

@@ -43,9 +43,9 @@ struct queued_t {
 
 static struct {
     FILE *to;
-    uint32_t page_line;          // lines on the current page; 0: a header is due
+    uint32_t page_line;   // lines on the current page; 0: a header is due
     uint32_t page_no, line_no;
-    bool addr_pending;           // `addr` waits for the address column
+    bool addr_pending;   // `addr` waits for the address column
     value_t addr;
     queued_t *queue;
     size_t queued, queue_room;

@@ -36,16 +36,10 @@ static struct {
 
 // Words.
 
-static void put_word(uint32_t word)
-{
-    st.emit(word, nullptr, 2, 0);
-}
+static void put_word(uint32_t word) { st.emit(word, nullptr, 2, 0); }
 
 // A word whose low `bits` bits are a field.
-static void put_field(uint32_t word, const value_t &value, unsigned bits)
-{
-    st.emit(word, &value, 2, bits);
-}
+static void put_field(uint32_t word, const value_t &value, unsigned bits) { st.emit(word, &value, 2, bits); }
 
 static value_t number(int64_t n) { return value_const(n); }
 
@@ -98,10 +92,7 @@ static void enc_pushl(const op_t *op) { put_field(op->op_subop, strict_operand(&
 static void enc_addulnk(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 6), 6); }
 static void enc_setcnt(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 6); }
 static void enc_movlb(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), bank_bits()); }
-static void enc_banksel(const op_t *op)
-{
-    put_field(0x0100, calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits());
-}
+static void enc_banksel(const op_t *op) { put_field(0x0100, calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits()); }
 static void enc_trap(const op_t *) { put_word(chip_archIs(ARCH_X | ARCH_IVT) ? 0x00C0 : 0x00E0); }
 
 static void enc_bit(const op_t *op)
@@ -267,8 +258,8 @@ static void enc_bra(const op_t *op)
         return;
     }
     const int64_t behind = static_cast<int64_t>(cur_psect->s_psect->p_curr + 2);
-    const value_t next = target.v_rtype == RT_CONST && psect_is_abs(cur_psect) ? number(behind)
-                                                                               : value_psect_offset(cur_psect, behind);
+    const value_t next =
+        target.v_rtype == RT_CONST && psect_is_abs(cur_psect) ? number(behind) : value_psect_offset(cur_psect, behind);
     put_field(op->op_subop, calc(OPC_DIV, calc(OPC_MINUS, target, next), number(2)), 11);
 }
 
@@ -343,18 +334,21 @@ struct encoder_t {
 };
 
 static constexpr encoder_t encoder_rows[] = {
-    {T_SUBWF, enc_file_dest}, {T_MOVF, enc_file_dest}, {T_SWAPF, enc_file_dest}, {T_RLCF, enc_file_dest},
-    {T_DECFSZ, enc_file_dest}, {T_ANDWF, enc_file_dest}, {T_INCF, enc_file_dest}, {T_ADDWF, enc_file_dest},
-    {T_MULWF, enc_file}, {T_CPFSEQ, enc_file}, {T_MOVWF, enc_file}, {T_CLRF, enc_file}, {T_BCF, enc_bit}, {T_BTFSC, enc_bit},
-    {T_CALLW, enc_plain}, {T_PUSH, enc_plain}, {T_RETURN, enc_plain}, {T_TRET, enc_plain}, {T_DBOUT, enc_plain},
-    {T_TBLRD, enc_plain}, {T_TRAP, enc_trap}, {T_NOP, enc_nop}, {T_ADDLW, enc_literal}, {T_RETLW, enc_literal},
-    {T_MOVLW, enc_literal}, {T_PUSHL, enc_pushl}, {T_ADDULNK, enc_addulnk}, {T_ADDFSR, enc_addfsr}, {T_SETCNT, enc_setcnt},
-    {T_BANKSEL, enc_banksel}, {T_MOVLB, enc_movlb}, {T_LFSR, enc_lfsr}, {T_MOVSF, enc_movsf}, {T_MOVSS, enc_movss},
-    {T_MOVFF, enc_movff}, {T_MOVFFL, enc_movffl}, {T_MOVSFL, enc_movsfl}, {T_BRA, enc_bra}, {T_RCALL, enc_bra},
-    {T_BCC, enc_bcc}, {T_GOTO, enc_goto}, {T_CALL, enc_call}, {T_DB, enc_db}, {T_DS, enc_ds}, {T_ORG, enc_org},
-    {T_ALIGN, enc_align}, {T_NAME, enc_none}, {T_NUMLABEL, enc_none}, {T_IF, enc_cond}, {T_ELSIF, enc_cond},
-    {T_ELSE, enc_none}, {T_ENDIF, enc_none}, {T_ENDM, enc_none}, {T_TITLE, enc_none}, {T_INCLUDE, enc_none},
-    {T_MESSG, enc_messg}, {T_EQU, enc_definition}, {T_SET, enc_definition},
+    {T_SUBWF, enc_file_dest},  {T_MOVF, enc_file_dest},  {T_SWAPF, enc_file_dest}, {T_RLCF, enc_file_dest},
+    {T_DECFSZ, enc_file_dest}, {T_ANDWF, enc_file_dest}, {T_INCF, enc_file_dest},  {T_ADDWF, enc_file_dest},
+    {T_MULWF, enc_file},       {T_CPFSEQ, enc_file},     {T_MOVWF, enc_file},      {T_CLRF, enc_file},
+    {T_BCF, enc_bit},          {T_BTFSC, enc_bit},       {T_CALLW, enc_plain},     {T_PUSH, enc_plain},
+    {T_RETURN, enc_plain},     {T_TRET, enc_plain},      {T_DBOUT, enc_plain},     {T_TBLRD, enc_plain},
+    {T_TRAP, enc_trap},        {T_NOP, enc_nop},         {T_ADDLW, enc_literal},   {T_RETLW, enc_literal},
+    {T_MOVLW, enc_literal},    {T_PUSHL, enc_pushl},     {T_ADDULNK, enc_addulnk}, {T_ADDFSR, enc_addfsr},
+    {T_SETCNT, enc_setcnt},    {T_BANKSEL, enc_banksel}, {T_MOVLB, enc_movlb},     {T_LFSR, enc_lfsr},
+    {T_MOVSF, enc_movsf},      {T_MOVSS, enc_movss},     {T_MOVFF, enc_movff},     {T_MOVFFL, enc_movffl},
+    {T_MOVSFL, enc_movsfl},    {T_BRA, enc_bra},         {T_RCALL, enc_bra},       {T_BCC, enc_bcc},
+    {T_GOTO, enc_goto},        {T_CALL, enc_call},       {T_DB, enc_db},           {T_DS, enc_ds},
+    {T_ORG, enc_org},          {T_ALIGN, enc_align},     {T_NAME, enc_none},       {T_NUMLABEL, enc_none},
+    {T_IF, enc_cond},          {T_ELSIF, enc_cond},      {T_ELSE, enc_none},       {T_ENDIF, enc_none},
+    {T_ENDM, enc_none},        {T_TITLE, enc_none},      {T_INCLUDE, enc_none},    {T_MESSG, enc_messg},
+    {T_EQU, enc_definition},   {T_SET, enc_definition},
 };
 static constexpr auto encoders = rows_by_kind(encoder_rows);
 

@@ -125,7 +125,8 @@ static void obj_start()
         const srcpos_elsewhere_t end(program.end_file, program.end_line);
         const symbol_t *s = program.end_value.v_rtype == RT_SYM ? program.end_value.v_sym : nullptr;
         if (alert_msg(802) && s)
-            alert_text("M", s->s_flags & S_UNDEF ? "\"%s\" isn't defined in this module" : "\"%s\" is no place in a psect", s->s_name);
+            alert_text("M", s->s_flags & S_UNDEF ? "\"%s\" isn't defined in this module" : "\"%s\" is no place in a psect",
+                       s->s_name);
         return;
     }
     if (!rec_fits(v.v_offs))

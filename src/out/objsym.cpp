@@ -18,10 +18,12 @@
 #include "out/record.h"
 
 // Flag values of entries beside a symbol's own flags.
+// clang-format off
 enum : uint16_t {
     SYMF_LINE = 4, SYMF_FILE = 5, SYMF_LOCAL_UNDEF = 6, SYMF_LOCAL = 7, SYMF_GLOBAL = 0x10, SYMF_UNDEF = 22, SYMF_ALIAS = 24,
     SYMF_MASK = 31,
 };
+// clang-format on
 enum : unsigned { ALIAS_HOPS = 1000 };
 
 static struct {
@@ -41,10 +43,7 @@ static void sym_entry(int64_t value, uint16_t flags, const char *owner, const ch
     buf_put_z(&st.buf, name);
 }
 
-void obj_file_entry(const char *file)
-{
-    sym_entry(opt.lib_paths, SYMF_FILE, "", file);
-}
+void obj_file_entry(const char *file) { sym_entry(opt.lib_paths, SYMF_FILE, "", file); }
 
 void obj_line_entry(uint64_t line)
 {

@@ -3,9 +3,9 @@
 
 #include "code/sym.h"
 
-void obj_sym_init();                             // an empty buffer
-void obj_sym_flush();                            // SYM if it has entries
-void obj_symbols(vec_t<symbol_t *> all);         // the entries that the symbols of the table are due. Message 839
+void obj_sym_init();                       // an empty buffer
+void obj_sym_flush();                      // SYM if it has entries
+void obj_symbols(vec_t<symbol_t *> all);   // the entries that the symbols of the table are due. Message 839
 // Line information for debuggers: the source file from here on, and the line at the current position.
 void obj_file_entry(const char *file);
 void obj_line_entry(uint64_t line);

@@ -27,9 +27,9 @@ enum : size_t { RELOC_HEAD = 3, COMPLEX_SPARE = 1 };         // of an entry; a c
 
 static struct {
     buf_t text, reloc;
-    uint8_t *text_data;                        // the first data byte in `text`
-    const symbol_t *long_psect;                // the last psect reported for its name
-    bool checked;                              // RELOC holds the range check of the word to come
+    uint8_t *text_data;           // the first data byte in `text`
+    const symbol_t *long_psect;   // the last psect reported for its name
+    bool checked;                 // RELOC holds the range check of the word to come
 } st;
 
 void obj_text_init()
@@ -93,10 +93,7 @@ static void reloc_head(unsigned type)
     buf_put(&st.reloc, type, 1);
 }
 
-static bool fits(int64_t n, unsigned bits)
-{
-    return n >= 0 && (bits >= 63 || n >> bits == 0);
-}
+static bool fits(int64_t n, unsigned bits) { return n >= 0 && (bits >= 63 || n >> bits == 0); }
 
 static size_t plain_entry(const value_t *v) { return RELOC_HEAD + strlen(v->v_sym->s_name) + 1; }
 static size_t complex_entry(const value_t *v) { return RELOC_HEAD + complex_size(v) + 1; }

@@ -15,7 +15,7 @@ struct code_t {
     uint8_t *to;
     size_t room, size;
     unsigned depth;
-    uint64_t declared;         // of a symbol with any of these flags nothing is said; 0: of none
+    uint64_t declared;   // of a symbol with any of these flags nothing is said; 0: of none
 };
 
 static void code_byte(code_t *c, uint8_t byte)
@@ -69,12 +69,8 @@ static void code_base(code_t *c, const value_t *v)
 {
     switch (v->v_rtype) {
     case RT_PSECT:
-    case RT_PSECT_SEG:
-        code_name(c, v->v_rtype, v->v_sym->s_name);
-        return;
-    case RT_DEFINED:
-        code_name(c, RT_DEFINED, v->v_name);
-        return;
+    case RT_PSECT_SEG: code_name(c, v->v_rtype, v->v_sym->s_name); return;
+    case RT_DEFINED: code_name(c, RT_DEFINED, v->v_name); return;
     case RT_TLABF:
     case RT_TLABB:
     case RT_SYM:

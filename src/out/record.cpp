@@ -14,7 +14,7 @@
 enum : uint8_t { FORMAT_MAJOR = 3, FORMAT_MINOR = 11 };
 
 static struct {
-    buf_t rec;                                 // the record that is written as soon as it is complete
+    buf_t rec;   // the record that is written as soon as it is complete
     bool write_failed;
 } st;
 

@@ -21,8 +21,8 @@
 enum : uint64_t { STEP_LIMIT = 200000 };
 
 // Arguments of the assembler. With -A, the way leads through assembly text and back.
-static std::vector<std::string> ways = {"-O", "-O --opt=space", "-O -auto_inline", "-O --errata=1", "-O --errata=16385",
-                                        "-A", "-A -O --opt=space -auto_inline"};
+static std::vector<std::string> ways = {
+    "-O", "-O --opt=space", "-O -auto_inline", "-O --errata=1", "-O --errata=16385", "-A", "-A -O --opt=space -auto_inline"};
 
 struct outcome_t {
     std::string error;   // why there is none
@@ -231,7 +231,8 @@ int main(int argc, char **argv)
             return fprintf(stderr, "usage: exec_compare [--kind=compiled|hand] [--seed n] [--count n] [--reports n]\n"
                                    "                    [--rules] [--way \"-O\"]... [--allow exclusion]...\n"
                                    "       exec_compare --exclusions  what is left out\n"
-                                   "       exec_compare --print n     the program of a seed\n"), 2;
+                                   "       exec_compare --print n     the program of a seed\n"),
+                   2;
         print |= option == "--print";
         i++;
     }

@@ -14,12 +14,14 @@ const exclusion_t exclusions[X_NONE] = {
     {"fast-tail", "A fast call ahead of a return becomes a goto (C1), and the fast return restores what another call saved.",
      "-O", "call first / goto finish / first: / movlw 7 / call fast,f / return / fast: / movlw 1 / movwf a1,c / return f"},
     {"fast-inline", "When a function with a fast return is inlined, nothing restores W, status and bsr any more.",
-     "-O -auto_inline", "movlw 7 / call fast,f / goto finish / psect text2,class=CODE,reloc=2,delta=1 / "
+     "-O -auto_inline",
+     "movlw 7 / call fast,f / goto finish / psect text2,class=CODE,reloc=2,delta=1 / "
      "fast: / movlw 1 / movwf a1,c / return f / __end_of_fast: / psect text"},
     {"overflow", "No rule looks after OV and DC. Here the addition of 0, which clears OV, becomes `bcf STATUS,0` (G9).",
      "-O", "movlw 127 / addlw 1 / movlw 0 / addwf a0,f,c / movlw 1 / bov x1 / movlw 2 / x1: / addwf a1,f,c"},
     {"n-at-return", "N counts as dead at a return, with \";funcret\" also Z. Here the iorwf, which alone sets N, goes (G4).",
-     "-O", "setf a7,c / call sub / bn x1 / clrf a6,c / x1: / goto finish / "
+     "-O",
+     "setf a7,c / call sub / bn x1 / clrf a6,c / x1: / goto finish / "
      "sub: / movlw 0 / iorwf a7,f,c / clrf a0,c / return"},
     {"address-3", "`bsf 3,5` and the like between a call and a return is taken for bank selection, and deleted (C1).", "-O",
      "call sub / goto finish / sub: / call sub2 / bsf 3,5,c / return / sub2: / incf a3,f,c / movwf a5,c / return"},

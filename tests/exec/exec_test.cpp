@@ -13,8 +13,8 @@ static target_t make_chip(bool wide)
     t.common = {0, 0x5F};
     t.sfr_common = {0xF60, 0xFFF};
     t.banks = {{0x60, 0xFF}, {0x100, 0x1FF}, {0x200, 0x2FF}};
-    t.sfr = {{"TOSL", 0xFE8}, {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC}, {"PCLATH", 0xFED},
-             {"PRODL", 0xFF0}, {"BSR", 0xFF2}, {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5}, {"TBLPTRL", 0xFF6}};
+    t.sfr = {{"TOSL", 0xFE8},  {"TOSH", 0xFE9}, {"TOSU", 0xFEA}, {"STKPTR", 0xFEB}, {"PCL", 0xFEC},    {"PCLATH", 0xFED},
+             {"PRODL", 0xFF0}, {"BSR", 0xFF2},  {"WREG", 0xFF3}, {"STATUS", 0xFF4}, {"TABLAT", 0xFF5}, {"TBLPTRL", 0xFF6}};
     static const char *const modes[] = {"INDF", "POSTINC", "POSTDEC", "PREINC", "PLUSW", "FSR"};
     for (uint16_t i = 0; i < 3; i++)
         for (uint16_t mode = 0; mode < 6; mode++)
@@ -35,13 +35,18 @@ static sim_t machine(const std::vector<uint16_t> &words, const target_t &target 
 
 // What an instruction of the arithmetic group means, in wide integers: the exact result, as a sum of signed and of unsigned
 // numbers and of low nibbles. Carry of a subtraction is "no borrow", that is, the result isn't negative.
-struct meaning_t { const char *name; uint16_t word; int f, w, c, constant; bool subtracts; };   // factors of f, W, C and 1
+struct meaning_t {
+    const char *name;
+    uint16_t word;
+    int f, w, c, constant;
+    bool subtracts;
+};   // factors of f, W, C and 1
 
 static const meaning_t meanings[] = {
-    {"addwf", 0x2400, 1, 1, 0, 0, false}, {"addwfc", 0x2000, 1, 1, 1, 0, false}, {"subwf", 0x5C00, 1, -1, 0, 0, true},
+    {"addwf", 0x2400, 1, 1, 0, 0, false},   {"addwfc", 0x2000, 1, 1, 1, 0, false},  {"subwf", 0x5C00, 1, -1, 0, 0, true},
     {"subwfb", 0x5800, 1, -1, 1, -1, true}, {"subfwb", 0x5400, -1, 1, 1, -1, true}, {"incf", 0x2800, 1, 0, 0, 1, false},
-    {"addlw", 0x0F00, 1, 1, 0, 0, false}, {"sublw", 0x0800, 1, -1, 0, 0, true},
-    {"negf", 0x6C00, -1, 0, 0, 0, true}, {"decf", 0x0400, 1, 0, 0, -1, true},
+    {"addlw", 0x0F00, 1, 1, 0, 0, false},   {"sublw", 0x0800, 1, -1, 0, 0, true},   {"negf", 0x6C00, -1, 0, 0, 0, true},
+    {"decf", 0x0400, 1, 0, 0, -1, true},
 };
 
 static int as_signed(int byte) { return byte < 128 ? byte : byte - 256; }
@@ -79,11 +84,20 @@ TEST(sim, rotates_logic_and_daw)
 {
     for (unsigned f = 0; f < 256; f++)
         for (unsigned c = 0; c < 2; c++) {
-            const struct { uint16_t word; unsigned result, carry; bool flags; } list[] = {
-                {0x3410, (f << 1 | c) & 255, f >> 7, true}, {0x3010, f >> 1 | c << 7, f & 1, true},          // rlcf, rrcf
-                {0x4410, (f << 1 | f >> 7) & 255, c, true}, {0x4010, (f >> 1 | f << 7) & 255, c, true},      // rlncf, rrncf
-                {0x3810, (f << 4 | f >> 4) & 255, c, false}, {0x1C10, 255 - f, c, true}, {0x5010, f, c, true},
-                {0x1410, f & 0x5A, c, true}, {0x1010, f | 0x5A, c, true}, {0x1810, f ^ 0x5A, c, true}};
+            const struct {
+                uint16_t word;
+                unsigned result, carry;
+                bool flags;
+            } list[] = {{0x3410, (f << 1 | c) & 255, f >> 7, true},
+                        {0x3010, f >> 1 | c << 7, f & 1, true},   // rlcf, rrcf
+                        {0x4410, (f << 1 | f >> 7) & 255, c, true},
+                        {0x4010, (f >> 1 | f << 7) & 255, c, true},   // rlncf, rrncf
+                        {0x3810, (f << 4 | f >> 4) & 255, c, false},
+                        {0x1C10, 255 - f, c, true},
+                        {0x5010, f, c, true},
+                        {0x1410, f & 0x5A, c, true},
+                        {0x1010, f | 0x5A, c, true},
+                        {0x1810, f ^ 0x5A, c, true}};
             for (const auto &e : list) {
                 sim_t s = machine({e.word});
                 s.data[0x10] = static_cast<uint8_t>(f);
@@ -110,15 +124,19 @@ TEST(sim, rotates_logic_and_daw)
 TEST(sim, skips_and_moves)
 {
     // A skip passes over one instruction of one to three words, or doesn't, and the way leads to `sleep`.
-    const struct { uint16_t word; uint8_t f, w; bool skips; } skips[] = {
-        {0xB210, 2, 0, false}, {0xB210, 0xFD, 0, true}, {0xA210, 2, 0, true}, {0xA210, 0xFD, 0, false},  // btfsc, btfss
-        {0x6210, 7, 7, true}, {0x6210, 8, 7, false}, {0x6410, 8, 7, true}, {0x6410, 7, 7, false},  // cpfseq, cpfsgt
-        {0x6010, 6, 7, true}, {0x6010, 200, 7, false}, {0x6610, 0, 7, true}, {0x6610, 1, 7, false},  // cpfslt, tstfsz
-        {0x2E10, 1, 7, true}, {0x2E10, 0, 7, false}, {0x4E10, 1, 7, false}, {0x4E10, 0, 7, true},  // decfsz, dcfsnz
-        {0x3E10, 255, 7, true}, {0x3E10, 0, 7, false}, {0x4A10, 255, 7, false}, {0x4A10, 0, 7, true}};  // incfsz, infsnz
+    const struct {
+        uint16_t word;
+        uint8_t f, w;
+        bool skips;
+    } skips[] = {
+        {0xB210, 2, 0, false},  {0xB210, 0xFD, 0, true}, {0xA210, 2, 0, true},    {0xA210, 0xFD, 0, false},   // btfsc, btfss
+        {0x6210, 7, 7, true},   {0x6210, 8, 7, false},   {0x6410, 8, 7, true},    {0x6410, 7, 7, false},   // cpfseq, cpfsgt
+        {0x6010, 6, 7, true},   {0x6010, 200, 7, false}, {0x6610, 0, 7, true},    {0x6610, 1, 7, false},   // cpfslt, tstfsz
+        {0x2E10, 1, 7, true},   {0x2E10, 0, 7, false},   {0x4E10, 1, 7, false},   {0x4E10, 0, 7, true},    // decfsz, dcfsnz
+        {0x3E10, 255, 7, true}, {0x3E10, 0, 7, false},   {0x4A10, 255, 7, false}, {0x4A10, 0, 7, true}};   // incfsz, infsnz
     for (const auto &e : skips)
-        for (const std::vector<uint16_t> &words : {std::vector<uint16_t>{e.word, 0x6A11, 3},
-                                                   {e.word, 0xC012, 0xF011, 3}, {e.word, 0x60, 0xF048, 0xF011, 3}}) {
+        for (const std::vector<uint16_t> &words :
+             {std::vector<uint16_t>{e.word, 0x6A11, 3}, {e.word, 0xC012, 0xF011, 3}, {e.word, 0x60, 0xF048, 0xF011, 3}}) {
             sim_t s = machine(words, wide_chip);
             s.data[0x10] = e.f;
             s.data[0x11] = 9;
@@ -131,23 +149,30 @@ TEST(sim, skips_and_moves)
 TEST(sim, programs_and_stops)
 {
     enum : uint16_t { FSR0L = 0xFD5, PRODL = 0xFF0, PRODH, BSR, W, STATUS, TABLAT, TBLPTRL };
-    const struct { std::vector<uint16_t> words; std::map<uint16_t, uint8_t> before, after; } programs[] = {
+    const struct {
+        std::vector<uint16_t> words;
+        std::map<uint16_t, uint8_t> before, after;
+    } programs[] = {
         // lfsr 0,0x123 / movwf POSTINC0 / movwf PREINC0 / movwf POSTDEC0 / movlw -1 / movff PLUSW0,0x200 / clrf INDF0 /
         // movlb 1 / setf 0x23,b
-        {{0xEE01, 0xF023, 0x6ED1, 0x6ED3, 0x6ED2, 0x0EFF, 0xCFD4, 0xF200, 0x6AD0, 0x0101, 0x6923, 0x0003}, {{W, 0x42}},
+        {{0xEE01, 0xF023, 0x6ED1, 0x6ED3, 0x6ED2, 0x0EFF, 0xCFD4, 0xF200, 0x6AD0, 0x0101, 0x6923, 0x0003},
+         {{W, 0x42}},
          {{0x123, 255}, {0x124, 0}, {0x125, 0x42}, {0x200, 0x42}, {FSR0L, 0x24}}},
         // An indirect register that points to one reads as 0 and isn't written.
         {{0xEE0F, 0xF0D8, 0x6ED0, 0x50D0, 0x0003}, {{W, 9}}, {{W, 0}}},
         // Extended set: lfsr 2,0x120 / addfsr 2,5 / pushl 0x77 / subfsr 2,1 / movsf [2],0x30 / movss [2],[3] / mullw 3
-        {{0xEE21, 0xF020, 0xE885, 0xEA77, 0xE981, 0xEB02, 0xF030, 0xEB82, 0xF003, 0x0D03, 0x0003}, {{W, 100}},
+        {{0xEE21, 0xF020, 0xE885, 0xEA77, 0xE981, 0xEB02, 0xF030, 0xEB82, 0xF003, 0x0D03, 0x0003},
+         {{W, 100}},
          {{0x30, 0x77}, {0x126, 0x77}, {PRODL, 300 & 255}, {PRODH, 1}}},
         // call 0x10 fast / sleep; at 0x10: movlw 1, movlb 2, addlw 255, return fast
-        {{0xED08, 0xF000, 0x0003, 0, 0, 0, 0, 0, 0x0E01, 0x0102, 0x0FFF, 0x0013}, {{W, 5}, {STATUS, ST_N}},
+        {{0xED08, 0xF000, 0x0003, 0, 0, 0, 0, 0, 0x0E01, 0x0102, 0x0FFF, 0x0013},
+         {{W, 5}, {STATUS, ST_N}},
          {{W, 5}, {STATUS, ST_N}, {BSR, 0}}},
         // rcall to a table jump by PCL: movlw 2 / rcall +1 / sleep / addwf PCL,f / retlw 1 / retlw 9
         {{0x0E02, 0xD801, 0x0003, 0x26EC, 0x0C01, 0x0C09}, {}, {{W, 9}}},
         // movlw 14 / movwf TBLPTRL / tblrd*+ / movff TABLAT,0x20 / tblrd+* / sleep; the bytes 0x11 0x22 0x33 at 14
-        {{0x0E0E, 0x6EF6, 0x0009, 0xCFF5, 0xF020, 0x000B, 0x0003, 0x2211, 0x4433}, {},
+        {{0x0E0E, 0x6EF6, 0x0009, 0xCFF5, 0xF020, 0x000B, 0x0003, 0x2211, 0x4433},
+         {},
          {{0x20, 0x11}, {TABLAT, 0x33}, {TBLPTRL, 16}}},
         // push / movff TOSL,0x20 / pop / sleep
         {{0x0005, 0xCFE8, 0xF020, 0x0006, 0x0003}, {}, {{0x20, 2}}}};
@@ -159,11 +184,17 @@ TEST(sim, programs_and_stops)
         for (const auto &[at, value] : e.after)
             EXPECT_EQ(s.data[at], value) << std::hex << e.words[0] << " at " << at;
     }
-    const struct { std::vector<uint16_t> words; sim_stop stop; const char *why; } stops[] = {
-        {{0x0000, 0x0015}, SIM_ILLEGAL, "illegal word 0x0015 at 0x2"}, {{0xD7FF}, SIM_LIMIT, "limit of steps at 0x0"},
-        {{0xEC00, 0x0003}, SIM_ILLEGAL, "illegal word 0xEC00 at 0x0"}, {{0x00FF}, SIM_RESET, "reset at 0x0"},
-        {{0x0006}, SIM_STACK, "stack underflow at 0x2"}, {{0xDFFF}, SIM_STACK, "stack overflow at 0x2"},
-        {{0xD9FF}, SIM_ILLEGAL, "end of program memory at 0x400"}};
+    const struct {
+        std::vector<uint16_t> words;
+        sim_stop stop;
+        const char *why;
+    } stops[] = {{{0x0000, 0x0015}, SIM_ILLEGAL, "illegal word 0x0015 at 0x2"},
+                 {{0xD7FF}, SIM_LIMIT, "limit of steps at 0x0"},
+                 {{0xEC00, 0x0003}, SIM_ILLEGAL, "illegal word 0xEC00 at 0x0"},
+                 {{0x00FF}, SIM_RESET, "reset at 0x0"},
+                 {{0x0006}, SIM_STACK, "stack underflow at 0x2"},
+                 {{0xDFFF}, SIM_STACK, "stack overflow at 0x2"},
+                 {{0xD9FF}, SIM_ILLEGAL, "end of program memory at 0x400"}};
     for (const auto &e : stops) {
         sim_t s = machine(e.words);
         EXPECT_EQ(sim_run(s, e.stop == SIM_STACK ? 100 : 20 + 500 * (e.words[0] == 0xD9FF)), e.stop) << e.why;
@@ -228,11 +259,11 @@ TEST(link, places_and_joins)
     b.symbol("near", "n", 1, ZO_S_GLOBAL).symbol("shared", "s2", 1, ZO_S_GLOBAL).symbol("code", "c", 0, ZO_S_GLOBAL);
     image_t image;
     ASSERT_EQ(linked({a, b}, image), "");
-    EXPECT_EQ(image.symbols["c"], 14);        // behind the vector at 0 and `fix` at 8: 10, and there on the boundary of 2
+    EXPECT_EQ(image.symbols["c"], 14);   // behind the vector at 0 and `fix` at 8: 10, and there on the boundary of 2
     EXPECT_EQ(std::vector<uint8_t>(image.program.begin(), image.program.begin() + 15),
               (std::vector<uint8_t>{1, 2, 3, 4, 0x50, 0x51, 255, 255, 5, 6, 7, 8, 9, 255, 10}));
-    EXPECT_EQ(image.symbols["n"], 4);         // behind the three bytes of the other module
-    EXPECT_EQ(image.symbols["m"], 0x209);     // `far` at 0x200, `mate` with it on its own boundary
+    EXPECT_EQ(image.symbols["n"], 4);       // behind the three bytes of the other module
+    EXPECT_EQ(image.symbols["m"], 0x209);   // `far` at 0x200, `mate` with it on its own boundary
     EXPECT_EQ(image.symbols["s1"], image.symbols["s2"]);
     module_maker full("full");
     full.psect("big", ZO_F_GLOBAL, 1, "COMRAM").text("big", 0x61, {});
@@ -246,12 +277,16 @@ TEST(link, relocates_and_complains)
     b.psect("data", ZO_F_GLOBAL, 1, "BANK1").text("data", 2, {});
     b.symbol("data", "x", 1, ZO_S_GLOBAL).symbol("", "bit", 5, ZO_S_GLOBAL).symbol("x", "alias", 2, ZO_S_ALIAS);
     a.text("code", 0, {0x00, 0x6F, 0x00, 0xC0, 0x05, 0xF0, 0x00, 0x91, 0, 0, 0, 0},
-           {{0, 0x21, "x", {}, {}}, // movwf x,b: 0x121 is its place in the bank
-            {2, 0xEC, "x", {}, {}}, // movff x,data+5
+           {{0, 0x21, "x", {}, {}},   // movwf x,b: 0x121 is its place in the bank
+            {2, 0xEC, "x", {}, {}},   // movff x,data+5
             {4, 0xDC, "data", {}, {}},
             // bcf with both operands open; the access bit stays
-            {6, 0xFC, "", {constant(9), constant(7), leaf(ZO_OP_SYMBOL, "bit"), oper(ZO_OP_AND), oper(ZO_OP_SHL),
-                           constant(0x21), oper(ZO_OP_ADD)}, {}},
+            {6,
+             0xFC,
+             "",
+             {constant(9), constant(7), leaf(ZO_OP_SYMBOL, "bit"), oper(ZO_OP_AND), oper(ZO_OP_SHL), constant(0x21),
+              oper(ZO_OP_ADD)},
+             {}},
             {6, 0x30, "bit number", {leaf(ZO_OP_SYMBOL, "bit")}, {constant(7)}},
             {8, 0x32, "", {leaf(ZO_OP_PSECT, "data"), leaf(ZO_OP_SYMBOL, "alias"), oper(ZO_OP_SUB)}, {}},
             {10, 0x31, "", {leaf(ZO_OP_SYMBOL, "x"), oper(ZO_OP_HIGH)}, {}}});
@@ -259,12 +294,14 @@ TEST(link, relocates_and_complains)
     ASSERT_EQ(linked({a, b}, image), "");
     EXPECT_EQ(std::vector<uint8_t>(image.program.begin(), image.program.begin() + 12),
               (std::vector<uint8_t>{0x21, 0x6F, 0x21, 0xC1, 0x05, 0xF1, 0x21, 0x9B, 0x23, 0, 1, 0}));
-    const struct { zo_reloc_entry entry; const char *error; } faults[] = {
-        {{0, 0x21, "nowhere", {}, {}}, "undefined symbol \"nowhere\""},
-        {{0, 0x31, "", {constant(300)}, {}}, "psect \"code\"+0x0: 300 doesn't fit into 8 bits"},
-        {{1, 0x12, "data", {}, {}}, "psect \"code\"+0x1: bad relocation"},
-        {{0, 0x30, "bit", {constant(8)}, {constant(7)}}, "psect \"code\"+0x0: bit 8 is out of range, at most 7"},
-        {{0, 0x31, "", {constant(0), constant(1), oper(ZO_OP_DIV)}, {}}, "division by 0"}};
+    const struct {
+        zo_reloc_entry entry;
+        const char *error;
+    } faults[] = {{{0, 0x21, "nowhere", {}, {}}, "undefined symbol \"nowhere\""},
+                  {{0, 0x31, "", {constant(300)}, {}}, "psect \"code\"+0x0: 300 doesn't fit into 8 bits"},
+                  {{1, 0x12, "data", {}, {}}, "psect \"code\"+0x1: bad relocation"},
+                  {{0, 0x30, "bit", {constant(8)}, {constant(7)}}, "psect \"code\"+0x0: bit 8 is out of range, at most 7"},
+                  {{0, 0x31, "", {constant(0), constant(1), oper(ZO_OP_DIV)}, {}}, "division by 0"}};
     for (const auto &fault : faults) {
         module_maker c("c");
         c.psect("code", ZO_F_GLOBAL, 0, "CODE").psect("data", ZO_F_GLOBAL, 1, "").text("code", 0, {0, 0}, {fault.entry});

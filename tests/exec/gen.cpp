@@ -34,8 +34,16 @@ struct rng_t {
     bool one_in(size_t n) { return below(n) == 0; }
 };
 
-struct function_t { std::string name; bool fast, funcret, inlined; unsigned psect; };
-struct template_t { unsigned weight; std::string text; exclusion excluded; };
+struct function_t {
+    std::string name;
+    bool fast, funcret, inlined;
+    unsigned psect;
+};
+struct template_t {
+    unsigned weight;
+    std::string text;
+    exclusion excluded;
+};
 using table_t = std::vector<template_t>;
 using fillings_t = std::map<std::string, std::string>;
 
@@ -44,13 +52,13 @@ struct gen_t {
     uint64_t allowed = 0;
     rng_t rng{};
     pieces_t pieces;
-    std::string held, access;               // lines that belong to the next; the access word of the last {r}
+    std::string held, access;   // lines that belong to the next; the access word of the last {r}
     std::vector<function_t> functions;
-    std::vector<std::string> sequences;     // for {Q}
-    size_t function = 0, room = 0;          // the function being made; lines that it may still get
+    std::vector<std::string> sequences;   // for {Q}
+    size_t function = 0, room = 0;        // the function being made; lines that it may still get
     unsigned labels = 0, loops = 0, depth = 0;
-    int bank = -1;                          // selected bank, -1 if not known
-    bool skipped = false;                   // the next instruction stands under a skip
+    int bank = -1;          // selected bank, -1 if not known
+    bool skipped = false;   // the next instruction stands under a skip
     bool may(exclusion x) const { return x == X_NONE || allowed >> x & 1; }
 };
 
@@ -78,6 +86,7 @@ static table_t table(const char *text)
     return table;
 }
 
+// clang-format off
 static const std::map<std::string, const char *> words = {
     {"alu", "addwf,addwf,addwfc,andwf,andwf,iorwf,xorwf,subwf,subwfb,subfwb,comf,incf,decf,movf,movf,swapf,rlcf,rrcf,rlncf,"
             "rrncf"},
@@ -88,6 +97,7 @@ static const std::map<std::string, const char *> words = {
     {"ind", "INDF,POSTINC,POSTDEC,PREINC"}, {"i", "0,1,2"}, {"bank", "1,2"}, {"z", "0,2"}, {"d", "w,f"}, {"c", "1,2,3"},
     {"b", "0,1,2,3,4,5,6,7"}, {"bt", "btfsc,btfss"},
 };
+// clang-format on
 
 // One instruction each. Those of `plain` use only the access bank, so that their text is the same everywhere.
 static const table_t singles = table(R"(
@@ -223,8 +233,11 @@ static std::string callee(gen_t &g, bool same_psect, bool last)
 static std::string way_out(gen_t &g)
 {
     const function_t &f = g.functions[g.function];
-    return g.function == 0 ? "\tgoto\tfinish" : f.fast ? "\treturn\tf"
-         : g.rng.one_in(3) && !g.skipped ? "\tretlw\t" + number(g) : f.funcret ? "\treturn\t;funcret" : "\treturn";
+    return g.function == 0                 ? "\tgoto\tfinish"
+           : f.fast                        ? "\treturn\tf"
+           : g.rng.one_in(3) && !g.skipped ? "\tretlw\t" + number(g)
+           : f.funcret                     ? "\treturn\t;funcret"
+                                           : "\treturn";
 }
 
 static void block(gen_t &g, unsigned loops)
@@ -293,7 +306,8 @@ static void expand_line(gen_t &g, const std::string &line, fillings_t &fixed)
     // Nothing reads what an exclusion, or the mark of a return, makes unsure before it is set again.
     const bool calls = whole.find("{f}") != std::string::npos;
     const char *const again = calls && out.ends_with(",f") && !g.may(X_FAST_CALL) ? "bcf STATUS,0,c~ / movf last_w,w,c"
-                            : calls && g.functions[0].funcret ? "movf last_w,f,c" : nullptr;
+                              : calls && g.functions[0].funcret                   ? "movf last_w,f,c"
+                                                                                  : nullptr;
     put(g, out + (again ? "~" : tilde));
     if (again)
         expand(g, again + tilde, none);
@@ -346,7 +360,8 @@ static void prologue(gen_t &g)
     reserve("b", 8);
     text += "\tpsect\tvars2,class=BANK2,space=1,delta=1\n";
     reserve("d", 8);
-    g.pieces.push_back(text + "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
+    g.pieces.push_back(text +
+                       "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
                        "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t0x7000\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
                        "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n");
 }
@@ -390,8 +405,8 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
     const bool funcret = g.rng.one_in(4);
     for (unsigned i = 0; i < count; i++) {
         const bool inlined = i > 0 && g.rng.one_in(3), fast = i > 0 && !inlined && g.rng.one_in(6);
-        g.functions.push_back({i == 0 ? "main" : "f" + std::to_string(i), fast, funcret, inlined,
-                               inlined ? shared + i : g.rng.below(shared)});
+        g.functions.push_back(
+            {i == 0 ? "main" : "f" + std::to_string(i), fast, funcret, inlined, inlined ? shared + i : g.rng.below(shared)});
     }
     for (int i = 0; i < 3; i++)
         g.sequences.push_back(sequence(g, 4 + g.rng.below(4)));

@@ -4,16 +4,18 @@
 #include "target.h"
 
 // Situations in which a rule of the optimiser is known to change what a program does.
+// clang-format off
 enum exclusion : uint8_t {
     X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_NONE
 };
+// clang-format on
 struct exclusion_t {
     const char *name, *why;
     const char *way;       // with which the example misbehaves
     const char *example;   // statements of `main`, parted by "/"; what follows them stores W, C and Z
 };
 extern const exclusion_t exclusions[X_NONE];
-exclusion exclusion_find(const std::string &name);                    // X_NONE if there is none of that name
+exclusion exclusion_find(const std::string &name);   // X_NONE if there is none of that name
 
 // A source text in pieces. With one left out it may not assemble or end, but does nothing else that is forbidden.
 using pieces_t = std::vector<std::string>;
@@ -25,4 +27,4 @@ pieces_t gen_around(const std::string &statements, const target_t &target);   //
 
 // A program made of nothing but its two ends: what `main` begins with and, last, what stores W and status.
 pieces_t gen_frame(const target_t &target);
-pieces_t hand_program(uint64_t seed, const target_t &target);                 // idioms of people, see hand.cpp
+pieces_t hand_program(uint64_t seed, const target_t &target);   // idioms of people, see hand.cpp

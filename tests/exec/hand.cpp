@@ -6,7 +6,7 @@
 //
 // In a text, {name} is a hole, filled anew for each digit behind the name:
 //   {r} a register of the access bank, with its access word; {m} the same without   {b} a bit   {k} a number
-//   {small} a number from 1 to 5   {port} {lat} a port, a latch   {d} w or f   {go} goto or bra  
+//   {small} a number from 1 to 5   {port} {lat} a port, a latch   {d} w or f   {go} goto or bra
 //   {@} this idiom's own number
 //   {own} what labels of the idiom begin with: a name like the optimiser's own labels, or a plain one
 // Labels of an idiom hold {@}. What follows a line of "---" stands outside the flow of the program: functions and tables,
@@ -361,8 +361,10 @@ static std::string filling(hand_t &h, const std::string &kind)
         return std::to_string(1 + h.below(5));
     if (kind == "own")
         return h.of({"L", "PL", "iL", "_L", "L", "wait", "lbl_"});
-    return kind == "port" ? h.of({"PORTA", "PORTB"}) : kind == "lat" ? h.of({"LATA", "LATB", "LATC"})
-         : kind == "go"   ? h.of({"goto", "bra"}) : h.of({"w", "f"});
+    return kind == "port"  ? h.of({"PORTA", "PORTB"})
+           : kind == "lat" ? h.of({"LATA", "LATB", "LATC"})
+           : kind == "go"  ? h.of({"goto", "bra"})
+                           : h.of({"w", "f"});
 }
 
 static std::string fill(hand_t &h, const std::string &text)
@@ -422,8 +424,8 @@ pieces_t hand_program(uint64_t seed, const target_t &target)
                               text.substr(mark + 4));
         code = around(h, code);
         if (h.below(4) == 0) {   // in a function of its own
-            outside.push_back("\tpsect\ttext" + std::to_string(h.below(3)) + "x,class=CODE,reloc=2,delta=1\n" +
-                              "fun" + id + ":\n" + code + "\treturn\n__end_of_fun" + id + ":\n");
+            outside.push_back("\tpsect\ttext" + std::to_string(h.below(3)) + "x,class=CODE,reloc=2,delta=1\n" + "fun" + id +
+                              ":\n" + code + "\treturn\n__end_of_fun" + id + ":\n");
             code = "\tcall\tfun" + id + "\n";
         }
         pieces.push_back(code);

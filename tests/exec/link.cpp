@@ -38,7 +38,10 @@ struct group_t {
     const char *name() const { return pieces[0]->x.name.c_str(); }
 };
 
-struct sum_t { int64_t value; bool data; };   // what an expression comes to, and whether it is a data address
+struct sum_t {
+    int64_t value;
+    bool data;
+};   // what an expression comes to, and whether it is a data address
 using symbols_t = std::map<std::string, sum_t>;
 
 struct module_t {
@@ -56,7 +59,7 @@ struct linker {
     std::vector<module_t> modules;
     std::map<std::string, group_t> groups;
     std::vector<group_t *> order;
-    std::map<uint8_t, ranges_t> used;                         // by space
+    std::map<uint8_t, ranges_t> used;   // by space
     symbols_t globals;
     std::map<uint32_t, const piece_t *> written;
 };
@@ -258,9 +261,15 @@ static int64_t apply(linker &l, const module_t &m, uint8_t op, int64_t a, int64_
     if ((op == ZO_OP_DIV || op == ZO_OP_MOD) && b == 0)
         return complain(l, "%s: division by 0", m.name()), 0;
     switch (op) {
-    case ZO_OP_ADD: return a + b;   case ZO_OP_SUB: return a - b;   case ZO_OP_MUL: return a * b;
-    case ZO_OP_DIV: return a / b;   case ZO_OP_MOD: return a % b;   case ZO_OP_SHR: return a >> (b & 63);
-    case ZO_OP_AND: return a & b;   case ZO_OP_OR: return a | b;    case ZO_OP_XOR: return a ^ b;
+    case ZO_OP_ADD: return a + b;
+    case ZO_OP_SUB: return a - b;
+    case ZO_OP_MUL: return a * b;
+    case ZO_OP_DIV: return a / b;
+    case ZO_OP_MOD: return a % b;
+    case ZO_OP_SHR: return a >> (b & 63);
+    case ZO_OP_AND: return a & b;
+    case ZO_OP_OR: return a | b;
+    case ZO_OP_XOR: return a ^ b;
     case ZO_OP_SHL: return static_cast<int64_t>(static_cast<uint64_t>(a) << (b & 63));
     default: complain(l, "%s: operator %u isn't supported", m.name(), op); return 0;
     }

@@ -4,7 +4,10 @@
 #include "target.h"
 #include "zelobj.h"
 
-struct link_module { std::string name; zo_file file; };
+struct link_module {
+    std::string name;
+    zo_file file;
+};
 
 struct image_t {
     std::vector<uint8_t> program;             // program memory from address 0; 0xFF where nothing was put

@@ -14,10 +14,12 @@
 
 #include "zelobj.h"
 
+// clang-format off
 enum role_t : uint8_t {
     R_PLAIN, R_INDF, R_POSTINC, R_POSTDEC, R_PREINC, R_PLUSW, R_STATUS, R_BSR, R_PCL, R_TOSL, R_TOSH, R_TOSU, R_STKPTR,
     R_HIGH4, R_MODE = 15, R_FSR = 4,   // the low four bits are the role, the others which file select
 };
+// clang-format on
 
 constexpr uint32_t NOWHERE = UINT32_MAX;
 
@@ -30,9 +32,11 @@ void sim_init(sim_t &s, const target_t &t, const std::vector<uint8_t> &program)
     s.role.assign(size, R_PLAIN);
     s.watched.assign(size, false);
     static const char *const roles[] = {"STATUS", "BSR", "PCL", "TOSL", "TOSH", "TOSU", "STKPTR"};   // from R_STATUS on
-    static const struct { const char *name; uint16_t sim_t::*at; } cells[] = {
-        {"WREG", &sim_t::wreg}, {"STATUS", &sim_t::status}, {"BSR", &sim_t::bsr}, {"PRODL", &sim_t::prod},
-        {"TBLPTRL", &sim_t::tblptr}, {"TABLAT", &sim_t::tablat}, {"PCLATH", &sim_t::pclath}};
+    static const struct {
+        const char *name;
+        uint16_t sim_t::*at;
+    } cells[] = {{"WREG", &sim_t::wreg},      {"STATUS", &sim_t::status}, {"BSR", &sim_t::bsr},      {"PRODL", &sim_t::prod},
+                 {"TBLPTRL", &sim_t::tblptr}, {"TABLAT", &sim_t::tablat}, {"PCLATH", &sim_t::pclath}};
     static const char *const modes[] = {"INDF", "POSTINC", "POSTDEC", "PREINC", "PLUSW"};
     for (unsigned i = 0; i < 7; i++)
         s.role[target_sfr(t, roles[i])] = static_cast<uint8_t>(R_STATUS + i);
@@ -129,7 +133,9 @@ static uint8_t read(sim_t &s, uint32_t at)
         s.data[s.pclath] = static_cast<uint8_t>(s.pc >> 8);
         s.data[s.pclath + 1u] = static_cast<uint8_t>(s.pc >> 16);
         break;
-    case R_TOSL: case R_TOSH: case R_TOSU: cell = static_cast<uint8_t>(top >> (s.role[at] - R_TOSL) * 8); break;
+    case R_TOSL:
+    case R_TOSH:
+    case R_TOSU: cell = static_cast<uint8_t>(top >> (s.role[at] - R_TOSL) * 8); break;
     case R_STKPTR: cell = static_cast<uint8_t>(s.depth); break;
     }
     if (s.watched[at]) {
@@ -154,7 +160,8 @@ static void write(sim_t &s, uint32_t at, unsigned value)
     s.data[at] = byte;
     switch (s.role[at]) {
     case R_STATUS: s.data[at] &= ST_ALL; break;
-    case R_BSR: case R_HIGH4: s.data[at] &= static_cast<uint8_t>(mask(s) >> 8); break;
+    case R_BSR:
+    case R_HIGH4: s.data[at] &= static_cast<uint8_t>(mask(s) >> 8); break;
     case R_PCL: s.pc = jump_address(s, byte); break;
     case R_TOSL: top = (top & ~0xFFu) | byte; break;
     case R_TOSH: top = (top & ~0xFF00u) | byte << 8; break;
@@ -169,13 +176,17 @@ static void write(sim_t &s, uint32_t at, unsigned value)
 
 static unsigned zn(unsigned r) { return ((r & 255) == 0 ? ST_Z : 0) | (r & 128 ? ST_N : 0); }
 
-struct result_t { unsigned value, bits, changed; };   // changed: the status bits that take the value of bits
+struct result_t {
+    unsigned value, bits, changed;
+};   // changed: the status bits that take the value of bits
 
 static result_t add(unsigned a, unsigned b, unsigned carry)
 {
     const unsigned r = a + b + carry;
-    return {r & 255, zn(r) | (r > 255 ? ST_C : 0) | ((a & 15) + (b & 15) + carry > 15 ? ST_DC : 0) |
-                         ((a ^ r) & (b ^ r) & 128 ? ST_OV : 0), ST_ALL};
+    return {r & 255,
+            zn(r) | (r > 255 ? ST_C : 0) | ((a & 15) + (b & 15) + carry > 15 ? ST_DC : 0) |
+                ((a ^ r) & (b ^ r) & 128 ? ST_OV : 0),
+            ST_ALL};
 }
 
 static result_t sub(unsigned a, unsigned b, unsigned not_borrow) { return add(a, ~b & 255, not_borrow); }
@@ -216,19 +227,32 @@ static bool byte_op(sim_t &s, unsigned word)
     const unsigned op = word >> 10;
     const uint32_t at = locate_operand(s, word), dest = word & 0x200 ? at : s.wreg;
     const unsigned w = s.data[s.wreg], c = s.data[s.status] & ST_C, f = read(s, at);
-    const auto done = [&](const result_t &r) { store(s, dest, r); return true; };
+    const auto done = [&](const result_t &r) {
+        store(s, dest, r);
+        return true;
+    };
     switch (op) {
-    case 0x04: return done(logic(f | w));           case 0x05: return done(logic(f & w));
-    case 0x06: return done(logic(f ^ w));           case 0x07: return done(logic(~f));
-    case 0x01: return done(add(f, 255, 0));         case 0x0A: return done(add(f, 1, 0));               // decf, incf
-    case 0x08: return done(add(f, w, c));           case 0x09: return done(add(f, w, 0));               // addwfc, addwf
-    case 0x15: return done(sub(w, f, c));           case 0x16: return done(sub(f, w, c));               // subfwb, subwfb
-    case 0x17: return done(sub(f, w, 1));           case 0x14: return done(logic(f));                   // subwf, movf
-    case 0x0C: return done(rotate(f >> 1 | c << 7, f & 1));                                             // rrcf
-    case 0x0D: return done(rotate(f << 1 | c, f >> 7));                                                 // rlcf
-    case 0x10: return done(logic(f >> 1 | f << 7)); case 0x11: return done(logic(f << 1 | f >> 7));     // rrncf, rlncf
-    case 0x0E: return done({f << 4 | f >> 4, 0, 0});                                                    // swapf
-    case 0x0B: case 0x0F: case 0x12: case 0x13: {                                         // decfsz, incfsz, infsnz, dcfsnz
+    case 0x04: return done(logic(f | w));
+    case 0x05: return done(logic(f & w));
+    case 0x06: return done(logic(f ^ w));
+    case 0x07: return done(logic(~f));
+    case 0x01: return done(add(f, 255, 0));
+    case 0x0A: return done(add(f, 1, 0));   // decf, incf
+    case 0x08: return done(add(f, w, c));
+    case 0x09: return done(add(f, w, 0));   // addwfc, addwf
+    case 0x15: return done(sub(w, f, c));
+    case 0x16: return done(sub(f, w, c));   // subfwb, subwfb
+    case 0x17: return done(sub(f, w, 1));
+    case 0x14: return done(logic(f));                         // subwf, movf
+    case 0x0C: return done(rotate(f >> 1 | c << 7, f & 1));   // rrcf
+    case 0x0D: return done(rotate(f << 1 | c, f >> 7));       // rlcf
+    case 0x10: return done(logic(f >> 1 | f << 7));
+    case 0x11: return done(logic(f << 1 | f >> 7));    // rrncf, rlncf
+    case 0x0E: return done({f << 4 | f >> 4, 0, 0});   // swapf
+    case 0x0B:
+    case 0x0F:
+    case 0x12:
+    case 0x13: {   // decfsz, incfsz, infsnz, dcfsnz
         const unsigned r = (op == 0x0B || op == 0x13 ? f - 1 : f + 1) & 255;
         s.pc += (r == 0) == (op < 0x10) ? 2 : 0;
         return done({r, 0, 0});
@@ -242,13 +266,16 @@ static bool file_op(sim_t &s, unsigned word)
     const uint32_t at = locate_operand(s, word);
     const unsigned w = s.data[s.wreg];
     switch (word >> 9) {
-    case 0x30: s.pc += read(s, at) < w ? 2 : 0; return true;                              // cpfslt
+    case 0x30: s.pc += read(s, at) < w ? 2 : 0; return true;   // cpfslt
     case 0x31: s.pc += read(s, at) == w ? 2 : 0; return true;
-    case 0x32: s.pc += read(s, at) > w ? 2 : 0; return true;                              // cpfsgt
-    case 0x33: s.pc += read(s, at) == 0 ? 2 : 0; return true;                             // tstfsz
+    case 0x32: s.pc += read(s, at) > w ? 2 : 0; return true;    // cpfsgt
+    case 0x33: s.pc += read(s, at) == 0 ? 2 : 0; return true;   // tstfsz
     case 0x34: write(s, at, 255); return true;
-    case 0x35: write(s, at, 0); flags(s, ST_Z, ST_Z); return true;
-    case 0x36: store(s, at, sub(0, read(s, at), 1)); return true;                         // negf
+    case 0x35:
+        write(s, at, 0);
+        flags(s, ST_Z, ST_Z);
+        return true;
+    case 0x36: store(s, at, sub(0, read(s, at), 1)); return true;   // negf
     default: write(s, at, w); return true;
     }
 }
@@ -273,12 +300,16 @@ static bool literal_op(sim_t &s, unsigned word)
             return false;
         write(s, s.bsr, k);
         return true;
-    case 0x02: case 0x03: multiply(s, read(s, locate_operand(s, word))); return true;
+    case 0x02:
+    case 0x03: multiply(s, read(s, locate_operand(s, word))); return true;
     case 0x08: store(s, s.wreg, sub(k, w, 1)); return true;
     case 0x09: store(s, s.wreg, logic(w | k)); return true;
     case 0x0A: store(s, s.wreg, logic(w ^ k)); return true;
     case 0x0B: store(s, s.wreg, logic(w & k)); return true;
-    case 0x0C: s.data[s.wreg] = static_cast<uint8_t>(k); s.pc = pop(s); return true;
+    case 0x0C:
+        s.data[s.wreg] = static_cast<uint8_t>(k);
+        s.pc = pop(s);
+        return true;
     case 0x0D: multiply(s, k); return true;
     case 0x0E: s.data[s.wreg] = static_cast<uint8_t>(k); return true;
     case 0x0F: store(s, s.wreg, add(w, k, 0)); return true;
@@ -329,28 +360,32 @@ static bool control_op(sim_t &s, unsigned word)
 {
     bool sound = true;
     switch (word) {
-    case 0x0000: case 0x0004: return true;                                                // nop, clrwdt
+    case 0x0000:
+    case 0x0004: return true;   // nop, clrwdt
     case 0x0001: halt(s, SIM_HALT, "halt", s.pc - 2); return true;
     case 0x0003: s.stop = SIM_SLEEP; return true;
     case 0x0005: push(s, s.pc); return true;
     case 0x0006: pop(s); return true;
     case 0x0007: decimal_adjust(s); return true;
-    case 0x0010: case 0x0011: case 0x0012: case 0x0013:                                   // retfie, return, and fast
+    case 0x0010:
+    case 0x0011:
+    case 0x0012:
+    case 0x0013:   // retfie, return, and fast
         for (unsigned i = 0; i < 3 && word & 1; i++)
             s.data[i == 0 ? s.wreg : i == 1 ? s.status : s.bsr] = s.shadow[i];
         return s.pc = pop(s), true;
-    case 0x0014: call(s, jump_address(s, s.data[s.wreg]), false); return true;            // callw
-    case 0x0002: {                                                                        // movsfl
+    case 0x0014: call(s, jump_address(s, s.data[s.wreg]), false); return true;   // callw
+    case 0x0002: {                                                               // movsfl
         const uint32_t middle = operand_word(s, sound), last = operand_word(s, sound);
         return move(s, select(s, 2) + (middle >> 2 & 127), (middle & 3) << 12 | last, sound);
     }
     case 0x00FF: halt(s, SIM_RESET, "reset", s.pc - 2); return true;
     }
-    if (word >> 3 == 1)                                                                   // tblrd, tblwt
+    if (word >> 3 == 1)   // tblrd, tblwt
         table(s, word);
     if (word == (s.target->short_trap ? 0x00C0u : 0x00E0u))
         halt(s, SIM_HALT, "trap", s.pc - 2);
-    if (word >> 4 == 0x006 && s.target->wide) {                                           // movffl
+    if (word >> 4 == 0x006 && s.target->wide) {   // movffl
         const uint32_t middle = operand_word(s, sound), last = operand_word(s, sound);
         return move(s, (word & 15) << 10 | middle >> 2, (middle & 3) << 12 | last, sound);
     }
@@ -369,33 +404,36 @@ static bool jump_op(sim_t &s, unsigned word)
     const unsigned k = word & 63, reg = word >> 6 & 3;
     static const uint8_t bits[] = {ST_Z, ST_C, ST_OV, ST_N};
     switch (word >> 8 & 15) {
-    default:                                                                              // bz, bnz and so on
+    default:   // bz, bnz and so on
         if (((s.data[s.status] & bits[word >> 9 & 3]) != 0) != (word >> 8 & 1))
             s.pc += static_cast<uint32_t>(signed_bits(word, 8) * 2);
         return true;
-    case 0x8: case 0x9: {                                                                 // addfsr, subfsr; addulnk, subulnk
+    case 0x8:
+    case 0x9: {   // addfsr, subfsr; addulnk, subulnk
         const unsigned i = reg == 3 ? 2 : reg;
         set_select(s, i, word & 0x100 ? select(s, i) - k : select(s, i) + k);
         if (reg == 3)
             s.pc = pop(s);
         return true;
     }
-    case 0xA:                                                                             // pushl
+    case 0xA:   // pushl
         write(s, locate(s, select(s, 2)), word & 255);
         set_select(s, 2, select(s, 2) - 1);
         return true;
-    case 0xB: {                                                                           // movsf, movss
+    case 0xB: {   // movsf, movss
         const uint32_t second = operand_word(s, sound), base = select(s, 2);
         return move(s, base + (word & 127), word & 128 ? base + (second & 127) : second, sound);
     }
-    case 0xC: case 0xD: case 0xF: {                                                       // call, goto
+    case 0xC:
+    case 0xD:
+    case 0xF: {   // call, goto
         const uint32_t to = ((word & 255) | operand_word(s, sound) << 8) << 1;
         if (word >> 8 != 0xEF && sound)
             call(s, to, word & 0x100);
         s.pc = to;
         return sound;
     }
-    case 0xE: {                                                                           // lfsr
+    case 0xE: {   // lfsr
         const unsigned low = s.target->wide ? 10 : 8;
         const uint32_t second = operand_word(s, sound);
         if (!sound || word & 0xC0 || word >> 4 == 0xEE3)
@@ -412,7 +450,11 @@ static bool execute(sim_t &s, unsigned word)
     switch (word >> 12) {
     case 0x0: return word >> 8 ? literal_op(s, word) : control_op(s, word);
     case 0x6: return file_op(s, word);
-    case 0x7: case 0x8: case 0x9: case 0xA: case 0xB: return bit_op(s, word);
+    case 0x7:
+    case 0x8:
+    case 0x9:
+    case 0xA:
+    case 0xB: return bit_op(s, word);
     case 0xC: {
         const uint32_t to = operand_word(s, sound);
         return move(s, word & 0xFFF, to, sound);

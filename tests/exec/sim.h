@@ -20,19 +20,19 @@ struct sim_access {
 
 struct sim_t {
     const target_t *target;
-    std::vector<uint8_t> program;       // by byte address
-    std::vector<uint8_t> data;          // by address; the core registers live here too
-    std::vector<uint8_t> role;          // by data address, set up by sim_init
-    std::vector<bool> watched;          // by data address; filled in by the caller
-    bool random_inputs = false;         // reading a watched register that changes by itself yields a sequence
-    bool extended = false;              // access-bank offsets below the register half count from file select 2
-    uint32_t pc = 0;                    // bytes
+    std::vector<uint8_t> program;   // by byte address
+    std::vector<uint8_t> data;      // by address; the core registers live here too
+    std::vector<uint8_t> role;      // by data address, set up by sim_init
+    std::vector<bool> watched;      // by data address; filled in by the caller
+    bool random_inputs = false;     // reading a watched register that changes by itself yields a sequence
+    bool extended = false;          // access-bank offsets below the register half count from file select 2
+    uint32_t pc = 0;                // bytes
     std::array<uint32_t, 32> stack{};
     unsigned depth = 0;
-    std::array<uint8_t, 3> shadow{};    // W, status and bsr, for the fast forms
+    std::array<uint8_t, 3> shadow{};   // W, status and bsr, for the fast forms
     uint64_t steps = 0;
     sim_stop stop = SIM_RUNS;
-    std::string why;                    // with the address, for a stop that isn't `sleep`
+    std::string why;   // with the address, for a stop that isn't `sleep`
     std::vector<sim_access> log;
     uint32_t inputs = 0;
     uint16_t wreg, status, bsr, prod, tblptr, tablat, pclath, fsr[3];   // addresses of core registers

@@ -58,10 +58,7 @@ bool in_ranges(const ranges_t &ranges, uint32_t address)
     return std::any_of(ranges.begin(), ranges.end(), [&](range_t r) { return r.lo <= address && address <= r.hi; });
 }
 
-uint16_t target_sfr(const target_t &t, const std::string &name)
-{
-    return t.sfr.contains(name) ? t.sfr.at(name) : 0;
-}
+uint16_t target_sfr(const target_t &t, const std::string &name) { return t.sfr.contains(name) ? t.sfr.at(name) : 0; }
 
 std::string target_sfr_name(const target_t &t, uint32_t address)
 {

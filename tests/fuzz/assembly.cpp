@@ -60,10 +60,7 @@ static void limit(decltype(RLIMIT_CORE) what, rlim_t most)
     setrlimit(what, &both);
 }
 
-static void write_file(const char *name, std::string_view text)
-{
-    std::ofstream(name, std::ios::binary) << text;
-}
+static void write_file(const char *name, std::string_view text) { std::ofstream(name, std::ios::binary) << text; }
 
 static void verify_object(const char *name)
 {

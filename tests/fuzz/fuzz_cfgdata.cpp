@@ -13,9 +13,12 @@ static std::string program(std::string_view input, std::string_view letters)
         source += " config " + what + "=" + with + "\n";
     };
     const auto chosen = [letters](char letter) { return letters.find(letter) != letters.npos; };
-    if (chosen('P')) config("pad_punits", "on");
-    if (chosen('I')) config("default_idlocs", "always");
-    if (chosen('D')) config("default_configs", "off");
+    if (chosen('P'))
+        config("pad_punits", "on");
+    if (chosen('I'))
+        config("default_idlocs", "always");
+    if (chosen('D'))
+        config("default_configs", "off");
     std::istringstream lines{std::string(input)};
     for (unsigned n = letters.size() & 7; std::getline(lines, line); n++) {
         char name[64];
@@ -31,5 +34,5 @@ static std::string program(std::string_view input, std::string_view letters)
     return source;
 }
 
-const assembly_t assembly = {
-    "in.cfgdata", '#', {"-mcpu=ZEL8K10", "--emax=1000", "--cfgdata=in.cfgdata"}, false, {}, program, nullptr};
+const assembly_t assembly = {"in.cfgdata", '#',    {"-mcpu=ZEL8K10", "--emax=1000", "--cfgdata=in.cfgdata"}, false, {},
+                             program,      nullptr};

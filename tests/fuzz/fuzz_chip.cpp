@@ -24,6 +24,10 @@ start:	movlw	5
 }
 
 const assembly_t assembly = {
-    "in.ini", '#', {"-mcpu=0", "-Cin.ini"}, true,
+    "in.ini",
+    '#',
+    {"-mcpu=0", "-Cin.ini"},
+    true,
     {{'M', "--maxizel"}, {'O', "-O"}, {'T', "-no_trans"}, {'A', "-A"}, {'X', "--xinst"}, {'L', "-L"}, {'1', "-mcpu=10"}},
-    program, nullptr};
+    program,
+    nullptr};

@@ -22,9 +22,12 @@ static bool repeats_text(std::string_view input)
     return false;
 }
 
+// clang-format off
 const assembly_t assembly = {
     "in.as", ';', {chip_option(), "--emax=1000"}, false,
     {{'O', "-O"}, {'S', "--opt=space"}, {'P', "-no_pa"}, {'N', "-auto_inline"}, {'E', "--errata=147473"}, {'A', "-A"},
      {'L', "-L"}, {'V', "-V"}, {'C', "-C"}, {'X', "--xinst"}, {'T', "-no_trans"}, {'Z', "--cmode=zmasm"}, {'H', "-H"},
      {'I', "-I"}, {'F', "-F20"}, {'D', "--opt=debug"}, {'W', "-W-9"}},
     nullptr, repeats_text};
+
+// clang-format on

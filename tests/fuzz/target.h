@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-extern const bool target_forks;        // each run needs a process of its own, which it may end
-void target_prepare();                 // once, before all runs
+extern const bool target_forks;   // each run needs a process of its own, which it may end
+void target_prepare();            // once, before all runs
 // One input, to its end. What comes out doesn't matter: a fault ends the process by a signal. The input outlives the run.
 void target_run(std::string_view input);
 bool target_may_take_long(std::string_view input);   // running out of time is no fault
@@ -26,10 +26,10 @@ struct choice_t {
     const char *option;
 };
 struct assembly_t {
-    const char *file;                        // what the input is written to
+    const char *file;   // what the input is written to
     char comment;
-    std::vector<const char *> always;        // options of every run
-    bool reads_input;                        // they name the input, thus nothing can be prepared
+    std::vector<const char *> always;   // options of every run
+    bool reads_input;                   // they name the input, thus nothing can be prepared
     std::vector<choice_t> choices;
     std::string (*source)(std::string_view input, std::string_view letters);   // null: the input is the source
     bool (*may_take_long)(std::string_view input);                             // null: never

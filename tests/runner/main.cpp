@@ -124,11 +124,13 @@ static std::string excerpt(const std::string &text) { return show(split_lines(te
 static std::string diff(const strings &a, const strings &b)
 {
     size_t head = 0, tail = 0, least = std::min(a.size(), b.size());
-    for (; head < least && a[head] == b[head]; head++) {}
-    for (; tail < least - head && a[a.size() - 1 - tail] == b[b.size() - 1 - tail]; tail++) {}
-    return "    @@ line " + std::to_string(head + 1) + " @@\n" + show(a, head - std::min<size_t>(head, CONTEXT), head, ' ')
-        + show(a, head, a.size() - tail, '-') + show(b, head, b.size() - tail, '+')
-        + show(a, a.size() - tail, a.size() - tail + CONTEXT, ' ');
+    for (; head < least && a[head] == b[head]; head++) {
+    }
+    for (; tail < least - head && a[a.size() - 1 - tail] == b[b.size() - 1 - tail]; tail++) {
+    }
+    return "    @@ line " + std::to_string(head + 1) + " @@\n" + show(a, head - std::min<size_t>(head, CONTEXT), head, ' ') +
+           show(a, head, a.size() - tail, '-') + show(b, head, b.size() - tail, '+') +
+           show(a, a.size() - tail, a.size() - tail + CONTEXT, ' ');
 }
 
 // ---- running a program ----
@@ -198,12 +200,12 @@ static outcome_t run_program(const strings &words, const strings &env, const std
 // ---- case files ----
 
 struct section_t {
-    std::string head;     // the line, without `--- `
-    strings body;         // without blank lines at the end
-    size_t line = 0;      // in the file
-    std::string kind;     // first word of the head, without -has or -not
-    std::string rest;     // what is behind it
-    strings words;        // of the rest
+    std::string head;   // the line, without `--- `
+    strings body;       // without blank lines at the end
+    size_t line = 0;    // in the file
+    std::string kind;   // first word of the head, without -has or -not
+    std::string rest;   // what is behind it
+    strings words;      // of the rest
     bool has = false, has_not = false;
 };
 
@@ -413,7 +415,8 @@ static outcome_t run_section(case_t &c, size_t i)
         set_head(s, head);
         s.line = run.line;
         size_t k = at;
-        for (; k < c.sections.size() && expects(c.sections[k]) && c.sections[k].kind != s.kind; k++) {}
+        for (; k < c.sections.size() && expects(c.sections[k]) && c.sections[k].kind != s.kind; k++) {
+        }
         if (k == c.sections.size() || !expects(c.sections[k]))
             c.sections.insert(c.sections.begin() + static_cast<ptrdiff_t>(at++), s);
     }

@@ -13,10 +13,11 @@
 static int usage(FILE *to, int status)
 {
     const int written = fputs("usage: zelobj [--verify] [--no-disassembly] [--offsets] [--wide] file...\n"
-          "  --verify          check only: print what is wrong, nothing if all is well\n"
-          "  --no-disassembly  show program psects as bytes too\n"
-          "  --offsets         put each record's offset in the file in front\n"
-          "  --wide            read lfsr as on chips with 14-bit data addresses\n", to);
+                              "  --verify          check only: print what is wrong, nothing if all is well\n"
+                              "  --no-disassembly  show program psects as bytes too\n"
+                              "  --offsets         put each record's offset in the file in front\n"
+                              "  --wide            read lfsr as on chips with 14-bit data addresses\n",
+                              to);
     return written < 0 || fflush(to) != 0 ? 2 : status;
 }
 

@@ -13,7 +13,8 @@
 #include <cctype>
 #include <map>
 
-namespace {
+namespace
+{
 
 enum { LINE_BYTES = 16 };
 
@@ -37,9 +38,12 @@ std::string name_or_dash(const std::string &s) { return s.empty() ? "-" : zo_nam
 
 std::string psect_flags(unsigned flags)
 {
-    static const struct { uint16_t bit; const char *name; } bits[] = {
-        {ZO_F_GLOBAL, "global"}, {ZO_F_PURE, "pure"}, {ZO_F_OVRLD, "ovrld"}, {ZO_F_ABS, "abs"}, {ZO_F_BIT, "bit"},
-        {ZO_F_NOTE, "note"},
+    static const struct {
+        uint16_t bit;
+        const char *name;
+    } bits[] = {
+        {ZO_F_GLOBAL, "global"}, {ZO_F_PURE, "pure"}, {ZO_F_OVRLD, "ovrld"},
+        {ZO_F_ABS, "abs"},       {ZO_F_BIT, "bit"},   {ZO_F_NOTE, "note"},
     };
     std::string s;
     for (auto &b : bits)
@@ -73,14 +77,11 @@ std::string reloc_text(const zo_reloc_entry &e, size_t offset)
 {
     std::string head = "reloc +" + zo_number(static_cast<uint32_t>(offset));
     switch (zo_field_kind(e.type)) {
-    case ZO_ADD_PSECT:
-        return head + ", " + field_width(e.type) + ": simple psect " + zo_name(e.name);
-    case ZO_ADD_SYMBOL:
-        return head + ", " + field_width(e.type) + ": simple symbol " + zo_name(e.name);
+    case ZO_ADD_PSECT: return head + ", " + field_width(e.type) + ": simple psect " + zo_name(e.name);
+    case ZO_ADD_SYMBOL: return head + ", " + field_width(e.type) + ": simple symbol " + zo_name(e.name);
     case ZO_CHECK:
         return head + ": range check " + quoted(e.name) + ", value " + zo_infix(e.value) + ", limit " + zo_infix(e.limit);
-    default:
-        return head + ", " + field_width(e.type) + ": complex " + zo_infix(e.value);
+    default: return head + ", " + field_width(e.type) + ": complex " + zo_infix(e.value);
     }
 }
 
@@ -89,22 +90,16 @@ std::string symbol_text(const zo_symbol &s)
     std::string value = zo_number(s.value), name = zo_name(s.name);
     std::string place = s.psect.empty() ? value : zo_name(s.psect) + "+" + value;
     switch (s.flags) {
-    case ZO_S_GLOBAL:
-        return "global " + name + " = " + place;
-    case ZO_S_LOCAL:
-        return "local " + name + " = " + place;
-    case ZO_S_ALIAS:
-        return "alias " + name + " = " + place;
+    case ZO_S_GLOBAL: return "global " + name + " = " + place;
+    case ZO_S_LOCAL: return "local " + name + " = " + place;
+    case ZO_S_ALIAS: return "alias " + name + " = " + place;
     case ZO_S_UNDEF:
     case ZO_S_UNDEF_LOCAL:
-        return (s.flags == ZO_S_UNDEF ? "undefined " : "undefined local ") + name
-             + (s.value || !s.psect.empty() ? " = " + place : "");
-    case ZO_S_FILE:
-        return "file " + quoted(s.name) + (s.value || !s.psect.empty() ? ", value " + place : "");
-    case ZO_S_LINE:
-        return "line " + name + " at " + place;
-    default:
-        return zo_format("flags 0x%02X ", s.flags) + name + " = " + place;
+        return (s.flags == ZO_S_UNDEF ? "undefined " : "undefined local ") + name +
+               (s.value || !s.psect.empty() ? " = " + place : "");
+    case ZO_S_FILE: return "file " + quoted(s.name) + (s.value || !s.psect.empty() ? ", value " + place : "");
+    case ZO_S_LINE: return "line " + name + " at " + place;
+    default: return zo_format("flags 0x%02X ", s.flags) + name + " = " + place;
     }
 }
 
@@ -127,8 +122,8 @@ struct printer {
     void dump(std::span<const uint8_t> bytes, uint32_t offset)
     {
         for (size_t i = 0; i < bytes.size(); i += LINE_BYTES)
-            line(zo_format("%04X  ", offset + static_cast<uint32_t>(i))
-                 + bytes_text(bytes.subspan(i, std::min<size_t>(LINE_BYTES, bytes.size() - i))));
+            line(zo_format("%04X  ", offset + static_cast<uint32_t>(i)) +
+                 bytes_text(bytes.subspan(i, std::min<size_t>(LINE_BYTES, bytes.size() - i))));
     }
 
     void reserved(bool set)
@@ -154,8 +149,8 @@ struct printer {
 
     void show(const zo_xpsect &b)
     {
-        line("psect " + zo_name(b.name) + ", size " + zo_number(b.size) + ", reloc " + zo_number(b.reloc)
-             + placement(b.space, b.delta, b.class_name) + ", with " + name_or_dash(b.with));
+        line("psect " + zo_name(b.name) + ", size " + zo_number(b.size) + ", reloc " + zo_number(b.reloc) +
+             placement(b.space, b.delta, b.class_name) + ", with " + name_or_dash(b.with));
         reserved(b.reserved);
     }
 
@@ -167,8 +162,8 @@ struct printer {
 
     void show(const zo_psectbound &b)
     {
-        line("psect " + zo_name(b.name) + ", " + psect_flags(b.flags) + ", base " + zo_number(b.base) + ", top "
-             + zo_number(b.top) + placement(b.space, b.delta, b.class_name));
+        line("psect " + zo_name(b.name) + ", " + psect_flags(b.flags) + ", base " + zo_number(b.base) + ", top " +
+             zo_number(b.top) + placement(b.space, b.delta, b.class_name));
         if (b.tag != 13)
             line(zo_format("first byte %u", b.tag));
     }
@@ -206,8 +201,8 @@ struct printer {
         const zo_reloc *relocs = after ? std::get_if<zo_reloc>(&after->body) : nullptr;
         auto found = program.find(t.psect);
         bool code = style.disassembly && found != program.end() && found->second && t.offset % 2 == 0;
-        line("psect " + zo_name(t.psect) + ", offset " + zo_number(t.offset) + ", "
-             + (t.data.empty() ? "no data" : zo_format("%zu data byte%s", t.data.size(), plural(t.data.size()))));
+        line("psect " + zo_name(t.psect) + ", offset " + zo_number(t.offset) + ", " +
+             (t.data.empty() ? "no data" : zo_format("%zu data byte%s", t.data.size(), plural(t.data.size()))));
         for (size_t i = 0, n; i < t.data.size(); i += n) {
             n = text_line(t, i, code);
             if (relocs)
@@ -234,8 +229,8 @@ struct printer {
 
     void show(const zo_fninfo &b)
     {
-        static const char *const words[] = {"", "fncall ", "fnarg ", "fnindir ", "fnaddr ", "fnsize ", "fnroot ", "", "",
-                                            "fnbreak "};
+        static const char *const words[] = {"",        "fncall ", "fnarg ", "fnindir ", "fnaddr ",
+                                            "fnsize ", "fnroot ", "",       "",         "fnbreak "};
         for (const zo_fninfo_entry &e : b.entries) {
             std::string s = words[e.subcode] + zo_name(e.function);
             if (e.subcode == ZO_FNCALL || e.subcode == ZO_FNARG || e.subcode == ZO_FNBREAK)
@@ -264,8 +259,8 @@ struct printer {
     void show(const zo_dabs &b)
     {
         for (const zo_dabs_entry &e : b.entries)
-            line(zo_format("space %u", e.space) + ", address " + zo_number(e.address) + ", size " + zo_number(e.size)
-                 + ", name " + name_or_dash(e.name));
+            line(zo_format("space %u", e.space) + ", address " + zo_number(e.address) + ", size " + zo_number(e.size) +
+                 ", name " + name_or_dash(e.name));
     }
 
     void show(const zo_start &b) { line("psect " + zo_name(b.psect) + ", offset " + zo_number(b.offset)); }
@@ -284,13 +279,13 @@ struct printer {
 
     void show(const zo_lr_reloc &b)
     {
-        line("field of " + field_width(b.type) + zo_format(", %u columns", b.columns) + ", base " + zo_number(b.base) + ": "
-             + zo_infix(b.value));
+        line("field of " + field_width(b.type) + zo_format(", %u columns", b.columns) + ", base " + zo_number(b.base) +
+             ": " + zo_infix(b.value));
         reserved(b.reserved);
     }
 };
 
-} // namespace
+}   // namespace
 
 std::string zo_number(uint32_t number) { return zo_format(number < 10 ? "%u" : "0x%X", number); }
 
@@ -305,7 +300,10 @@ std::string zo_name(const std::string &name)
 // The operands wait on an explicit stack, each with whether it needs parentheses as an operand.
 std::string zo_infix(const zo_expr &expr)
 {
-    struct term { std::string text; bool bare; };
+    struct term {
+        std::string text;
+        bool bare;
+    };
     std::vector<term> stack;
     auto pop = [&] {
         if (stack.empty())
@@ -317,25 +315,16 @@ std::string zo_infix(const zo_expr &expr)
     static const char *const binary[] = {" + ", " - ", " * ", " / ", " shl ", " shr ", " & ", " | ", " ^ "};
     for (const zo_token &t : expr) {
         switch (t.op) {
-        case ZO_OP_CONST:
-            stack.push_back({zo_number(t.number), true});
-            break;
-        case ZO_OP_PSECT:
-            stack.push_back({"psect " + zo_name(t.name), true});
-            break;
-        case ZO_OP_SEG_PSECT:
-            stack.push_back({"seg psect " + zo_name(t.name), true});
-            break;
-        case ZO_OP_SYMBOL:
-            stack.push_back({zo_name(t.name), true});
-            break;
-        case ZO_OP_SEG_SYMBOL:
-            stack.push_back({"seg " + zo_name(t.name), true});
-            break;
-        case ZO_OP_DEFINED:
-            stack.push_back({"defined(" + zo_name(t.name) + ")", true});
-            break;
-        case ZO_OP_LOW: case ZO_OP_HIGH: case ZO_OP_NOT: case ZO_OP_NEG: {
+        case ZO_OP_CONST: stack.push_back({zo_number(t.number), true}); break;
+        case ZO_OP_PSECT: stack.push_back({"psect " + zo_name(t.name), true}); break;
+        case ZO_OP_SEG_PSECT: stack.push_back({"seg psect " + zo_name(t.name), true}); break;
+        case ZO_OP_SYMBOL: stack.push_back({zo_name(t.name), true}); break;
+        case ZO_OP_SEG_SYMBOL: stack.push_back({"seg " + zo_name(t.name), true}); break;
+        case ZO_OP_DEFINED: stack.push_back({"defined(" + zo_name(t.name) + ")", true}); break;
+        case ZO_OP_LOW:
+        case ZO_OP_HIGH:
+        case ZO_OP_NOT:
+        case ZO_OP_NEG: {
             const char *word = t.op == ZO_OP_LOW ? "low " : t.op == ZO_OP_HIGH ? "high " : t.op == ZO_OP_NOT ? "not " : "-";
             stack.push_back({word + pop(), false});
             break;

@@ -28,9 +28,9 @@ std::string zo_format(const char *format, ...)
 const char *zo_type_name(uint8_t type)
 {
     static const char *const names[] = {
-        "", "TEXT", "PSECT", "RELOC", "SYM", "START", "END", "IDENT", "XPSECT", "SEGMENT", "XSYM", "SIGNAT", "FNINFO",
-        "FNCONF", "SEGSTART", "PSECTLIM", "LISTRELOC", "LR_TEXT", "LR_RELOC", "COND_EXPR", "DABS", "Unknown", "FNALIGN",
-        "PSECTBOUND",
+        "",          "TEXT",    "PSECT",    "RELOC",     "SYM",    "START",   "END",      "IDENT",
+        "XPSECT",    "SEGMENT", "XSYM",     "SIGNAT",    "FNINFO", "FNCONF",  "SEGSTART", "PSECTLIM",
+        "LISTRELOC", "LR_TEXT", "LR_RELOC", "COND_EXPR", "DABS",   "Unknown", "FNALIGN",  "PSECTBOUND",
     };
     static_assert(std::size(names) == ZO_LAST + 1);
     return type <= ZO_LAST ? names[type] : "";
@@ -49,7 +49,8 @@ zo_kind zo_field_kind(uint8_t type)
 bool zo_field_in_bits(uint8_t type) { return type >> 4 >= 0xD; }
 unsigned zo_field_bits(uint8_t type) { return zo_field_in_bits(type) ? type & 15u : (type & 15u) * 8; }
 
-namespace {
+namespace
+{
 
 struct cursor {
     std::span<const uint8_t> left;
@@ -117,21 +118,27 @@ zo_expr read_tokens(cursor &c, uint8_t stop, unsigned values, size_t *lasts)
             break;
         unsigned takes = 0;
         switch (t.op) {
-        case ZO_OP_CONST:
-            t.number = c.word();
-            break;
-        case ZO_OP_PSECT: case ZO_OP_SEG_PSECT: case ZO_OP_SYMBOL: case ZO_OP_SEG_SYMBOL: case ZO_OP_DEFINED:
-            t.name = c.string();
-            break;
-        case ZO_OP_LOW: case ZO_OP_HIGH: case ZO_OP_NOT: case ZO_OP_NEG:
-            takes = 1;
-            break;
-        case ZO_OP_ADD: case ZO_OP_SUB: case ZO_OP_MUL: case ZO_OP_DIV: case ZO_OP_SHL: case ZO_OP_SHR: case ZO_OP_AND:
-        case ZO_OP_OR: case ZO_OP_XOR: case ZO_OP_MOD:
-            takes = 2;
-            break;
-        default:
-            c.fail(zo_format("unknown postfix token %u", t.op));
+        case ZO_OP_CONST: t.number = c.word(); break;
+        case ZO_OP_PSECT:
+        case ZO_OP_SEG_PSECT:
+        case ZO_OP_SYMBOL:
+        case ZO_OP_SEG_SYMBOL:
+        case ZO_OP_DEFINED: t.name = c.string(); break;
+        case ZO_OP_LOW:
+        case ZO_OP_HIGH:
+        case ZO_OP_NOT:
+        case ZO_OP_NEG: takes = 1; break;
+        case ZO_OP_ADD:
+        case ZO_OP_SUB:
+        case ZO_OP_MUL:
+        case ZO_OP_DIV:
+        case ZO_OP_SHL:
+        case ZO_OP_SHR:
+        case ZO_OP_AND:
+        case ZO_OP_OR:
+        case ZO_OP_XOR:
+        case ZO_OP_MOD: takes = 2; break;
+        default: c.fail(zo_format("unknown postfix token %u", t.op));
         }
         if (depth < takes)
             c.fail(zo_format("postfix token %u lacks an operand", t.op));
@@ -158,12 +165,8 @@ zo_reloc_entry read_reloc(cursor &c)
     zo_reloc_entry e = {c.half(), c.byte(), {}, {}, {}};
     switch (zo_field_kind(e.type)) {
     case ZO_ADD_PSECT:
-    case ZO_ADD_SYMBOL:
-        e.name = c.string();
-        break;
-    case ZO_COMPLEX:
-        e.value = read_expr(c);
-        break;
+    case ZO_ADD_SYMBOL: e.name = c.string(); break;
+    case ZO_COMPLEX: e.value = read_expr(c); break;
     case ZO_CHECK: {
         if (c.byte() != ZO_OP_CHECK)
             c.fail("range check without its opener");
@@ -177,8 +180,7 @@ zo_reloc_entry read_reloc(cursor &c)
         }
         break;
     }
-    case ZO_BAD_KIND:
-        c.fail(zo_format("unknown relocation type 0x%02X", e.type));
+    case ZO_BAD_KIND: c.fail(zo_format("unknown relocation type 0x%02X", e.type));
     }
     return e;
 }
@@ -187,7 +189,9 @@ zo_fninfo_entry read_fninfo(cursor &c)
 {
     zo_fninfo_entry e = {c.byte(), {}, {}, 0, 0};
     switch (e.subcode) {
-    case ZO_FNCALL: case ZO_FNARG: case ZO_FNBREAK:
+    case ZO_FNCALL:
+    case ZO_FNARG:
+    case ZO_FNBREAK:
         e.function = c.string();
         e.name = c.string();
         break;
@@ -195,16 +199,14 @@ zo_fninfo_entry read_fninfo(cursor &c)
         e.function = c.string();
         e.number = c.half();
         break;
-    case ZO_FNADDR: case ZO_FNROOT:
-        e.function = c.string();
-        break;
+    case ZO_FNADDR:
+    case ZO_FNROOT: e.function = c.string(); break;
     case ZO_FNSIZE:
         e.function = c.string();
         e.number = c.word();
         e.autosize = c.word();
         break;
-    default:
-        c.fail(zo_format("unknown FNINFO subcode %u", e.subcode));
+    default: c.fail(zo_format("unknown FNINFO subcode %u", e.subcode));
     }
     return e;
 }
@@ -224,9 +226,7 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_PSECT:
-        r.body = zo_psect{c.half(), c.string()};
-        break;
+    case ZO_PSECT: r.body = zo_psect{c.half(), c.string()}; break;
     case ZO_XPSECT: {
         zo_xpsect b = {};
         b.size = c.word();
@@ -273,9 +273,7 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_SIGNAT:
-        r.body = zo_signat{c.half(), c.string()};
-        break;
+    case ZO_SIGNAT: r.body = zo_signat{c.half(), c.string()}; break;
     case ZO_FNINFO: {
         zo_fninfo b;
         while (c.more())
@@ -283,9 +281,7 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_FNCONF:
-        r.body = zo_fnconf{{c.string(), c.string(), c.string()}, c.half()};
-        break;
+    case ZO_FNCONF: r.body = zo_fnconf{{c.string(), c.string(), c.string()}, c.half()}; break;
     case ZO_FNALIGN: {
         zo_fnalign b = {c.half(), {}};
         while (c.more())
@@ -300,18 +296,10 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_START:
-        r.body = zo_start{c.word(), c.string()};
-        break;
-    case ZO_END:
-        r.body = zo_end{!c.zeros(2)};
-        break;
-    case ZO_LISTRELOC:
-        r.body = zo_listreloc{c.string(), c.string()};
-        break;
-    case ZO_COND_EXPR:
-        r.body = zo_cond_expr{read_expr(c)};
-        break;
+    case ZO_START: r.body = zo_start{c.word(), c.string()}; break;
+    case ZO_END: r.body = zo_end{!c.zeros(2)}; break;
+    case ZO_LISTRELOC: r.body = zo_listreloc{c.string(), c.string()}; break;
+    case ZO_COND_EXPR: r.body = zo_cond_expr{read_expr(c)}; break;
     case ZO_LR_TEXT:
         r.body = zo_lr_text{std::string(c.left.begin(), c.left.end())};
         c.left = {};
@@ -329,9 +317,10 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_SEGMENT: case ZO_XSYM: case ZO_SEGSTART: case ZO_UNKNOWN:
-        c.left = {};
-        break;
+    case ZO_SEGMENT:
+    case ZO_XSYM:
+    case ZO_SEGSTART:
+    case ZO_UNKNOWN: c.left = {}; break;
     }
     if (!c.left.empty())
         c.fail(zo_format("%zu bytes too many", c.left.size()));
@@ -341,12 +330,11 @@ void read_body(zo_record &r)
     }
 }
 
-} // namespace
+}   // namespace
 
 bool zo_file::decoded() const
 {
-    return error.empty()
-        && std::all_of(records.begin(), records.end(), [](const zo_record &r) { return r.error.empty(); });
+    return error.empty() && std::all_of(records.begin(), records.end(), [](const zo_record &r) { return r.error.empty(); });
 }
 
 zo_file zo_read(std::span<const uint8_t> bytes)

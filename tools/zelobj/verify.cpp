@@ -10,7 +10,8 @@
 #include <cctype>
 #include <set>
 
-namespace {
+namespace
+{
 
 struct checker {
     const zo_file &file;
@@ -120,8 +121,8 @@ struct checker {
 
     void symbol(const zo_symbol &s)
     {
-        static const uint16_t known[] = {ZO_S_LINE, ZO_S_FILE, ZO_S_UNDEF_LOCAL, ZO_S_LOCAL, ZO_S_GLOBAL, ZO_S_UNDEF,
-                                         ZO_S_ALIAS};
+        static const uint16_t known[] = {ZO_S_LINE,   ZO_S_FILE,  ZO_S_UNDEF_LOCAL, ZO_S_LOCAL,
+                                         ZO_S_GLOBAL, ZO_S_UNDEF, ZO_S_ALIAS};
         std::string where = "symbol " + zo_name(s.name) + " ";
         need(std::count(std::begin(known), std::end(known), s.flags), where + zo_format("has flags 0x%02X", s.flags));
         if (s.flags == ZO_S_ALIAS)
@@ -147,7 +148,7 @@ struct checker {
     void check(const zo_fninfo &b) { need(!b.entries.empty(), "no entries"); }
     void check(const zo_fnalign &b) { need(!b.names.empty(), "no names"); }
     void check(const zo_dabs &b) { need(!b.entries.empty(), "no entries"); }
-    template<class other> void check(const other &) {}
+    template <class other> void check(const other &) {}
 
     void all();
 };
@@ -187,7 +188,7 @@ void checker::all()
         problems.push_back(file.error);
 }
 
-} // namespace
+}   // namespace
 
 std::vector<std::string> zo_verify(const zo_file &file)
 {

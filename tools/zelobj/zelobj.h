@@ -16,32 +16,43 @@
 #include <variant>
 #include <vector>
 
+// clang-format off
 enum zo_type : uint8_t {
     ZO_TEXT = 1, ZO_PSECT, ZO_RELOC, ZO_SYM, ZO_START, ZO_END, ZO_IDENT, ZO_XPSECT, ZO_SEGMENT, ZO_XSYM, ZO_SIGNAT,
     ZO_FNINFO, ZO_FNCONF, ZO_SEGSTART, ZO_PSECTLIM, ZO_LISTRELOC, ZO_LR_TEXT, ZO_LR_RELOC, ZO_COND_EXPR, ZO_DABS,
     ZO_UNKNOWN, ZO_FNALIGN, ZO_PSECTBOUND, ZO_LAST = ZO_PSECTBOUND,
 };
+// clang-format on
 
 enum : size_t { ZO_HEAD = 3, ZO_BODY_MAX = 512, ZO_BODY_WRITTEN = 509 };   // bytes: what is read, what is written
 
 // Psect flags.
 enum : uint16_t {
-    ZO_F_GLOBAL = 0x0010, ZO_F_PURE = 0x0020, ZO_F_OVRLD = 0x0040, ZO_F_ABS = 0x0080, ZO_F_BIT = 0x0400, ZO_F_NOTE = 0x1000,
+    ZO_F_GLOBAL = 0x0010,
+    ZO_F_PURE = 0x0020,
+    ZO_F_OVRLD = 0x0040,
+    ZO_F_ABS = 0x0080,
+    ZO_F_BIT = 0x0400,
+    ZO_F_NOTE = 0x1000,
 };
 
 // Symbol flags.
+// clang-format off
 enum : uint16_t {
     ZO_S_LINE = 4, ZO_S_FILE = 5, ZO_S_UNDEF_LOCAL = 6, ZO_S_LOCAL = 7, ZO_S_GLOBAL = 16, ZO_S_UNDEF = 22, ZO_S_ALIAS = 24,
 };
+// clang-format on
 
 // Postfix code. A leaf pushes a value, the unary operators change the top, a binary operator takes its left operand
 // from the top and its right operand from below.
+// clang-format off
 enum : uint8_t {
     ZO_OP_END = 0, ZO_OP_LOW = 1, ZO_OP_HIGH = 2, ZO_OP_CONST = 3, ZO_OP_ADD = 4, ZO_OP_SUB, ZO_OP_MUL, ZO_OP_DIV, ZO_OP_SHL,
     ZO_OP_SHR, ZO_OP_AND, ZO_OP_OR, ZO_OP_XOR, ZO_OP_NOT = 13, ZO_OP_NEG = 14, ZO_OP_PSECT = 16, ZO_OP_MOD = 17,
     ZO_OP_CHECK_END = 18, ZO_OP_CHECK = 19, ZO_OP_DEFINED = 20, ZO_OP_SYMBOL = 32, ZO_OP_SEG_PSECT = 144,
     ZO_OP_SEG_SYMBOL = 160,
 };
+// clang-format on
 
 struct zo_token {
     uint8_t op;
@@ -53,11 +64,18 @@ using zo_expr = std::vector<zo_token>;   // in the file's order; leaves exactly 
 // A field's type byte, in RELOC and LR_RELOC: what is added to it, and its width.
 enum zo_kind : uint8_t { ZO_ADD_PSECT = 1, ZO_ADD_SYMBOL = 2, ZO_COMPLEX = 3, ZO_CHECK, ZO_BAD_KIND };
 zo_kind zo_field_kind(uint8_t type);
-unsigned zo_field_bits(uint8_t type);    // 0 for a range check
-bool zo_field_in_bits(uint8_t type);     // the width is told in bits, not in bytes
+unsigned zo_field_bits(uint8_t type);   // 0 for a range check
+bool zo_field_in_bits(uint8_t type);    // the width is told in bits, not in bytes
 
-struct zo_ident { std::array<uint8_t, 6> order; std::string chip; uint8_t major, minor; };
-struct zo_psect { uint16_t flags; std::string name; };
+struct zo_ident {
+    std::array<uint8_t, 6> order;
+    std::string chip;
+    uint8_t major, minor;
+};
+struct zo_psect {
+    uint16_t flags;
+    std::string name;
+};
 struct zo_xpsect {
     uint32_t size;
     uint16_t reloc;
@@ -65,40 +83,94 @@ struct zo_xpsect {
     std::string name, class_name, with;   // the last two empty if there is none
     bool reserved;                        // a byte that should be 0 isn't; likewise below
 };
-struct zo_psectlim { uint16_t limit; std::string name; bool reserved; };
+struct zo_psectlim {
+    uint16_t limit;
+    std::string name;
+    bool reserved;
+};
 struct zo_psectbound {
     uint8_t tag;
     uint16_t flags;
-    uint32_t base, top;                   // bytes
+    uint32_t base, top;   // bytes
     uint8_t space, delta;
     std::string name, class_name;
 };
-struct zo_symbol { uint32_t value; uint16_t flags; std::string psect, name; };
-struct zo_sym { std::vector<zo_symbol> symbols; };
-struct zo_text { uint32_t offset; std::string psect; std::vector<uint8_t> data; };   // offset in bytes
-struct zo_reloc_entry {
-    uint16_t offset;     // in the data of the TEXT before, in bytes
-    uint8_t type;
-    std::string name;    // psect or symbol of a simple entry; the thing checked by a range check
-    zo_expr value;       // of a complex entry or range check
-    zo_expr limit;       // of a range check
+struct zo_symbol {
+    uint32_t value;
+    uint16_t flags;
+    std::string psect, name;
 };
-struct zo_reloc { std::vector<zo_reloc_entry> entries; };
-struct zo_signat { uint16_t signature; std::string name; };
+struct zo_sym {
+    std::vector<zo_symbol> symbols;
+};
+struct zo_text {
+    uint32_t offset;
+    std::string psect;
+    std::vector<uint8_t> data;
+};   // offset in bytes
+struct zo_reloc_entry {
+    uint16_t offset;   // in the data of the TEXT before, in bytes
+    uint8_t type;
+    std::string name;   // psect or symbol of a simple entry; the thing checked by a range check
+    zo_expr value;      // of a complex entry or range check
+    zo_expr limit;      // of a range check
+};
+struct zo_reloc {
+    std::vector<zo_reloc_entry> entries;
+};
+struct zo_signat {
+    uint16_t signature;
+    std::string name;
+};
 enum zo_fn : uint8_t { ZO_FNCALL = 1, ZO_FNARG, ZO_FNINDIR, ZO_FNADDR, ZO_FNSIZE, ZO_FNROOT, ZO_FNBREAK = 9 };
-struct zo_fninfo_entry { uint8_t subcode; std::string function, name; uint32_t number, autosize; };   // by subcode
-struct zo_fninfo { std::vector<zo_fninfo_entry> entries; };
-struct zo_fnconf { std::string names[3]; uint16_t number; };
-struct zo_fnalign { uint16_t group; std::vector<std::string> names; };
-struct zo_dabs_entry { uint8_t space; uint32_t address, size; std::string name; };
-struct zo_dabs { std::vector<zo_dabs_entry> entries; };
-struct zo_start { uint32_t offset; std::string psect; };
-struct zo_end { bool reserved; };
-struct zo_listreloc { std::string relocs, listing; };
-struct zo_cond_expr { zo_expr condition; };
-struct zo_lr_text { std::string text; };
-struct zo_lr_reloc { uint32_t base; uint8_t type, columns; zo_expr value; bool reserved; };
-struct zo_other {};   // SEGMENT, XSYM, SEGSTART, Unknown: passed over; and a body with an error
+struct zo_fninfo_entry {
+    uint8_t subcode;
+    std::string function, name;
+    uint32_t number, autosize;
+};   // by subcode
+struct zo_fninfo {
+    std::vector<zo_fninfo_entry> entries;
+};
+struct zo_fnconf {
+    std::string names[3];
+    uint16_t number;
+};
+struct zo_fnalign {
+    uint16_t group;
+    std::vector<std::string> names;
+};
+struct zo_dabs_entry {
+    uint8_t space;
+    uint32_t address, size;
+    std::string name;
+};
+struct zo_dabs {
+    std::vector<zo_dabs_entry> entries;
+};
+struct zo_start {
+    uint32_t offset;
+    std::string psect;
+};
+struct zo_end {
+    bool reserved;
+};
+struct zo_listreloc {
+    std::string relocs, listing;
+};
+struct zo_cond_expr {
+    zo_expr condition;
+};
+struct zo_lr_text {
+    std::string text;
+};
+struct zo_lr_reloc {
+    uint32_t base;
+    uint8_t type, columns;
+    zo_expr value;
+    bool reserved;
+};
+struct zo_other {
+};   // SEGMENT, XSYM, SEGSTART, Unknown: passed over; and a body with an error
 
 struct zo_record {
     zo_type type;
@@ -107,13 +179,14 @@ struct zo_record {
     std::string error;              // why the body could not be decoded; else empty
     std::variant<zo_other, zo_ident, zo_psect, zo_xpsect, zo_psectlim, zo_psectbound, zo_sym, zo_text, zo_reloc, zo_signat,
                  zo_fninfo, zo_fnconf, zo_fnalign, zo_dabs, zo_start, zo_end, zo_listreloc, zo_cond_expr, zo_lr_text,
-                 zo_lr_reloc> body;
+                 zo_lr_reloc>
+        body;
 };
 
 struct zo_file {
     std::vector<zo_record> records;
-    std::string error;     // why the reading ended before the file's end; else empty
-    bool decoded() const;  // no error, here or in any record
+    std::string error;      // why the reading ended before the file's end; else empty
+    bool decoded() const;   // no error, here or in any record
 };
 
 // The buffer must stay as long as the raw bodies are looked at.
@@ -124,9 +197,9 @@ const char *zo_type_name(uint8_t type);   // "TEXT" and so on; type 1 to 23
 std::vector<std::string> zo_verify(const zo_file &file);
 
 struct zo_style {
-    bool offsets = false;       // file offsets of records
-    bool disassembly = true;    // of program psects
-    bool wide = false;          // data addresses have 14 bits, so `lfsr` has 10 of them in its second word
+    bool offsets = false;      // file offsets of records
+    bool disassembly = true;   // of program psects
+    bool wide = false;         // data addresses have 14 bits, so `lfsr` has 10 of them in its second word
 };
 std::string zo_print(const zo_file &file, const zo_style &style);
 std::string zo_infix(const zo_expr &expr);
@@ -134,7 +207,10 @@ std::string zo_name(const std::string &name);   // bare if it is an identifier, 
 std::string zo_number(uint32_t number);         // a digit below 10, else hexadecimal with 0x
 
 // The instruction at the start of `code`, which has at least two bytes. `offset` is its place in the psect, in bytes.
-struct zo_instruction { unsigned words; std::string text; };
+struct zo_instruction {
+    unsigned words;
+    std::string text;
+};
 zo_instruction zo_disassemble(std::span<const uint8_t> code, uint32_t offset, bool wide);
 
 std::string zo_format(const char *format, ...) __attribute__((format(printf, 1, 2)));

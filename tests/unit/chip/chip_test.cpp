@@ -13,9 +13,11 @@
 // All that a ZEL8 section needs, in 13 lines with the header; `more` comes behind.
 static std::string zel8(const std::string &more = "", const std::string &name = "ZEL8T1")
 {
-    return "[" + name + "]\nARCH=ZEL8\nRAMSIZE=600\nROMSIZE=8000\nCOMMON=0-5F\nSFRCOMMON=F60-FFF\n"
+    return "[" + name +
+           "]\nARCH=ZEL8\nRAMSIZE=600\nROMSIZE=8000\nCOMMON=0-5F\nSFRCOMMON=F60-FFF\n"
            "GPRBANKS=60-FF,100-1FF\nSFRBANKS=F40-F5F\nCFGMEM=230000-230009\nPCBITS=14\nBSRBITS=4\nSFR=WREG,FF3,8\n"
-           "SFRFLD=W0,FF3,0,1\n" + more;
+           "SFRFLD=W0,FF3,0,1\n" +
+           more;
 }
 // The same less the line of `key`.
 static std::string zel8_without(const std::string &key, const std::string &more = "")
@@ -37,18 +39,21 @@ static std::string show(const memrange_t *list)
 static std::string show(vec_t<memrange_t *> ranges)
 {
     std::string text;
-    for (const memrange_t *r : ranges) text += show(r);
+    for (const memrange_t *r : ranges)
+        text += show(r);
     return text;
 }
 
-struct stopped_t {};   // thrown by a fatal message
+struct stopped_t {
+};   // thrown by a fatal message
 
 struct Chip : testing::Test {
     scratch_dir_t scratch;
     std::string said;   // messages, a line each, without the directory's name
     ~Chip() override { opt.cur_chip = nullptr; }
     std::string path(const std::string &name) const { return scratch.path + "/" + name; }
-    template <class F> void listen(F fn) {
+    template <class F> void listen(F fn)
+    {
         static const alert_services_t services = {catalogue_path, [](int) { throw stopped_t(); }};
         alert_set_services(&services);
         alert_set_formats("%f: (%n) %s", "%f: (%n) %s", nullptr);
@@ -58,10 +63,12 @@ struct Chip : testing::Test {
         } catch (const stopped_t &) {
         }
         said = testing::internal::GetCapturedStderr();
-        for (size_t at; (at = said.find(path(""))) != std::string::npos;) said.erase(at, path("").size());
+        for (size_t at; (at = said.find(path(""))) != std::string::npos;)
+            said.erase(at, path("").size());
     }
     // Reads `chip` from a file "f" of that text and looks a register up; null after a fatal message.
-    chipinfo_t *load(const std::string &text, const char *chip = "ZEL8T1") {
+    chipinfo_t *load(const std::string &text, const char *chip = "ZEL8T1")
+    {
         chipinfo_t *ci = nullptr;
         write_file(path("f"), text);
         listen([&] {
@@ -72,10 +79,12 @@ struct Chip : testing::Test {
         return ci;
     }
     // A file that is refused in that line.
-    void fails(const std::string &text, unsigned number, const std::string &words, int line) {
+    void fails(const std::string &text, unsigned number, const std::string &words, int line)
+    {
         EXPECT_EQ(load(text), nullptr);
         EXPECT_EQ(said, "(" + std::to_string(number) + ") " + words + " in chipinfo file \"f\" at line " +
-                            std::to_string(line) + "\n") << text;
+                            std::to_string(line) + "\n")
+            << text;
     }
 };
 
@@ -83,7 +92,7 @@ TEST_F(Chip, Sections)
 {
     EXPECT_FALSE(load(zel8() + zel8("", "XZEL8T1"), "t1"));   // two names end in it
     EXPECT_EQ(said, "(922) chip \"t1\" not present in chipinfo file \"f\"\n");
-    EXPECT_FALSE(load(zel8() + "[OTHER]\n", "T1"));            // ends right behind another header
+    EXPECT_FALSE(load(zel8() + "[OTHER]\n", "T1"));   // ends right behind another header
     EXPECT_FALSE(load(""));
     EXPECT_EQ(said, "(920) empty chipinfo file\n");
     listen([] { chipinfo_load("/dev/zero", "A"); });
@@ -94,16 +103,17 @@ TEST_F(Chip, Sections)
     fails("[ZEL8T1]\nSFR=A,1,8\n", 1026, "missing architecture", 2);
     fails(zel8_without("ARCH", "ARCH=ZEL8\n"), 1026, "missing architecture", 2);   // too late for RAMSIZE
     fails("[ZEL8T1]\nARCH=ZEL9\n", 1025, "unknown architecture", 2);
-    fails("[ZEL8T1]\nARCH=ANY\n", 1015, "missing \"INTSRC\" specification", 2);     // of no family, but with vectors
+    fails("[ZEL8T1]\nARCH=ANY\n", 1015, "missing \"INTSRC\" specification", 2);   // of no family, but with vectors
 }
 
 TEST_F(Chip, LinesAndValues)
 {
     const std::string filler(3071 - 7, 'x');   // a line that fills the buffer goes on as a further line
-    chipinfo_t *ci = load("MAKE=Head\nLIB=a\n lib b\n" +
-                          zel8("PROCID=" + filler + "FAMILY \t=\tTwo = three\nLIB=c\n== =\nSTART=" + std::string(2, '\0') +
-                               "\nMAKE=Own\nERRATA=e\r\nDEVIDMEM=1-FFFFFFFF00000005\nEEPROM=240000-2400FF,250000,2503FF\nEEADRBITS=0xA\n"
-                               "VOLSFRS=F80-F8F,F90-F9F,F60-F61\nVOLSFRS=0xF70-f7E\nPROBE2RAM=1-2,3-4\nPROBEXROM=5-6\n"));
+    chipinfo_t *ci =
+        load("MAKE=Head\nLIB=a\n lib b\n" +
+             zel8("PROCID=" + filler + "FAMILY \t=\tTwo = three\nLIB=c\n== =\nSTART=" + std::string(2, '\0') +
+                  "\nMAKE=Own\nERRATA=e\r\nDEVIDMEM=1-FFFFFFFF00000005\nEEPROM=240000-2400FF,250000,2503FF\nEEADRBITS=0xA\n"
+                  "VOLSFRS=F80-F8F,F90-F9F,F60-F61\nVOLSFRS=0xF70-f7E\nPROBE2RAM=1-2,3-4\nPROBEXROM=5-6\n"));
     ASSERT_TRUE(ci) << said;
     EXPECT_EQ(said + ci->c_procid + ci->c_family + ci->c_errata + ci->c_make, filler + "TwoeOwn");
     EXPECT_EQ(vec_size(chipinfo_get_list(ci, "lib")), 1u);   // hides both of the head's
@@ -145,10 +155,15 @@ TEST_F(Chip, Registers)
     EXPECT_TRUE(vec_size(a->sfr_kids) == 2 && vec_elementAt(a->sfr_kids, 1) == ah && ah->sfr_parent == a);
     EXPECT_EQ(c->sfr_parent, nullptr);   // the joined register was full
     EXPECT_EQ(skiplist_lookup(ci->c_sfrtab->sfrsAddrTab, 0xF00), a);
-    static const struct { sfr_t *owner; const char *name; uint32_t mask; } fields[] = {
-        {al, "F", 0x1C}, {al, "f", 1}, {c, "F", 0x80000000}, {c, "G", 0}, {c, "H", 0xFFFFFFF0}, {c, "I", 0xFFFFFFFF}};
-    for (const auto &f : fields) EXPECT_EQ(skiplist_lookup(f.owner->sfr_fields, f.name)->fld_mask, f.mask) << f.name;
-    EXPECT_EQ(chip_findSFR(ci, "N")->sfr_address, 0xE00u);   // out of order, and no harm
+    static const struct {
+        sfr_t *owner;
+        const char *name;
+        uint32_t mask;
+    } fields[] = {{al, "F", 0x1C}, {al, "f", 1},         {c, "F", 0x80000000},
+                  {c, "G", 0},     {c, "H", 0xFFFFFFF0}, {c, "I", 0xFFFFFFFF}};
+    for (const auto &f : fields)
+        EXPECT_EQ(skiplist_lookup(f.owner->sfr_fields, f.name)->fld_mask, f.mask) << f.name;
+    EXPECT_EQ(chip_findSFR(ci, "N")->sfr_address, 0xE00u);                   // out of order, and no harm
     EXPECT_TRUE(load(zel8("SFRFLD=A,FF2,0,1\n")) && said.empty()) << said;   // of no register: passed over
     assertion_mode = 2;
     load(zel8("SFRFLD=A,FF2,0,1\n"));
@@ -158,7 +173,7 @@ TEST_F(Chip, Registers)
 
     write_file(path("zel8t2.ini"), zel8("SFR=LENT,FF5,8\n", "ZEL8T2"));
     ci = load(zel8("ALIAS=ZEL8T2\n"));
-    EXPECT_TRUE(ci && chip_findSFR(ci, "lent")) << said;   // beside the chip's own file
+    EXPECT_TRUE(ci && chip_findSFR(ci, "lent")) << said;                   // beside the chip's own file
     EXPECT_FALSE(chip_findSFR(load("ALIAS=ZEL8T2\n" + zel8()), "LENT"));   // of no section
     EXPECT_FALSE(chip_findSFR(load(zel8("ALIAS=ZEL8T2\nALIAS\n")), "LENT"));
     write_file(path("zel8t4.ini"), zel8("ALIAS=ZEL8T5\n", "ZEL8T4"));
@@ -184,7 +199,7 @@ TEST_F(Chip, Maximise)
     ci = load("[ZEL8T1]\nARCH=ZEL2E\nROMSIZE=800\nBANKS=104\nBANKSIZE=80\nPAGESIZE=800\nSTACKDEPTH=8\nPCBITS=B\n"
               "BANKSELBITS=2\nRAMBANK=20-7F,B0-EF\nCOMMON=70-7F\nCONFIG=400-400\nSFR=WREG,3,8\nSFRFLD=W,3,0,1\n");
     chip_maximise(ci);
-    EXPECT_EQ(show(ci->c_rambank), "20-7F B0-EF 120-17F 1A0-1FF ");      // offsets 20 to 7F of a bank
+    EXPECT_EQ(show(ci->c_rambank), "20-7F B0-EF 120-17F 1A0-1FF ");   // offsets 20 to 7F of a bank
 }
 
 // What is wrong with the core registers of a sample chip.
@@ -193,24 +208,27 @@ static const char *fault_of_sample(const char *name)
     chipinfo_t *ci = opt.cur_chip = chipinfo_load(nullptr, name);
     sfr_init(ci);
     for (uint32_t id = SFR_TOSU; id < SFR_END; ++id) {
-        if (!chip_isSfrCommonAddr(sfr_addrOf(id))) return "a core register is missing or outside the access bank";
-        if (sfr_idAt(sfr_addrOf(id)) != id) return "two core registers share an address";
+        if (!chip_isSfrCommonAddr(sfr_addrOf(id)))
+            return "a core register is missing or outside the access bank";
+        if (sfr_idAt(sfr_addrOf(id)) != id)
+            return "two core registers share an address";
     }
     return "";
 }
 
 TEST_F(Chip, CoreRegisters)
 {
-    listen([] {});   // readies the messages
+    listen([] {});                                                          // readies the messages
     for (const char *name : {"ZEL8K10", "zel8k20", "ZEL8K30", "ZEL8K40"})   // a process each: looked up once in a run
         EXPECT_EQ(in_child([&] { fputs(fault_of_sample(name), stderr); }).text, "") << name;
     // STATUS falls on WREG's slot of the table; BSR lies where WREG does, and the first of the list stays; PCL is missing.
     chipinfo_t *ci = load(zel8("SFR=BSR,FF3,8\nSFR=STATUS,F73,8\n"));
     EXPECT_EQ(in_child([&] {
-        sfr_init(ci);
-        fprintf(stderr, "%s %s %X %X%d", sfr_nameAt(0xFF3), sfr_nameAt(0xF73), sfr_addrOf(SFR_BSR), sfr_addrOf(SFR_END),
-                sfr_nameAt(-1) != nullptr);
-    }).text, "wreg status FF3 00");
+                  sfr_init(ci);
+                  fprintf(stderr, "%s %s %X %X%d", sfr_nameAt(0xFF3), sfr_nameAt(0xF73), sfr_addrOf(SFR_BSR),
+                          sfr_addrOf(SFR_END), sfr_nameAt(-1) != nullptr);
+              }).text,
+              "wreg status FF3 00");
 }
 
 static memrange_t *parse(const char *text)
@@ -224,11 +242,20 @@ static memrange_t *parse(const char *text)
 
 TEST(Lists, AddAndSubtract)
 {
-    static const struct { const char *before; uint32_t lo, hi, page; bool join; const char *after; } sums[] = {
-        {"10-20 30-35 ", 5, 0x40, 0, false, "5-40 "}, {"10-20 30-35 ", 0x12, 0x18, 0, true, "10-20 30-35 "},
-        {"10-20 ", 0x21, 0x25, 0, true, "10-25 "}, {"10-20 30-40 50-60 ", 0x20, 0x30, 0, false, "10-40 50-60 "},
-        {"10-20 ", 8, 0xF, 0, true, "8-20 "}, {"10-20 ", 0xFFFFFFF0, 0xFFFFFFFF, 0, true, "10-20 FFFFFFF0-FFFFFFFF "},
-        {"", 0xF0, 0x110, 0x100, false, "F0-FF 100-110 "}, {"", 0, 0x1FF, 0x100, false, "0-FF 100-1FF "},
+    static const struct {
+        const char *before;
+        uint32_t lo, hi, page;
+        bool join;
+        const char *after;
+    } sums[] = {
+        {"10-20 30-35 ", 5, 0x40, 0, false, "5-40 "},
+        {"10-20 30-35 ", 0x12, 0x18, 0, true, "10-20 30-35 "},
+        {"10-20 ", 0x21, 0x25, 0, true, "10-25 "},
+        {"10-20 30-40 50-60 ", 0x20, 0x30, 0, false, "10-40 50-60 "},
+        {"10-20 ", 8, 0xF, 0, true, "8-20 "},
+        {"10-20 ", 0xFFFFFFF0, 0xFFFFFFFF, 0, true, "10-20 FFFFFFF0-FFFFFFFF "},
+        {"", 0xF0, 0x110, 0x100, false, "F0-FF 100-110 "},
+        {"", 0, 0x1FF, 0x100, false, "0-FF 100-1FF "},
         {"", 0xFFFFFEF0, 0xFFFFFFFF, 0x100, false, "FFFFFEF0-FFFFFEFF FFFFFF00-FFFFFFFF "},
     };
     for (const auto &c : sums) {
@@ -237,9 +264,14 @@ TEST(Lists, AddAndSubtract)
         EXPECT_EQ(show(list), c.after) << c.before << " + " << c.lo << "-" << c.hi;
         range_free(list);
     }
-    static const struct { const char *a, *b, *rest; } differences[] = {
-        {"0-FF ", "60-7F ", "0-5F 80-FF "}, {"0-FF 100-1FF ", "", "0-FF 100-1FF "}, {"10-20 30-40 ", "0-FFFFFFFF ", ""},
-        {"0-FF 100-1FF ", "F0-10F ", "0-EF 110-1FF "}, {"10-20 ", "10-10 20-20 ", "11-1F "},
+    static const struct {
+        const char *a, *b, *rest;
+    } differences[] = {
+        {"0-FF ", "60-7F ", "0-5F 80-FF "},
+        {"0-FF 100-1FF ", "", "0-FF 100-1FF "},
+        {"10-20 30-40 ", "0-FFFFFFFF ", ""},
+        {"0-FF 100-1FF ", "F0-10F ", "0-EF 110-1FF "},
+        {"10-20 ", "10-10 20-20 ", "11-1F "},
         {"0-FF 100-1FF 200-2FF ", "40-4F 60-6F 150-FFFFFFFF ", "0-3F 50-5F 70-FF 100-14F "},
     };
     for (const auto &c : differences) {

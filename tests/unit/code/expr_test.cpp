@@ -4,9 +4,21 @@
 #include "code/sym.h"
 #include "code_test.h"
 
-static value_t binary(uint16_t code, value_t a, value_t b) { value_binary(code, &a, &b); return a; }
-static value_t unary(uint16_t code, value_t v) { value_unary(code, &v); return v; }
-static value_t evaluated(value_t v) { value_eval(&v); return v; }
+static value_t binary(uint16_t code, value_t a, value_t b)
+{
+    value_binary(code, &a, &b);
+    return a;
+}
+static value_t unary(uint16_t code, value_t v)
+{
+    value_unary(code, &v);
+    return v;
+}
+static value_t evaluated(value_t v)
+{
+    value_eval(&v);
+    return v;
+}
 static value_t num(int64_t n) { return value_const(n); }
 static value_t ref(const char *name) { return value_sym(sym_enter(name, 0)); }
 static void define(const char *name, value_t v)
@@ -18,8 +30,9 @@ static void define(const char *name, value_t v)
 
 static bool is_const(const value_t &v, int64_t n) { return v.v_rtype == RT_CONST && v.v_offs == n; }
 
-class Expr : public testing::Test {
-protected:
+class Expr : public testing::Test
+{
+  protected:
     void SetUp() override { sym_init(); }
 };
 
@@ -60,11 +73,12 @@ TEST_F(Expr, CirclesAndSizeEnd)
     EXPECT_EQ(said([&] { EXPECT_EQ(evaluated(ref("t28")).v_nodes, 0u); }), " 839");
     value_t left = ref("x"), right = ref("x");
     EXPECT_EQ(said([&] {
-        for (unsigned i = 0; i < VALUE_MAX_NODES + 1; i++) {
-            left = binary(OPC_AND, left, ref("x"));
-            right = binary(OPC_AND, ref("x"), right);
-        }
-    }), " 839");
+                  for (unsigned i = 0; i < VALUE_MAX_NODES + 1; i++) {
+                      left = binary(OPC_AND, left, ref("x"));
+                      right = binary(OPC_AND, ref("x"), right);
+                  }
+              }),
+              " 839");
     EXPECT_EQ(left.v_nodes, VALUE_MAX_NODES);
     EXPECT_EQ(right.v_rtype, RT_SYM);   // its left operand
     define("x", num(6));

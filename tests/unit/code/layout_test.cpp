@@ -11,7 +11,11 @@
 #include "code/ops.h"
 #include "options.h"
 
-struct plain_t { op_t *op; size_t target; int64_t at; };
+struct plain_t {
+    op_t *op;
+    size_t target;
+    int64_t at;
+};
 
 static int64_t plain_size(const plain_t &n, int64_t pos, const std::vector<plain_t> &all, bool known)
 {
@@ -95,9 +99,8 @@ static size_t misplaced(std::vector<plain_t> all)
 {
     size_psect(cur_psect);
     plain_pass(all);
-    return static_cast<size_t>(std::count_if(all.begin(), all.end(), [](const plain_t &n) {
-        return n.op->op_offs != static_cast<uint64_t>(n.at);
-    }));
+    return static_cast<size_t>(std::count_if(all.begin(), all.end(),
+                                             [](const plain_t &n) { return n.op->op_offs != static_cast<uint64_t>(n.at); }));
 }
 
 TEST(SizePass, EndsWhereThePlainWalksEnd)

@@ -50,7 +50,7 @@ TEST(List, DeletionAndReuse)
     EXPECT_TRUE(list_empty(code));
     EXPECT_EQ(comments(&code->tail), "\n; one\n; two\n");
     op_t *again = append(T_NOP);
-    EXPECT_EQ(again, b);                  // recycled, and clean
+    EXPECT_EQ(again, b);   // recycled, and clean
     EXPECT_TRUE(!op_comments_any(again) && again->op_id != 0);
 }
 
@@ -94,15 +94,16 @@ TEST(Sym, HidingAndCapacity)
     // Holes in the index don't cut off what stands behind them, and 2 + 60490 records are the most there can be.
     symbol_t *all[60489];
     EXPECT_EQ(said([&] {
-        for (int i = 0; i < 60489; i++)
-            all[i] = sym_enter(("name" + std::to_string(i)).c_str(), 0);
-        for (int i = 0; i < 60489; i += 3)
-            sym_unlink(all[i]);
-        for (int i = 0; i < 60489; i++)
-            ASSERT_EQ(sym_find(("name" + std::to_string(i)).c_str()), i % 3 ? all[i] : nullptr) << i;
-        for (int i = 0; i < 60489; i += 3)
-            sym_link(all[i]);
-    }), "");
+                  for (int i = 0; i < 60489; i++)
+                      all[i] = sym_enter(("name" + std::to_string(i)).c_str(), 0);
+                  for (int i = 0; i < 60489; i += 3)
+                      sym_unlink(all[i]);
+                  for (int i = 0; i < 60489; i++)
+                      ASSERT_EQ(sym_find(("name" + std::to_string(i)).c_str()), i % 3 ? all[i] : nullptr) << i;
+                  for (int i = 0; i < 60489; i += 3)
+                      sym_link(all[i]);
+              }),
+              "");
     EXPECT_EQ(said([] { sym_enter("last", 0); }), " 309");
 }
 
@@ -129,11 +130,10 @@ TEST(Sym, Orders)
         return s + messages;
     };
     EXPECT_EQ(order({}), "d/p c/p b/p a/p /p ");
-    EXPECT_EQ(order({"ab", "bc"}), "c/p b/p d/p a/p /p ");        // depths 1 2 3 1
+    EXPECT_EQ(order({"ab", "bc"}), "c/p b/p d/p a/p /p ");   // depths 1 2 3 1
     EXPECT_EQ(order({"cb", "da"}), "b/p a/p d/p c/p /p ");
     EXPECT_EQ(order({"ba", "ab"}), "b/p d/p c/p a/p /p  783");
     EXPECT_EQ(order({"ab", "ba", "cd", "dc"}), "d/p b/p c/p a/p /p  783 783");
-    EXPECT_EQ(order({"ab", "bc", "cb"}).substr(19), " 783");    // a circle that is entered from outside
+    EXPECT_EQ(order({"ab", "bc", "cb"}).substr(19), " 783");   // a circle that is entered from outside
     EXPECT_EQ(order({"aa"}), "d/p c/p b/p a/p /p  783");
 }
-

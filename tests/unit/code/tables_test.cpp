@@ -33,24 +33,31 @@ TEST(Ops, EveryWordIsFoundInAnyCaseAndNothingElse)
 }
 
 // A letter for each predicate that holds; a digit for the file select.
-static std::string answers(const opnd_t &v) {
-    static const struct { bool (*fn)(const opnd_t *); char letter; } all[] = {
-        {sfr_isKnown, 'k'}, {sfr_isWreg, 'w'}, {sfr_isStatus, 's'}, {sfr_isBsr, 'b'}, {sfr_isPc, 'p'}, {sfr_isTos, 't'},
-        {sfr_isIndirect, 'i'}, {sfr_isPostinc, '+'}, {sfr_isPostdec, '-'}, {sfr_isPreinc, '*'}, {sfr_isPlusw, 'x'}};
+static std::string answers(const opnd_t &v)
+{
+    static const struct {
+        bool (*fn)(const opnd_t *);
+        char letter;
+    } all[] = {{sfr_isKnown, 'k'},   {sfr_isWreg, 'w'},   {sfr_isStatus, 's'},   {sfr_isBsr, 'b'},
+               {sfr_isPc, 'p'},      {sfr_isTos, 't'},    {sfr_isIndirect, 'i'}, {sfr_isPostinc, '+'},
+               {sfr_isPostdec, '-'}, {sfr_isPreinc, '*'}, {sfr_isPlusw, 'x'}};
     std::string s;
     for (const auto &p : all)
-        if (p.fn(&v)) s += p.letter;
-    if (int select = sfr_fileSelect(&v)) s += static_cast<char>('0' + select);
+        if (p.fn(&v))
+            s += p.letter;
+    if (int select = sfr_fileSelect(&v))
+        s += static_cast<char>('0' + select);
     return s;
 }
 
-TEST(SfrOp, Predicates) {
+TEST(SfrOp, Predicates)
+{
     opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
     sfr_init(opt.cur_chip);
-    static const char *const expected[] = {
-        "kt", "kt", "kt", "k", "kp", "kp", "kp", "k", "k", "k", "k", "k", "k", "ki1", "ki+1", "ki-1", "ki*1", "kix1", "k",
-        "k", "kw", "ki2", "ki+2", "ki-2", "ki*2", "kix2", "k", "k", "kb", "ki3", "ki+3", "ki-3", "ki*3", "kix3",
-        "k", "k", "ks"};
+    static const char *const expected[] = {"kt",   "kt",   "kt",   "k",    "kp",   "kp",   "kp",   "k",    "k",  "k",
+                                           "k",    "k",    "k",    "ki1",  "ki+1", "ki-1", "ki*1", "kix1", "k",  "k",
+                                           "kw",   "ki2",  "ki+2", "ki-2", "ki*2", "kix2", "k",    "k",    "kb", "ki3",
+                                           "ki+3", "ki-3", "ki*3", "kix3", "k",    "k",    "ks"};
     opnd_t v = {};
     for (uint32_t id = SFR_TOSU; id < SFR_END; ++id) {
         v.opnd_value = value_const(sfr_addrOf(id));

@@ -12,51 +12,60 @@ static const char *find() { return catalogue.c_str(); }
 [[noreturn]] static void stop(int status) { exit(status); }
 
 // The output of `body` with this catalogue, at line 12 of main.as.
-template <class F> static std::string reported(F body, const std::string &texts) {
+template <class F> static std::string reported(F body, const std::string &texts)
+{
     static const alert_services_t services = {find, stop};
     scratch_dir_t dir;
     catalogue = dir.path + "/en_msgs.txt";
     write_file(catalogue, texts);
     return in_child([&] {
-        alert_set_services(&services);
-        alert_set_formats(nullptr, nullptr, nullptr);
-        hook();
-        body();
-    }).text;
+               alert_set_services(&services);
+               alert_set_formats(nullptr, nullptr, nullptr);
+               hook();
+               body();
+           })
+        .text;
 }
 
-TEST(Alert, CutsAndColumn) {
+TEST(Alert, CutsAndColumn)
+{
     // 510 characters of text with the prefix, 8191 of line with the newline.
     std::string wide(9000, 'x');
-    EXPECT_EQ(reported([&] {
-        alert_text("E", "%s", wide.c_str());
-        alert_print("%s", wide.c_str());
-        alert_set_structured(1);
-        alert_set_formats(("%n" + wide).c_str(), nullptr, nullptr);
-        alert_msg(876);
-        const char *start = "abcdef", *at = start + 4;
-        alert_set_formats("[%f %l %c] %s", nullptr, nullptr);
-        alert_set_location("f", &line, &start, &at);
-        alert_msg(876);
-    }, "876 E syntax error\n"), "main.as: 12: (0) " + wide.substr(0, 506) + "\n" + wide.substr(0, 8190) + "\n876" +
-                                wide.substr(0, 8187) + "\n[f 12 4] syntax error\n");
+    EXPECT_EQ(reported(
+                  [&] {
+                      alert_text("E", "%s", wide.c_str());
+                      alert_print("%s", wide.c_str());
+                      alert_set_structured(1);
+                      alert_set_formats(("%n" + wide).c_str(), nullptr, nullptr);
+                      alert_msg(876);
+                      const char *start = "abcdef", *at = start + 4;
+                      alert_set_formats("[%f %l %c] %s", nullptr, nullptr);
+                      alert_set_location("f", &line, &start, &at);
+                      alert_msg(876);
+                  },
+                  "876 E syntax error\n"),
+              "main.as: 12: (0) " + wide.substr(0, 506) + "\n" + wide.substr(0, 8190) + "\n876" + wide.substr(0, 8187) +
+                  "\n[f 12 4] syntax error\n");
 }
 
-TEST(Alert, OnceAndDisabled) {
-    EXPECT_EQ(reported([] {
-        alert_set_hook(hook);
-        EXPECT_EQ(alert_once(337), 0);
-        EXPECT_EQ(alert_set_level(-1), 0);
-        EXPECT_EQ(alert_once(337), 1);   // the dropped call left no mark
-        EXPECT_EQ(alert_once(337), 0);
-        line = 13;
-        EXPECT_EQ(alert_once_nl(1020, "a"), 1);
-        EXPECT_EQ(alert_once(1020, "b"), 0);   // same number, file and line
-        EXPECT_EQ(alert_msg(337), 1);
-        alert_disable_list("4294967295,99999999999999999999,-1,296:off,4711:off");
-        EXPECT_EQ(alert_msg(4711), 0);
-        alert_msg(296);   // fatal ones are not silenced
-    }, "296 F end\n337 -1 low\n1020\t0\tunknown \"%s\"\n"),
-        "main.as: 12: (337) low (warning)\nNon line specific message: (1020) unknown \"a\" (warning)\n"
-        "main.as: 13: (337) low (warning)\nmain.as: 13: (296) end\n");
+TEST(Alert, OnceAndDisabled)
+{
+    EXPECT_EQ(reported(
+                  [] {
+                      alert_set_hook(hook);
+                      EXPECT_EQ(alert_once(337), 0);
+                      EXPECT_EQ(alert_set_level(-1), 0);
+                      EXPECT_EQ(alert_once(337), 1);   // the dropped call left no mark
+                      EXPECT_EQ(alert_once(337), 0);
+                      line = 13;
+                      EXPECT_EQ(alert_once_nl(1020, "a"), 1);
+                      EXPECT_EQ(alert_once(1020, "b"), 0);   // same number, file and line
+                      EXPECT_EQ(alert_msg(337), 1);
+                      alert_disable_list("4294967295,99999999999999999999,-1,296:off,4711:off");
+                      EXPECT_EQ(alert_msg(4711), 0);
+                      alert_msg(296);   // fatal ones are not silenced
+                  },
+                  "296 F end\n337 -1 low\n1020\t0\tunknown \"%s\"\n"),
+              "main.as: 12: (337) low (warning)\nNon line specific message: (1020) unknown \"a\" (warning)\n"
+              "main.as: 13: (337) low (warning)\nmain.as: 13: (296) end\n");
 }

@@ -8,7 +8,8 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 
-TEST(StringCache, EqualTextIsOnePointer) {
+TEST(StringCache, EqualTextIsOnePointer)
+{
     char buffer[] = "abc";
     const char *s = cache_string(buffer);
     EXPECT_NE(s, buffer);
@@ -25,24 +26,39 @@ TEST(StringCache, EqualTextIsOnePointer) {
     cache_size = 5077;
 }
 
-TEST(StringCache, PathsAndPieces) {
-    const char *const cases[][2] = {
-        {cache_path_join("a/", "/b"), "a/b"}, {cache_path_join("a", "//b"), "a//b"}, {cache_path_join("", "/b"), "/b"},
-        {cache_replace_ext("d.x/a.b.c", ".obj"), "d.x/a.b.obj"}, {cache_replace_ext("d.x/a", "obj"), "d.x/a.obj"},
-        {cache_replace_ext("a.", "..o"), "a..o"}, {cache_strip_ext("d.x/a"), "d.x/a"}, {cache_basename("x/"), ""},
-        {cache_dirname("/z"), ""}, {cache_dirname("z"), nullptr}, {cache_lower("A\xC4Z1"), "a\xC4z1"},
-        {cache_upper("a\xE4z1"), "A\xE4Z1"}, {cache_translate("xy", "xy", "z"), "zy"}, {cache_trim(" \t\r\n"), ""},
-        {cache_trim_chars("--a-b-", "-"), "a-b"}, {cache_chomp(" a\n\r\n"), " a"}, {cache_first_line("a b\rc\n"), "a b"},
-        {cache_escape("a'b\\", "'\\", '\\'), "a\\'b\\\\"}, {cache_suffix_nocase("text.As", ".aS"), ".As"},
-        {cache_after_prefix_nocase("text.As", "TEXT"), ".As"}, {cache_after_prefix("te", "text"), nullptr},
-        {cache_quote("a\"b", '"'), "\"a\\\"b\""}};
-    for (const auto &c : cases) EXPECT_STREQ(c[0], c[1]);
+TEST(StringCache, PathsAndPieces)
+{
+    const char *const cases[][2] = {{cache_path_join("a/", "/b"), "a/b"},
+                                    {cache_path_join("a", "//b"), "a//b"},
+                                    {cache_path_join("", "/b"), "/b"},
+                                    {cache_replace_ext("d.x/a.b.c", ".obj"), "d.x/a.b.obj"},
+                                    {cache_replace_ext("d.x/a", "obj"), "d.x/a.obj"},
+                                    {cache_replace_ext("a.", "..o"), "a..o"},
+                                    {cache_strip_ext("d.x/a"), "d.x/a"},
+                                    {cache_basename("x/"), ""},
+                                    {cache_dirname("/z"), ""},
+                                    {cache_dirname("z"), nullptr},
+                                    {cache_lower("A\xC4Z1"), "a\xC4z1"},
+                                    {cache_upper("a\xE4z1"), "A\xE4Z1"},
+                                    {cache_translate("xy", "xy", "z"), "zy"},
+                                    {cache_trim(" \t\r\n"), ""},
+                                    {cache_trim_chars("--a-b-", "-"), "a-b"},
+                                    {cache_chomp(" a\n\r\n"), " a"},
+                                    {cache_first_line("a b\rc\n"), "a b"},
+                                    {cache_escape("a'b\\", "'\\", '\\'), "a\\'b\\\\"},
+                                    {cache_suffix_nocase("text.As", ".aS"), ".As"},
+                                    {cache_after_prefix_nocase("text.As", "TEXT"), ".As"},
+                                    {cache_after_prefix("te", "text"), nullptr},
+                                    {cache_quote("a\"b", '"'), "\"a\\\"b\""}};
+    for (const auto &c : cases)
+        EXPECT_STREQ(c[0], c[1]);
     const char *text = "f(a(b))", *first, *last;
     EXPECT_STREQ(cache_between(text, '(', ')', &first, &last), "a(b");
     EXPECT_EQ(last, text + 5);
 }
 
-TEST(Xalloc, BlocksAndTooMuch) {
+TEST(Xalloc, BlocksAndTooMuch)
+{
     char *previous = nullptr;
     for (size_t i = 0, sizes[] = {1, 7, 8, 9, 4000, 100000, 40000, 3000000, 5}; i < 540; i++) {
         const size_t size = sizes[i / 60];

@@ -22,8 +22,9 @@
 #include "options.h"
 #include "out/emasm.h"
 
-class Optim : public testing::Test {
-protected:
+class Optim : public testing::Test
+{
+  protected:
     static void SetUpTestSuite()
     {
         static const alert_services_t services = {catalogue_path, exit};
@@ -47,9 +48,11 @@ protected:
                 code.replace(at, strlen(word), text);
         char name[] = "/tmp/optimXXXXXX";
         close(mkstemp(name));
-        std::ofstream(name) << "x equ 0F66h\ny equ 0F67h\nz equ 0F65h\nv equ 20h\nstatus equ 0FF4h\nwreg equ 0FF3h\npcl equ 0FECh\n"
-                               "bsr equ 0FF2h\nindf0 equ 0FD0h\npostinc0 equ 0FD1h\nplusw0 equ 0FD4h\n"
-                               "global r,s,out,start,p__Lparam\npsect t,class=CODE\n\t" << code << '\n';
+        std::ofstream(name)
+            << "x equ 0F66h\ny equ 0F67h\nz equ 0F65h\nv equ 20h\nstatus equ 0FF4h\nwreg equ 0FF3h\npcl equ 0FECh\n"
+               "bsr equ 0FF2h\nindf0 equ 0FD0h\npostinc0 equ 0FD1h\nplusw0 equ 0FD4h\n"
+               "global r,s,out,start,p__Lparam\npsect t,class=CODE\n\t"
+            << code << '\n';
         char *sources[] = {name};
         opt.src_files = sources;
         opt.src_count = 1;

@@ -12,7 +12,8 @@ struct jump_row_t {
     const char *before, *after = nullptr;   // null: stays
 };
 
-static const jump_row_t tests_and_branches[] = {   // J1 to J9
+static const jump_row_t tests_and_branches[] = {
+    // J1 to J9
     {"return / incf x ;# / incf y / L: / incf z", "return / incf x ;# / L: / incf z"},
     {"goto out / incf x / k equ 1 / align 2 / incf y", "goto out / k equ 1 / align 2 / incf y"},
     {"goto out / incf x / k equ 1 / org 64 / incf y", "goto out / k equ 1 / org 64 / incf y"},
@@ -37,7 +38,8 @@ static const jump_row_t tests_and_branches[] = {   // J1 to J9
     {"M: / incf y / ds 254 / bz L / USED / L: / goto M"},
 };
 
-static const jump_row_t jumps[] = {   // J10 to J16
+static const jump_row_t jumps[] = {
+    // J10 to J16
     {"goto M / incf z / L: / M: / incf y", "goto L / L: / M: / incf y"},
     {"global M / goto M / L: / M: / incf y"},
     {"goto L+2 / M: / nop / L: / goto N / K: / clrw / N: / daw"},
@@ -51,7 +53,8 @@ static const jump_row_t jumps[] = {   // J10 to J16
     {"goto L / M: / DEAD / L: / int_fun: / nop / USED / org 64 / N: / retfie"},
 };
 
-static const jump_row_t tails[] = {   // J17 to J19
+static const jump_row_t tails[] = {
+    // J17 to J19
     {"btfsc x,1 / clrf y / goto L / M: / clrf y / L: / movlw 5"},
     {"clrf y ;volsfr / goto L / M: / clrf y / L: / movlw 5"},
     {"clrf y / goto L / M: / clrf y ;volatile / L: / movlw 5"},
@@ -126,7 +129,8 @@ TEST_F(Optim, JumpRules)
 // The index finds what trying one goto after the other finds, also when the list has changed under it.
 TEST_F(Optim, SharedTails)
 {
-    static const char *const pieces[] = {"incf x", "incf y", "nop", "clrw", "btfsc x,1", "decfsz y", "daw", "retlw 1", "call L0"};
+    static const char *const pieces[] = {"incf x",   "incf y", "nop",     "clrw",   "btfsc x,1",
+                                         "decfsz y", "daw",    "retlw 1", "call L0"};
     std::mt19937 random(1);
     unsigned merged = 0;
     for (int round = 0; round < 150; round++) {

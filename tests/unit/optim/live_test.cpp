@@ -18,26 +18,48 @@ TEST_F(Optim, Liveness)
             code += "f" + std::to_string(i) + ": / call f" + std::to_string(i + 1) + " / return / ";
         return code + "f" + std::to_string(deep) + ": / clrw / return";
     };
-    const struct { reg_t r; std::string code; bool needed; } rows[] = {
-        {REG_W, "daw / DEAD", true}, {REG_W, "incf wreg,w / USED", true}, {REG_C, "btg status,0 / DEAD", true},
-        {REG_C, "movff status,x / DEAD", true}, {REG_BSR, "movff bsr,x / DEAD", true}, {REG_Z, "setf x / USED", true},
-        {REG_C, "goto L+2 / L: / DEAD", true}, {REG_W, "btfsc x,0 / DEAD", true}, {REG_W, "bz out / clrw / DEAD", true},
-        {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true}, {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
+    const struct {
+        reg_t r;
+        std::string code;
+        bool needed;
+    } rows[] = {
+        {REG_W, "daw / DEAD", true},
+        {REG_W, "incf wreg,w / USED", true},
+        {REG_C, "btg status,0 / DEAD", true},
+        {REG_C, "movff status,x / DEAD", true},
+        {REG_BSR, "movff bsr,x / DEAD", true},
+        {REG_Z, "setf x / USED", true},
+        {REG_C, "goto L+2 / L: / DEAD", true},
+        {REG_W, "btfsc x,0 / DEAD", true},
+        {REG_W, "bz out / clrw / DEAD", true},
+        {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true},
+        {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
         {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},
         {REG_W, "btfsc x,0 / goto L / movwf x / DEAD / L: / clrw / USED", true},
-        {REG_C, "call fn / DEAD / fn: / clrw / return", true}, {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
+        {REG_C, "call fn / DEAD / fn: / clrw / return", true},
+        {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
         // Where nobody knows what runs next
-        {REG_C, "org 20h / DEAD", true}, {REG_C, "align 2 / DEAD", true},
-        {REG_C, "addwf pcl / DEAD", true}, {REG_C, "bsf 0ECh,c,1 / DEAD", true},
+        {REG_C, "org 20h / DEAD", true},
+        {REG_C, "align 2 / DEAD", true},
+        {REG_C, "addwf pcl / DEAD", true},
+        {REG_C, "bsf 0ECh,c,1 / DEAD", true},
         {REG_C, "title \"t\" / messg \"m\" / DEAD", false},
         // Which register it is
-        {REG_W, "clrf 0F3h,c / USED", false}, {REG_W, "clrf 0FF3h,b / USED", true}, {REG_C, "bcf status,b,0 / USED", true},
-        {REG_C, "bcf 0F4h,c,0 / USED", false}, {REG_BSR, "bcf v,b,0 / DEAD", true}, {REG_BSR, "bcf v,c,0 / DEAD", false},
+        {REG_W, "clrf 0F3h,c / USED", false},
+        {REG_W, "clrf 0FF3h,b / USED", true},
+        {REG_C, "bcf status,b,0 / USED", true},
+        {REG_C, "bcf 0F4h,c,0 / USED", false},
+        {REG_BSR, "bcf v,b,0 / DEAD", true},
+        {REG_BSR, "bcf v,c,0 / DEAD", false},
         {REG_C, "btfsc later,c,0 / later equ 0F4h / DEAD", true},
         // Limits
-        {REG_W, nops + "clrw / USED", false}, {REG_W, nops + "nop / clrw / USED", true},
-        {REG_W, branches + "clrw / USED", false}, {REG_W, branches + "bz M / M: / clrw / USED", true},
-        {REG_W, calls(4), false}, {REG_W, calls(5), true}, {REG_W, "fn: / call fn / movwf x / return", false},
+        {REG_W, nops + "clrw / USED", false},
+        {REG_W, nops + "nop / clrw / USED", true},
+        {REG_W, branches + "clrw / USED", false},
+        {REG_W, branches + "bz M / M: / clrw / USED", true},
+        {REG_W, calls(4), false},
+        {REG_W, calls(5), true},
+        {REG_W, "fn: / call fn / movwf x / return", false},
     };
     for (const auto &row : rows)
         EXPECT_EQ(nxtuse(row.r, node(assemble(row.code), 0), nullptr, nullptr), row.needed) << row.r << ": " << row.code;
@@ -47,7 +69,6 @@ TEST_F(Optim, Liveness)
     EXPECT_FALSE(nxtuse(REG_W, node(loop, 2), node(loop, 1), node(loop, 1)));
     EXPECT_TRUE(nxtuse(REG_W, node(loop, 2), nullptr, nullptr));
     EXPECT_TRUE(nxtuse(REG_N, nullptr, nullptr, nullptr));
-
 }
 
 TEST_F(Optim, KnowledgeOfW)

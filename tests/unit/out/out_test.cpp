@@ -9,8 +9,9 @@
 #include "options.h"
 #include "out/emlist.h"
 
-class Out : public testing::Test {
-protected:
+class Out : public testing::Test
+{
+  protected:
     chipinfo_t chip = {};
     void SetUp() override
     {
@@ -60,7 +61,7 @@ TEST_F(Out, ColumnsAndPages)
         s->s_flags |= S_GLOBAL;
         s->s_refs = *name != 'n';
     }
-    append(T_MOVLW, 0x0E00, value_const(1), OPND_LIT, ";012345678901234567");    // 28 characters of text: just the room
+    append(T_MOVLW, 0x0E00, value_const(1), OPND_LIT, ";012345678901234567");   // 28 characters of text: just the room
     append(T_MOVLW, 0x0E00, value_const(2), OPND_LIT, ";0123456789012345678");
     append(T_GOTO, 0xEF00, value_sym(sym_find("ext")), OPND_CODE);
     append(T_NOP, 0x0003, {}, OPND_NONE, "\n ;;flush left");
@@ -76,11 +77,12 @@ TEST_F(Out, ColumnsAndPages)
     // Seven lines a page. Then a page of symbols, three to a line, in the order of the table.
     const std::string head = "\n\nVelmora Zentra QVK Assembler 1               Page ", remark = "\t;012345678901234567";
     EXPECT_EQ(0u, all.find(head + "1\n" + std::string(35, ' ')));
-    EXPECT_NE(std::string::npos, all.find(
-        row("     6", "\tpsect\tp") + row("     7  0000' 0E01", "\tmovlw\t1" + remark) + "\f" + head + "2\n")) << all;
-    EXPECT_NE(std::string::npos, all.find(
-        row("    48", "status\tequ\t0x0") +
-        "\f\n\nVelmora Technology ZEL8 Macro Assembler 1               Page 8\nSymbol Table  "));
+    EXPECT_NE(std::string::npos,
+              all.find(row("     6", "\tpsect\tp") + row("     7  0000' 0E01", "\tmovlw\t1" + remark) + "\f" + head + "2\n"))
+        << all;
+    EXPECT_NE(std::string::npos,
+              all.find(row("    48", "status\tequ\t0x0") +
+                       "\f\n\nVelmora Technology ZEL8 Macro Assembler 1               Page 8\nSymbol Table  "));
     const std::string end = "\n\n        ext 000000*         one 000000*         two 000000* \n\f";
     EXPECT_EQ(all.size() - end.size(), all.rfind(end)) << all;
 }

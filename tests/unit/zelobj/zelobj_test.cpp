@@ -53,23 +53,22 @@ static string problems(const string &bytes)
 
 TEST(Zelobj, Records)
 {
-    string bytes = hex("10 00 07  00 01 02 03 00 01 'ZEL8K10' 00 03 0B")
-        + rec(ZO_PSECT, "30 00 't' 00") + rec(ZO_XPSECT, "00010000 0200 0000 00 02 0000 't' 00 'CODE' 00 00")
-        + rec(ZO_PSECT, "00 14 'b c' 00") + rec(ZO_XPSECT, "00000000 0000 0000 01 01 0000 'b c' 00 00 't' 00")
-        + rec(ZO_PSECT, "D0 00 00") + rec(ZO_PSECTBOUND, "0D D0 00 00000000 10000000 00 01 00 00")
-        + rec(ZO_SYM, "04000000 1000 't' 00 'main' 00  20000000 0700 00 'n' 00  00000000 1600 00 'foo' 00"
-                      "00000000 0600 00 'bar' 00  01000000 1800 'main' 00 'al' 00  FFFFFFFF 1000 00 'm1' 00")
-        + rec(ZO_SYM, "00000000 0500 00 'a.asm' 00  01000000 0500 00 'b.asm' 00  06000000 0400 't' 00 '12' 00"
-                      "00000000 0300 't' 00 'odd' 00")
-        + rec(ZO_TEXT, "10000000 't' 00  00 0E 00 EF 00 F0 41")
-        + rec(ZO_RELOC, "0000 31 20 'foo' 00 03 01000000 04 01 00"          // low(foo+1)
-                        "0200 31 03 FF000000 03 01000000 10 't' 00 09 0A 00"
-                        "0400 FC 03 09000000 20 'foo' 00 09 00"
-                        "0400 30 13 'bit number' 00 03 01000000 20 'n' 00 05 03 07000000 12"
-                        "0700 30 13 'at end' 00 20 'n' 00 20 'foo' 00 12")
-        + rec(ZO_TEXT, "00000000 'b c' 00 000102030405060708090A0B0C0D0E0F10")
-        + rec(ZO_RELOC, "0100 12 'b c' 00  0F00 EC 'foo' 00")
-        + END;
+    string bytes = hex("10 00 07  00 01 02 03 00 01 'ZEL8K10' 00 03 0B") + rec(ZO_PSECT, "30 00 't' 00") +
+                   rec(ZO_XPSECT, "00010000 0200 0000 00 02 0000 't' 00 'CODE' 00 00") + rec(ZO_PSECT, "00 14 'b c' 00") +
+                   rec(ZO_XPSECT, "00000000 0000 0000 01 01 0000 'b c' 00 00 't' 00") + rec(ZO_PSECT, "D0 00 00") +
+                   rec(ZO_PSECTBOUND, "0D D0 00 00000000 10000000 00 01 00 00") +
+                   rec(ZO_SYM, "04000000 1000 't' 00 'main' 00  20000000 0700 00 'n' 00  00000000 1600 00 'foo' 00"
+                               "00000000 0600 00 'bar' 00  01000000 1800 'main' 00 'al' 00  FFFFFFFF 1000 00 'm1' 00") +
+                   rec(ZO_SYM, "00000000 0500 00 'a.asm' 00  01000000 0500 00 'b.asm' 00  06000000 0400 't' 00 '12' 00"
+                               "00000000 0300 't' 00 'odd' 00") +
+                   rec(ZO_TEXT, "10000000 't' 00  00 0E 00 EF 00 F0 41") +
+                   rec(ZO_RELOC, "0000 31 20 'foo' 00 03 01000000 04 01 00"   // low(foo+1)
+                                 "0200 31 03 FF000000 03 01000000 10 't' 00 09 0A 00"
+                                 "0400 FC 03 09000000 20 'foo' 00 09 00"
+                                 "0400 30 13 'bit number' 00 03 01000000 20 'n' 00 05 03 07000000 12"
+                                 "0700 30 13 'at end' 00 20 'n' 00 20 'foo' 00 12") +
+                   rec(ZO_TEXT, "00000000 'b c' 00 000102030405060708090A0B0C0D0E0F10") +
+                   rec(ZO_RELOC, "0100 12 'b c' 00  0F00 EC 'foo' 00") + END;
     zo_file file = read(bytes);
     EXPECT_TRUE(file.decoded());
     EXPECT_EQ(zo_print(file, {}), R"(IDENT 16 bytes
@@ -125,7 +124,10 @@ END 2 bytes
 
 TEST(Zelobj, Malformed)
 {
-    const struct { string bytes; const char *error; } frames[] = {
+    const struct {
+        string bytes;
+        const char *error;
+    } frames[] = {
         {hex("00 00 18"), "Unknown record type: 24"},
         {hex("01 02 03"), "Record too long: \"RELOC\" (513)"},
         {hex("05 00"), "file ends inside a record's head"},
@@ -133,7 +135,10 @@ TEST(Zelobj, Malformed)
     };
     for (auto &f : frames)
         EXPECT_EQ(read(f.bytes).error, f.error);
-    const struct { int type; const char *body, *error; } bodies[] = {
+    const struct {
+        int type;
+        const char *body, *error;
+    } bodies[] = {
         {ZO_PSECT, "10 00 't' 00 00", "1 bytes too many"},
         {ZO_SYM, "00000000 1000 00 'a' 00 00", "body ends inside a number"},
         {ZO_FNINFO, "07 'f' 00", "unknown FNINFO subcode 7"},
@@ -150,7 +155,10 @@ TEST(Zelobj, Malformed)
 TEST(Zelobj, Verify)
 {
     EXPECT_EQ(problems(IDENT + PSECT_T + TEXT_T + rec(ZO_RELOC, "0000 12 't' 00 0100 D7 't' 00") + END), "");
-    const struct { string middle; const char *problem; } faults[] = {
+    const struct {
+        string middle;
+        const char *problem;
+    } faults[] = {
         {PSECT_T + PSECT_T, "two PSECT records for psect t"},
         {TEXT_T, "record 2 (TEXT): no PSECT record for psect t"},
         {PSECT_T + TEXT_T + rec(ZO_RELOC, "0100 12 't' 00"), "record 4 (RELOC): entry at 1 lies outside the TEXT"},
@@ -171,18 +179,44 @@ TEST(Zelobj, Verify)
 
 TEST(Zelobj, Disassembly)
 {
-    const struct { const char *bytes, *text; unsigned words; } rows[] = {
-        {"00 00", "nop", 1}, {"00 F0", "nop", 1}, {"FF FF", "dw      0xFFFF", 1}, {"FF 00", "reset", 1},
-        {"0F 00", "tblwt   +*", 1}, {"09 00", "tblrd   *+", 1}, {"11 00", "retfie  f", 1}, {"12 00", "return", 1},
-        {"12 5E", "subwf   0x12,f,c", 1}, {"F3 6A", "clrf    0xF3,c", 1}, {"05 03", "mulwf   5,b", 1},
-        {"80 9E", "bcf     0x80,7,c", 1}, {"80 71", "btg     0x80,0,b", 1}, {"80 BB", "btfsc   0x80,5,b", 1},
-        {"FF E2", "bc      0x100", 1}, {"7F E7", "bnn     0x200", 1}, {"00 D4", "bra     0xFFFFF902", 1},
-        {"FF DB", "rcall   0x900", 1}, {"83 E8", "addfsr  2,3", 1}, {"C3 E9", "subulnk 3", 1}, {"08 EA", "pushl   8", 1},
-        {"20 C1 30 F2", "movff   0x120,0x230", 2}, {"20 C1 30 02", "dw      0xC120", 1}, {"20 C1", "dw      0xC120", 1},
-        {"61 00 03 F0 45 F3", "movffl  0x400,0x3345", 3}, {"02 00 FE F1 45 F3", "movsfl  [0x7F],0x2345", 3},
-        {"12 EB 45 F3", "movsf   [0x12],0x345", 2}, {"92 EB 13 F0", "movss   [0x12],[0x13]", 2},
-        {"92 EB 93 F0", "dw      0xEB92", 1}, {"11 EE 23 F0", "lfsr    1,0x123", 2}, {"11 EE 23 F1", "lfsr    1,0x523", 2},
-        {"34 EC 12 F0", "call    0x2468", 2}, {"34 ED 12 F0", "call    0x2468,f", 2}, {"FF EF FF FF", "goto    0x1FFFFE", 2},
+    const struct {
+        const char *bytes, *text;
+        unsigned words;
+    } rows[] = {
+        {"00 00", "nop", 1},
+        {"00 F0", "nop", 1},
+        {"FF FF", "dw      0xFFFF", 1},
+        {"FF 00", "reset", 1},
+        {"0F 00", "tblwt   +*", 1},
+        {"09 00", "tblrd   *+", 1},
+        {"11 00", "retfie  f", 1},
+        {"12 00", "return", 1},
+        {"12 5E", "subwf   0x12,f,c", 1},
+        {"F3 6A", "clrf    0xF3,c", 1},
+        {"05 03", "mulwf   5,b", 1},
+        {"80 9E", "bcf     0x80,7,c", 1},
+        {"80 71", "btg     0x80,0,b", 1},
+        {"80 BB", "btfsc   0x80,5,b", 1},
+        {"FF E2", "bc      0x100", 1},
+        {"7F E7", "bnn     0x200", 1},
+        {"00 D4", "bra     0xFFFFF902", 1},
+        {"FF DB", "rcall   0x900", 1},
+        {"83 E8", "addfsr  2,3", 1},
+        {"C3 E9", "subulnk 3", 1},
+        {"08 EA", "pushl   8", 1},
+        {"20 C1 30 F2", "movff   0x120,0x230", 2},
+        {"20 C1 30 02", "dw      0xC120", 1},
+        {"20 C1", "dw      0xC120", 1},
+        {"61 00 03 F0 45 F3", "movffl  0x400,0x3345", 3},
+        {"02 00 FE F1 45 F3", "movsfl  [0x7F],0x2345", 3},
+        {"12 EB 45 F3", "movsf   [0x12],0x345", 2},
+        {"92 EB 13 F0", "movss   [0x12],[0x13]", 2},
+        {"92 EB 93 F0", "dw      0xEB92", 1},
+        {"11 EE 23 F0", "lfsr    1,0x123", 2},
+        {"11 EE 23 F1", "lfsr    1,0x523", 2},
+        {"34 EC 12 F0", "call    0x2468", 2},
+        {"34 ED 12 F0", "call    0x2468,f", 2},
+        {"FF EF FF FF", "goto    0x1FFFFE", 2},
     };
     for (auto &r : rows) {
         string s = hex(r.bytes);
