@@ -393,19 +393,28 @@ static void option_cfgdata(const char *file)
         cfg_set_file(file);
 }
 
+// clang-format off
 static const struct {
     const char *words;
     bool whole;   // nothing may follow
     void (*take)(const char *rest);
 } long_rows[] = {
-    {"edf=", false, option_edf},       {"disl=", false, alert_disable_list},
-    {"emax=", false, option_emax},     {"msgdisable=", false, alert_disable_list},
-    {"ver", true, option_version},     {"opt=", false, option_opt},
-    {"errata", false, option_errata},  {"cmode=", false, cmode_set},
-    {"udf=", false, option_udf},       {"lib", true, option_lib},
-    {"maxizel", true, option_maxizel}, {"qvdebug=", false, option_qvdebug},
-    {"xinst", true, option_xinst},     {"cfgdata=", false, option_cfgdata},
+    {"edf=", false, option_edf},
+    {"disl=", false, alert_disable_list},
+    {"emax=", false, option_emax},
+    {"msgdisable=", false, alert_disable_list},
+    {"ver", true, option_version},
+    {"opt=", false, option_opt},
+    {"errata", false, option_errata},
+    {"cmode=", false, cmode_set},
+    {"udf=", false, option_udf},
+    {"lib", true, option_lib},
+    {"maxizel", true, option_maxizel},
+    {"qvdebug=", false, option_qvdebug},
+    {"xinst", true, option_xinst},
+    {"cfgdata=", false, option_cfgdata},
 };
+// clang-format on
 
 static void long_option(const char *arg)
 {

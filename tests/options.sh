@@ -22,7 +22,7 @@ offers() {
     printf '%s\n' "${COMPREPLY[@]}"
 }
 
-words=$(sed -n '/long_rows\[\] = {/,/^}/s/^    {"\([a-z]*=*\)",.*/\1/p' "$top/src/cmdline.cpp")
+words=$(sed -n '/long_rows\[\] = {/,/^}/s/^    {"\([a-z-]*=*\)",.*/\1/p' "$top/src/cmdline.cpp")
 [ "$(wc -w <<<"$words")" -ge 14 ] || complain "no table of long options found"
 for word in $words; do
     word=${word/#errata/errata=}
