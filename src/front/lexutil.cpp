@@ -43,7 +43,8 @@ uint64_t lex_space;
 constexpr size_t BLOCK = 65536;
 constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 constexpr char CTRL_Z = 0x1A;
-constexpr size_t MAX_LINE = size_t{1} << 27;   // a line without end, as /dev/zero has, is taken for a read error
+constexpr size_t MAX_LINE = size_t{1} << 27;       // a line without end, as /dev/zero has, is taken for a read error
+constexpr size_t MAX_EXPANDED = size_t{1} << 24;   // an argument that doubles at every level gets there in no time
 
 // A source or included file, or the text of a macro's expansion.
 struct input_ctx_t {
@@ -296,6 +297,8 @@ static bool fill_from_text(input_ctx_t *c)
     for (; marker; marker = static_cast<const char *>(memchr(s, MACRO_MARKER, static_cast<size_t>(newline - s)))) {
         const char *replaced = macro_subst(static_cast<unsigned char>(marker[1]));
         const size_t before = static_cast<size_t>(marker - s), behind = replaced ? strlen(replaced) : 0;
+        if (length + before + behind > MAX_EXPANDED)
+            alert_text("F", "line of more than %zu bytes after its macro's arguments are put in", MAX_EXPANDED);
         keep_room(c, length, length + before + behind);
         memcpy(c->buf + length, s, before);
         if (behind)
