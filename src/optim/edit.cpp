@@ -20,7 +20,7 @@ void edit_delete(op_t *op)
     index_touch(next);
 }
 
-void edit_delete_behind(op_t *op, bool (*stop)(const op_t *op), const char *rule, int counter)
+void edit_delete_behind(op_t *op, bool (*stop)(const op_t *op), opt_rule_t rule, int counter)
 {
     for (op_t *next, *dead = op->op_next; !stop(dead); dead = next) {
         next = dead->op_next;

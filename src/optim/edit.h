@@ -5,12 +5,13 @@
 #pragma once
 
 #include "code/list.h"
+#include "optim/rules.h"
 
 // Deletes a node that isn't to stay; a label's symbol is no longer defined.
 void edit_delete(op_t *op);
 // Deletes the code behind `op` up to a node at which `stop` says so. What isn't free stays, and so does what isn't code.
 // With a `rule` each node counts as its firing.
-void edit_delete_behind(op_t *op, bool (*stop)(const op_t *op), const char *rule, int counter);
+void edit_delete_behind(op_t *op, bool (*stop)(const op_t *op), opt_rule_t rule, int counter);
 // Links `op`, which is linked elsewhere, behind `where`.
 void edit_move(op_t *op, op_t *where);
 

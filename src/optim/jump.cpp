@@ -92,7 +92,7 @@ static op_t *j2(op_t *b)
     return r;
 }
 
-static op_t *delete_skip_and_goto(const char *rule, op_t *b, op_t *g)
+static op_t *delete_skip_and_goto(opt_rule_t rule, op_t *b, op_t *g)
 {
     op_t *next = g->op_next;
     opt_fired(rule, CNT_SKIPS_OVER, b);
@@ -122,7 +122,7 @@ static op_t *j4(op_t *b)
     return delete_skip_and_goto("J4", b, g);
 }
 
-static op_t *invert_and_drop_goto(const char *rule, op_t *b, op_t *g)
+static op_t *invert_and_drop_goto(opt_rule_t rule, op_t *b, op_t *g)
 {
     opt_fired(rule, CNT_SKIPS_OVER, b);
     b->op_subop ^= TPL_INVERT;

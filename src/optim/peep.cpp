@@ -143,14 +143,14 @@ static void move_behind(op_t *where, op_t *op)
 
 // The two ways in which most rules end.
 
-static bool deletes(const char *rule, int counter, op_t *n)
+static bool deletes(opt_rule_t rule, int counter, op_t *n)
 {
     opt_fired(rule, counter, n);
     drop(n);
     return true;
 }
 
-static bool becomes(const char *rule, int counter, op_t *n, uint16_t type, uint16_t subop)
+static bool becomes(opt_rule_t rule, int counter, op_t *n, uint16_t type, uint16_t subop)
 {
     opt_fired(rule, counter, n);
     n->op_type = type;
@@ -241,7 +241,7 @@ static bool f1(op_t *n)
 }
 
 // `n` takes over where the next node, which moves W, moves it to.
-static bool moves_on(const char *rule, op_t *n, const opnd_t *to)
+static bool moves_on(opt_rule_t rule, op_t *n, const opnd_t *to)
 {
     op_t *m = n->op_next;
     opt_fired(rule, RO, n);
@@ -331,7 +331,7 @@ static bool find_if_else(op_t *b, uint16_t jump_type, if_else_t *s)
            op_free(s->other);
 }
 
-static bool override_arm(const char *rule, op_t *b, const if_else_t &s)
+static bool override_arm(opt_rule_t rule, op_t *b, const if_else_t &s)
 {
     opt_fired(rule, SJ, b);
     drop(s.g);
@@ -425,7 +425,7 @@ static bool b5(op_t *b)
     return true;
 }
 
-static bool test_becomes_branch(const char *rule, op_t *b, int64_t bit, uint16_t if_set)
+static bool test_becomes_branch(opt_rule_t rule, op_t *b, int64_t bit, uint16_t if_set)
 {
     op_t *g = b->op_next;
     if (!opt_late || !tests_status(b, bit) || !op_free(g))
@@ -627,7 +627,7 @@ static bool g6(op_t *n)
 static bool adds_or_subtracts(const op_t *n) { return is(n, T_ADDWF, TPL_ADDWF) || is(n, T_SUBWF, TPL_SUBWF); }
 
 // addwf x,f or subwf x,f, W = k: one step up or down.
-static bool steps(const char *rule, op_t *n, int64_t k, uint16_t if_add, uint16_t if_subtract)
+static bool steps(opt_rule_t rule, op_t *n, int64_t k, uint16_t if_add, uint16_t if_subtract)
 {
     if (!adds_or_subtracts(n) || !reg_w_is(k))
         return false;
@@ -871,7 +871,7 @@ static bool v2(op_t *n)
     return true;
 }
 
-static bool becomes_clear(const char *rule, op_t *n, uint16_t subop)
+static bool becomes_clear(opt_rule_t rule, op_t *n, uint16_t subop)
 {
     becomes(rule, SA, n, T_CLRF, subop);
     n->op_dest = DEST_F;

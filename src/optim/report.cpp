@@ -23,7 +23,7 @@ void opt_count(opt_counter_t counter) { counters[counter]++; }
 uint16_t opt_counter(opt_counter_t counter) { return counters[counter]; }
 
 // Rule, counter, what the node says, and where it comes from.
-static void trace_rule(const char *rule, const char *counter, const op_t *op)
+static void trace_rule(std::string_view rule, const char *counter, const op_t *op)
 {
     std::string_view text = asm_op(op, ASM_COMPARE);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\t'))
@@ -31,17 +31,17 @@ static void trace_rule(const char *rule, const char *counter, const op_t *op)
     while (!text.empty() && (text.front() == '\n' || text.front() == '\t'))
         text.remove_prefix(1);
     const char *file = op_more(op)->op_lfile;
-    TRACEF("%s (%s): %.*s, %s:%llu", rule, counter, static_cast<int>(text.size()), text.data(), file ? file : "",
+    TRACEF("%s (%s): %.*s, %s:%llu", rule.data(), counter, static_cast<int>(text.size()), text.data(), file ? file : "",
            static_cast<unsigned long long>(op_more(op)->op_lline));
 }
 
-void opt_fired(const char *rule, int counter, const op_t *op)
+void opt_fired(opt_rule_t rule, int counter, const op_t *op)
 {
     opt_changed = true;
     if (counter != CNT_NONE)
         counters[counter]++;
     if (debug_flags & DEBUG_TRACE)
-        trace_rule(rule, counter == CNT_NONE ? "uncounted" : counter_names[counter], op);
+        trace_rule(rule.row().name, counter == CNT_NONE ? "uncounted" : counter_names[counter], op);
 }
 
 void opt_trace_counters()

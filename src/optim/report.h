@@ -2,6 +2,7 @@
 #pragma once
 
 #include "code/list.h"
+#include "optim/rules.h"
 
 // Counters in the order in which they are shown. Those marked never move on this target.
 // clang-format off
@@ -18,7 +19,7 @@ extern bool opt_changed;   // a rule has edited the list; whoever asks clears it
 
 // `rule` has fired on `op` (told before the node changes or goes): counts one on `counter` unless it is CNT_NONE, sets
 // opt_changed, and leaves a line in the trace.
-void opt_fired(const char *rule, int counter, const op_t *op);
+void opt_fired(opt_rule_t rule, int counter, const op_t *op);
 void opt_count(opt_counter_t counter);   // counts only
 uint16_t opt_counter(opt_counter_t counter);
 void opt_trace_counters();   // the counters, at the end of the trace

@@ -36,11 +36,11 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
 }
 
 // The tail at t.a becomes a jump to the one at t.b. Returns where the walk goes on.
-static op_t *merge(const char *rule, const tail_t &t, bool count_deleted)
+static op_t *merge(opt_rule_t rule, const tail_t &t, bool count_deleted)
 {
     opt_fired(rule, CNT_COMMON, t.a);
     op_t *jump = edit_goto_before(t.a, edit_label_before(t.b));
-    edit_delete_behind(jump, op_ends_dead_code, count_deleted ? rule : nullptr, CNT_UNREACHABLE);
+    edit_delete_behind(jump, op_ends_dead_code, count_deleted ? rule : NO_RULE, CNT_UNREACHABLE);
     return jump->op_next;
 }
 
