@@ -116,10 +116,8 @@ static void asmopt_pop()
 
 bool d_asmopt(uint16_t)
 {
-    lex_mode = LM_ASMOPT;
-    const int word = peek();
-    lex_mode = LM_PLAIN;
-    switch (word) {
+    const lex_mode_t mode(LM_ASMOPT);
+    switch (peek()) {
     case T_ON: asmopt_switch(true); break;
     case T_OFF: asmopt_switch(false); break;
     case T_PUSHWORD: asmopt_push(); break;
@@ -165,13 +163,12 @@ static bool list_option()
 // The options of list and nolist; there may be none, and they may begin with a comma.
 static bool list_options()
 {
-    lex_mode = LM_LIST;
+    const lex_mode_t mode(LM_LIST);
     if (accept(T_COMMA) || (peek() >= T_LO_C && peek() <= T_LO_OFF))
         do
             if (!list_option())
                 return false;
         while (accept(T_COMMA));
-    lex_mode = LM_PLAIN;
     return true;
 }
 
@@ -217,7 +214,7 @@ static bool control(int token, bool on)
 
 bool d_controls(uint16_t)
 {
-    lex_mode = LM_CONTROL;
+    const lex_mode_t mode(LM_CONTROL);
     while (peek() != T_EOL && peek() != T_COMMENT) {
         const int token = peek();
         const bool on = yylval.subop != 0;
@@ -225,6 +222,5 @@ bool d_controls(uint16_t)
         if (!control(token, on))
             return false;
     }
-    lex_mode = LM_PLAIN;
     return true;
 }

@@ -211,7 +211,7 @@ bool d_fnconf(uint16_t)
 {
     const char *words[3];
     int64_t number = program.fnconf_number;
-    lex_mode = LM_FNCONF;
+    const lex_mode_t mode(LM_FNCONF);
     for (int i = 0; i < 3; i++) {
         if (i > 0 && !expect(T_COMMA))
             return false;
@@ -225,7 +225,6 @@ bool d_fnconf(uint16_t)
             return false;
         parse_check_field("number of fnconf", number, UINT16_MAX);
     }
-    lex_mode = LM_PLAIN;
     for (int i = 0; i < 3; i++)
         program.fnconf_words[i] = words[i];
     program.fnconf_number = number;

@@ -166,13 +166,12 @@ static bool d_hash(uint16_t)
 
 static bool d_processor(uint16_t)
 {
-    lex_mode = LM_CHIP;
+    const lex_mode_t mode(LM_CHIP);
     if (peek() != T_CHIP)
         return syntax_error();
     if (!opt.chip_name || cache_string(yylval.str) != cache_string(opt.chip_name))
         alert_msg(2070);
     take();
-    lex_mode = LM_PLAIN;
     return true;
 }
 
@@ -197,7 +196,7 @@ static bool d_badram(uint16_t)
 // Configuration words.
 static bool d_config(uint16_t)
 {
-    lex_mode = LM_CONFIG;
+    const lex_mode_t mode(LM_CONFIG);
     do {
         if (peek() != T_STRING)
             return syntax_error();
@@ -213,7 +212,6 @@ static bool d_config(uint16_t)
             return syntax_error();
         take();
     } while (accept(T_COMMA));
-    lex_mode = LM_PLAIN;
     return true;
 }
 

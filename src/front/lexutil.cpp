@@ -6,9 +6,9 @@
 // needs to know a line's length. `at` stands in the line; it is null when the line has been used up and the next token
 // begins a new one.
 //
-// Keywords don't depend on case and symbols do. What counts as a keyword depends on the statement: the parser sets
-// `lex_mode` and `lex_space` before it asks for the token behind the word that matters, and asks for no token earlier
-// than it needs it.
+// Keywords don't depend on case and symbols do. What counts as a keyword depends on the statement: a rule of the parser has
+// `lex_mode` and `lex_space` by scope guard while it asks for the tokens that matter, and asks for no token earlier than it
+// needs it.
 //
 // A file may begin with the mark by which editors say that a text is UTF-8, and end in the Ctrl-Z by which others say that it
 // ends. Neither is part of its text.

@@ -10,7 +10,7 @@
 #include "code/ops.h"
 #include "code/sym.h"
 
-// lex_mode: which words are keywords.
+// Which words are keywords.
 // clang-format off
 enum : uint32_t {
     LM_PLAIN = 0, LM_CONTROL = 3, LM_LIST = 4, LM_CHIP = 5, LM_FNCONF = 6, LM_CONFIG = 10, LM_ASMOPT = 11,
@@ -29,8 +29,29 @@ struct yylval_t {
 };
 
 extern yylval_t yylval;
+
+// How the scanner takes words, as long as the statement's rule wants it so. Nothing else writes these two.
 extern uint32_t lex_mode;
 extern uint64_t lex_space;   // 0, S_PSECT or S_CLASS: name space of new identifiers
+
+// Words are those of `mode` as long as one lives, and plain ones behind it, also where one list of words stands in another.
+struct lex_mode_t {
+    explicit lex_mode_t(uint32_t mode) { lex_mode = mode; }
+    ~lex_mode_t() { lex_mode = LM_PLAIN; }
+    lex_mode_t(const lex_mode_t &) = delete;
+    lex_mode_t &operator=(const lex_mode_t &) = delete;
+};
+
+// New identifiers belong to `space` as long as one lives, and behind it to the space of before.
+struct lex_space_t {
+    explicit lex_space_t(uint64_t space) : before(lex_space) { lex_space = space; }
+    ~lex_space_t() { lex_space = before; }
+    lex_space_t(const lex_space_t &) = delete;
+    lex_space_t &operator=(const lex_space_t &) = delete;
+
+  private:
+    uint64_t before;
+};
 
 // Input contexts at most, included files and expansions together; one more is fatal.
 constexpr unsigned LEX_MAX_DEPTH = 100;

@@ -123,8 +123,6 @@ bool parse_give_up()
 // Drops the rest of the line. False at the end of all input.
 static bool recover()
 {
-    lex_mode = LM_PLAIN;
-    lex_space = 0;
     while (peek() != T_EOL && ps.token != T_COMMENT) {
         if (ps.token < 0)
             return false;

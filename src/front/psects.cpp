@@ -14,10 +14,8 @@ static bool flag_value(value_t *v)
 {
     if (!expect(T_EQUALS))
         return false;
-    lex_space = 0;
-    const bool ok = parse_expr(v);
-    lex_space = S_PSECT;
-    return ok;
+    const lex_space_t plain(0);
+    return parse_expr(v);
 }
 
 // A numeric flag: `bad` when it isn't a constant from 0 on, 2210 with `what` when it is above `most`, `again` when it had
@@ -39,16 +37,20 @@ template <class T> static bool numeric_flag(T psect_t::*field, const char *what,
     return true;
 }
 
+// flag=name, of a psect or class.
+static bool flag_name(uint64_t space, symbol_t **s)
+{
+    if (!expect(T_EQUALS))
+        return false;
+    const lex_space_t names(space);
+    return parse_name(s);
+}
+
 // A flag that names a psect or class: `again` when it named another.
 static bool name_flag(symbol_t *psect_t::*field, uint64_t space, unsigned again)
 {
     symbol_t *s;
-    if (!expect(T_EQUALS))
-        return false;
-    lex_space = space;
-    const bool ok = parse_name(&s);
-    lex_space = S_PSECT;
-    if (!ok)
+    if (!flag_name(space, &s))
         return false;
     symbol_t **now = &(cur_psect->s_psect->*field);
     if (*now && *now != s)
@@ -130,7 +132,7 @@ static bool psect_flag()
 bool d_psect(uint16_t)
 {
     symbol_t *s;
-    lex_space = S_PSECT;
+    const lex_space_t names(S_PSECT);
     if (!parse_name(&s))
         return false;
     cur_psect = s;
@@ -152,6 +154,5 @@ bool d_psect(uint16_t)
         p->p_group = p->p_optim = 0;
         p->p_inline = p->p_keep = false;
     }
-    lex_space = 0;
     return true;
 }

@@ -2,7 +2,7 @@
 //
 // A file of assembly text is a header that tells chip, page and psects, then the code of one psect after the other, then
 // the core registers by name. Everything is gathered in one growing buffer, `text`, and handed on when a piece is
-// complete: to the output file, or line by line to the listing.
+// complete, to the sink: the output file or the listing.
 //
 // A node's text has up to five parts, each of which may be missing: position lines, its comments, the statement, the
 // remark, the newline. The statement is a row of the table below: the mnemonic, and how the operands stand behind it.
@@ -30,14 +30,13 @@
 #include "common/srcpos.h"
 #include "common/xalloc.h"
 #include "options.h"
-#include "out/emlist.h"
-#include "out/encode.h"
 
 enum : unsigned { EQU_DEPTH = 1000, EQU_TEXT = 1 << 12 };   // names are printed as their values up to this
 enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };
 
 static struct {
-    FILE *to;   // assembly text; null for a listing
+    const text_sink_t *sink;
+    FILE *to;   // of -A
     textbuf_t text;
     const char *last_file;   // told by `file` and `line`
     uint64_t last_line;
@@ -141,10 +140,7 @@ static void put_number(int64_t n)
 // Hands on what stands in `text`.
 static void send()
 {
-    if (!st.to)
-        list_text({st.text.at, st.text.length});
-    else if (st.text.length)
-        fwrite(st.text.at, 1, st.text.length, st.to);
+    st.sink->text({st.text.at, st.text.length});
     st.text.length = 0;
 }
 
@@ -732,17 +728,16 @@ static void asm_psect(symbol_t *psect)
             continue;
         op_set_position(op);
         asm_op(op, ASM_PRINT);
-        if (!st.to)
-            emobj(op, true);
+        if (st.sink->node)
+            st.sink->node(op);
         send();
     }
 }
 
-void asm_text(bool listing)
+void asm_text(const text_sink_t *to)
 {
     const srcpos_t position = srcpos;
-    if (listing)
-        st.to = nullptr;
+    st.sink = to;
     st.text.length = 0;
     asm_header();
     for (const code_list_t *list : psect_list)
@@ -765,11 +760,20 @@ void asm_text(bool listing)
     srcpos = position;
 }
 
+static void write_text(std::string_view lines)
+{
+    if (!lines.empty())
+        fwrite(lines.data(), 1, lines.length(), st.to);
+}
+
+static constexpr text_sink_t file = {.text = write_text, .node = nullptr};
+
 void asm_write(FILE *to)
 {
     st.to = to;
+    st.sink = &file;
     st.text.length = 0;   // what the optimiser last asked for
     asm_file();
-    asm_text(false);
+    asm_text(&file);
     summary_comments_emit(to, false);
 }

@@ -28,7 +28,13 @@ enum asm_mode_t : uint8_t {
 
 // The whole of `-A`. To `to`, whose errors are for the caller to see.
 void asm_write(FILE *to);
-// Header, psect declarations, code, core registers. With `listing`, the lines go to the listing with what they encode to.
-void asm_text(bool listing);
+
+// Where the text of a program goes.
+struct text_sink_t {
+    void (*text)(std::string_view lines);   // whole lines; nothing, behind a node that has no text
+    void (*node)(const op_t *op);           // a node, before its text; null: not asked for
+};
+// Header, psect declarations, code, core registers.
+void asm_text(const text_sink_t *to);
 // The text of one node of the current psect: whole lines, or nothing. It stands until the next call. Messages 809, 810.
 std::string_view asm_op(const op_t *op, asm_mode_t mode);

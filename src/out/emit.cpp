@@ -17,6 +17,22 @@ static struct {
     uint64_t last_line;
 } st;
 
+static void move_to(uint64_t position)
+{
+    obj_text_flush();
+    cur_psect->s_psect->p_curr = position;
+    obj_text_begin();
+}
+
+static constexpr code_sink_t object = {
+    .put = emit_bytes,
+    .move = move_to,
+    .define = nullptr,
+    .condition = obj_cond_expr,
+    .check = obj_range_check,
+    .reports = true,
+};
+
 // With --lib, files of the installation are told relative to it.
 static const char *told_name(const char *file)
 {
@@ -75,6 +91,6 @@ void emit_psect(symbol_t *psect)
         if (op->op_flags & OPF_SKIPPED || is_silent(op))
             continue;
         line_information(op);
-        emobj(op, false);
+        emobj(op, &object);
     }
 }

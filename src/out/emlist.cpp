@@ -1,7 +1,8 @@
 // The listing.
 //
-// emasm walks the program and makes the text. For each node emobj then works out the words, which wait in a queue here
-// together with the address, and when the text comes all of them go in front of its first line:
+// The listing is a sink on two sides: emasm walks the program and hands over its nodes and its text, and for each node encode
+// hands over the words. They wait in a queue here together with the address, and when the text comes all of them go in front
+// of its first line:
 //
 //     number, 6 columns   '+' on continuation lines
 //     address, 7 columns  of the node, or what `equ` and `set` define
@@ -23,11 +24,14 @@
 #include <cstring>
 #include <ctime>
 
+#include "code/layout.h"
 #include "code/list.h"
+#include "code/ops.h"
 #include "code/program.h"
 #include "common/xalloc.h"
 #include "options.h"
 #include "out/emasm.h"
+#include "out/encode.h"
 #include "out/rlf.h"
 
 enum : int { TEXT_COLUMN = 32, PREFIX_WIDTH = 13, PAGE_BORDER = 4, HEADER_LINES = 5, PAD_MAX = 10000 };
@@ -131,19 +135,47 @@ static void listing_header()
     say(format("%s\n", program.list_subtitle ? program.list_subtitle : ""));
 }
 
-// Lines.
+// What a node encodes to.
 
-void list_queue_add(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
+static void list_word(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
 {
     xreserve(st.queue, st.queued, st.queued + 1, st.queue_room, size_t{16});
     st.queue[st.queued++] = {word, value ? *value : value_const(0), nbytes, bits};
+    cur_psect->s_psect->p_curr += nbytes;
 }
 
-void list_address(const value_t &value)
+static void list_move(uint64_t position)
+{
+    rlf_ident();
+    cur_psect->s_psect->p_curr = position;
+}
+
+static void list_address(const value_t &value)
 {
     st.addr = value;
     st.addr_pending = true;
 }
+
+static constexpr code_sink_t words = {
+    .put = list_word,
+    .move = list_move,
+    .define = list_address,
+    .condition = nullptr,
+    .check = nullptr,
+    .reports = false,
+};
+
+// A definition shows what it defines in the column of the address.
+static void list_node(const op_t *op)
+{
+    if (op->op_offs != OFFS_MAX)
+        emobj(op, &words);
+    const int64_t units = static_cast<int64_t>(op->op_offs / psect_delta(cur_psect->s_psect));
+    if (op->op_type != T_EQU && op->op_type != T_SET)
+        list_address(psect_is_abs(cur_psect) ? value_const(units) : value_psect_offset(cur_psect, units));
+}
+
+// Lines.
 
 static void say_address()
 {
@@ -212,7 +244,8 @@ static void list_line(std::string_view text)
     }
 }
 
-void list_text(std::string_view text)
+// What was queued and found no line is dropped.
+static void list_text(std::string_view text)
 {
     while (!text.empty()) {
         const size_t newline = text.find('\n');
@@ -227,7 +260,8 @@ static void list_run()
 {
     st.page_line = st.page_no = st.line_no = 0;
     st.time = time(nullptr);
-    asm_text(true);
+    static constexpr text_sink_t listing = {.text = list_text, .node = list_node};
+    asm_text(&listing);
 }
 
 // Symbols.

@@ -6,15 +6,7 @@
 #pragma once
 
 #include <cstdio>
-#include <string_view>
-
-#include "code/expr.h"
 
 // Writes the listing to `to`, whose errors are for the caller to see, and the relocation listing to opt.out_stream, which is
 // closed; none if that is null. Every psect with code must have been sized.
 void list_write(FILE *to);
-
-// One node or other piece of text, in order: first what it encodes to, if anything, then its lines.
-void list_queue_add(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);   // as to emit_bytes
-void list_address(const value_t &value);   // for the address column of the first line
-void list_text(std::string_view text);     // lines; what was queued and found no line is dropped

@@ -5,10 +5,9 @@
 //        an external, or an expression of these.
 //     3. The encoder cuts the operand into the fields that the instruction has, with the folding operators of `expr`: a
 //        number stays a number, anything else grows into an expression tree. `goto x` has the fields (x>>1)&255 and x>>9.
-//     4. It hands the word's template, the field's value and its width to the writer, st.emit.
-//     5. The writer for the object file is emit_bytes in objtext.cpp: a number is added to the template; a place or a tree
-//        becomes a relocation entry. The writer for the listing puts everything in its queue (emlist.cpp). A program that
-//        is listed is encoded twice, first for the listing.
+//     4. It hands the word's template, the field's value and its width to the sink that emobj was given.
+//     5. That of the object file is emit_bytes in objtext.cpp: a number is added to the template; a place or a tree becomes a
+//        relocation entry. That of the listing puts everything in its queue (emlist.cpp).
 //
 // What may bite. Operands are reduced once, before the first word of a node goes out: `$` means the node's own place in all
 // of its words (the items of `db` stand each at their own).
@@ -21,25 +20,17 @@
 #include "code/ops.h"
 #include "code/reduce.h"
 #include "common/alert.h"
-#include "out/emlist.h"
-#include "out/objtext.h"
-#include "out/rlf.h"
 
 enum : uint32_t { ARCH_14BIT = ARCH_X };
 
-typedef void (*emit_fn)(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
-
-static struct {
-    emit_fn emit = emit_bytes;   // takes each word, with the value for its field normalised or null
-    bool listing;                // the words go to the listing; the object file's turn is for messages and for records
-} st;
+static const code_sink_t *sink;   // of the node that is being encoded
 
 // Words.
 
-static void put_word(uint32_t word) { st.emit(word, nullptr, 2, 0); }
+static void put_word(uint32_t word) { sink->put(word, nullptr, 2, 0); }
 
 // A word whose low `bits` bits are a field.
-static void put_field(uint32_t word, const value_t &value, unsigned bits) { st.emit(word, &value, 2, bits); }
+static void put_field(uint32_t word, const value_t &value, unsigned bits) { sink->put(word, &value, 2, bits); }
 
 static value_t number(int64_t n) { return value_const(n); }
 
@@ -101,15 +92,15 @@ static void enc_bit(const op_t *op)
     const value_t file = file_operand(op), bit = operand(&op->op_opnd2);
     if (bit.v_rtype == RT_CONST) {
         const uint32_t n = static_cast<uint32_t>(bit.v_offs);
-        if (n > 7 && !st.listing)
+        if (n > 7 && sink->reports)
             alert_msg(842);
         put_field(word | n << 9, file, 8);
         return;
     }
     const value_t seven = number(7), high = calc(OPC_SHL, calc(OPC_AND, seven, bit), number(9));
     const value_t field = calc(OPC_PLUS, high, calc(OPC_AND, number(255), file));
-    if (!st.listing)
-        obj_range_check(&bit, &seven, "bit number", &field, 2);
+    if (sink->check)
+        sink->check(&bit, &seven, "bit number", &field, 2);
     put_field(word, field, 12);
 }
 
@@ -191,35 +182,23 @@ static void enc_db(const op_t *op)
     for (const data_item_t *d = op->op_data; d; d = d->next) {
         value_t v = d->value;
         operand_reduce(&v);
-        st.emit(0, &v, width, width * 8);
+        sink->put(0, &v, width, width * 8);
     }
 }
 
 // Position changes.
 
-static void move_to(uint64_t position)
-{
-    if (st.listing) {
-        rlf_ident();
-        cur_psect->s_psect->p_curr = position;
-        return;
-    }
-    obj_text_flush();
-    cur_psect->s_psect->p_curr = position;
-    obj_text_begin();
-}
-
-static void enc_ds(const op_t *op) { move_to(cur_psect->s_psect->p_curr + op_size(op, 0)); }
-static void enc_org(const op_t *op) { move_to(units_to_bytes(op->op_arg)); }
+static void enc_ds(const op_t *op) { sink->move(cur_psect->s_psect->p_curr + op_size(op, 0)); }
+static void enc_org(const op_t *op) { sink->move(units_to_bytes(op->op_arg)); }
 
 static void enc_align(const op_t *op)
 {
     const uint64_t here = cur_psect->s_psect->p_curr, padding = op_size(op, here);
-    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0 && !st.listing)
+    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0 && sink->reports)
         alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_arg));
     const value_t zero = number(0);
     for (uint64_t n = padding; n; n--)
-        st.emit(0, &zero, 1, 0);
+        sink->put(0, &zero, 1, 0);
 }
 
 // Branches.
@@ -239,7 +218,7 @@ static void check_reach(const value_t &target, bool (*fits)(int64_t distance))
 {
     const bool known = psect_is_abs(cur_psect) && target.v_rtype == RT_CONST;
     const bool here = target.v_rtype == RT_PSECT && target.v_sym == cur_psect;
-    if (!st.listing && ((!known && !here) || !fits(distance_to(target))))
+    if (sink->reports && ((!known && !here) || !fits(distance_to(target))))
         alert_msg(1223);
 }
 
@@ -269,7 +248,7 @@ static void enc_bcc(const op_t *op)
     const value_t target = operand(&op->op_opnd1);
     const uint32_t reversed = op->op_subop ^ 0x0100u;
     const uint64_t form = branch_form(op);
-    if (form > 2 && !st.listing && after_skip(op))
+    if (form > 2 && sink->reports && after_skip(op))
         alert_msg(2212, op_name(op), static_cast<unsigned>(form / 2));
     switch (form) {
     case 2:
@@ -309,21 +288,20 @@ static void enc_call(const op_t *op)
 
 static void enc_cond(const op_t *op)
 {
-    if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !st.listing)
-        obj_cond_expr(&op->op_opnd1.opnd_value);
+    if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && sink->condition)
+        sink->condition(&op->op_opnd1.opnd_value);
 }
 
 static void enc_messg(const op_t *op)
 {
-    if (!st.listing)
+    if (sink->reports)
         alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text);
 }
 
-// A definition shows in the listing what it defines.
 static void enc_definition(const op_t *op)
 {
-    if (st.listing)
-        list_address(operand(&op->op_opnd2));
+    if (sink->define)
+        sink->define(operand(&op->op_opnd2));
 }
 
 // One row a kind of node.
@@ -352,37 +330,17 @@ static constexpr encoder_t encoder_rows[] = {
 };
 static constexpr auto encoders = rows_by_kind(encoder_rows);
 
-// The writer for the listing.
-static void emit_list(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits)
-{
-    list_queue_add(word, value, nbytes, bits);
-    cur_psect->s_psect->p_curr += nbytes;
-}
-
-// The node's place goes to the listing's address column, unless its value has gone there.
-static void list_place(const op_t *op)
-{
-    const int64_t units = static_cast<int64_t>(op->op_offs / psect_delta(cur_psect->s_psect));
-    if (op->op_type != T_EQU && op->op_type != T_SET)
-        list_address(psect_is_abs(cur_psect) ? number(units) : value_psect_offset(cur_psect, units));
-}
-
-void emobj(const op_t *op, bool listing)
+void emobj(const op_t *op, const code_sink_t *to)
 {
     const encode_fn encode = op->op_type < encoders.size() ? encoders[op->op_type].encode : nullptr;
     if (!encode) {
         alert_msg(812, op->op_type);
         return;
     }
-    if (!listing && cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
+    if (to->reports && cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
         alert_msg(840);
-    st.listing = listing;
-    st.emit = listing ? emit_list : emit_bytes;
-    value_set_quiet(listing);
-    if (!listing || op->op_offs != OFFS_MAX)
-        encode(op);
-    if (listing)
-        list_place(op);
+    sink = to;
+    value_set_quiet(!to->reports);
+    encode(op);
     value_set_quiet(false);
-    st.listing = false;
 }

@@ -5,7 +5,19 @@
 
 #include "code/list.h"
 
-// The bytes of one node of the current psect, at its p_curr, the psect having been sized: to the object file, or with
-// `listing` to the listing's queue, where nothing is said that the object file's turn will say. Messages 812, 840, 842,
-// 1223, 1339, 2065, 2066, 2067.
-void emobj(const op_t *op, bool listing);
+// Where the code of a program goes: to the object file or to the listing. A program that is listed is encoded twice, first
+// for the listing. A null function: nothing that matters there.
+struct code_sink_t {
+    // Takes the low `nbytes` bytes of `word`, whose `bits` bits at bit 0 get `value` (null, or normalised), and advances p_curr.
+    void (*put)(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
+    void (*move)(uint64_t position);           // sets p_curr
+    void (*define)(const value_t &value);      // what `equ` and `set` define
+    void (*condition)(const value_t *value);   // of an arm that the linker decides on
+    // `value` is to be at most `limit`; ahead of the word of `nbytes` bytes whose field gets `field`.
+    void (*check)(const value_t *value, const value_t *limit, const char *name, const value_t *field, unsigned nbytes);
+    bool reports;   // what is wrong with a node is told in this one's turn
+};
+
+// The bytes of one node of the current psect, at its p_curr, the psect having been sized. Messages 812, 840, 842, 1223, 1339,
+// 2065, 2066, 2067, 2212.
+void emobj(const op_t *op, const code_sink_t *to);
