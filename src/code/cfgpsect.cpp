@@ -57,7 +57,7 @@ static unsigned long number(uint64_t n) { return static_cast<unsigned long>(n); 
 
 static symbol_t *make_psect(const char *name, const char *class_name, uint8_t space)
 {
-    symbol_t *psect = sym_enter(name, S_PSECT | S_GLOBAL | S_OVRLD | S_ABS);
+    symbol_t *psect = psect_new(name, P_GLOBAL | P_OVRLD | P_ABS);
     psect_t *p = psect->s_psect;
     p->p_class = sym_enter(class_name, S_CLASS);
     p->p_space = space;

@@ -200,9 +200,9 @@ constexpr op_row_t switch_rows[] = {
 };
 // clang-format off
 constexpr op_row_t psectflag_rows[] = {
-    plain("global", T_PSECTFLAG, S_GLOBAL), plain("pure", T_PSECTFLAG, S_PURE), plain("ovrld", T_PSECTFLAG, S_OVRLD),
-    plain("abs", T_PSECTFLAG, S_ABS), plain("common", T_PSECTFLAG, S_COMMON), plain("bit", T_PSECTFLAG, S_BIT),
-    plain("local", T_PSECTFLAG, S_LOCAL), plain("note", T_PSECTFLAG, S_NOTE), plain("reloc", T_PF_RELOC),
+    plain("global", T_PSECTFLAG, P_GLOBAL), plain("pure", T_PSECTFLAG, P_PURE), plain("ovrld", T_PSECTFLAG, P_OVRLD),
+    plain("abs", T_PSECTFLAG, P_ABS), plain("common", T_PSECTFLAG, P_COMMON), plain("bit", T_PSECTFLAG, P_BIT),
+    plain("local", T_PSECTFLAG, P_LOCAL), plain("note", T_PSECTFLAG, P_NOTE), plain("reloc", T_PF_RELOC),
     plain("size", T_PF_SIZE), plain("class", T_PF_CLASS), plain("space", T_PF_SPACE), plain("delta", T_PF_DELTA),
     plain("with", T_PF_WITH), plain("limit", T_PF_LIMIT), plain("inline", T_PF_INLINE), plain("keep", T_PF_KEEP),
     plain("noexec", T_PF_NOEXEC), plain("optim", T_PF_OPTIM), plain("pa", T_PF_PA), plain("jump", T_PF_JUMP),

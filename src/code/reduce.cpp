@@ -60,15 +60,11 @@ static reduced_t reduce_symbol(value_t *v)
     symbol_t *s = v->v_sym;
     const bool temporary = v->v_rtype != RT_SYM;
     if ((s->s_flags & S_UNDEF && !temporary) || sym_is_self(s)) {
-        if (temporary) {
-            if (!value_is_quiet())
-                alert_msg(803);   // its label lies in a false arm
-            to_number(v, 0xFFFF);
-            return NEW;
-        }
-        if (!psect_is_abs(s))
+        if (!temporary)
             return SAME;
-        to_number(v, v->v_offs);
+        if (!value_is_quiet())
+            alert_msg(803);   // its label lies in a false arm
+        to_number(v, 0xFFFF);
         return NEW;
     }
     sym_add_ref(s);

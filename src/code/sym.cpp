@@ -162,7 +162,6 @@ static symbol_t *make_record(const char *name, size_t len, uint32_t hash)
 
 static void make_psect(symbol_t *s)
 {
-    s->s_flags |= S_PSECT;
     s->s_psect = xnew<psect_t>();
     s->s_psect->p_number = st.psects++;
     s->s_psect->p_code = list_new(s);
@@ -170,11 +169,12 @@ static void make_psect(symbol_t *s)
     vec_add(psect_list, s->s_psect->p_code);
 }
 
-symbol_t *sym_enter(const char *name, size_t len, uint64_t space)
+// The record of the name and space, made if there is none, or in any case.
+static symbol_t *enter(const char *name, size_t len, uint64_t space, bool always)
 {
     const uint32_t hash = hash_name(name, len), tag = slot_tag(len, space);
     slot_t *slot = find_slot(name, len, hash, tag);
-    if (slot->sym && (slot->sym->s_flags & S_SPACE_MASK) == space)
+    if (slot->sym && !always)
         return slot->sym;
     symbol_t *s = make_record(name, len, hash);
     if (len > st.longest)
@@ -183,14 +183,23 @@ symbol_t *sym_enter(const char *name, size_t len, uint64_t space)
     if (space == 0) {
         s->s_flags = S_UNDEF;
         s->s_value = value_sym(s);
-    } else if (!(space & S_CLASS)) {
+    } else if (space == S_PSECT) {
         make_psect(s);
     }
     fill_slot(slot, s, tag);
     return s;
 }
 
+symbol_t *sym_enter(const char *name, size_t len, uint64_t space) { return enter(name, len, space, false); }
+
 symbol_t *sym_enter(const char *name, uint64_t space) { return sym_enter(name, strlen(name), space); }
+
+symbol_t *psect_new(const char *name, uint16_t flags)
+{
+    symbol_t *psect = enter(name, strlen(name), S_PSECT, true);
+    psect->s_psect->p_flags = flags;
+    return psect;
+}
 
 void sym_note_use(const char *name, size_t len)
 {
@@ -283,7 +292,7 @@ void sym_init()
     s->s_flags = S_SET;
 
     abs_psect = cur_psect = sym_enter("", S_PSECT);
-    abs_psect->s_flags |= S_ABS | S_OVRLD | S_GLOBAL;
+    abs_psect->s_psect->p_flags = P_ABS | P_OVRLD | P_GLOBAL;
 }
 
 // Orders.

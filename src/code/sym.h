@@ -20,19 +20,13 @@ struct code_list_t;
 struct psect_t;
 struct macro_t;
 
-// s_flags. The low ones mean something else on a psect's record: there they are the flags of the psect directive.
+// s_flags. Of the psect's and the class's records: S_PSECT or S_CLASS alone.
 enum : uint64_t {
     S_GLOBAL = 0x10,
-    S_PURE = 0x20,      // psect
-    S_OVRLD = 0x40,     // psect
-    S_ABS = 0x80,       // psect
-    S_PSECT = 0x100,    // the record is a psect
-    S_UNDEF = 0x200,    // not defined (yet)
-    S_COMMON = 0x200,   // psect
-    S_BIT = 0x400,      // psect
+    S_PSECT = 0x100,   // the record is a psect
+    S_UNDEF = 0x200,   // not defined (yet)
     S_LOCAL = 0x800,
     S_MACRO = 0x1000,   // the record is a macro
-    S_NOTE = 0x1000,    // psect
     S_MACROARG = 0x2000,
     S_CLASS = 0x8000,   // the record is a psect class
     S_EXTERN = 0x10000,
@@ -50,6 +44,18 @@ enum : uint64_t {
 
 enum : int16_t { REFS_KEEP = 32767 };   // s_refs of a symbol that never counts as unused; the count stops there
 enum : uint8_t { SPACE_NOTE = 6 };
+
+// p_flags: those of the psect directive, with the bits that the object file has.
+enum psect_flag_t : uint16_t {
+    P_GLOBAL = 0x10,
+    P_PURE = 0x20,
+    P_OVRLD = 0x40,
+    P_ABS = 0x80,
+    P_COMMON = 0x200,
+    P_BIT = 0x400,
+    P_LOCAL = 0x800,
+    P_NOTE = 0x1000,
+};
 
 // p_optim
 // clang-format off
@@ -98,7 +104,7 @@ struct psect_t {
     uint32_t p_depth;   // in its chain of `with` psects, worked out at output
     int32_t p_number;   // from 0, in order of creation
     uint32_t p_group, p_optim;
-    uint16_t p_limit;
+    uint16_t p_flags, p_limit;
     uint8_t p_space;
     uint8_t p_delta;   // bytes per addressing unit; 0 until given, 1 from sizing on
     bool p_inline, p_keep, p_noexec, p_lowdata;
@@ -106,7 +112,10 @@ struct psect_t {
 };
 
 // An absolute psect: its labels are addresses.
-inline bool psect_is_abs(const symbol_t *psect) { return (psect->s_flags & (S_ABS | S_OVRLD)) == (S_ABS | S_OVRLD); }
+inline bool psect_is_abs(const symbol_t *psect)
+{
+    return (psect->s_psect->p_flags & (P_ABS | P_OVRLD)) == (P_ABS | P_OVRLD);
+}
 // Bytes per addressing unit, also before the psect has been given its p_delta.
 inline uint64_t psect_delta(const psect_t *p) { return p->p_delta ? p->p_delta : 1; }
 
@@ -115,13 +124,13 @@ extern symbol_t *cur_psect;               // receives statements; then the psect
 extern symbol_t *abs_psect;               // the built-in psect with the empty name
 
 void sym_init();
-// Finds or makes a record. space: 0, S_PSECT or S_CLASS; a psect's may have further flags, and then a new record is made
-// whatever is there. Message 309 when the table is full.
+// Finds or makes a record. space: 0, S_PSECT or S_CLASS. Message 309 when the table is full.
 // Does not write the cross-reference line: sym_note_use does, for the scanner.
 symbol_t *sym_enter(const char *name, size_t len, uint64_t space);
 symbol_t *sym_enter(const char *name, uint64_t space);
-void sym_note_use(const char *name, size_t len);    // the cross-reference line of one identifier token
-symbol_t *sym_find(const char *name, size_t len);   // plain symbols only; null if there is none
+symbol_t *psect_new(const char *name, uint16_t flags);   // a new record, which hides any psect of the name
+void sym_note_use(const char *name, size_t len);         // the cross-reference line of one identifier token
+symbol_t *sym_find(const char *name, size_t len);        // plain symbols only; null if there is none
 symbol_t *sym_find(const char *name);
 symbol_t *sym_new(const char *name);   // a record in no table, whose value is a reference to itself
 symbol_t *sym_newlabel();              // anonymous, in no table; "L%u" of a number that no name of the program made so uses

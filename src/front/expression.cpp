@@ -165,7 +165,7 @@ bool parse_expr_behind(int prefix, value_t *v)
         case T_DOLLAR:
             *v = {};
             v->v_rtype = RT_HERE;
-            v->v_common = (cur_psect->s_flags & S_COMMON) != 0;
+            v->v_common = (cur_psect->s_psect->p_flags & P_COMMON) != 0;
             break;
         case T_STRING: character(v); break;
         case T_TLABF:

@@ -109,7 +109,7 @@ static bool psect_flag()
         return syntax_error();
     take();
     switch (flag) {
-    case T_PSECTFLAG: cur_psect->s_flags |= bits; return true;
+    case T_PSECTFLAG: p->p_flags |= bits; return true;
     case T_PF_SIZE: return numeric_flag(&psect_t::p_size, "psect flag \"size\"", UINT32_MAX, 864, 865);
     case T_PF_LIMIT: return numeric_flag(&psect_t::p_limit, "psect flag \"limit\"", UINT16_MAX, 1013, 1014);
     case T_PF_RELOC: return numeric_flag(&psect_t::p_reloc, "psect flag \"reloc\"", UINT16_MAX, 866, 867);
@@ -143,11 +143,11 @@ bool d_psect(uint16_t)
             if (!psect_flag())
                 return false;
         while (accept(T_COMMA));
-    if (!(s->s_flags & S_LOCAL))
-        s->s_flags |= S_GLOBAL;
-    else if (s->s_flags & S_GLOBAL)
+    if (!(p->p_flags & P_LOCAL))
+        p->p_flags |= P_GLOBAL;
+    else if (p->p_flags & P_GLOBAL)
         alert_msg(857);
-    if (s->s_flags & S_NOTE) {
+    if (p->p_flags & P_NOTE) {
         p->p_noexec = true;
         if (p->p_group || p->p_inline || p->p_keep || p->p_optim)
             alert_once(1519);

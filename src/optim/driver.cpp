@@ -82,7 +82,7 @@ static void sort_psects()
     for (const code_list_t *list : psect_list) {
         symbol_t *psect = list->psect;
         const psect_t *p = psect->s_psect;
-        if (psect->s_flags & S_NOTE) {
+        if (psect->s_psect->p_flags & P_NOTE) {
             if (strcmp(psect->s_name, "codecov_info") == 0 || strcmp(psect->s_name, "codecov_info_hdr") == 0)
                 codecov_seen = true;
             continue;

@@ -161,7 +161,7 @@ static bool state_is_may(int mode, symbol_t *psect, const char *name)
 static bool may_share(const symbol_t *q, const op_t *call)
 {
     if (!q || !op_free(call) || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) ||
-        (q->s_flags & S_NOTE) || (call->op_subop & TPL_FAST))
+        (q->s_psect->p_flags & P_NOTE) || (call->op_subop & TPL_FAST))
         return false;
     const op_t *label = op_target(call);
     return label && label->op_offs == 0;
@@ -376,7 +376,7 @@ static void tell_limit(const op_t *op)
 // the calls in the copies of the last one alone.
 void inline_psect(symbol_t *psect)
 {
-    if (!psect || (psect->s_flags & S_NOTE) || !state_is_may(0, psect, nullptr))
+    if (!psect || (psect->s_psect->p_flags & P_NOTE) || !state_is_may(0, psect, nullptr))
         return;
     if (!st.large)
         st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);

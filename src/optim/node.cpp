@@ -20,8 +20,8 @@ bool psect_shares(const symbol_t *a, const symbol_t *b)
 bool psect_is_function(const symbol_t *psect)
 {
     const psect_t *p = psect->s_psect;
-    return *psect->s_name && !(psect->s_flags & (S_ABS | S_OVRLD | S_NOTE | 0x8000000)) && !psect_optim_off(psect, PO_PA) &&
-           p->p_class && cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text") &&
+    return *psect->s_name && !(p->p_flags & (P_ABS | P_OVRLD | P_NOTE)) && !psect_optim_off(psect, PO_PA) && p->p_class &&
+           cache_string(p->p_class->s_name) == cache_string("CODE") && strstr(psect->s_name, "text") &&
            !cache_starts_with(psect->s_name, "swtext");
 }
 

@@ -619,7 +619,7 @@ static void abstract_group(pa_group_t *g)
 // The psect that each run leaves behind, empty.
 static symbol_t *new_psect()
 {
-    symbol_t *psect = sym_enter(cache_printf("pa_nodes%u", st.next_psect++), S_PSECT | S_GLOBAL);
+    symbol_t *psect = psect_new(cache_printf("pa_nodes%u", st.next_psect++), P_GLOBAL);
     psect->s_psect->p_class = sym_enter("CODE", S_CLASS);
     return psect;
 }

@@ -7,9 +7,6 @@
 // TEXT, RELOC, SYM, DABS and FNINFO records are filled entry by entry and written when the next entry finds no room; each
 // buffer has its own test, and where records break depends on it. Each is its own module's: objtext, objsym, objfn. This
 // one has the records that are written whole, and the order of all.
-//
-// What may bite. A psect's flag word gives the low bits another meaning than a symbol's (S_UNDEF there says `common`), so
-// the kind of a record must be known before its flags are asked.
 #include "out/objout.h"
 
 #include <cstring>
@@ -26,7 +23,10 @@
 #include "out/record.h"
 
 enum : uint8_t { PSECTBOUND_FORM = 13 };
-enum : uint64_t { PSECT_FLAGS = 0x14F0, PSECTBOUND_FLAGS = 0x04F0 };
+enum : uint64_t {
+    PSECTBOUND_FLAGS = P_GLOBAL | P_PURE | P_OVRLD | P_ABS | P_BIT,
+    PSECT_FLAGS = PSECTBOUND_FLAGS | P_NOTE,
+};
 enum : uint8_t { SPACE_DATA = 1, SPACE_IO = 2 };
 
 static const char *name_of(const symbol_t *s) { return s ? s->s_name : ""; }
@@ -35,7 +35,7 @@ static void obj_psect(const symbol_t *s)
 {
     const psect_t *p = s->s_psect;
     buf_t *b = rec_begin(REC_PSECT);
-    buf_put(b, s->s_flags & PSECT_FLAGS, 2);
+    buf_put(b, p->p_flags & PSECT_FLAGS, 2);
     buf_put_z(b, s->s_name);
     rec_end("psect name", s->s_name);
     if (p->p_size || p->p_reloc || p->p_class || p->p_with || p->p_space || p->p_delta) {
@@ -61,7 +61,7 @@ static void obj_psect(const symbol_t *s)
     if (psect_is_abs(s) || p->p_base) {
         rec_begin(REC_PSECTBOUND);
         buf_put(b, PSECTBOUND_FORM, 1);
-        buf_put(b, s->s_flags & PSECTBOUND_FLAGS, 2);
+        buf_put(b, p->p_flags & PSECTBOUND_FLAGS, 2);
         buf_put(b, p->p_base, 4);
         buf_put(b, p->p_top, 4);
         buf_put(b, p->p_space, 1);
