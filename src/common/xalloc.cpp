@@ -1,8 +1,8 @@
 // The arena behind xalloc.
 //
 // The fast path stands in the header: move a pointer. Here is what happens when the current block can't serve a request.
-// A request that is large against the blocks gets pages of its own, and the current block stays in use. Otherwise a new
-// block is mapped and the rest of the old one, less than an eighth of the new one's size, is forgotten.
+// A request that is large against the blocks gets pages of its own, huge ones if it fills some, and the current block stays
+// in use. Otherwise a new block is mapped and the rest of the old one, less than an eighth of the new one's size, is forgotten.
 //
 // Block sizes follow use. A small run lives in one or two blocks of 256 KB and touches few pages. Once some megabytes are
 // in use blocks are multiples of 2 MB, aligned to that, and the system is asked to back them with huge pages: a large
@@ -59,28 +59,32 @@ static char *map_pages(size_t size)
     return static_cast<char *>(p);
 }
 
-static void new_block()
+// `size` bytes, a multiple of a huge page, aligned to one and backed by such pages if the system has any.
+static char *map_huge_pages(size_t size)
 {
-    if (mapped < HUGE_PAGE) {
-        xarena = {map_pages(SMALL_BLOCK), SMALL_BLOCK};
-        return;
-    }
-    char *p = map_pages(LARGE_BLOCK + HUGE_PAGE);
-    size_t skip = -reinterpret_cast<uintptr_t>(p) & (HUGE_PAGE - 1);
+    char *p = map_pages(size + HUGE_PAGE);
+    const size_t skip = -reinterpret_cast<uintptr_t>(p) & (HUGE_PAGE - 1);
     if (skip)
         munmap(p, skip);
-    munmap(p + skip + LARGE_BLOCK, HUGE_PAGE - skip);
-    madvise(p + skip, LARGE_BLOCK, MADV_HUGEPAGE);
-    xarena = {p + skip, LARGE_BLOCK};
+    munmap(p + skip + size, HUGE_PAGE - skip);
+    madvise(p + skip, size, MADV_HUGEPAGE);
+    return p + skip;
+}
+
+static void new_block()
+{
+    xarena = mapped < HUGE_PAGE ? xarena_t{map_pages(SMALL_BLOCK), SMALL_BLOCK}
+                                : xarena_t{map_huge_pages(LARGE_BLOCK), LARGE_BLOCK};
 }
 
 void *xalloc_slow(size_t size)
 {
-    if (size > SMALL_BLOCK / 8) {
-        if (size > SIZE_MAX - HUGE_PAGE)
-            xalloc_fail();
+    if (size > SIZE_MAX - 2 * HUGE_PAGE)
+        xalloc_fail();
+    if (size >= HUGE_PAGE)
+        return map_huge_pages((size + HUGE_PAGE - 1) & ~(HUGE_PAGE - 1));
+    if (size > SMALL_BLOCK / 8)
         return map_pages((size + 4095) & ~size_t{4095});
-    }
     new_block();
     return xalloc(size);
 }
