@@ -15,8 +15,8 @@
 
 #include "common/streams.h"
 #include "gen.h"
-#include "link.h"
 #include "tools.h"
+#include "zellink.h"
 
 enum : uint64_t { STEP_LIMIT = 200000 };
 

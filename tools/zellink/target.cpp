@@ -21,36 +21,107 @@ static ranges_t read_ranges(const std::string &text)
     return ranges;
 }
 
-std::string target_find(const std::string &bin, const std::string &chip, target_t &t)
+static std::string lower(std::string text)
 {
-    std::string path = bin + "/../zel/dat/ini/";
-    for (char c : chip + ".ini")
-        path += static_cast<char>(tolower(c));
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    return text;
+}
+
+static std::string upper(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return static_cast<char>(toupper(c)); });
+    return text;
+}
+
+struct attribute_t {
+    std::string key, value;
+};
+struct section_t {
+    std::string name;   // empty for the lines ahead of the first section
+    std::vector<attribute_t> attributes;
+};
+
+static std::vector<section_t> read_sections(const std::string &path)
+{
+    std::vector<section_t> sections(1);
     std::ifstream in(path);
-    std::map<std::string, std::string> values;
     for (std::string line; std::getline(in, line);) {
+        line.erase(0, line.find_first_not_of(" \t\r\v\f"));
         const size_t equals = line.find('=');
-        if (line.starts_with('#') || equals == std::string::npos)
-            continue;
-        const std::string key = line.substr(0, equals),
-                          value = line.substr(equals + 1, line.find_first_of(" \t\r") - equals - 1);
-        values[key] = value;
-        std::string name = value.substr(0, value.find(','));
-        std::transform(name.begin(), name.end(), name.begin(), toupper);
-        if (key == "SFR")
-            t.sfr[name] = static_cast<uint16_t>(hex(value.substr(std::min(name.size() + 1, value.size()))));
+        if (line.starts_with('['))
+            sections.push_back({line.substr(1, line.find(']') - 1), {}});
+        else if (!line.empty() && line[0] != '#' && equals != std::string::npos)
+            sections.back().attributes.push_back(
+                {line.substr(0, equals), line.substr(equals + 1, line.find_first_of(" \t\r", equals) - equals - 1)});
     }
+    return sections;
+}
+
+// The section of the name, else the only one whose name ends with it.
+static const section_t *find_section(const std::vector<section_t> &sections, const std::string &chip)
+{
+    const section_t *found = nullptr;
+    size_t count = 0;
+    for (size_t i = 1; i < sections.size(); i++) {
+        const std::string name = upper(sections[i].name);
+        if (name == upper(chip))
+            return &sections[i];
+        if (!chip.empty() && name.ends_with(upper(chip))) {
+            found = &sections[i];
+            count++;
+        }
+    }
+    return count == 1 ? found : nullptr;
+}
+
+static void take_register(target_t &t, const std::string &value)
+{
+    const size_t comma = std::min(value.find(','), value.size() - 1);
+    t.sfr[upper(value.substr(0, comma))] = static_cast<uint16_t>(hex(value.substr(comma + 1)));
+}
+
+std::string target_read(const std::string &path, const std::string &chip, target_t &t)
+{
+    const std::vector<section_t> sections = read_sections(path);
+    const section_t *const section = find_section(sections, chip);
+    if (!section)
+        return path + ": no file, or no chip " + chip + " in it";
+    std::map<std::string, std::string> values;
+    for (const section_t *s : {&sections[0], section})   // what the section says comes last
+        for (const auto &[key, value] : s->attributes) {
+            values[key] = value;
+            if (key == "SFR" && !value.empty())
+                take_register(t, value);
+        }
+    if (const section_t *alias = values.contains("ALIAS") ? find_section(sections, values["ALIAS"]) : nullptr)
+        for (const auto &[key, value] : alias->attributes)
+            if (key == "SFR" && !value.empty())
+                take_register(t, value);
     const auto range = [&](const char *key) { return read_ranges(values[key] + ",").front(); };
-    t.name = chip;
+    t.name = section->name;
     t.wide = values["ARCH"].find('X') != std::string::npos;
     t.short_trap = values["ARCH"] != "ZEL8";
     t.rom_size = hex(values["ROMSIZE"]);
-    t.stack_depth = values.contains("STACKDEPTH") ? hex(values["STACKDEPTH"]) : t.stack_depth;
+    t.stack_depth = hex(values["STACKDEPTH"]) ? hex(values["STACKDEPTH"]) : t.stack_depth;
     t.common = range("COMMON");
     t.sfr_common = range("SFRCOMMON");
+    t.config = range("CFGMEM");
+    t.idloc = range("USERIDMEM");
+    t.eeprom = range("EEPROM");
     t.banks = read_ranges(values["GPRBANKS"]);
     t.changing = read_ranges(values["VOLSFRS"]);
-    return t.rom_size && t.sfr.contains("WREG") && t.sfr_common.hi ? "" : path + ": no file, or no complete chip";
+    return t.rom_size && t.sfr_common.hi ? "" : path + ": chip " + chip + " isn't told completely";
+}
+
+std::string target_find(const std::string &bin, const std::string &chip, target_t &t)
+{
+    const std::string name = lower(chip), family = name.starts_with("zel") ? name.substr(3) : name, own = name + ".ini",
+                      shared = family.starts_with('8') ? "zelc-8.ini" : "zelc.ini";
+    for (const char *dat : {"/../zel/dat/", "/../dat/", "/../../zel/dat/"})
+        for (const std::string &file : {"ini/" + own, own, shared})
+            if (const std::string path = bin + dat + file; std::ifstream(path).good())
+                return target_read(path, chip, t);
+    return "the installation has no file for chip " + chip;
 }
 
 bool in_ranges(const ranges_t &ranges, uint32_t address)

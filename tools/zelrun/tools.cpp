@@ -12,7 +12,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "link.h"
+#include "zellink.h"
 
 enum : rlim_t { CPU_SECONDS = 2 };
 

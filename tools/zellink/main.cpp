@@ -1,0 +1,147 @@
+// zellink: joins object files and archives to a program for a chip.
+//
+// Exit status: 0 if the output was written, 1 if something is wrong with the input, 2 for wrong usage or a file that can't be
+// read or written. With an error, no output is made or changed.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "common/streams.h"
+#include "zellink.h"
+
+enum { GOOD = 0, FAULTY = 1, UNUSABLE = 2 };
+
+static const char usage_text[] =
+    "usage: zellink [option...] -o app.hex file.obj... library.a...\n"
+    "  -o FILE                   the program; .bin is raw binary, all else Intel HEX\n"
+    "  --format=hex|bin          its format, whatever its name\n"
+    "  -mcpu=CHIP                the chip, if it isn't to be that of the objects\n"
+    "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
+    "  --class=NAME=lo-hi[,...]  memory of a class; all addresses are hexadecimal bytes\n"
+    "  --psect=NAME=address      address of a psect\n"
+    "  --gc                      leave out psects that nothing reaches\n"
+    "  --keep=NAME               but not this psect, or that of this symbol\n"
+    "  --map=FILE                tell what lies where\n"
+    "  --quiet                   no table of memory\n"
+    "  --ver                     the version\n"
+    "  @FILE                     more of these words from a link file\n";
+
+static int told(FILE *to, const char *text, int status)
+{
+    return fputs(text, to) < 0 || fflush(to) != 0 ? int{UNUSABLE} : status;
+}
+
+static void print(const std::vector<zl_message> &messages)
+{
+    for (const zl_message &m : messages)
+        fprintf(stderr, "%s: %s: %s\n", m.where.empty() ? "zellink" : m.where.c_str(), m.warning ? "warning" : "error",
+                m.text.c_str());
+}
+
+static bool same_file(const std::string &a, const std::string &b)
+{
+    std::error_code ignored;
+    return a == b || std::filesystem::equivalent(a, b, ignored);
+}
+
+// Empty, or why an output may not be written there.
+static std::string conflict(const zl_options &o)
+{
+    for (const std::string &out : {o.output, o.map})
+        for (const std::string &in : o.inputs)
+            if (!out.empty() && same_file(out, in))
+                return "output " + zl_quoted(out) + " would overwrite input " + zl_quoted(in);
+    return !o.map.empty() && same_file(o.map, o.output) ? "program and map are the same file" : "";
+}
+
+static bool write_file(const std::string &path, const std::string &content)
+{
+    FILE *const f = fopen(path.c_str(), "wb");
+    bool good = f && fwrite(content.data(), 1, content.size(), f) == content.size();
+    int reason = errno;
+    if (f && fclose(f) != 0 && good) {
+        good = false;
+        reason = errno;
+    }
+    if (!good) {
+        fprintf(stderr, "zellink: error: can't write %s: %s\n", path.c_str(), strerror(reason));
+        struct stat st {};
+        if (f && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))   // half a program is none
+            remove(path.c_str());
+    }
+    return good;
+}
+
+// The chip that all objects are for, or an empty string and a message.
+static std::string common_chip(const std::deque<zl_source> &sources, std::vector<zl_message> &messages)
+{
+    std::string chip;
+    const zl_source *first = nullptr;
+    for (const zl_source &s : sources) {
+        if (!s.wanted)
+            continue;
+        const std::string &its = std::get<zo_ident>(s.file.records[0].body).chip;
+        if (first && its != chip)
+            messages.push_back({s.name, "it is for chip " + its + ", but " + first->name + " is for " + chip +
+                                            ": assemble all for one chip", false});
+        else if (!first)
+            chip = its;
+        first = first ? first : &s;
+    }
+    if (!first)
+        messages.push_back({"", "archives alone make no program: name an object file, too", false});
+    return chip;
+}
+
+int main(int argc, char **argv)
+{
+    if (!streams_complete())
+        return UNUSABLE;
+    zl_options options;
+    bool help = false, version = false;
+    std::string error = zl_parse_options({argv + 1, argv + argc}, options, help, version);
+    if (help)
+        return told(stdout, usage_text, GOOD);
+    if (version)
+        return told(stdout, "zellink " ZELLINK_VERSION "\n", GOOD);
+    if (error.empty())
+        error = conflict(options);
+    if (!error.empty()) {
+        fprintf(stderr, "zellink: error: %s\n", error.c_str());
+        return UNUSABLE;
+    }
+
+    std::deque<zl_source> sources;
+    std::vector<zl_message> messages;
+    zl_read_inputs(options.inputs, sources, messages);
+    if (!messages.empty())
+        return print(messages), FAULTY;
+    zl_choose_members(sources);
+    const std::string objects_chip = common_chip(sources, messages), &chip = options.chip.empty() ? objects_chip : options.chip;
+    if (!messages.empty())
+        return print(messages), FAULTY;
+    target_t target;
+    std::error_code ignored;
+    const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    error = options.chip_file.empty() ? target_find(bin, chip, target) : target_read(options.chip_file, chip, target);
+    if (!error.empty()) {
+        fprintf(stderr, "zellink: error: %s\n", error.c_str());
+        return UNUSABLE;
+    }
+
+    zl_linker l{options, target, {}, {}, {}, {}, {}, {}, {}, {}, false, 0};
+    if (!options.chip.empty() && objects_chip != target.name)
+        zl_complain(l, "", "the objects are for " + objects_chip + ", not for " + target.name, true);
+    zl_link(l, sources);
+    print(l.messages);
+    if (zl_failed(l))
+        return FAULTY;
+    if (!write_file(options.output, options.format == "bin" ? zl_binary(l) : zl_hex(l)) ||
+        (!options.map.empty() && !write_file(options.map, zl_map(l))))
+        return UNUSABLE;
+    return options.quiet ? int{GOOD} : told(stdout, zl_memory_table(l).c_str(), GOOD);
+}

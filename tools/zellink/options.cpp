@@ -1,0 +1,189 @@
+// options: the command line, and link files, which hold the same words.
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "zellink.h"
+
+enum : size_t { FILE_DEPTH = 8, WORDS_MAX = 100000 };
+
+// A hexadecimal number, with or without 0x.
+static bool hex_number(std::string_view text, uint32_t &number)
+{
+    if (text.starts_with("0x") || text.starts_with("0X"))
+        text.remove_prefix(2);
+    if (text.empty() || text.size() > 8 || text.find_first_not_of("0123456789abcdefABCDEF") != std::string_view::npos)
+        return false;
+    number = static_cast<uint32_t>(std::stoul(std::string(text), nullptr, 16));
+    return true;
+}
+
+static bool hex_ranges(std::string_view text, ranges_t &ranges)
+{
+    for (size_t at = 0; at <= text.size();) {
+        const std::string_view part = text.substr(at, text.find(',', at) - at);
+        const size_t dash = part.find('-');
+        range_t r{};
+        if (dash == std::string_view::npos || !hex_number(part.substr(0, dash), r.lo) ||
+            !hex_number(part.substr(dash + 1), r.hi) || r.lo > r.hi)
+            return false;
+        ranges.push_back(r);
+        at += part.size() + 1;
+    }
+    return true;
+}
+
+// NAME=REST
+static bool split(const std::string &value, std::string &name, std::string &rest)
+{
+    const size_t equals = value.rfind('=');
+    if (equals == std::string::npos || equals == 0)
+        return false;
+    name = value.substr(0, equals);
+    rest = value.substr(equals + 1);
+    return true;
+}
+
+static bool set_class(zl_options &o, const std::string &value)
+{
+    std::string name, rest;
+    return split(value, name, rest) && hex_ranges(rest, o.classes[name] = {});
+}
+
+static bool set_psect(zl_options &o, const std::string &value)
+{
+    std::string name, rest;
+    return split(value, name, rest) && hex_number(rest, o.addresses[name]);
+}
+
+static bool set_format(zl_options &o, const std::string &value)
+{
+    o.format = value;
+    return value == "hex" || value == "bin";
+}
+
+static bool set_keep(zl_options &o, const std::string &value) { return o.keep.insert(value), !value.empty(); }
+static bool set_map(zl_options &o, const std::string &value) { return !(o.map = value).empty(); }
+static bool set_chip(zl_options &o, const std::string &value) { return !(o.chip = value).empty(); }
+static bool set_chip_file(zl_options &o, const std::string &value) { return !(o.chip_file = value).empty(); }
+static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
+static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
+
+static const struct {
+    const char *word;   // with "=" if a value follows
+    bool (*set)(zl_options &, const std::string &);   // false if the value is none
+    const char *form;
+} rows[] = {
+    {"--chipinfo=", set_chip_file, "FILE"},
+    {"--class=", set_class, "NAME=lo-hi[,lo-hi], in hexadecimal"},
+    {"--format=", set_format, "hex or bin"},
+    {"--gc", set_gc, ""},
+    {"--keep=", set_keep, "NAME of a psect or symbol"},
+    {"--map=", set_map, "FILE"},
+    {"--psect=", set_psect, "NAME=address, in hexadecimal"},
+    {"--quiet", set_quiet, ""},
+    {"-mcpu=", set_chip, "CHIP"},
+};
+
+// The words of a link file: parted by white space, with "..." around one that holds some; `#` begins a comment.
+static std::string read_words(const std::string &path, std::vector<std::string> &words)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (!in)
+        return "can't read link file " + zl_quoted(path);
+    std::string word;
+    bool quoted = false, some = false;
+    for (size_t i = 0; i <= text.size(); i++) {
+        const char c = i < text.size() ? text[i] : '\n';
+        if (quoted && i == text.size())
+            return "link file " + zl_quoted(path) + ": a quote isn't closed";
+        if (c == '"') {
+            quoted = !quoted;
+            some = true;
+        } else if (quoted || !(c == ' ' || (c >= '\t' && c <= '\r') || (c == '#' && !some))) {
+            word += c;
+            some = true;
+        } else {
+            if (some)
+                words.push_back(word);
+            word.clear();
+            some = false;
+            if (c == '#')
+                i = std::min(text.find('\n', i), text.size());
+        }
+    }
+    return "";
+}
+
+static std::string expand(const std::vector<std::string> &from, std::vector<std::string> &to, size_t depth)
+{
+    for (const std::string &word : from) {
+        if (to.size() >= WORDS_MAX)
+            return "too many words on the command line";
+        if (word.size() < 2 || word[0] != '@') {
+            to.push_back(word);
+            continue;
+        }
+        if (depth == FILE_DEPTH)
+            return zo_format("link files name each other more than %zu deep", size_t{FILE_DEPTH});
+        std::vector<std::string> words;
+        if (std::string error = read_words(word.substr(1), words); !error.empty())
+            return error;
+        if (std::string error = expand(words, to, depth + 1); !error.empty())
+            return error;
+    }
+    return "";
+}
+
+static std::string set_option(zl_options &o, const std::string &word)
+{
+    for (const auto &row : rows) {
+        const std::string_view name = row.word;
+        if (name.back() == '=' ? !word.starts_with(name) : word != name)
+            continue;
+        if (!row.set(o, word.substr(name.size())))
+            return "wrong value in " + word + ": it is " + row.word + row.form;
+        return "";
+    }
+    return "unknown option " + word;
+}
+
+static std::string choose_format(zl_options &o)
+{
+    const size_t slash = o.output.rfind('/'), dot = o.output.rfind('.');
+    std::string ending = dot == std::string::npos || (slash != std::string::npos && dot < slash) ? "" : o.output.substr(dot + 1);
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    if (!o.format.empty())
+        return "";
+    o.format = ending == "bin" ? "bin" : "hex";
+    return ending == "elf" ? "no format goes by the ending .elf: name the output .hex or .bin, or say --format=" : "";
+}
+
+std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version)
+{
+    std::vector<std::string> words;
+    if (std::string error = expand(arguments, words, 0); !error.empty())
+        return error;
+    for (size_t i = 0; i < words.size(); i++) {
+        const std::string &word = words[i];
+        if (word == "--help" || word == "--ver") {
+            (word == "--help" ? help : version) = true;
+            return "";
+        }
+        if (word == "-o") {
+            if (++i == words.size())
+                return "-o needs the name of a file";
+            o.output = words[i];
+        } else if (word.size() < 2 || word[0] != '-') {
+            o.inputs.push_back(word);
+        } else if (std::string error = set_option(o, word); !error.empty()) {
+            return error;
+        }
+    }
+    if (o.inputs.empty())
+        return "no object files given";
+    if (o.output.empty())
+        return "no output given: name it with -o";
+    return choose_format(o);
+}

@@ -1,0 +1,196 @@
+// zellink: joins object files to one program.
+//
+// A link goes through the files of this folder in this order: `input` reads objects and archives, `reach` takes the members
+// that are needed and leaves out what nothing reaches, `psects` joins what modules give of a psect, `symbols` knows names and
+// works out expressions, `place` gives addresses, `fields` fills in what the assembler left open and makes the image,
+// `output` writes it, and `map` tells what lies where. `link` is their order, `options` the command line.
+//
+// Places in records are bytes; addresses of psects and symbols count in units of the psect's delta. Nothing here throws or
+// stops: what is wrong is told in `messages`, and the link goes on, so that one run tells everything.
+#pragma once
+
+#include <deque>
+#include <set>
+#include <string_view>
+#include <unordered_map>
+
+#include "target.h"
+#include "zelobj.h"
+
+enum zl_space : uint8_t { ZL_PROGRAM = 0, ZL_DATA = 1, ZL_CONFIG = 4, ZL_IDLOC = 5, ZL_NOTE = 6 };
+
+struct zl_module;
+struct zl_group;
+
+// A line of a source, from a place in a piece on.
+struct zl_line {
+    uint64_t offset;
+    const std::string *file;   // null if none was told
+    const std::string *line;   // decimal digits
+};
+
+// What one module gives of a psect.
+struct zl_piece {
+    const zl_module *module = nullptr;
+    zo_xpsect x{0, 1, 0, 1, "", "", "", false};   // reloc and delta are at least 1
+    uint16_t flags = 0;
+    uint32_t limit = 0;              // 0: none
+    uint64_t low = UINT64_MAX;       // first offset that is used
+    uint64_t size = 0;               // end of what is used
+    uint64_t base = 0;               // in the group
+    ranges_t texts;                  // offsets of its bytes
+    std::vector<zl_line> lines;      // in the order of the file
+    std::set<zl_piece *> mentions;   // filled in by gc
+    zl_group *group = nullptr;
+    bool live = true;   // false: left out by gc
+    uint64_t boundary() const { return uint64_t{x.reloc} * x.delta; }
+    bool absolute() const { return flags & ZO_F_ABS; }
+};
+
+// The pieces of a psect, or the only one of a local psect.
+struct zl_group {
+    std::vector<zl_piece *> pieces;
+    std::string name, class_name, with;
+    uint8_t space = 0, delta = 1;
+    uint64_t limit = UINT64_MAX;                  // last address that it may take, in bytes
+    uint64_t size = 0, boundary = 1, wanted = 0;   // bytes; wanted: what its `size` says, 0 for none
+    uint64_t address = 0;
+    bool absolute = false, overlaid = false, placed = false;
+};
+
+struct zl_symbol {
+    std::string_view name;
+    zl_piece *piece;            // null: an absolute value
+    int64_t value;              // from the piece's begin, in units; or from the symbol that it stands for
+    const std::string *alias;   // that symbol's name, or null
+    zl_module *module;
+    bool global;
+};
+using zl_symbols = std::unordered_map<std::string_view, zl_symbol>;
+
+struct zl_module {
+    std::string name;   // file, or archive(member)
+    const zo_file *file = nullptr;
+    std::map<std::string, zl_piece> pieces;
+    std::vector<zl_piece *> order;
+    zl_symbols locals;
+};
+
+struct zl_message {
+    std::string where;   // "file:line", an object's name, or empty
+    std::string text;
+    bool warning = false;
+};
+
+struct zl_page {
+    std::array<uint8_t, 256> bytes{};
+    std::array<const zl_piece *, 256> owner{};   // null: nothing was put there
+};
+
+struct zl_options {
+    std::string chip, output, format, map, chip_file;
+    std::vector<std::string> inputs;
+    std::map<std::string, ranges_t> classes;     // bytes
+    std::map<std::string, uint32_t> addresses;   // of psects, in bytes
+    std::set<std::string> keep;                  // psects and symbols that gc leaves in
+    bool gc = false, quiet = false;
+};
+
+struct zl_linker {
+    const zl_options &options;
+    const target_t &target;
+    std::vector<zl_message> messages;
+    std::deque<zl_module> modules;
+    std::map<std::string, zl_group> groups;
+    std::vector<zl_group *> order;
+    zl_symbols globals;
+    std::map<uint8_t, ranges_t> used;      // by zl_memory; in order, nothing touching
+    std::map<uint32_t, zl_page> image;     // by address / 256
+    std::vector<const zl_piece *> left_out;
+    bool has_start = false;
+    uint32_t start = 0;
+};
+
+// Messages. `text` of an error says what is wrong and, behind a colon, what to do.
+void zl_complain(zl_linker &l, const std::string &where, const std::string &text, bool warning = false);
+void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text);   // with source line and psect
+bool zl_failed(const zl_linker &l);
+std::string zl_quoted(const std::string &name);
+
+// input. The files in the order of the command line; archives with all their members.
+struct zl_source {
+    std::string name;
+    std::vector<uint8_t> bytes;   // what the records look into
+    zo_file file;
+    bool member = false, wanted = true;   // of an archive: wanted only if something needs it
+};
+void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources, std::vector<zl_message> &messages);
+// The members of an archive as `ar` makes it: name and place in `bytes`. Gives back an error text, empty on success.
+struct zl_member {
+    std::string name;
+    size_t at, size;
+};
+std::string zl_archive_members(std::span<const uint8_t> bytes, std::vector<zl_member> &members);
+
+// reach
+void zl_choose_members(std::deque<zl_source> &sources);
+void zl_collect_garbage(zl_linker &l);
+
+// psects
+void zl_collect(zl_linker &l, zl_module &m);   // pieces and their lines
+void zl_join(zl_linker &l);                    // groups, and the pieces' places in them
+uint64_t zl_rounded(uint64_t at, uint64_t boundary);
+
+// symbols
+struct zl_sum {
+    int64_t value;
+    bool data;   // a data address
+};
+void zl_define_all(zl_linker &l, zl_module &m);
+const zl_symbol *zl_find(const zl_linker &l, const zl_module &m, const std::string &name);   // null if there is none
+// Follows aliases. False if the chain ends nowhere.
+bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_piece **piece = nullptr);
+uint64_t zl_address(const zl_piece &p);   // bytes
+bool zl_is_value(const zo_symbol &s);     // neither a line, a file nor something undefined
+// What an expression at a place of a piece comes to; 0 and a message if it has no value.
+zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_expr &expr);
+
+// place
+uint8_t zl_memory(uint8_t space);   // spaces that share the program's addresses are ZL_PROGRAM
+struct zl_class {
+    ranges_t ranges;
+    bool at_start;   // a psect of it begins where the first range does
+};
+zl_class zl_class_of(const zl_linker &l, const zl_group &g);
+void zl_reserve(ranges_t &used, range_t range);
+ranges_t zl_gaps(const ranges_t &used, range_t range);
+void zl_place(zl_linker &l);
+
+// fields
+void zl_emit(zl_linker &l);
+
+// output
+std::string zl_hex(const zl_linker &l);
+std::string zl_binary(const zl_linker &l);
+
+// map
+std::string zl_memory_table(const zl_linker &l);
+std::string zl_map(const zl_linker &l);
+
+// options. Gives back an error text, empty on success; `help` and `version` are then set if that is what was asked for.
+std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version);
+
+// link: the whole of it, from the modules to the image.
+void zl_link(zl_linker &l, const std::deque<zl_source> &sources);
+
+// For programs that link in memory: the errors, empty if there is none. The image is of use only then.
+struct link_module {
+    std::string name;
+    zo_file file;
+};
+struct image_t {
+    std::vector<uint8_t> program;             // program memory from address 0; 0xFF where nothing was put
+    std::map<std::string, int64_t> symbols;   // of all modules, in addressing units
+    uint32_t start = 0;                       // 0 if no module told one
+};
+std::vector<std::string> link_modules(const std::vector<link_module> &modules, const target_t &target, image_t &image);
