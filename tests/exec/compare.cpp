@@ -2,8 +2,10 @@
 //
 // Each generated program is assembled plainly and in several other ways, linked and run. What has to be the same: data
 // memory, into which the program also puts W and status at its end, the pointers, every access to a register that
-// changes by itself, and an empty stack. A program that does something else is cut down, piece by piece, for as long as
-// it still does, and shown together with the rules that fired.
+// changes by itself, and an empty stack; at these accesses it may be no deeper, but for the call of an abstraction. Interrupts
+// come at any time, so they show whether their handler leaves everything as it was, and need not come at the same instruction.
+// A program that does something else is cut down, piece by piece, for as long as it still does, and shown together with the
+// rules that fired.
 #include <unistd.h>
 
 #include <atomic>
@@ -20,13 +22,22 @@
 
 enum : uint64_t { STEP_LIMIT = 200000 };
 
-// Arguments of the assembler. With -A, the way leads through assembly text and back.
-static std::vector<std::string> ways = {
-    "-O", "-O --opt=space", "-O -auto_inline", "-O --errata=1", "-O --errata=16385", "-A", "-A -O --opt=space -auto_inline"};
+// Arguments of the assembler. With -A, the way leads through assembly text, which is assembled with what stands behind "then".
+static std::vector<std::string> ways = {"-O",
+                                        "-O --opt=space",
+                                        "-O --opt=space -auto_inline",
+                                        "-O --errata=1",
+                                        "-O -auto_inline --errata=16385 -L",
+                                        "--errata=16384",
+                                        "-A",
+                                        "-A -O -H",
+                                        "-A then -O --opt=space",
+                                        "-A -O --opt=space -auto_inline then -O -auto_inline"};
 
 struct outcome_t {
     std::string error;   // why there is none
     sim_t sim;
+    std::vector<unsigned> depths;   // of the stack, at each access of the log
 };
 
 static struct {
@@ -46,34 +57,85 @@ static pieces_t program_of(uint64_t seed)
     return st.hand ? hand_program(seed, target_of(seed)) : gen_program(seed, target_of(seed), st.allowed);
 }
 
-// `base` begins the names of a worker's files: base.as, base.obj and so on.
+// `base` begins the names of a worker's files: base.as, base1.as, base.obj and so on, a number for each module but the first.
+struct program_t {
+    std::string base;
+    const target_t &target;
+    std::vector<std::string> modules;   // without extension
+    bool interrupts;
+};
+
+static program_t write_program(const std::string &base, const target_t &t, const pieces_t &pieces)
+{
+    const std::string text = pieces_text(pieces);
+    program_t p{base, t, {}, text.find(INTERRUPT_PSECT) != std::string::npos};
+    for (size_t at = 0, end; at < text.size(); at = end) {
+        end = std::min(text.find(MODULE_MARK, at + 1), text.size());
+        p.modules.push_back(base + (at ? std::to_string(p.modules.size()) : ""));
+        write_text(p.modules.back() + ".as", text.substr(at, end - at));
+    }
+    return p;
+}
+
 static std::string assemble(const std::string &base, const target_t &t, const std::string &options, const std::string &from,
                             const std::string &to)
 {
-    std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + t.name, "-O" + base + to};
+    std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + t.name, "-O" + base + to, "--msgdisable=2066"};
     std::istringstream in(options);
     for (std::string word; in >> word;)
-        arguments.push_back(word);
+        arguments.push_back(word == "-L" ? word + base + ".lst" : word);
     arguments.push_back(base + from);
     const int status = run_program(arguments, base + ".out");
     const std::string output = read_text(base + ".out");
     return status == 0 && output.empty() ? "" : "assembler: status " + std::to_string(status) + ", " + output.substr(0, 500);
 }
 
-// Runs what stands in base.as. With an empty way, it is assembled plainly.
-static outcome_t perform(const std::string &base, const target_t &t, const std::string &way, uint64_t limit)
+static std::string assemble_way(const std::string &base, const target_t &t, const std::string &way)
+{
+    static const std::string THEN = " then ";
+    const size_t then = std::min(way.find(THEN), way.size());
+    const bool text = way.find("-A") != std::string::npos;
+    std::filesystem::remove(base + ".trace");
+    std::string error = assemble(base, t, way.substr(0, then) + (way.empty() ? "" : " --qvdebug=on,out:" + base + ".trace"),
+                                 ".as", text ? ".opt" : ".obj");
+    if (error.empty() && text)
+        error = assemble(base, t, then < way.size() ? way.substr(then + THEN.size()) : "", ".opt", ".obj");
+    return error;
+}
+
+// Interrupts that don't interrupt each other, some dozens of instructions apart.
+struct interrupts_t {
+    uint64_t next = 20;
+    unsigned depth = 0;   // of the stack, before the one that is served; `serving` tells whether there is one
+    bool serving = false;
+};
+
+static void interrupt_if_due(sim_t &s, interrupts_t &i)
+{
+    if (i.serving && s.depth == i.depth) {
+        i.serving = false;
+        i.next = s.steps + 1 + (s.steps * 2654435761u >> 16) % 50;
+    } else if (!i.serving && s.steps >= i.next && s.depth + 1 < s.target->stack_depth && s.stop == SIM_RUNS) {
+        i.serving = true;
+        i.depth = s.depth;
+        s.stack[++s.depth] = s.pc;
+        s.shadow = {s.data[s.wreg], s.data[s.status], s.data[s.bsr]};
+        s.pc = 8;
+    }
+}
+
+// With an empty way, the program is assembled plainly.
+static outcome_t perform(const program_t &p, const std::string &way, uint64_t limit)
 {
     outcome_t o;
-    const bool text = way.find("-A") != std::string::npos;
-    std::string options = way;
-    if (!way.empty())
-        options += " --qvdebug=on,out:" + base + ".trace";
-    std::filesystem::remove(base + ".trace");
-    o.error = assemble(base, t, options, ".as", text ? ".opt" : ".obj");
-    if (o.error.empty() && text)
-        o.error = assemble(base, t, "", ".opt", ".obj");
+    const target_t &t = p.target;
+    std::vector<std::string> objects;
+    for (const std::string &module : p.modules) {
+        o.error = o.error.empty() ? assemble_way(module, t, way) : o.error;
+        objects.push_back(module + ".obj");
+    }
     if (o.error.empty())
-        o.error = sim_load(o.sim, t, {base + ".obj"});
+        o.error = sim_load(o.sim, t, objects);
     if (!o.error.empty())
         return o;
     sim_t &s = o.sim;
@@ -83,12 +145,22 @@ static outcome_t perform(const std::string &base, const target_t &t, const std::
             s.data[at] = static_cast<uint8_t>((at * 2654435761u + 12345) >> 11);
     for (const char *name : {"PORTA", "PORTB", "LATA", "LATB", "LATC"})
         s.watched[target_sfr(t, name)] = true;
-    sim_run(s, limit);
+    interrupts_t interrupts;
+    while (s.stop == SIM_RUNS && s.steps < limit) {
+        sim_step(s);
+        o.depths.resize(s.log.size(), s.depth);
+        if (p.interrupts)
+            interrupt_if_due(s, interrupts);
+    }
+    if (s.stop == SIM_RUNS)
+        sim_run(s, 0);   // which tells of the limit
     return o;
 }
 
-static std::string difference(const outcome_t &a, const outcome_t &b, const target_t &t)
+static std::string difference(const outcome_t &a, const outcome_t &b, const program_t &p, const std::string &way)
 {
+    const target_t &t = p.target;
+    const unsigned deeper = way.find("space") != std::string::npos;
     if (!b.error.empty())
         return b.error;
     if (b.sim.stop != SIM_SLEEP)
@@ -102,8 +174,13 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const targ
     for (size_t i = 0; i < std::max(a.sim.log.size(), b.sim.log.size()); i++)
         if (const std::string x = access(a.sim, i), y = access(b.sim, i); x != y)
             return zo_format("access %zu: %s, not %s", i, y.c_str(), x.c_str());
+    for (size_t i = 0; i < a.depths.size(); i++)
+        if (b.depths[i] > a.depths[i] + deeper)
+            return zo_format("the stack at access %zu: %u, not %u", i, b.depths[i], a.depths[i]);
     ranges_t compared = t.banks;
-    compared.insert(compared.end(), {t.common, {a.sim.tablat, a.sim.tablat}, {a.sim.tblptr, a.sim.tblptr + 2u}});
+    const uint32_t own = p.interrupts ? 8 : 0;   // bytes of the handler's
+    compared.insert(compared.end(),
+                    {{t.common.lo, t.common.hi - own}, {a.sim.tablat, a.sim.tablat}, {a.sim.tblptr, a.sim.tblptr + 2u}});
     for (const uint32_t pair : {a.sim.prod, a.sim.fsr[0], a.sim.fsr[1], a.sim.fsr[2]})
         compared.push_back({pair, pair + 1});
     for (uint32_t at = 0; at < a.sim.data.size(); at++)
@@ -114,9 +191,9 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const targ
 
 static bool sound(const outcome_t &o) { return o.error.empty() && o.sim.stop == SIM_SLEEP && o.sim.depth == 0; }
 
-static std::string try_way(const std::string &base, const target_t &t, const outcome_t &plain, const std::string &way)
+static std::string try_way(const program_t &p, const outcome_t &plain, const std::string &way)
 {
-    return difference(plain, perform(base, t, way, plain.sim.steps * 4 + 1000), t);
+    return difference(plain, perform(p, way, plain.sim.steps * 4 + 1000), p, way);
 }
 
 // Leaves out what it can. A piece that is left out is empty.
@@ -127,9 +204,9 @@ static void shrink(const std::string &base, const target_t &t, const std::string
             pieces_t fewer = pieces;
             const auto from = fewer.begin() + static_cast<ptrdiff_t>(at);
             fewer.erase(from, from + static_cast<ptrdiff_t>(std::min(n, fewer.size() - at)));
-            write_text(base + ".as", pieces_text(fewer));
-            const outcome_t plain = perform(base, t, "", STEP_LIMIT);
-            if (sound(plain) && !try_way(base, t, plain, way).empty()) {
+            const program_t p = write_program(base, t, fewer);
+            const outcome_t plain = perform(p, "", STEP_LIMIT);
+            if (sound(plain) && !try_way(p, plain, way).empty()) {
                 pieces = fewer;
                 at -= n;
             }
@@ -137,10 +214,13 @@ static void shrink(const std::string &base, const target_t &t, const std::string
 }
 
 // The lines of the trace that tell of a rule: "J14 (Jumps to .+1): goto ...".
-static std::vector<std::string> rules_in(const std::string &base)
+static std::vector<std::string> rules_in(const program_t &p)
 {
     std::vector<std::string> rules;
-    std::istringstream trace(read_text(base + ".trace"));
+    std::string traces;
+    for (const std::string &module : p.modules)
+        traces += read_text(module + ".trace");
+    std::istringstream trace(traces);
     for (std::string line; std::getline(trace, line);)
         if (const size_t at = line.find("> "); at != std::string::npos && line.find("): ", at) != std::string::npos)
             rules.push_back(line.substr(at + 2));
@@ -153,12 +233,12 @@ static void report(const std::string &base, uint64_t seed, const std::string &wa
     if (st.faults++ >= st.reports)
         return;
     shrink(base, t, way, pieces);
-    write_text(base + ".as", pieces_text(pieces));
-    const std::string now = try_way(base, t, perform(base, t, "", STEP_LIMIT), way);
+    const program_t p = write_program(base, t, pieces);
+    const std::string now = try_way(p, perform(p, "", STEP_LIMIT), way);
     const std::lock_guard lock(st.mutex);
     printf("seed %llu, %s: %s\ncut down: %s\n%s", static_cast<unsigned long long>(seed), way.c_str(), what.c_str(),
            now.c_str(), pieces_text({pieces.begin() + 1, pieces.end()}).c_str());
-    for (const std::string &rule : rules_in(base))
+    for (const std::string &rule : rules_in(p))
         printf("  %s\n", rule.c_str());
     printf("\n");
     fflush(stdout);
@@ -168,8 +248,8 @@ static void one_program(const std::string &base, uint64_t seed)
 {
     const target_t &t = target_of(seed);
     const pieces_t pieces = program_of(seed);
-    write_text(base + ".as", pieces_text(pieces));
-    const outcome_t plain = perform(base, t, "", STEP_LIMIT);
+    const program_t p = write_program(base, t, pieces);
+    const outcome_t plain = perform(p, "", STEP_LIMIT);
     if (!sound(plain)) {
         st.faults++;
         printf("seed %llu: the program itself isn't sound: %s%s\n", static_cast<unsigned long long>(seed),
@@ -177,10 +257,10 @@ static void one_program(const std::string &base, uint64_t seed)
         return;
     }
     for (const std::string &way : ways) {
-        const std::string what = try_way(base, t, plain, way);
+        const std::string what = try_way(p, plain, way);
         {
             const std::lock_guard lock(st.mutex);
-            for (const std::string &rule : rules_in(base))
+            for (const std::string &rule : rules_in(p))
                 st.fired[rule.substr(0, rule.find(" ("))]++;
         }
         if (!what.empty())
@@ -194,9 +274,9 @@ static void check_exclusions()
     const std::string base = st.directory + "/exclusion";
     st.allowed = UINT64_MAX;
     for (const exclusion_t &e : exclusions) {
-        write_text(base + ".as", pieces_text(gen_around(e.example, st.targets[0])));
-        const outcome_t plain = perform(base, st.targets[0], "", STEP_LIMIT);
-        const std::string what = sound(plain) ? try_way(base, st.targets[0], plain, e.way) : "";
+        const program_t p = write_program(base, st.targets[0], gen_around(e.example, st.targets[0]));
+        const outcome_t plain = perform(p, "", STEP_LIMIT);
+        const std::string what = sound(plain) ? try_way(p, plain, e.way) : "";
         printf("%-14s %s\n    %s\n    %s: %s\n", e.name,
                what.empty() ? ("NOT SHOWN " + plain.error + plain.sim.why).c_str() : what.c_str(), e.why, e.way, e.example);
         st.faults += what.empty();
@@ -229,7 +309,7 @@ int main(int argc, char **argv)
             st.allowed |= uint64_t{1} << exclusion_find(value);
         else
             return fprintf(stderr, "usage: exec_compare [--kind=compiled|hand] [--seed n] [--count n] [--reports n]\n"
-                                   "                    [--rules] [--way \"-O\"]... [--allow exclusion]...\n"
+                                   "                    [--rules] [--way \"-A -O then -O\"]... [--allow exclusion]...\n"
                                    "       exec_compare --exclusions  what is left out\n"
                                    "       exec_compare --print n     the program of a seed\n"),
                    2;
@@ -246,6 +326,9 @@ int main(int argc, char **argv)
     if (!mkdtemp(directory))
         return 2;
     st.directory = directory;
+    if (chdir(directory))   // where includes are found
+        return 2;
+    write_text("nothing.inc", "; nothing\n");
     if (show_exclusions) {
         check_exclusions();
     } else {

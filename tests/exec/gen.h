@@ -28,3 +28,9 @@ pieces_t gen_around(const std::string &statements, const target_t &target);   //
 // A program made of nothing but its two ends: what `main` begins with and, last, what stores W and status.
 pieces_t gen_frame(const target_t &target);
 pieces_t hand_program(uint64_t seed, const target_t &target);   // idioms of people, see hand.cpp
+extern const char *const hand_idioms[];
+extern const size_t hand_idiom_count;
+
+// The line that begins another module; what is linked are all of them. An interrupt's handler stands in the psect of that name,
+// at address 8, and its memory are the last 8 bytes of the access bank.
+constexpr const char *MODULE_MARK = "; another module", *INTERRUPT_PSECT = "intcode";

@@ -1,22 +1,26 @@
 // hand: makes programs as people write them, beside those of `gen` that look like a compiler's.
 //
-// A program is a row of idioms, each of which is one text below: a jump table, a delay loop, an addition of 24 bits. An
+// A program is a row of idioms, each of which is one text of `idioms`: a jump table, a delay loop, an addition of 24 bits. An
 // idiom does its work in a few registers, and whatever it finds there, it ends; so idioms can follow each other in any
-// order, stand in a function of their own, under `asmopt off`, or between false arms of a conditional.
+// order, stand in a function of their own, under `asmopt off`, or between false arms of a conditional. A third of the programs
+// has two modules, and as many have an interrupt's handler.
 //
 // In a text, {name} is a hole, filled anew for each digit behind the name:
 //   {r} a register of the access bank, with its access word; {m} the same without   {b} a bit   {k} a number
 //   {small} a number from 1 to 5   {port} {lat} a port, a latch   {d} w or f   {go} goto or bra
-//   {@} this idiom's own number
+//   {@} this idiom's own number   {callw} a call of one{@}, by address if the chip can do that
 //   {own} what labels of the idiom begin with: a name like the optimiser's own labels, or a plain one
 // Labels of an idiom hold {@}. What follows a line of "---" stands outside the flow of the program: functions and tables,
-// each in a psect that it names itself, or in one taken at random.
+// each part in a psect that it names itself, or in one taken at random, and each in any module, though not ahead of the part
+// before it.
 #include "gen.h"
 
+#include <set>
 #include <sstream>
 
 struct hand_t {
     uint64_t state;
+    const target_t *target;
     unsigned number = 0;
     uint32_t below(size_t n)
     {
@@ -24,328 +28,6 @@ struct hand_t {
         return static_cast<uint32_t>((state >> 33) % n);
     }
     const char *of(std::initializer_list<const char *> list) { return list.begin()[below(list.size())]; }
-};
-
-// Each keeps to registers of the access bank but for those that say otherwise.
-static const char *const idioms[] = {
-    // A table of constants that a computed jump reaches, in a psect that can't cross a page.
-    R"(	movf	{r1:w}
-	andlw	3
-	call	tab{@}
-	movwf	{r2}
----
-	psect	page{@},class=CODE,reloc=256,delta=1
-tab{@}:	addlw	0
-	rlncf	WREG,w,c
-	addwf	PCL,f,c
-	retlw	{k1}
-	retlw	{k2}
-	retlw	{k2}
-	retlw	{k3}
-)",
-    // A jump table whose arms are jumps, two of them the same, the last falling through.
-    R"(	movf	{r1:w}
-	andlw	3
-	call	disp{@}
----
-	psect	page{@},class=CODE,reloc=256,delta=1
-disp{@}:	rlncf	WREG,w,c
-	addwf	PCL,f,c
-	bra	{own}{@}a
-	bra	{own}{@}b
-	bra	{own}{@}a
-	bra	{own}{@}d
-{own}{@}d:
-	incf	{r2:f}
-	return
-{own}{@}a:
-	movlw	{k1}
-	movwf	{r2}
-	return
-{own}{@}b:
-	bsf	{r3:bit}
-	{go1}	{own}{@}d
-)",
-    // Dispatch by address through PCLATH.
-    R"(	movlw	low({own}{@}t)
-	movwf	{r1}
-	movlw	high({own}{@}t)
-	movwf	PCLATH,c
-	movf	{r2:w}
-	andlw	1
-	mullw	4
-	movf	PRODL,w,c
-	addwf	{r1:w}
-	btfsc	STATUS,0,c
-	incf	PCLATH,f,c
-	movwf	PCL,c
-{own}{@}t:
-	goto	{own}{@}x
-	goto	{own}{@}y
-{own}{@}x:
-	movlw	{k1}
-	xorwf	{r3:f}
-	goto	{own}{@}z
-{own}{@}y:
-	comf	{r3:f}
-{own}{@}z:
-	movlw	{k2}
-	movwf	{r1}
-	addlw	{k1}
-)",
-    // A string read by table reads until its end.
-    R"(	movlw	low(str{@})
-	movwf	TBLPTRL,c
-	movlw	high(str{@})
-	movwf	TBLPTRH,c
-	clrf	TBLPTRU,c
-{own}{@}:
-	tblrd	*+
-	movf	TABLAT,w,c
-	bz	{own}{@}e
-	xorwf	{r1:f}
-	movff	{m1},{lat1}
-	bra	{own}{@}
-{own}{@}e:
-	clrf	TBLPTRL,c
-	clrf	TBLPTRH,c
----
-	psect	strings{@},class=CONST,reloc=2,delta=1
-str{@}:	db	'H','e','l','o',{k1}|1,0
-	dw	0x{k2}20
-)",
-    // Nested delay loops, the inner one by a distance.
-    R"(	movlw	{small1}
-	movwf	{r1}
-{own}{@}o:
-	movlw	{small2}
-	movwf	n{@}
-	decfsz	n{@},f,c
-	goto	$-2
-	decfsz	{r1:f}
-	{go1}	{own}{@}o
-)",
-    // A step over an instruction by a distance.
-    R"(	movlw	{k1}
-	btfsc	{r1:bit}
-	bra	$+6
-	movwf	{r2}
-	movwf	{r2}
-	movlw	{k2}
-	addwf	{r3:f}
-)",
-    // Code for another chip, left out with its labels and its end of a function.
-    R"(	call	sel{@}
----
-sel{@}:	btfss	{r1:bit}
-	goto	{own}{@}o
-	if 0
-{own}{@}o:	return
-__end_of_sel{@}x:
-	endif
-	movlw	{k1}
-	movwf	{r2}
-	return
-	if	OTHER_CHIP
-	clrf	{r2}
-	else
-	decf	{r2:f}
-	endif
-	return
-)",
-    // Directives between instructions, of which the parser makes nodes.
-    R"(	movlw	{k1}
-	title	"part {@}"
-	movwf	{r1}
-	subtitle	"still {@}"
-	btfss	{r2:bit}
-	{go1}	{own}{@}
-	title	"else"
-	movlw	{k1}
-{own}{@}:
-	movwf	{r3}
-)",
-    // A macro with arguments and local labels, used twice.
-    R"(clamp{@}	macro	reg,limit
-	local	below
-	movlw	limit
-	cpfsgt	reg,c
-	bra	below
-	movwf	reg,c
-below:
-	endm
-	clamp{@}	{m1},{k1}
-	clamp{@}	{m2},{k1}
-)",
-    // Addition and subtraction of 24 bits.
-    R"(	movf	{r1:w}
-	addwf	{r2:f}
-	movf	{r3:w}
-	addwfc	{r4:f}
-	movlw	0
-	addwfc	{r5:f}
-	bnc	{own}{@}
-	movf	{r2:w}
-	subwf	{r1:f}
-	movf	{r4:w}
-	subwfb	{r3:f}
-	bc	{own}{@}
-	incf	{r5:f}
-{own}{@}:
-)",
-    // A comparison of 16 bits, with a skip of a skip.
-    R"(	movf	{r1:w}
-	subwf	{r2:w}
-	btfss	STATUS,2,c
-	goto	{own}{@}n
-	movf	{r3:w}
-	subwf	{r4:w}
-{own}{@}n:
-	btfsc	STATUS,0,c
-	btfss	{r5:bit}
-	incf	{r2:f}
-	incf	{r4:f}
-)",
-    // The same offset in two banks, with the bank chosen between.
-    R"(	movlw	{k1}
-	banksel	b0
-	movwf	b0 and 255,b
-	banksel	d0
-	movwf	d0 and 255,b
-	banksel	b0
-	bcf	b0 and 255,{b1},b
-	movf	b0 and 255,w,b
-	movwf	{r1}
-	movff	d0,{m2}
-)",
-    // Two names of one register.
-    R"(old{@}	equ	{m1}
-new{@}	equ	{m1}
-	movlw	{k1}
-	movwf	old{@},c
-	incf	new{@},f,c
-	movf	old{@},w,c
-	movwf	{r2}
-	movlw	{k1}
-	movwf	new{@},c
-)",
-    // A function that saves and restores what it uses, as an interrupt's does.
-    R"(	movlw	{k1}
-	call	isr{@}
-	movwf	{r1}
-	btfsc	STATUS,0,c
-	incf	{r1:f}
----
-isr{@}:	movff	WREG,n{@}
-	movff	STATUS,n{@}+1
-	movff	BSR,n{@}+2
-	movlb	2
-	incf	{r2:f}
-	movf	{port1},w,c
-	xorwf	{r3:f}
-	movff	n{@}+2,BSR
-	movff	n{@},WREG
-	movff	n{@}+1,STATUS
-	return
-)",
-    // Shared tails, a jump out of a small function, and a call into the middle of one.
-    R"(	call	one{@}
-	call	two{@}
-	call	mid{@}
----
-one{@}:	movlw	{k1}
-	goto	{own}{@}
-two{@}:	movlw	{k2}
-mid{@}:	incf	{r1:f}
-	bz	{own}{@}
-	movwf	{r2}
-	return
-{own}{@}:
-	movwf	{r3}
-	return
-)",
-    // A state machine that takes a few turns.
-    R"(	movlw	{small1}
-	movwf	n{@},c
-{own}{@}l:
-	movf	{r1:w}
-	andlw	3
-	bz	{own}{@}s0
-	dcfsnz	WREG,f,c
-	bra	{own}{@}s1
-	clrf	{r1}
-	bra	{own}{@}n
-{own}{@}s0:
-	movlw	1
-	movwf	{r1}
-	{go1}	{own}{@}n
-{own}{@}s1:
-	movlw	2
-	movwf	{r1}
-{own}{@}n:
-	decfsz	n{@},f,c
-	{go2}	{own}{@}l
-)",
-    // Instructions written as words: movlw 85 and addlw 1.
-    R"(	movlw	{k1}
-	movwf	{r1}
-	dw	0x0E55
-	movwf	{r2}
-	movlw	{k1}
-	dw	0x0F01
-	movwf	{r3}
-)",
-    // A skip ahead of two words, of which the second is then a nop.
-    R"(	btfsc	{r1:bit}
-	movff	{m2},{m3}
-	btfss	{r2:bit}
-	goto	{own}{@}
-	cpfseq	{r3}
-	btfsc	{r4:bit}
-	call	leaf{@}
-{own}{@}:
-	incf	{r1:f}
----
-leaf{@}:	comf	{r2:f}
-	retlw	{k1}
-)",
-    // Bits shifted out of a latch, in order.
-    R"(	movlw	{small1}
-	movwf	n{@},c
-{own}{@}:
-	bcf	{lat1},{b1},c	;volatile
-	rlcf	{r1:f}
-	btfsc	STATUS,0,c
-	bsf	{lat1},{b1},c	;volatile
-	movf	{port1},w,c	;volatile
-	bsf	{lat1},{b2},c	;volatile
-	bcf	{lat1},{b2},c	;volatile
-	decfsz	n{@},f,c
-	bra	{own}{@}
-)",
-    // The return address taken from the stack, and put back.
-    R"(	call	drop{@}
-	incf	{r1:f}
----
-drop{@}:	call	deep{@}
-	clrf	{r1}
-	return
-deep{@}:	movlw	{k1}
-	movwf	{r2}
-	pop
-	return
-)",
-    // A function with padding in it, and an origin.
-    R"(	call	pad{@}
----
-	psect	pad{@},class=CODE,reloc=16,delta=1
-pad{@}:	movlw	{k1}
-	goto	{own}{@}
-	org	16
-{own}{@}:
-	movwf	{r1}
-	return
-)",
 };
 
 // What a hole gets. `kind` is the name without its digit, `as` what stands behind a colon.
@@ -359,6 +41,8 @@ static std::string filling(hand_t &h, const std::string &kind)
         return std::to_string(h.below(4) ? 10 + h.below(90) : 11);
     if (kind == "small")
         return std::to_string(1 + h.below(5));
+    if (kind == "callw")
+        return h.target->wide ? "callw" : "call\tone" + std::to_string(h.number);
     if (kind == "own")
         return h.of({"L", "PL", "iL", "_L", "L", "wait", "lbl_"});
     return kind == "port"  ? h.of({"PORTA", "PORTB"})
@@ -405,32 +89,124 @@ static std::string around(hand_t &h, const std::string &code)
     }
 }
 
+static std::string any_psect(hand_t &h)
+{
+    return "\tpsect\ttext" + std::to_string(h.below(3)) + "x,class=CODE,reloc=2,delta=1\n";
+}
+
+// A handler saves what it uses, in one order or another, and works in registers that are its own.
+static std::string handler(hand_t &h)
+{
+    static const char *const works[] = {
+        "\tmovlb\t2\n\tincf\tHANDLER_OWN+4,f,c\n\tmovlw\t0\n\taddwfc\tHANDLER_OWN+5,f,c\n",
+        "\tbtfss\tHANDLER_OWN+4,0,c\n\tgoto\tiL1handler\n\tmovlw\t11\n\tmovwf\tHANDLER_OWN+5,c\niL1handler:\n"
+        "\tbsf\tHANDLER_OWN+4,0,c\n",
+        "\tmovff\tPRODL,HANDLER_OWN+6\n\tmovff\tPRODH,HANDLER_OWN+7\n\tmovf\tHANDLER_OWN+4,w,c\n\tmullw\t3\n\tmovf\tPRODL,w,c\n"
+        "\tmovwf\tHANDLER_OWN+4,c\n\tmovff\tHANDLER_OWN+6,PRODL\n\tmovff\tHANDLER_OWN+7,PRODH\n",
+        "\tcall\tserve\n",
+    };
+    static const char *const frames[][2] = {
+        {"\tmovff\tSTATUS,HANDLER_OWN\n\tmovff\tWREG,HANDLER_OWN+1\n\tmovff\tBSR,HANDLER_OWN+2\n",
+         "\tmovff\tHANDLER_OWN+2,BSR\n\tmovff\tHANDLER_OWN+1,WREG\n\tmovff\tHANDLER_OWN,STATUS\n\tretfie\n"},
+        {"\tmovwf\tHANDLER_OWN,c\n\tmovff\tSTATUS,HANDLER_OWN+1\n\tmovff\tBSR,HANDLER_OWN+2\n",
+         "\tmovff\tHANDLER_OWN+2,BSR\n\tmovf\tHANDLER_OWN,w,c\n\tmovff\tHANDLER_OWN+1,STATUS\n\tretfie\n"},
+        {"\tmovwf\tHANDLER_OWN,c\n\tswapf\tSTATUS,w,c\n\tmovwf\tHANDLER_OWN+1,c\n\tmovff\tBSR,HANDLER_OWN+2\n",
+         "\tmovff\tHANDLER_OWN+2,BSR\n\tswapf\tHANDLER_OWN+1,w,c\n\tmovwf\tSTATUS,c\n\tswapf\tHANDLER_OWN,f,c\n"
+         "\tswapf\tHANDLER_OWN,w,c\n\tretfie\n"},
+        {"", "\tretfie\tf\n"},
+    };
+    const auto &frame = frames[h.below(std::size(frames))];
+    std::string body = frame[0];
+    for (const char *work : works)
+        body += h.below(2) ? work : "";
+    body += frame[1];
+    const std::string psect = "\tpsect\ttext0x,class=CODE,reloc=2,delta=1\n",
+                      serve = "serve:\tincf\tHANDLER_OWN+6,f,c\n\tbtfsc\tHANDLER_OWN+6,3,c\n"
+                              "\tretlw\t3\n\tsetf\tHANDLER_OWN+7,c\n\treturn\n";
+    return "HANDLER_OWN\tequ\t0x58\n\tpsect\t" + std::string(INTERRUPT_PSECT) + ",class=CODE,abs,ovrld,delta=1\n\torg\t8\n" +
+           (h.below(2) ? "\tgoto\tisr\n" + psect + "isr:\n" + body : body) +
+           (body.find("serve") != std::string::npos ? psect + serve : "");
+}
+
+// Modules.
+
+static bool is_name_char(char c) { return isalnum(static_cast<unsigned char>(c)) || c == '_'; }
+
+static std::set<std::string> labels_in(const std::string &text)
+{
+    std::set<std::string> labels;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        if (const size_t colon = line.find(':'); colon != std::string::npos && is_name_char(line[0]) && !isdigit(line[0]))
+            labels.insert(line.substr(0, colon));
+    return labels;
+}
+
+static std::set<std::string> names_in(const std::string &text)
+{
+    std::set<std::string> names;
+    for (size_t at = 0, end; at < text.size(); at = end + 1) {
+        for (end = at; end < text.size() && is_name_char(text[end]); end++)
+            ;
+        names.insert(text.substr(at, end - at));
+    }
+    return names;
+}
+
+// Joins the pieces of two modules, the second of which begins like the first, and makes names known that both use.
+static pieces_t join_modules(pieces_t pieces, const pieces_t &second)
+{
+    if (second.empty())
+        return pieces;
+    std::string head = std::string(MODULE_MARK) + "\n", shared;
+    std::istringstream in(pieces[0]);
+    for (std::string line; std::getline(in, line);)
+        if (line.find("\tequ\t") != std::string::npos || line.starts_with("\tprocessor"))
+            head += line + "\n";
+    const std::string texts[2] = {pieces_text(pieces), pieces_text(second)};
+    for (int i = 0; i < 2; i++) {
+        const std::set<std::string> names = names_in(texts[1 - i]);
+        for (const std::string &label : labels_in(texts[i]))
+            if (names.contains(label))
+                shared += "\tglobal\t" + label + "\n";
+    }
+    pieces[0] += shared;
+    pieces.push_back(head + shared + "\tcallstack\t1\n");
+    pieces.insert(pieces.end(), second.begin(), second.end());
+    return pieces;
+}
+
 pieces_t hand_program(uint64_t seed, const target_t &target)
 {
-    hand_t h{seed * 0x9E3779B97F4A7C15 + 1};
-    pieces_t pieces = gen_frame(target), outside;
+    hand_t h{seed * 0x9E3779B97F4A7C15 + 1, &target};
+    pieces_t pieces = gen_frame(target), outside[2];
     const std::string last = pieces.back();
-    const unsigned count = 5 + h.below(11);
+    const unsigned count = 5 + h.below(11), modules = h.below(3) ? 1 : 2;
     pieces.pop_back();
     pieces[0] += "OTHER_CHIP\tequ\t0\n\tpsect\ttext,class=CODE,reloc=2,delta=1\n";
     for (h.number = 1; h.number <= count; h.number++) {
-        const std::string text = fill(h, idioms[h.below(std::size(idioms))]), id = std::to_string(h.number);
-        const size_t mark = text.find("---\n");
-        std::string code = text.substr(0, mark);
+        const std::string id = std::to_string(h.number);
+        std::string text = fill(h, hand_idioms[h.below(hand_idiom_count)]), code;
         if (text.find("n" + id) != std::string::npos)
             pieces[0] += "\tpsect\tvars\nn" + id + ":\tds\t3\n";
-        if (mark != std::string::npos)
-            outside.push_back("\tpsect\ttext" + std::to_string(h.below(3)) + "x,class=CODE,reloc=2,delta=1\n" +
-                              text.substr(mark + 4));
-        code = around(h, code);
+        for (unsigned part = 0, module = 0; !text.empty(); part++) {
+            const size_t mark = std::min(text.find("---\n"), text.size());
+            if (part == 0)
+                code = around(h, text.substr(0, mark));
+            else
+                outside[module += h.below(modules - module)].push_back(any_psect(h) + text.substr(0, mark));
+            text.erase(0, mark + 4);
+        }
         if (h.below(4) == 0) {   // in a function of its own
-            outside.push_back("\tpsect\ttext" + std::to_string(h.below(3)) + "x,class=CODE,reloc=2,delta=1\n" + "fun" + id +
-                              ":\n" + code + "\treturn\n__end_of_fun" + id + ":\n");
+            outside[h.below(modules)].push_back(any_psect(h) + "fun" + id + ":\n" + code + "\treturn\n__end_of_fun" + id +
+                                                ":\n");
             code = "\tcall\tfun" + id + "\n";
         }
         pieces.push_back(code);
     }
-    pieces.push_back(last);
-    pieces.insert(pieces.end(), outside.begin(), outside.end());
-    return pieces;
+    pieces.push_back(last + (h.below(4) ? "__end_of_main:\n" : ""));
+    if (h.below(3) == 0)
+        pieces.push_back(handler(h));
+    pieces.insert(pieces.end(), outside[0].begin(), outside[0].end());
+    return join_modules(pieces, outside[1]);
 }
