@@ -12,8 +12,8 @@
 // that doesn't settle into a normal end; the list is valid at every step.
 //
 // Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
-// `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `labels`, `edit` above `index`, `report`, and
-// the tests of `node`.
+// `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `labels`, `edit` above `index`, `report`, the
+// tests of `node`, and `pointers`.
 #include "optim/driver.h"
 
 #include <cstring>
@@ -36,6 +36,7 @@
 #include "optim/pa.h"
 #include "optim/peep.h"
 #include "optim/pins.h"
+#include "optim/pointers.h"
 #include "optim/report.h"
 #include "optim/tails.h"
 #include "options.h"
@@ -322,6 +323,7 @@ void optimise_run()
     if (opt.optimise)
         tlab_to_labels();
     note_taken_labels();
+    pointers_set();
     pins_set();
     if (opt.optimise)
         optimise_phase();

@@ -18,6 +18,7 @@
 #include "code/ops.h"
 #include "code/sfrop.h"
 #include "optim/node.h"
+#include "optim/pointers.h"
 #include "optim/templates.h"
 
 enum role_t : uint8_t {
@@ -153,6 +154,8 @@ static const full_row_t &row_of(const op_t *op) { return op->op_type < table.siz
 // What it takes to get at a file operand, to read or to write it.
 static unsigned address_uses(const opnd_t *o, uint8_t asked)
 {
+    if (pointer_may_be_core(o))
+        return ALL;
     if (!(asked & (W | BSR)))
         return 0;
     return (sfr_isWreg(o) || sfr_isPlusw(o) ? W : 0) | (depends_on_bank(o) ? BSR : 0);
@@ -224,6 +227,7 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
     case ROLE_TOGGLE_BIT: uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op); break;
     case ROLE_MOVE:
         uses |= named(first) | (sfr_isWreg(first) || sfr_isPlusw(first) || sfr_isPlusw(second) ? W : 0);
+        uses |= pointer_may_be_core(first) ? ALL : 0;
         kills |= sfr_isWreg(second) ? W : 0;
         break;
     case ROLE_NONE: break;

@@ -6,6 +6,7 @@
 
 #include "code/sfrop.h"
 #include "common/stringcache.h"
+#include "optim/pointers.h"
 
 // Psects.
 
@@ -144,7 +145,7 @@ bool op_writes_pc(const op_t *op)
 bool op_writes_pcl(const op_t *op)
 {
     const opnd_t *o = stored_to(op);
-    return o && sfr_idOf(o) == SFR_PCL;   // a banked one may be
+    return o && (sfr_idOf(o) == SFR_PCL || pointer_may_be_core(o));   // a banked one may be
 }
 
 // Places.

@@ -28,6 +28,7 @@
 #include "optim/labels.h"
 #include "optim/live.h"
 #include "optim/node.h"
+#include "optim/pointers.h"
 #include "optim/report.h"
 #include "optim/templates.h"
 
@@ -859,7 +860,8 @@ static bool v2(op_t *n)
 {
     op_t *p = n->op_prev;
     const bool one_access_does = sfr_isIndirect(&n->op_opnd1)
-                                     ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2))
+                                     ? sfr_isIn(&n->op_opnd1, sfr_bits(SFR_INDF0, SFR_INDF1, SFR_INDF2)) &&
+                                           !pointer_may_be_core(&n->op_opnd1)   // it may be STATUS
                                      : !sfr_isStatus(&n->op_opnd1);
     if ((p->op_type != T_ANDWF && p->op_type != T_INCF && p->op_type != T_ADDWF) || !to_w(p) ||
         !opnd_same(&p->op_opnd1, &n->op_opnd1) || !one_access_does || op_marked(p) || op_marked(n) || op_may_not_run(p) ||

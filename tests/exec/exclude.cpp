@@ -27,6 +27,9 @@ const exclusion_t exclusions[X_NONE] = {
      "call sub / goto finish / sub: / call sub2 / bsf 3,5,c / return / sub2: / incf a3,f,c / movwf a5,c / return"},
     {"start", "A jump to a label named `start` counts as the end of the program, where nothing is needed any more.", "-O",
      "clrf a0,c / goto entry / start: / movwf a1,c / goto finish / entry: / movlw 5 / goto start"},
+    {"pointer",
+     "A pointer whose address is worked out counts as one into memory, not to W, STATUS or BSR. So a movlw goes (W1).", "-O",
+     "movlw 14 / addlw 1 / movwf FSR0H,c / movlw low(WREG) / movwf FSR0L,c / clrf INDF0,c / movlw low(WREG) / movwf a0,c"},
 };
 
 exclusion exclusion_find(const std::string &name)

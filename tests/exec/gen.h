@@ -6,7 +6,7 @@
 // Situations in which a rule of the optimiser is known to change what a program does.
 // clang-format off
 enum exclusion : uint8_t {
-    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_NONE
+    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_POINTER, X_NONE
 };
 // clang-format on
 struct exclusion_t {
