@@ -26,6 +26,7 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "optim/effects.h"
 #include "optim/errata.h"
 #include "optim/hoist.h"
 #include "optim/imply.h"
@@ -262,8 +263,9 @@ static bool repeat_passes()
 
 static void optimise_phase()
 {
+    effect_returns_keep_n = false;
     jump_init();
-    each_psect(list_build_refs);
+    build_all_refs();
     each_psect(size_if_any);
     if (!opt.no_inline && !opt.opt_debug)
         inline_functions();
@@ -276,6 +278,7 @@ static void optimise_phase()
     pa_psects(st.plain_psects, st.code_psects);
     for (const group_t *g : st.group_psects)
         pa_psects(g->psects, st.code_psects);
+    effect_returns_keep_n = opt_changed;
     if (!settled || opt_changed) {
         build_all_refs();
         for (symbol_t *psect : st.code_psects)
@@ -322,7 +325,7 @@ void optimise_run()
     each_psect(note_skip_at_end);
     if (opt.optimise)
         tlab_to_labels();
-    note_taken_labels();
+    build_all_refs();
     pointers_set();
     pins_set();
     if (opt.optimise)

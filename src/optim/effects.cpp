@@ -148,6 +148,7 @@ static constexpr auto table = [] {
     return all;
 }();
 constexpr full_row_t unknown;
+bool effect_returns_keep_n;
 
 static const full_row_t &row_of(const op_t *op) { return op->op_type < table.size() ? table[op->op_type] : unknown; }
 
@@ -182,6 +183,8 @@ static effect_t plain_effect(const op_t *op, bool sure, unsigned uses, unsigned 
 {
     if (sure && op_is_return(op) && op_more(op)->op_remark && strcmp(op_more(op)->op_remark, ";funcret") == 0)
         kills |= Z;
+    if (effect_returns_keep_n && op_is_return(op))
+        kills &= ~static_cast<unsigned>(N);
     if (sure)
         uses &= ~kills;
     if (op->op_type == T_MOVLW && sure && op_is_return(op->op_next))

@@ -25,6 +25,9 @@ struct effect_t {
 // answer is complete for the registers that are `asked` for.
 effect_t effect_of(const op_t *op, bool sure, uint8_t asked);
 
+// Set once abstraction has made procedures: N has to last over their returns, which the program's author knows nothing of.
+extern bool effect_returns_keep_n;
+
 // What is no longer known behind the node, beside the register that it writes. Nothing for kinds that have rules of their
 // own to say so.
 uint8_t effect_ends(const op_t *op);

@@ -2,9 +2,10 @@
 // sized like that first. Whatever lies between a distance's two ends is pinned, and a label made at the far end.
 //
 // A table is told by what stands before it: a write to PCL, or a label whose address is used as a number. Behind a write to
-// PCL all is pinned up to the next label, since the jump may lead anywhere there (arms of two instructions are usual); and
-// from there on as long as arms follow. A label that is used as a number may well be a plain function, so at least two arms
-// have to follow there.
+// PCL all is pinned up to the next label that something leads to, since the jump may lead anywhere there (arms of two
+// instructions are usual), and over it as long as there is code to come that nothing but such a jump can lead to: behind a
+// jump, with no label or one that nobody uses. From there on what is pinned are arms of one instruction that follow each other.
+// A label that is used as a number may well be a plain function, so at least two arms or such code have to follow there.
 //
 // An operand that is no sum of a place and a number pins the psects of all places in it if it is a jump's.
 #include "optim/pins.h"
@@ -202,14 +203,63 @@ static bool begins_table(op_t *label)
     return is_arm(first) && is_arm(op_past_silent(first->op_next));
 }
 
+static bool is_led_to(const op_t *label)
+{
+    return (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN)) || vec_size(op_more(label)->op_refs) > 0;
+}
+
+static bool is_function(const op_t *label)
+{
+    if (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN))
+        return true;
+    for (const op_t *ref : op_more(label)->op_refs)
+        if (ref->op_type == T_CALL || ref->op_type == T_RCALL)
+            return true;
+    return false;
+}
+
+// The next code behind `label` that only a computed jump can lead to; null if the table's function ends before.
+static const op_t *next_arm(const op_t *label)
+{
+    bool passes = true;   // control may come from the instruction before
+    for (const op_t *op = label->op_next; op->op_type != 0 && op->op_type != T_ORG && op->op_type != T_ALIGN;
+         op = op_step(op)) {
+        if (op->op_type == T_NAME) {
+            if (is_function(op))
+                return nullptr;
+            passes |= is_led_to(op);
+        } else if (op_is_code(op)) {
+            if (!passes)
+                return op;
+            passes = (!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op);
+        }
+    }
+    return nullptr;
+}
+
+static bool may_hold_arms(op_t *label, bool in_table)
+{
+    if (label->op_sym->s_flags & S_TAKEN)
+        return op_is_code(op_past_silent(label));
+    return in_table && !is_function(label);
+}
+
 static void pin_tables(code_list_t *list)
 {
     enum { NONE, ANYTHING, ARMS } run = NONE;   // what is pinned from here on
+    const op_t *arm = nullptr;                  // one that is still to come, however many labels stand before it
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+        if (op == arm)
+            arm = nullptr;
         if (op->op_type == T_NAME) {
             if (run == ANYTHING)
                 op->op_flags |= OPF_PINNED;   // where what is known in the run ends
-            if (run == ANYTHING || begins_table(op))
+            if (run == ANYTHING && (arm || !is_led_to(op)))
+                continue;
+            arm = may_hold_arms(op, run == ANYTHING) ? next_arm(op) : nullptr;
+            if (arm)
+                run = ANYTHING;
+            else if (run == ANYTHING || begins_table(op))
                 run = ARMS;
             continue;
         }
