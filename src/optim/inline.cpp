@@ -74,12 +74,6 @@ static symbol_t *callee_psect(const op_t *call)
     return op_is_simple(call) ? value_psect(&call->op_opnd1.opnd_value) : nullptr;
 }
 
-static bool uses_stack(const op_t *op)
-{
-    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2) ||
-           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
-}
-
 static bool is_body_end(const op_t *op)
 {
     return op->op_type == 0 || (op->op_type == T_NAME && cache_starts_with(op->op_sym->s_name, "__end_of"));
@@ -105,7 +99,7 @@ static bool body_stays_true(const symbol_t *q)
         if ((op->op_flags & OPF_SKIPPED) || op_is_silent(op))
             continue;
         last = op;
-        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW || uses_stack(op))
+        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW || op_uses_stack(op))
             return false;
         if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
             if (!op_is_simple(op) || !lies_in_body(op->op_opnd1.opnd_value.v_sym->s_defop, q))

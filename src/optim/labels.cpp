@@ -57,6 +57,16 @@ bool label_only_from(const op_t *label, const op_t *branch)
     return true;
 }
 
+bool label_begins_function(const op_t *label)
+{
+    if (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN))
+        return true;
+    for (const op_t *ref : op_more(label)->op_refs)
+        if (ref->op_type == T_CALL || ref->op_type == T_RCALL)
+            return true;
+    return false;
+}
+
 // Labels whose place counts.
 
 // Depth is bounded by the size of a tree.

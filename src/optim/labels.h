@@ -11,6 +11,9 @@ unsigned list_delete_unused_labels(symbol_t *psect);   // how many went
 bool label_only_from(const op_t *label, const op_t *branch);
 // The node's first operand is the plain name of a place that it jumps to or calls.
 bool leads_to_label(const op_t *op);
+// Whether it is called, or named otherwise than by jumps: what stands before it may be another function.
+bool label_begins_function(const op_t *label);
+
 // Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever
 // jumps.
 void note_taken_labels();

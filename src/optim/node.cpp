@@ -148,6 +148,12 @@ bool op_writes_pcl(const op_t *op)
     return o && (sfr_idOf(o) == SFR_PCL || pointer_may_be_core(o));   // a banked one may be
 }
 
+bool op_uses_stack(const op_t *op)
+{
+    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2) ||
+           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
+}
+
 // Places.
 
 static op_t *past_labels(op_t *op)

@@ -36,6 +36,7 @@ bool data_may_run(const op_t *data);   // control may come to it
 bool op_is_branch(const op_t *op);     // it names the place that it jumps to or calls
 bool op_writes_pc(const op_t *op);     // PCL, or the latches of its upper bytes
 bool op_writes_pcl(const op_t *op);    // control goes wherever that leads
+bool op_uses_stack(const op_t *op);    // of return addresses, otherwise than by a call or return
 
 // Places.
 

@@ -33,6 +33,7 @@
 #include "optim/templates.h"
 
 constexpr int RO = CNT_REDUNDANT_OPS, SJ = CNT_SKIPS_OVER, SA = CNT_ADDRESSES, JJ = CNT_JUMPS_TO_JUMPS;
+constexpr int LONGEST_FUNCTION = 2000;   // nodes
 constexpr int64_t TABLAT_ADDRESS = 0xFF5, STATUS_IN_OLD_BANK = 3;
 
 bool opt_late;
@@ -82,6 +83,8 @@ static bool names_whole_register(op_t *op)
 // Whether both are sure to be two registers.
 static bool are_apart(const opnd_t *a, const opnd_t *b) { return place_apart(reg_place(a), reg_place(b)); }
 
+static bool may_be_w_or_status(const opnd_t *o) { return sfr_isWreg(o) || sfr_isStatus(o) || pointer_may_be_core(o); }
+
 // Whether Z and N describe W already: going back, an instruction that sets both by W comes before any that may change one of
 // the three.
 static bool w_flags_valid(const op_t *n)
@@ -96,7 +99,7 @@ static bool w_flags_valid(const op_t *n)
         case T_ADDLW: return op->op_subop != TPL_MULLW && !op_may_not_run(op);
         case T_SWAPF:
         case T_DECFSZ:
-            if (to_w(op))
+            if (to_w(op) || may_be_w_or_status(&op->op_opnd1))
                 return false;
             break;
         case T_NOP:
@@ -106,7 +109,7 @@ static bool w_flags_valid(const op_t *n)
                 return false;
             break;
         case T_MOVWF:
-            if (sfr_isStatus(&op->op_opnd1))
+            if (may_be_w_or_status(&op->op_opnd1))
                 return false;
             break;
         case T_MOVLB:
@@ -764,6 +767,22 @@ static bool restores_page(const op_t *op)
            bit->v_offs >= 5 && op_free(op) && !op_marked(op);
 }
 
+// Whether the function looks at where it returns to; so may one that is too long.
+static bool looks_at_stack(const op_t *function)
+{
+    bool passes = true;   // control may come from the instruction before
+    int left = LONGEST_FUNCTION;
+    for (const op_t *op = function->op_next; op->op_type != 0; op = op_step(op)) {
+        if (op_uses_stack(op) || left-- == 0)
+            return true;
+        if (op->op_type == T_NAME && !passes && label_begins_function(op))
+            return false;
+        if (op_is_code(op))
+            passes = (!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op);
+    }
+    return false;
+}
+
 // call f / return
 static bool c1(op_t *n)
 {
@@ -773,7 +792,7 @@ static bool c1(op_t *n)
     op_t *r = n->op_next;
     while (restores_page(r))
         r = r->op_next;
-    if (!is(r, T_RETURN, TPL_RETURN) || !op_free(r))
+    if (!is(r, T_RETURN, TPL_RETURN) || !op_free(r) || looks_at_stack(callee))
         return false;
     becomes("C1", JJ, n, T_GOTO, 0);
     for (bool last = false; !last; drop(n->op_next))

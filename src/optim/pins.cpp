@@ -16,6 +16,7 @@
 #include "code/ops.h"
 #include "common/srcpos.h"
 #include "common/xalloc.h"
+#include "optim/labels.h"
 #include "optim/node.h"
 
 constexpr int64_t ALL = int64_t{1} << 33;   // units: beyond any psect
@@ -208,16 +209,6 @@ static bool is_led_to(const op_t *label)
     return (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN)) || vec_size(op_more(label)->op_refs) > 0;
 }
 
-static bool is_function(const op_t *label)
-{
-    if (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN))
-        return true;
-    for (const op_t *ref : op_more(label)->op_refs)
-        if (ref->op_type == T_CALL || ref->op_type == T_RCALL)
-            return true;
-    return false;
-}
-
 // The next code behind `label` that only a computed jump can lead to; null if the table's function ends before.
 static const op_t *next_arm(const op_t *label)
 {
@@ -225,7 +216,7 @@ static const op_t *next_arm(const op_t *label)
     for (const op_t *op = label->op_next; op->op_type != 0 && op->op_type != T_ORG && op->op_type != T_ALIGN;
          op = op_step(op)) {
         if (op->op_type == T_NAME) {
-            if (is_function(op))
+            if (label_begins_function(op))
                 return nullptr;
             passes |= is_led_to(op);
         } else if (op_is_code(op)) {
@@ -241,7 +232,7 @@ static bool may_hold_arms(op_t *label, bool in_table)
 {
     if (label->op_sym->s_flags & S_TAKEN)
         return op_is_code(op_past_silent(label));
-    return in_table && !is_function(label);
+    return in_table && !label_begins_function(label);
 }
 
 static void pin_tables(code_list_t *list)
