@@ -33,6 +33,7 @@ struct pinned_place_t {
 static struct {
     pinned_place_t *places;
     size_t count, room;
+    bool computes_jumps;     // the program has jumps that aren't to a label
     uint32_t steps;          // left for the operand looked at: names may be defined by each other in a circle
     const symbol_t *sized;   // the psect that has its sizes
 } st;
@@ -231,7 +232,7 @@ static const op_t *next_arm(const op_t *label)
 static bool may_hold_arms(op_t *label, bool in_table)
 {
     if (label->op_sym->s_flags & S_TAKEN)
-        return op_is_code(op_past_silent(label));
+        return st.computes_jumps && op_is_code(op_past_silent(label));
     return in_table && !label_begins_function(label);
 }
 
@@ -278,6 +279,10 @@ void pins_set()
             ;
         pin_ways(st.places + i, end - i);
     }
+    st.computes_jumps = false;
+    for (const code_list_t *list : psect_list)
+        for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
+            st.computes_jumps |= op_writes_pcl(op) || op->op_type == T_CALLW || op_uses_stack(op);
     for (code_list_t *list : psect_list)
         pin_tables(list);
     srcpos = position;

@@ -24,7 +24,7 @@ bool pointer_may_be_core(const opnd_t *o)
 // Whether the value is a number, and `*n` it.
 static bool is_number(const value_t &v, int64_t *n)
 {
-    const opnd_t address = {OPND_DATA, 0, v};
+    const opnd_t address = {.opnd_kind = OPND_DATA, .opnd_access = {}, .opnd_value = v};
     const place_t p = place_of(&address);
     *n = p.at;
     return p.kind == place_t::ADDRESS;
