@@ -12,15 +12,18 @@
 // that doesn't settle into a normal end; the list is valid at every step.
 //
 // Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
-// `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `labels`, `edit` above `index`, `report`, the
-// tests of `node`, and `pointers`.
+// `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `stack`, `labels`, `edit` above
+// `index`, `report`, the tests of `node`, and `pointers`.
 #include "optim/driver.h"
 
+#include <cctype>
 #include <cstring>
+#include <string>
 
 #include "code/layout.h"
 #include "code/ops.h"
 #include "code/tlab.h"
+#include "common/alert.h"
 #include "common/loopguard.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
@@ -39,6 +42,7 @@
 #include "optim/pins.h"
 #include "optim/pointers.h"
 #include "optim/report.h"
+#include "optim/stack.h"
 #include "optim/tails.h"
 #include "options.h"
 
@@ -190,6 +194,18 @@ static void build_all_refs()
     note_taken_labels();
 }
 
+// A jump to a name that was given to a label by `equ` leads to the label.
+static void resolve_jumps(symbol_t *psect)
+{
+    const srcpos_t position = srcpos;
+    for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op))
+        if (op_is_branch(op) && op->op_opnd1.opnd_value.v_rtype != RT_CONST) {
+            op_set_position(op);
+            value_eval(&op->op_opnd1.opnd_value);
+        }
+    srcpos = position;   // new nodes take it
+}
+
 static void keep_inlined(const symbol_t *psect)
 {
     if (psect->s_psect->p_inline)
@@ -208,12 +224,29 @@ static void keep_needed_functions(symbol_t *psect)
     }
 }
 
+// A global label of the program: those in copies are in no table.
+static bool others_may_call(const op_t *label)
+{
+    const symbol_t *s = label->op_sym;
+    return (s->s_flags & S_GLOBAL) && !cache_starts_with(s->s_name, "__end_of") && sym_find(s->s_name) == s;
+}
+
+static void tell_gone(const op_t *label)
+{
+    const srcpos_t position = srcpos;
+    op_set_position(label);
+    alert_msg(2240, label->op_sym->s_name, label->op_sym->s_name);
+    srcpos = position;
+}
+
 // A function whose every call was inlined goes, but for labels that others may know.
 static void delete_body(symbol_t *psect)
 {
     vec_remove(st.code_psects, psect);
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
         next = op->op_next;
+        if (op->op_type == T_NAME && others_may_call(op))
+            tell_gone(op);
         if (op->op_type == T_NAME && (((op->op_sym->s_flags & S_GLOBAL) && op->op_sym->s_name[0] == '_') ||
                                       cache_starts_with(op->op_sym->s_name, "iL")))
             continue;
@@ -266,6 +299,7 @@ static void optimise_phase()
     effect_returns_keep_n = false;
     jump_init();
     build_all_refs();
+    stack_find();
     each_psect(size_if_any);
     if (!opt.no_inline && !opt.opt_debug)
         inline_functions();
@@ -304,10 +338,21 @@ static void note_skip_at_end(symbol_t *psect)
     skip_at_end |= op_is_skip(last);
 }
 
+// Its name is read back from assembly text, so there it has no characters that no name has.
+static symbol_t *errata_counter()
+{
+    std::string name = opt.obj_file;
+    if (opt.asm_output)
+        for (char &c : name)
+            if (!isalnum(static_cast<unsigned char>(c)) && !strchr("$?_@", c))
+                c = '_';
+    return sym_enter(cache_printf("__cntErrataNOP_%s", name.c_str()), 0);
+}
+
 static void insert_errata_nops()
 {
     errata_run(st.code_psects);
-    symbol_t *s = sym_enter(cache_printf("__cntErrataNOP_%s", opt.obj_file), 0);
+    symbol_t *s = errata_counter();
     s->s_value = value_const(errata_nops);
     s->s_flags |= S_GLOBAL | S_EQU;
     s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
@@ -323,8 +368,8 @@ void optimise_run()
         return;
     each_psect(unlink_false_arms);
     each_psect(note_skip_at_end);
-    if (opt.optimise)
-        tlab_to_labels();
+    tlab_to_labels();
+    each_psect(resolve_jumps);
     build_all_refs();
     pointers_set();
     pins_set();

@@ -53,15 +53,16 @@ static op_t *skip_definitions(op_t *op)
     return end;
 }
 
-// Whether a NOP may stand ahead of `op`, which is no definition.
+// Whether a NOP may stand ahead of `op`, which is no definition. At the beginning of a psect it may be what a skip at the end
+// of another one skips, and that skip can't be mended.
 static bool has_room(const op_t *op)
 {
-    if (!(op->op_flags & OPF_PINNED))
+    if (!skip_at_end && !(op->op_flags & OPF_PINNED))
         return true;
     const op_t *before = op->op_prev;
     while (is_definition(before))
         before = before->op_prev;
-    return !(before->op_flags & OPF_PINNED);
+    return before->op_type == 0 ? !skip_at_end : !(op->op_flags & before->op_flags & OPF_PINNED);
 }
 
 static op_t *link_nop(op_t *where)

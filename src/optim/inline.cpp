@@ -2,9 +2,10 @@
 // small ones are wanted, is replaced by a copy of its code. In the copy a return is a jump to the end, and the labels have
 // names of their own.
 //
-// A copy may hold calls that can be inlined too, so the walk over a host repeats until a copy brings no further candidate.
-// Functions that inline each other would never end, and chains of functions that inline the next one twice would end too late,
-// so there is a limit. Whether a psect can be a host or a body is found out once; what was asked first decides for the run.
+// A copy may hold calls that can be inlined too, so the walk over a host repeats until a copy brings no further call. Functions
+// that call each other would never end, so a call stays if it lies in a copy of the very function that it calls; chains of
+// functions that inline the next one twice would end too late, so there is a limit. Whether a psect can be a host or a body
+// is found out once; what was asked first decides for the run.
 //
 // The labels of a copy are in no table: their names mean nothing to other modules, and another copy of the function there may
 // have the same ones. Global they are called so that no rule takes them for unused.
@@ -13,15 +14,16 @@
 #include <utility>
 
 #include "code/layout.h"
-#include "code/sfrop.h"
 #include "common/alert.h"
 #include "common/hash.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
+#include "common/xalloc.h"
 #include "optim/edit.h"
 #include "optim/errata.h"
 #include "optim/node.h"
 #include "optim/report.h"
+#include "optim/stack.h"
 #include "optim/templates.h"
 #include "options.h"
 
@@ -33,10 +35,24 @@ constexpr unsigned MOST_NODES = 200'000;   // copied in the run
 vec_t<symbol_t *> inline_list;
 
 static struct {
-    uint32_t inline_seq;                     // counts copied bodies
-    unsigned nodes;                          // copied so far
-    hash_of<const symbol_t *, bool> large;   // psects that were measured and found too large
+    uint32_t inline_seq;                       // counts copied bodies
+    unsigned nodes;                            // copied so far
+    hash_of<const symbol_t *, bool> large;     // psects that were measured and found too large
+    hash_of<const symbol_t *, bool> bodies;    // psects, and whether a copy does what the function does
+    hash_of<const symbol_t *, bool> refused;   // labels that were told of
+    hash_of<const symbol_t *, bool> listed;    // psects in inline_list
 } st;
+
+// A copy of a function, and the copy in which the call for it was.
+struct origin_t {
+    const symbol_t *function;   // psect
+    const origin_t *outer;
+};
+
+struct call_t {
+    op_t *op;
+    const origin_t *in;   // the copy that holds it, or null
+};
 
 // Tests.
 
@@ -79,30 +95,27 @@ static bool is_body_end(const op_t *op)
     return op->op_type == 0 || (op->op_type == T_NAME && cache_starts_with(op->op_sym->s_name, "__end_of"));
 }
 
-static bool lies_in_body(const op_t *label, const symbol_t *q)
-{
-    if (!label || label->op_type != T_NAME || label->op_psect != q)
-        return false;
-    while (!is_body_end(label))
-        label = label->op_next;
-    return label->op_type != 0;
-}
-
 // Whether a copy of the body does what the function does. Its returns lead to the copy's exit, with nothing on the stack:
-// so control may leave by returns alone, nothing may look at the stack, and nothing in the body may call what returns there.
-static bool body_stays_true(const symbol_t *q)
+// so control may leave by returns alone, and nothing in the body may call what returns there.
+static bool body_leaves_by_returns(const symbol_t *q)
 {
+    op_t *const first = q->s_psect->p_code->head.op_next, *end = first;
+    while (!is_body_end(end))
+        end = end->op_next;
+    for (op_t *op = first; op != end; op = op->op_next)
+        if (op->op_type == T_NAME)
+            op->op_ahead = end;   // by which a jump knows the labels of the body
     bool returns = false, calls_itself = false;
     const op_t *last = nullptr;
-    const op_t *op = q->s_psect->p_code->head.op_next;
-    for (; !is_body_end(op); op = op->op_next) {
+    for (const op_t *op = first; op != end; op = op->op_next) {
         if ((op->op_flags & OPF_SKIPPED) || op_is_silent(op))
             continue;
         last = op;
-        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW || op_uses_stack(op))
+        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW)
             return false;
         if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
-            if (!op_is_simple(op) || !lies_in_body(op->op_opnd1.opnd_value.v_sym->s_defop, q))
+            const op_t *label = op_is_simple(op) ? op_target(op) : nullptr;
+            if (!label || label->op_ahead != end)
                 return false;
         } else if (op->op_type == T_CALL || op->op_type == T_RCALL) {
             calls_itself |= callee_psect(op) == q;
@@ -112,6 +125,31 @@ static bool body_stays_true(const symbol_t *q)
     }
     const bool ends = last && !after_skip(last) && (op_is_transfer(last) || last->op_type == T_BRA);
     return ends && !(returns && calls_itself);
+}
+
+// The answer holds until the psect becomes the host of a copy.
+static bool body_stays_true(const symbol_t *q)
+{
+    if (!hash_haskey(st.bodies, q))
+        hash_insert(st.bodies, q, body_leaves_by_returns(q));
+    return hash_lookup(st.bodies, q);
+}
+
+static void tell(int message, const op_t *where, const char *name)
+{
+    const srcpos_t position = srcpos;   // new nodes take it
+    if (where)
+        op_set_position(where);
+    alert_msg(message, name);
+    srcpos = position;
+}
+
+// A call to a marked function stays. False.
+static bool refuses(symbol_t *label)
+{
+    if (hash_insert(st.refused, label, true))
+        tell(1433, label->s_defop, label->s_name);
+    return false;
 }
 
 bool inline_check(int mode, symbol_t *psect, const char *name)
@@ -135,13 +173,8 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
             p->p_keep = true;
     }
     p->p_inlstate = ok ? MAY : MAY_NOT;
-    if (!ok && p->p_inline && name) {
-        const srcpos_t position = srcpos;   // new nodes take it
-        if (named)
-            op_set_position(named);
-        alert_msg(1433, name);
-        srcpos = position;
-    }
+    if (!ok && p->p_inline && name)
+        tell(1433, named, name);
     return ok;
 }
 
@@ -150,22 +183,32 @@ static bool state_is_may(int mode, symbol_t *psect, const char *name)
     return psect->s_psect->p_inlstate ? psect->s_psect->p_inlstate == MAY : inline_check(mode, psect, name);
 }
 
-// The callee is another psect that may share code with the caller's. It is called at its beginning, by a call that does nothing
-// else: a fast one saves registers.
+// The callee is another psect that may share code with the caller's, and the call does nothing else: a fast one saves
+// registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    if (!q || !op_free(call) || !call->op_psect || q == call->op_psect || !psect_shares(q, call->op_psect) ||
-        (q->s_psect->p_flags & P_NOTE) || (call->op_subop & TPL_FAST))
-        return false;
-    const op_t *label = op_target(call);
-    return label && label->op_offs == 0;
+    return q && op_free(call) && call->op_psect && q != call->op_psect && psect_shares(q, call->op_psect) &&
+           !(q->s_psect->p_flags & P_NOTE) && !(call->op_subop & TPL_FAST);
 }
 
-static bool auto_ok(const op_t *call)
+// The function is called at its beginning, not from within itself, and a copy of it does the same.
+static bool copy_will_do(const call_t *call)
 {
-    symbol_t *q = callee_psect(call);
-    if (!may_share(q, call) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q) ||
-        hash_haskey(st.large, q))
+    const symbol_t *q = callee_psect(call->op);
+    const op_t *label = op_target(call->op);
+    if (!label || label->op_offs != 0 || stack_used_from(label->op_sym) || !body_stays_true(q))
+        return false;
+    for (const origin_t *copy = call->in; copy; copy = copy->outer)
+        if (copy->function == q)
+            return false;
+    return true;
+}
+
+static bool auto_ok(const call_t *call)
+{
+    symbol_t *q = callee_psect(call->op);
+    if (!may_share(q, call->op) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q) ||
+        hash_haskey(st.large, q) || !copy_will_do(call))
         return false;
     size_psect(q);
     if (q->s_psect->p_top > SMALL) {
@@ -176,16 +219,18 @@ static bool auto_ok(const op_t *call)
     return true;
 }
 
-static bool call_ok(const op_t *call)
+static bool call_ok(const call_t *call)
 {
-    symbol_t *q = call->op_type == T_CALL && !after_skip(call) ? callee_psect(call) : nullptr;
-    return may_share(q, call) && state_is_may(1, q, call->op_opnd1.opnd_value.v_sym->s_name) && q->s_psect->p_inline;
+    symbol_t *q = callee_psect(call->op);
+    if (!may_share(q, call->op))
+        return false;
+    symbol_t *label = call->op->op_opnd1.opnd_value.v_sym;
+    return label && state_is_may(1, q, label->s_name) && q->s_psect->p_inline && (copy_will_do(call) || refuses(label));
 }
 
-static bool is_candidate(const op_t *call)
+static bool is_candidate(const call_t *call)
 {
-    return (call_ok(call) || (opt.auto_inline && call->op_type == T_CALL && !after_skip(call) && auto_ok(call))) &&
-           body_stays_true(callee_psect(call));
+    return call->op->op_type == T_CALL && !after_skip(call->op) && (call_ok(call) || (opt.auto_inline && auto_ok(call)));
 }
 
 // Copying.
@@ -195,8 +240,8 @@ struct copy_t {
     op_t *at, *exit;                        // the last node of the copy, and its exit label
     hash_of<const char *, op_t *> labels;   // of old names, to the new label nodes
     vec_t<op_t *> jumps, calls;             // to labels that have not been copied yet
-    vec_t<op_t *> further;                  // calls of the copy that may be candidates
-    bool more;                              // the body holds a further candidate
+    vec_t<call_t *> further;                // calls of the copy, which may be candidates
+    const origin_t *origin;
 };
 
 static op_t *put(copy_t *c, op_t *op)
@@ -264,12 +309,18 @@ static void copy_label(copy_t *c, const op_t *op)
     label->op_sym->s_owner = label->op_psect;
 }
 
+static void note_call(vec_t<call_t *> calls, op_t *op, const origin_t *in)
+{
+    call_t *call = xnew<call_t>();
+    *call = {op, in};
+    vec_add(calls, call);
+}
+
 static void copy_call(copy_t *c, const op_t *op)
 {
-    c->more = c->more || is_candidate(op);
     op_t *call = plain_copy(c, op);
     if (op->op_type == T_CALL)
-        vec_add(c->further, call);
+        note_call(c->further, call, c->origin);
     if (!op_is_simple(op) || callee_psect(op) != op->op_psect)
         return;
     if (hash_lookup(c->labels, op->op_opnd1.opnd_value.v_sym->s_name)) {
@@ -311,29 +362,28 @@ static bool copy_node(copy_t *c, const op_t *op)
     return true;
 }
 
-// Copies the body of `q` behind `entry`, and its calls to `further`. True if it holds further candidates.
-static bool copy_body(const op_t *call, symbol_t *q, op_t *entry, op_t *exit, vec_t<op_t *> further)
+// Copies the body of `q` behind `entry`, and notes its calls in `further`.
+static void copy_body(const call_t *call, symbol_t *q, op_t *entry, op_t *exit, vec_t<call_t *> further)
 {
     copy_t c = {};
-    c.call = call;
+    c.call = call->op;
     c.at = entry;
     c.exit = exit;
     c.further = further;
     c.labels = hash_make<const char *, op_t *>(127, hash_string, hash_strcmp);
     c.jumps = vec_make<op_t *>();
     c.calls = vec_make<op_t *>();
+    origin_t *origin = xnew<origin_t>();
+    *origin = {q, call->in};
+    c.origin = origin;
     st.inline_seq++;
-    if (!q->s_psect->p_keep) {
-        if (!inline_list)
-            inline_list = vec_make<symbol_t *>();
+    if (!q->s_psect->p_keep && hash_insert(st.listed, q, true))
         vec_add(inline_list, q);
-    }
     for (const op_t *op = q->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
         if (!(op->op_flags & OPF_SKIPPED) && !copy_node(&c, op))
             break;
     patch(&c, c.jumps);
     patch(&c, c.calls);
-    return c.more;
 }
 
 // An entry or exit label, linked behind `where`.
@@ -348,22 +398,26 @@ static op_t *border_label(op_t *where, const op_t *call)
 }
 
 // Replaces the call by a copy of the function.
-static bool inline_call(op_t *call, symbol_t *q, vec_t<op_t *> further)
+static void inline_call(const call_t *call, vec_t<call_t *> further)
 {
-    opt_fired("inlining", CNT_NONE, call);
-    op_t *entry = border_label(call, call), *exit = border_label(entry, call);
-    const bool more = copy_body(call, q, entry, exit, further);
-    inline_note(call->op_opnd1.opnd_value.v_sym, q, 1);
-    op_delete_if_live(call);
-    return more;
+    op_t *op = call->op;
+    symbol_t *q = callee_psect(op);
+    opt_fired("inlining", CNT_NONE, op);
+    op_t *entry = border_label(op, op), *exit = border_label(entry, op);
+    hash_remove(st.large.raw, to_word(op->op_psect));
+    hash_remove(st.bodies.raw, to_word(op->op_psect));
+    copy_body(call, q, entry, exit, further);
+    inline_note(op->op_opnd1.opnd_value.v_sym, q, 1);
+    op_delete_if_live(op);
 }
 
-static void tell_limit(const op_t *op)
+static void init()
 {
-    const srcpos_t position = srcpos;
-    op_set_position(op);
-    alert_msg(2214, op->op_psect->s_name);
-    srcpos = position;
+    st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
+    st.bodies = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
+    st.listed = hash_make<const symbol_t *, bool>(101, nullptr, nullptr);
+    inline_list = vec_make<symbol_t *>();
+    st.refused = hash_make<const symbol_t *, bool>(101, nullptr, nullptr);
 }
 
 // A walk over the host is one over its calls: what was no candidate once never becomes one, so a further walk has to look at
@@ -372,26 +426,20 @@ void inline_psect(symbol_t *psect)
 {
     if (!psect || (psect->s_psect->p_flags & P_NOTE) || !state_is_may(0, psect, nullptr))
         return;
-    if (!st.large)
-        st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
-    vec_t<op_t *> calls = vec_make<op_t *>(), further = vec_make<op_t *>();
+    if (!st.bodies)
+        init();
+    vec_t<call_t *> calls = vec_make<call_t *>(), further = vec_make<call_t *>();
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
         if (op->op_type == T_CALL && !(op->op_flags & OPF_SKIPPED))
-            vec_add(calls, op);
-    unsigned copies = 0;
-    for (bool more = true; more; std::swap(calls, further)) {
-        more = false;
+            note_call(calls, op, nullptr);
+    for (unsigned copies = 0; vec_size(calls) != 0; std::swap(calls, further)) {
         vec_removeAll(further);
-        for (op_t *op : calls) {
-            symbol_t *q = is_candidate(op) ? callee_psect(op) : nullptr;
-            if (!q)
+        for (const call_t *call : calls) {
+            if (!is_candidate(call))
                 continue;
-            if (copies++ == MOST_COPIES || st.nodes > MOST_NODES) {
-                tell_limit(op);
-                return;
-            }
-            more |= inline_call(op, q, further);
-            hash_remove(st.large.raw, to_word(psect));
+            if (copies++ == MOST_COPIES || st.nodes > MOST_NODES)
+                return tell(2214, call->op, psect->s_name);
+            inline_call(call, further);
         }
     }
 }

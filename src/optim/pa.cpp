@@ -595,6 +595,17 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
             take_out(c, length, procedure, ends_in_return);
 }
 
+// What is put at the end of the psect isn't run into, and begins at a whole word.
+static bool has_room(const symbol_t *psect)
+{
+    const op_t *last = psect->s_psect->p_code->tail.op_prev;
+    while (op_is_silent(last))
+        last = last->op_prev;
+    if (last->op_type == T_DB)
+        return !data_may_run(last) && psect->s_psect->p_code->tail.op_offs % 2 == 0;
+    return (op_is_transfer(last) || last->op_type == T_BRA) && !after_skip(last);
+}
+
 // Abstracts what a group has in common, if there still is something.
 static void abstract_group(pa_group_t *g)
 {
@@ -606,14 +617,20 @@ static void abstract_group(pa_group_t *g)
     for (op_t *member : g->members)
         if (member != g->first && pa_equal(g->first, member, g->g_len)) {
             vec_add(others, member);
-            tally_add(psects, to_word(member->op_psect));
+            if (has_room(member->op_psect))
+                tally_add(psects, to_word(member->op_psect));
         }
     if (vec_size(others) == 0)
+        return;
+    symbol_t *psect = from_word<symbol_t *>(tally_top(psects));
+    if (!psect && has_room(g->first->op_psect))
+        psect = g->first->op_psect;
+    if (!psect)
         return;
     if (!pa_valid(g->first, g->g_len, PAF_TAKEN))
         fputs("\tFAILED VERIFY\n", stderr);
     else
-        abstract(g->first, g->g_len, others, from_word<symbol_t *>(tally_top(psects)));
+        abstract(g->first, g->g_len, others, psect);
 }
 
 // The psect that each run leaves behind, empty.

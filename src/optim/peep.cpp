@@ -30,10 +30,10 @@
 #include "optim/node.h"
 #include "optim/pointers.h"
 #include "optim/report.h"
+#include "optim/stack.h"
 #include "optim/templates.h"
 
 constexpr int RO = CNT_REDUNDANT_OPS, SJ = CNT_SKIPS_OVER, SA = CNT_ADDRESSES, JJ = CNT_JUMPS_TO_JUMPS;
-constexpr int LONGEST_FUNCTION = 2000;   // nodes
 constexpr int64_t TABLAT_ADDRESS = 0xFF5, STATUS_IN_OLD_BANK = 3;
 
 bool opt_late;
@@ -767,32 +767,17 @@ static bool restores_page(const op_t *op)
            bit->v_offs >= 5 && op_free(op) && !op_marked(op);
 }
 
-// Whether the function looks at where it returns to; so may one that is too long.
-static bool looks_at_stack(const op_t *function)
-{
-    bool passes = true;   // control may come from the instruction before
-    int left = LONGEST_FUNCTION;
-    for (const op_t *op = function->op_next; op->op_type != 0; op = op_step(op)) {
-        if (op_uses_stack(op) || left-- == 0)
-            return true;
-        if (op->op_type == T_NAME && !passes && label_begins_function(op))
-            return false;
-        if (op_is_code(op))
-            passes = (!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op);
-    }
-    return false;
-}
-
 // call f / return
 static bool c1(op_t *n)
 {
     const op_t *callee = op_target(n);
-    if (walk.skipped || (n->op_subop & TPL_FAST) || !callee || !psect_shares(callee->op_psect, n->op_psect))
+    if (walk.skipped || (n->op_subop & TPL_FAST) || !callee || !psect_shares(callee->op_psect, n->op_psect) ||
+        stack_used_from(callee->op_sym))
         return false;
     op_t *r = n->op_next;
     while (restores_page(r))
         r = r->op_next;
-    if (!is(r, T_RETURN, TPL_RETURN) || !op_free(r) || looks_at_stack(callee))
+    if (!is(r, T_RETURN, TPL_RETURN) || !op_free(r))
         return false;
     becomes("C1", JJ, n, T_GOTO, 0);
     for (bool last = false; !last; drop(n->op_next))
