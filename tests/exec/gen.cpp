@@ -422,7 +422,7 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
             if (!f.inlined && g.rng.one_in(8))
                 flags += ",optim=" + g.rng.of(lists);
         }
-        if (&f != &g.functions[0] && g.rng.below(2))
+        if (&f != &g.functions[0] && g.rng.below(2) && !f.inlined)   // a global one that goes is told
             g.pieces[0] += "\tglobal\t" + f.name + ",__end_of_" + f.name + "\n";
     }
     for (size_t i = 0; i < count; i++)

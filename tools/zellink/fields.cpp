@@ -11,7 +11,10 @@ static const char *plural(unsigned n) { return n == 1 ? "" : "s"; }
 
 // The word of an instruction with a file operand, the low byte of which is the operand. Data may look like one, too, but then
 // an address that needs more than eight bits has no business in it either.
-static bool has_file_operand(unsigned word) { return word >> 9 == 1 || word >> 10 == 1 || (word >= 0x1000 && word < 0xC000); }
+static bool has_file_operand(unsigned word)
+{
+    return word >> 9 == 1 || word >> 10 == 1 || (word >= 0x1000 && word < 0xC000);
+}
 
 static std::string described(const zo_reloc_entry &e)
 {
@@ -48,12 +51,14 @@ static void check_fit(zl_linker &l, const field_t &f, zl_sum sum)
             zl_complain(l, f.piece, f.offset, what + ", no address of data memory");
     } else if (f.bits == 11) {   // only branches have such a field: a distance in words
         if (sum.value < -half || sum.value >= half)
-            zl_complain(l, f.piece, f.offset, what + zo_format(", farther than the branch reaches, %lld to %lld words: take "
-                                                               "`goto` or `call`", static_cast<long long>(-half),
-                                                               static_cast<long long>(half - 1)));
+            zl_complain(l, f.piece, f.offset,
+                        what + zo_format(", farther than the branch reaches, %lld to %lld words: take "
+                                         "`goto` or `call`",
+                                         static_cast<long long>(-half), static_cast<long long>(half - 1)));
     } else if (sum.value < -half || sum.value >= top) {
-        zl_complain(l, f.piece, f.offset,
-                    what + zo_format(", which doesn't fit into %u bit%s: take a part of it, as low() does", f.bits, plural(f.bits)));
+        zl_complain(
+            l, f.piece, f.offset,
+            what + zo_format(", which doesn't fit into %u bit%s: take a part of it, as low() does", f.bits, plural(f.bits)));
     }
 }
 
@@ -61,8 +66,8 @@ static void check_range(zl_linker &l, const zl_module &m, const zl_piece &p, uin
 {
     const int64_t value = zl_evaluate(l, m, &p, offset, e.value).value, limit = zl_evaluate(l, m, &p, offset, e.limit).value;
     if (value < 0 || value > limit)
-        zl_complain(l, p, offset, e.name + " " + zo_infix(e.value) + " is " + number(value) + ", where " + number(limit) +
-                                      " is the most");
+        zl_complain(l, p, offset,
+                    e.name + " " + zo_infix(e.value) + " is " + number(value) + ", where " + number(limit) + " is the most");
 }
 
 static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_text &text, const zo_reloc_entry &e,
@@ -76,9 +81,9 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
     if (kind == ZO_BAD_KIND || bits == 0 || bytes > 4 || e.offset + bytes > data.size())
         return zl_complain(l, p, offset, zo_format("damaged object file: relocation of type 0x%02X", e.type));
     const size_t faults = l.messages.size();
-    zl_sum sum = zl_evaluate(
-        l, m, &p, offset,
-        kind == ZO_COMPLEX ? e.value : zo_expr{{kind == ZO_ADD_PSECT ? ZO_OP_PSECT : ZO_OP_SYMBOL, 0, e.name}});
+    zl_sum sum =
+        zl_evaluate(l, m, &p, offset,
+                    kind == ZO_COMPLEX ? e.value : zo_expr{{kind == ZO_ADD_PSECT ? ZO_OP_PSECT : ZO_OP_SYMBOL, 0, e.name}});
     uint64_t word = 0;
     for (unsigned i = 0; i < bytes; i++)
         word |= uint64_t{data[e.offset + i]} << 8 * i;
@@ -86,8 +91,7 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
     sum.value = static_cast<int64_t>(static_cast<uint64_t>(sum.value) + (word & mask));
     const bool instruction = p.x.space == ZL_PROGRAM && (zl_address(p) + offset) % 2 == 0 && e.offset + 2u <= data.size();
     if (l.messages.size() == faults)
-        check_fit(l, {m, p, offset, e, bits,
-                      instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0}, sum);
+        check_fit(l, {m, p, offset, e, bits, instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0}, sum);
     word = (word & ~mask) | (static_cast<uint64_t>(sum.value) & mask);
     for (unsigned i = 0; i < bytes; i++)
         data[e.offset + i] = static_cast<uint8_t>(word >> 8 * i);
@@ -105,8 +109,9 @@ static void put(zl_linker &l, const zl_piece &p, uint64_t offset, const std::vec
 {
     const uint64_t address = zl_address(p) + offset;
     if (!implemented(l.target, address, address + data.size()))
-        return zl_complain(l, p, offset, zo_format("0x%llX is no address of the chip's memory: see its map in the chip file",
-                                                   static_cast<unsigned long long>(address)));
+        return zl_complain(l, p, offset,
+                           zo_format("0x%llX is no address of the chip's memory: see its map in the chip file",
+                                     static_cast<unsigned long long>(address)));
     zl_page *page = nullptr;
     for (size_t i = 0; i < data.size(); i++) {
         const uint32_t at = static_cast<uint32_t>(address + i);
@@ -114,8 +119,9 @@ static void put(zl_linker &l, const zl_piece &p, uint64_t offset, const std::vec
             page = &l.image[at / 256];
         const zl_piece *&owner = page->owner[at % 256];
         if (owner && owner != &p && !(p.group == owner->group && p.group->overlaid && !p.group->absolute))
-            return zl_complain(l, p, offset + i, zo_format("psect %s of %s has bytes at 0x%X already: move one of them",
-                                                           zl_quoted(owner->x.name).c_str(), owner->module->name.c_str(), at));
+            return zl_complain(l, p, offset + i,
+                               zo_format("psect %s of %s has bytes at 0x%X already: move one of them",
+                                         zl_quoted(owner->x.name).c_str(), owner->module->name.c_str(), at));
         owner = &p;
         page->bytes[at % 256] = data[i];
     }
@@ -129,11 +135,14 @@ static void emit_text(zl_linker &l, const zl_module &m, const zl_piece &p, const
     if (p.flags & ZO_F_NOTE || p.x.space == ZL_NOTE)   // for tools
         return;
     if (p.x.space == ZL_DATA)
-        return zl_complain(l, p, text.offset, "bytes can't be put into data memory: reserve room with `ds`, and let the program "
-                                              "write there");
+        return zl_complain(l, p, text.offset,
+                           "bytes can't be put into data memory: reserve room with `ds`, and let the program "
+                           "write there");
     if (zl_memory(p.x.space) != ZL_PROGRAM && p.group->class_name != "EEPROM")
-        return zl_complain(l, p, text.offset, zo_format("the chip has no memory for bytes of space %u: take space 0, or the flag "
-                                                        "`note` if they aren't for the chip", p.x.space));
+        return zl_complain(l, p, text.offset,
+                           zo_format("the chip has no memory for bytes of space %u: take space 0, or the flag "
+                                     "`note` if they aren't for the chip",
+                                     p.x.space));
     put(l, p, text.offset, data);
 }
 

@@ -17,7 +17,8 @@ void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::st
     for (const zl_line &line : p.lines)
         if (line.offset <= offset && (!best || line.offset >= best->offset))
             best = &line;
-    const std::string psect = zo_format("psect %s+0x%llX", zl_quoted(p.x.name).c_str(), static_cast<unsigned long long>(offset));
+    const std::string psect =
+        zo_format("psect %s+0x%llX", zl_quoted(p.x.name).c_str(), static_cast<unsigned long long>(offset));
     if (best && best->file)
         zl_complain(l, *best->file + ":" + *best->line, text + " (" + p.module->name + ", " + psect + ")");
     else

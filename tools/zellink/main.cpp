@@ -15,20 +15,19 @@
 
 enum { GOOD = 0, FAULTY = 1, UNUSABLE = 2 };
 
-static const char usage_text[] =
-    "usage: zellink [option...] -o app.hex file.obj... library.a...\n"
-    "  -o FILE                   the program; .bin is raw binary, all else Intel HEX\n"
-    "  --format=hex|bin          its format, whatever its name\n"
-    "  -mcpu=CHIP                the chip, if it isn't to be that of the objects\n"
-    "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
-    "  --class=NAME=lo-hi[,...]  memory of a class; all addresses are hexadecimal bytes\n"
-    "  --psect=NAME=address      address of a psect\n"
-    "  --gc                      leave out psects that nothing reaches\n"
-    "  --keep=NAME               but not this psect, or that of this symbol\n"
-    "  --map=FILE                tell what lies where\n"
-    "  --quiet                   no table of memory\n"
-    "  --ver                     the version\n"
-    "  @FILE                     more of these words from a link file\n";
+static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj... library.a...\n"
+                                 "  -o FILE                   the program; .bin is raw binary, all else Intel HEX\n"
+                                 "  --format=hex|bin          its format, whatever its name\n"
+                                 "  -mcpu=CHIP                the chip, if it isn't to be that of the objects\n"
+                                 "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
+                                 "  --class=NAME=lo-hi[,...]  memory of a class; all addresses are hexadecimal bytes\n"
+                                 "  --psect=NAME=address      address of a psect\n"
+                                 "  --gc                      leave out psects that nothing reaches\n"
+                                 "  --keep=NAME               but not this psect, or that of this symbol\n"
+                                 "  --map=FILE                tell what lies where\n"
+                                 "  --quiet                   no table of memory\n"
+                                 "  --ver                     the version\n"
+                                 "  @FILE                     more of these words from a link file\n";
 
 static int told(FILE *to, const char *text, int status)
 {
@@ -69,7 +68,8 @@ static bool write_file(const std::string &path, const std::string &content)
     }
     if (!good) {
         fprintf(stderr, "zellink: error: can't write %s: %s\n", path.c_str(), strerror(reason));
-        struct stat st {};
+        struct stat st {
+        };
         if (f && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))   // half a program is none
             remove(path.c_str());
     }
@@ -86,8 +86,10 @@ static std::string common_chip(const std::deque<zl_source> &sources, std::vector
             continue;
         const std::string &its = std::get<zo_ident>(s.file.records[0].body).chip;
         if (first && its != chip)
-            messages.push_back({s.name, "it is for chip " + its + ", but " + first->name + " is for " + chip +
-                                            ": assemble all for one chip", false});
+            messages.push_back(
+                {s.name,
+                 "it is for chip " + its + ", but " + first->name + " is for " + chip + ": assemble all for one chip",
+                 false});
         else if (!first)
             chip = its;
         first = first ? first : &s;
@@ -121,7 +123,8 @@ int main(int argc, char **argv)
     if (!messages.empty())
         return print(messages), FAULTY;
     zl_choose_members(sources);
-    const std::string objects_chip = common_chip(sources, messages), &chip = options.chip.empty() ? objects_chip : options.chip;
+    const std::string objects_chip = common_chip(sources, messages),
+                      &chip = options.chip.empty() ? objects_chip : options.chip;
     if (!messages.empty())
         return print(messages), FAULTY;
     target_t target;

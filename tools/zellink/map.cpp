@@ -70,9 +70,10 @@ static void list_psects(const zl_linker &l, std::string &out)
     out += "space  address    size  psect             class       module\n";
     for (const zl_piece *p : pieces) {
         const uint64_t low = p->absolute() && p->low != UINT64_MAX ? p->low : 0;
-        out += zo_format("%5u   %06llX  %6llX  %-16s  %-10s  %s\n", p->x.space,
-                         static_cast<unsigned long long>(zl_address(*p) + low), static_cast<unsigned long long>(p->size - low),
-                         p->x.name.c_str(), p->group->class_name.c_str(), p->module->name.c_str());
+        out +=
+            zo_format("%5u   %06llX  %6llX  %-16s  %-10s  %s\n", p->x.space,
+                      static_cast<unsigned long long>(zl_address(*p) + low), static_cast<unsigned long long>(p->size - low),
+                      p->x.name.c_str(), p->group->class_name.c_str(), p->module->name.c_str());
     }
 }
 
@@ -104,10 +105,10 @@ static void list_symbols(std::string &out, const std::vector<entry_t> &entries)
 {
     out += "space     value  symbol                    psect             module\n";
     for (const entry_t &e : entries)
-        out += zo_format("%5s  %8llX  %-24.*s  %-16.*s  %.*s\n",
-                         e.space == UINT8_MAX ? "-" : std::to_string(e.space).c_str(), static_cast<unsigned long long>(e.value),
-                         static_cast<int>(e.name.size()), e.name.data(), static_cast<int>(e.psect.size()), e.psect.data(),
-                         static_cast<int>(e.module.size()), e.module.data());
+        out +=
+            zo_format("%5s  %8llX  %-24.*s  %-16.*s  %.*s\n", e.space == UINT8_MAX ? "-" : std::to_string(e.space).c_str(),
+                      static_cast<unsigned long long>(e.value), static_cast<int>(e.name.size()), e.name.data(),
+                      static_cast<int>(e.psect.size()), e.psect.data(), static_cast<int>(e.module.size()), e.module.data());
 }
 
 std::string zl_map(const zl_linker &l)
@@ -121,9 +122,8 @@ std::string zl_map(const zl_linker &l)
     heading(out, "Psects");
     list_psects(l, out);
     std::vector<entry_t> entries = symbols_of(l);
-    std::sort(entries.begin(), entries.end(), [](const entry_t &a, const entry_t &b) {
-        return std::tie(a.name, a.module) < std::tie(b.name, b.module);
-    });
+    std::sort(entries.begin(), entries.end(),
+              [](const entry_t &a, const entry_t &b) { return std::tie(a.name, a.module) < std::tie(b.name, b.module); });
     heading(out, "Symbols by name");
     list_symbols(out, entries);
     std::stable_sort(entries.begin(), entries.end(), [](const entry_t &a, const entry_t &b) {
@@ -140,6 +140,7 @@ std::string zl_map(const zl_linker &l)
     if (l.options.gc)
         heading(out, "Left out, as nothing reaches it");
     for (const zl_piece *p : l.left_out)
-        out += zo_format("%-16s  %6llX  %s\n", p->x.name.c_str(), static_cast<unsigned long long>(p->size), p->module->name.c_str());
+        out += zo_format("%-16s  %6llX  %s\n", p->x.name.c_str(), static_cast<unsigned long long>(p->size),
+                         p->module->name.c_str());
     return out;
 }

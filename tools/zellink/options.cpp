@@ -70,7 +70,7 @@ static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
 static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
 
 static const struct {
-    const char *word;   // with "=" if a value follows
+    const char *word;                                 // with "=" if a value follows
     bool (*set)(zl_options &, const std::string &);   // false if the value is none
     const char *form;
 } rows[] = {
@@ -152,8 +152,10 @@ static std::string set_option(zl_options &o, const std::string &word)
 static std::string choose_format(zl_options &o)
 {
     const size_t slash = o.output.rfind('/'), dot = o.output.rfind('.');
-    std::string ending = dot == std::string::npos || (slash != std::string::npos && dot < slash) ? "" : o.output.substr(dot + 1);
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    std::string ending =
+        dot == std::string::npos || (slash != std::string::npos && dot < slash) ? "" : o.output.substr(dot + 1);
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
     if (!o.format.empty())
         return "";
     o.format = ending == "bin" ? "bin" : "hex";

@@ -13,8 +13,8 @@ uint8_t zl_memory(uint8_t space) { return space == ZL_CONFIG || space == ZL_IDLO
 
 void zl_reserve(ranges_t &used, range_t r)
 {
-    auto at = std::lower_bound(used.begin(), used.end(), r.lo,
-                               [](range_t u, uint32_t lo) { return uint64_t{u.hi} + 1 < lo; });
+    auto at =
+        std::lower_bound(used.begin(), used.end(), r.lo, [](range_t u, uint32_t lo) { return uint64_t{u.hi} + 1 < lo; });
     auto end = at;
     for (; end != used.end() && end->lo <= uint64_t{r.hi} + 1; ++end)
         r = {std::min(r.lo, end->lo), std::max(r.hi, end->hi)};
@@ -57,7 +57,8 @@ static ranges_t data_ranges(const target_t &t, const std::string &name)
     if (name == "COMRAM")
         return {t.common};
     if (bank_number(name, bank)) {
-        std::copy_if(t.banks.begin(), t.banks.end(), std::back_inserter(ranges), [&](range_t r) { return r.lo >> 8 == bank; });
+        std::copy_if(t.banks.begin(), t.banks.end(), std::back_inserter(ranges),
+                     [&](range_t r) { return r.lo >> 8 == bank; });
         return ranges;
     }
     if (name != "LINEAR")
@@ -149,9 +150,9 @@ static void complain_full(zl_linker &l, const unit_t &u, uint64_t largest)
 {
     const zl_group &g = *u.members[0].first;
     const std::string class_name = g.class_name.empty() ? "" : " of class " + zl_quoted(g.class_name);
-    std::string text = zo_format("psect %s%s, 0x%llX bytes%s, ", zl_quoted(g.name).c_str(), class_name.c_str(),
-                                 static_cast<unsigned long long>(u.size),
-                                 u.members.size() > 1 ? " with those that lie with it" : "");
+    std::string text =
+        zo_format("psect %s%s, 0x%llX bytes%s, ", zl_quoted(g.name).c_str(), class_name.c_str(),
+                  static_cast<unsigned long long>(u.size), u.members.size() > 1 ? " with those that lie with it" : "");
     const ranges_t &ranges = u.cls.ranges;
     if (ranges.empty())
         text += "has no memory on this chip: take another class, or give it one with --class=";
@@ -161,9 +162,10 @@ static void complain_full(zl_linker &l, const unit_t &u, uint64_t largest)
         text += zo_format("can't begin at 0x%X, where only 0x%llX bytes are free: see what lies there", ranges[0].lo,
                           static_cast<unsigned long long>(largest));
     else
-        text += zo_format("doesn't fit into %s, where the largest gap has 0x%llX bytes: make it smaller, take another class, "
-                          "or give that one more memory with --class=",
-                          shown(ranges).c_str(), static_cast<unsigned long long>(largest));
+        text +=
+            zo_format("doesn't fit into %s, where the largest gap has 0x%llX bytes: make it smaller, take another class, "
+                      "or give that one more memory with --class=",
+                      shown(ranges).c_str(), static_cast<unsigned long long>(largest));
     zl_complain(l, *g.pieces[0], 0, text);
 }
 
@@ -255,8 +257,10 @@ static void check_reset(zl_linker &l, const std::vector<unit_t> &units)
             first = &g;
     }
     if (first && count > 1)
-        zl_complain(l, "", "the chip starts at address 0, where psect " + zl_quoted(first->name) +
-                               " came to lie: give the psect that is to be there the class RESETVEC", true);
+        zl_complain(l, "",
+                    "the chip starts at address 0, where psect " + zl_quoted(first->name) +
+                        " came to lie: give the psect that is to be there the class RESETVEC",
+                    true);
 }
 
 void zl_place(zl_linker &l)

@@ -75,12 +75,13 @@ void zl_collect(zl_linker &l, zl_module &m)
             for (const zo_dabs_entry &e : dabs->entries)
                 if (e.size)
                     zl_reserve(l.used[zl_memory(e.space)],
-                               {e.address, static_cast<uint32_t>(
-                                               std::min<uint64_t>(uint64_t{e.address} + e.size - 1, UINT32_MAX))});
+                               {e.address,
+                                static_cast<uint32_t>(std::min<uint64_t>(uint64_t{e.address} + e.size - 1, UINT32_MAX))});
         } else if (const auto *cond = std::get_if<zo_cond_expr>(&r.body)) {
             zl_complain(l, file && line ? *file + ":" + *line : m.name,
-                        "the condition " + zo_infix(cond->condition) + " at or below this place was left to the linker, which "
-                        "can't tell its arms apart: give its symbols a value in the source");
+                        "the condition " + zo_infix(cond->condition) +
+                            " at or below this place was left to the linker, which "
+                            "can't tell its arms apart: give its symbols a value in the source");
         }
     }
 }
@@ -94,8 +95,9 @@ static void agree(zl_linker &l, const zl_piece &p, T &of_group, const T &of_piec
     if (of_group == untold)
         of_group = of_piece;
     else
-        zl_complain(l, p.module->name, "psect " + zl_quoted(p.x.name) + " has another " + what + " in " +
-                                           p.group->pieces[0]->module->name + ": both have to say the same");
+        zl_complain(l, p.module->name,
+                    "psect " + zl_quoted(p.x.name) + " has another " + what + " in " + p.group->pieces[0]->module->name +
+                        ": both have to say the same");
 }
 
 static void add_piece(zl_linker &l, zl_group &g, zl_piece &p)
@@ -112,8 +114,9 @@ static void add_piece(zl_linker &l, zl_group &g, zl_piece &p)
     g.pieces.push_back(&p);
     const auto differs = [&](bool is, const char *what) {
         if (is)
-            zl_complain(l, p.module->name, "psect " + zl_quoted(g.name) + " has another " + what + " in " +
-                                               g.pieces[0]->module->name + ": both have to say the same");
+            zl_complain(l, p.module->name,
+                        "psect " + zl_quoted(g.name) + " has another " + what + " in " + g.pieces[0]->module->name +
+                            ": both have to say the same");
     };
     differs(g.space != p.x.space, "space");
     differs(g.delta != p.x.delta, "delta");

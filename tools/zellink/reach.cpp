@@ -164,6 +164,7 @@ void zl_collect_garbage(zl_linker &l)
                 l.left_out.push_back(p);
         }
     if (!bytes && !l.left_out.empty())
-        zl_complain(l, "", "--gc leaves out everything: nothing is absolute, a vector, or named behind `end`, so tell what the "
-                           "program begins with by --keep=NAME");
+        zl_complain(l, "",
+                    "--gc leaves out everything: nothing is absolute, a vector, or named behind `end`, so tell what the "
+                    "program begins with by --keep=NAME");
 }

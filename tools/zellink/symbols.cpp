@@ -35,8 +35,9 @@ void zl_define_all(zl_linker &l, zl_module &m)
             if (!alias && !s.psect.empty()) {
                 const auto it = m.pieces.find(s.psect);
                 if (it == m.pieces.end()) {
-                    zl_complain(l, m.name, "damaged object file: symbol " + zl_quoted(s.name) + " lies in psect " +
-                                               zl_quoted(s.psect) + ", which isn't there");
+                    zl_complain(l, m.name,
+                                "damaged object file: symbol " + zl_quoted(s.name) + " lies in psect " + zl_quoted(s.psect) +
+                                    ", which isn't there");
                     continue;
                 }
                 p = &it->second;

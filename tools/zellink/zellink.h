@@ -52,7 +52,7 @@ struct zl_group {
     std::vector<zl_piece *> pieces;
     std::string name, class_name, with;
     uint8_t space = 0, delta = 1;
-    uint64_t limit = UINT64_MAX;                  // last address that it may take, in bytes
+    uint64_t limit = UINT64_MAX;                   // last address that it may take, in bytes
     uint64_t size = 0, boundary = 1, wanted = 0;   // bytes; wanted: what its `size` says, 0 for none
     uint64_t address = 0;
     bool absolute = false, overlaid = false, placed = false;
@@ -104,8 +104,8 @@ struct zl_linker {
     std::map<std::string, zl_group> groups;
     std::vector<zl_group *> order;
     zl_symbols globals;
-    std::map<uint8_t, ranges_t> used;      // by zl_memory; in order, nothing touching
-    std::map<uint32_t, zl_page> image;     // by address / 256
+    std::map<uint8_t, ranges_t> used;    // by zl_memory; in order, nothing touching
+    std::map<uint32_t, zl_page> image;   // by address / 256
     std::vector<const zl_piece *> left_out;
     bool has_start = false;
     uint32_t start = 0;
@@ -124,7 +124,8 @@ struct zl_source {
     zo_file file;
     bool member = false, wanted = true;   // of an archive: wanted only if something needs it
 };
-void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources, std::vector<zl_message> &messages);
+void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources,
+                    std::vector<zl_message> &messages);
 // The members of an archive as `ar` makes it: name and place in `bytes`. Gives back an error text, empty on success.
 struct zl_member {
     std::string name;
