@@ -224,6 +224,23 @@ static void keep_needed_functions(symbol_t *psect)
     }
 }
 
+// What a psect runs on into has to stay: the next psect of its class, as linkers place them.
+static void keep_what_is_run_into()
+{
+    for (uint32_t i = 0; i < vec_size(psect_list); i++) {
+        const symbol_t *psect = vec_elementAt(psect_list, i)->psect;
+        if (!psect_runs_on(psect))
+            continue;
+        uint32_t next = i + 1;
+        while (next < vec_size(psect_list) &&
+               (list_empty(vec_elementAt(psect_list, next)) ||
+                vec_elementAt(psect_list, next)->psect->s_psect->p_class != psect->s_psect->p_class))
+            next++;
+        if (next < vec_size(psect_list))
+            keep_inlined(vec_elementAt(psect_list, next)->psect);
+    }
+}
+
 // A global label of the program: those in copies are in no table.
 static bool others_may_call(const op_t *label)
 {
@@ -260,6 +277,7 @@ static void delete_body(symbol_t *psect)
 
 static void inline_functions()
 {
+    keep_what_is_run_into();
     each_psect(inline_psect);
     build_all_refs();
     each_psect(keep_needed_functions);

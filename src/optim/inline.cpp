@@ -102,15 +102,17 @@ static bool body_leaves_by_returns(const symbol_t *q)
     op_t *const first = q->s_psect->p_code->head.op_next, *end = first;
     while (!is_body_end(end))
         end = end->op_next;
-    for (op_t *op = first; op != end; op = op->op_next)
+    op_t *last = end->op_prev;
+    while (op_is_silent(last))
+        last = last->op_prev;
+    for (op_t *op = last; op->op_type != 0; op = op->op_prev)
         if (op->op_type == T_NAME)
-            op->op_ahead = end;   // by which a jump knows the labels of the body
+            op->op_ahead =
+                end;   // by which a jump knows the labels of the body; those behind its last instruction are its end
     bool returns = false, calls_itself = false;
-    const op_t *last = nullptr;
     for (const op_t *op = first; op != end; op = op->op_next) {
-        if ((op->op_flags & OPF_SKIPPED) || op_is_silent(op))
+        if (op_is_silent(op))
             continue;
-        last = op;
         if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW)
             return false;
         if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
@@ -123,8 +125,7 @@ static bool body_leaves_by_returns(const symbol_t *q)
             returns |= !is_indirect(op);
         }
     }
-    const bool ends = last && !after_skip(last) && (op_is_transfer(last) || last->op_type == T_BRA);
-    return ends && !(returns && calls_itself);
+    return op_ends_way(last) && !(returns && calls_itself);
 }
 
 // The answer holds until the psect becomes the host of a copy.

@@ -26,6 +26,17 @@ bool psect_is_function(const symbol_t *psect)
            !cache_starts_with(psect->s_name, "swtext");
 }
 
+bool psect_runs_on(const symbol_t *psect)
+{
+    const op_t *last = psect->s_psect->p_code->tail.op_prev;
+    for (; op_is_silent(last); last = last->op_prev)
+        if (last->op_type == T_NAME && vec_size(op_more(last)->op_refs) > 0)
+            return true;
+    if (last->op_type == T_DB || last->op_type == T_DS)
+        return data_may_run(last);
+    return last->op_type != 0 && !op_ends_way(last);
+}
+
 // Kinds of nodes.
 
 bool op_is_code(const op_t *op)
@@ -96,7 +107,7 @@ bool data_may_run(const op_t *data)
             for (const op_t *ref : op_more(op)->op_refs)
                 if (op_is_branch(ref))
                     return true;
-    return op->op_type != 0 && ((!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op));
+    return op->op_type != 0 && !op_ends_way(op);
 }
 
 bool op_may_not_run(const op_t *op)
@@ -108,6 +119,8 @@ bool op_may_not_run(const op_t *op)
     while (op_is_silent(op));
     return (op->op_type == T_DB || op->op_type == T_DS) && data_may_run(op);
 }
+
+bool op_ends_way(const op_t *op) { return (op_is_transfer(op) || op->op_type == T_BRA) && !after_skip(op); }
 
 bool op_is_branch(const op_t *op)
 {

@@ -14,6 +14,8 @@ inline bool psect_optim_off(const symbol_t *psect, uint32_t bit)
 }
 // Whether the two may share code: equal `minocg` bits, and with the bit equal groups; false for null.
 bool psect_shares(const symbol_t *a, const symbol_t *b);
+// Control may run over its end, into what the linker places behind it. Needs references.
+bool psect_runs_on(const symbol_t *psect);
 // A code psect of a function, as inlining and abstraction want it: its name, class and flags.
 bool psect_is_function(const symbol_t *psect);
 
@@ -33,6 +35,7 @@ bool op_volatile(const op_t *op);         // that, or it goes through a file sel
 bool op_barrier(const op_t *op);
 bool op_may_not_run(const op_t *op);   // behind a skip, or behind data among code, whose last word may be one
 bool data_may_run(const op_t *data);   // control may come to it
+bool op_ends_way(const op_t *op);      // control never goes on behind it
 bool op_is_branch(const op_t *op);     // it names the place that it jumps to or calls
 bool op_writes_pc(const op_t *op);     // PCL, or the latches of its upper bytes
 bool op_writes_pcl(const op_t *op);    // control goes wherever that leads

@@ -598,12 +598,7 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
 // What is put at the end of the psect isn't run into, and begins at a whole word.
 static bool has_room(const symbol_t *psect)
 {
-    const op_t *last = psect->s_psect->p_code->tail.op_prev;
-    while (op_is_silent(last))
-        last = last->op_prev;
-    if (last->op_type == T_DB)
-        return !data_may_run(last) && psect->s_psect->p_code->tail.op_offs % 2 == 0;
-    return (op_is_transfer(last) || last->op_type == T_BRA) && !after_skip(last);
+    return !psect_runs_on(psect) && psect->s_psect->p_code->tail.op_offs % 2 == 0;
 }
 
 // Abstracts what a group has in common, if there still is something.

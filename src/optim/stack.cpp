@@ -13,12 +13,6 @@ static struct {
     vec_t<op_t *> waiting;                    // nodes that lead there and haven't been followed
 } st;
 
-// The arms of a table are reached from above.
-static bool ends_way(const op_t *op)
-{
-    return (op_is_transfer(op) || op->op_type == T_BRA) && !(op->op_flags & OPF_PINNED) && !after_skip(op);
-}
-
 static void follow_back(op_t *op)
 {
     for (; op->op_type != 0 && op->op_order != SEEN; op = op->op_prev) {
@@ -29,7 +23,8 @@ static void follow_back(op_t *op)
                 for (op_t *ref : op_more(op)->op_refs)
                     vec_add(st.waiting, ref);
         }
-        if (ends_way(op->op_prev))
+        const bool arm = op->op_prev->op_flags & OPF_PINNED;   // which control may come from above to
+        if (op_ends_way(op->op_prev) && !arm)
             break;
     }
 }
