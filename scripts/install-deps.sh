@@ -13,6 +13,7 @@ need cmake cmake
 need ninja-build ninja
 need pkg-config pkg-config
 need libzip-dev /usr/include/zip.h
+need nlohmann-json3-dev /usr/include/nlohmann/json.hpp
 need unzip unzip
 need clang-format clang-format
 need libgtest-dev /usr/include/gtest/gtest.h

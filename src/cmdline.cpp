@@ -358,6 +358,8 @@ static void option_opt(const char *words)
     opt.opt_space |= has_word(words, "SPACE", "space");
 }
 
+static void option_opt_report(const char *file) { opt.report_file = file; }
+
 // The number is read from the tenth character of the argument on, whatever stands in the ninth.
 static void option_errata(const char *rest)
 {
@@ -405,6 +407,7 @@ static const struct {
     {"msgdisable=", false, alert_disable_list},
     {"ver", true, option_version},
     {"opt=", false, option_opt},
+    {"opt-report=", false, option_opt_report},
     {"errata", false, option_errata},
     {"cmode=", false, cmode_set},
     {"udf=", false, option_udf},

@@ -28,6 +28,7 @@ struct options_t {
     const char *obj_file;               // output file
     const char *list_file, *rlf_file;   // listing, relocation listing
     const char *crf_file;               // cross-reference file
+    const char *report_file;            // --opt-report=; null for none
     FILE *crf_stream;                   // null when there is none
     FILE *out_stream;                   // where the record writers write at the moment
     const char *out_file;               // its name

@@ -29,6 +29,8 @@
 #include "front/cond.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
+#include "optim/changes.h"
+#include "optim/changes_out.h"
 #include "optim/driver.h"
 #include "options.h"
 #include "out/emasm.h"
@@ -189,6 +191,25 @@ static void write_object()
     obj_write(chip_getName());
 }
 
+static void no_report()
+{
+    guard_perror(opt.report_file);
+    const srcpos_nowhere_t nowhere;
+    alert_msg(461, "optimiser report", opt.report_file);
+}
+
+// All psects are sized.
+static void write_report()
+{
+    if (!opt.report_file)
+        return;
+    FILE *to = open_output(opt.report_file);
+    if (to)
+        (cache_ends_with(opt.report_file, ".json") ? changes_write_json : changes_write_text)(to);
+    if (!to || !guard_close(to))
+        no_report();
+}
+
 void run_start(int argc, char **argv)
 {
     static const alert_services_t services = {catalogue_path, run_stop, catalogue_text, catalogue_length};
@@ -231,15 +252,22 @@ int run_assemble()
         cond_evaluate(list->psect);
     srcpos.cur_file = "";
     srcpos.cur_line = 0;
+    if (opt.report_file)
+        changes_keep();
     optimise_run();
     if (opt.asm_output) {
         write_assembly();
+        if (opt.report_file)
+            size_all();
+        changes_end();
     } else {
         size_all();
+        changes_end();
         if (listing)
             write_listing(listing);
         write_object();
     }
+    write_report();
     close_cross_reference();
     HTML_close();
     debug_finish();

@@ -29,6 +29,7 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "optim/changes.h"
 #include "optim/effects.h"
 #include "optim/errata.h"
 #include "optim/hoist.h"
@@ -151,6 +152,7 @@ bool opt_psect(symbol_t *psect)
     code_list_t *list = psect->s_psect->p_code;
     if (list_empty(list))
         return false;
+    change_settle();   // operands are reduced next, which is no change
     loopguard_t *iterations = loopguard_new(ITERATIONS), *walks = loopguard_new(STAGE_WALKS);
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
     if (prepare(list))
@@ -260,6 +262,7 @@ static void tell_gone(const op_t *label)
 static void delete_body(symbol_t *psect)
 {
     vec_remove(st.code_psects, psect);
+    change_step("inlined body", psect->s_psect->p_code->head.op_next);
     for (op_t *op = psect->s_psect->p_code->head.op_next, *next; op->op_type != 0; op = next) {
         next = op->op_next;
         if (op->op_type == T_NAME && others_may_call(op))
@@ -271,6 +274,7 @@ static void delete_body(symbol_t *psect)
             op->op_sym->s_defop = nullptr;
             op->op_sym->s_flags |= S_UNDEF;
         }
+        change_touch(op);
         op_delete_if_live(op);
     }
 }
@@ -382,8 +386,10 @@ void optimise_run()
     if (cmode_is(CMODE_ZCC | CMODE_ZCCE | CMODE_ZMASM))
         for (symbol_t *psect : st.code_psects)
             imply_operators(psect);
-    if (!opt.optimise && !(opt.errata_mask & ERRATA_NOPS))
+    if (!opt.optimise && !(opt.errata_mask & ERRATA_NOPS)) {
+        changes_begin(st.code_psects);
         return;
+    }
     each_psect(unlink_false_arms);
     each_psect(note_skip_at_end);
     tlab_to_labels();
@@ -391,6 +397,7 @@ void optimise_run()
     build_all_refs();
     pointers_set();
     pins_set();
+    changes_begin(st.code_psects);
     if (opt.optimise)
         optimise_phase();
     else

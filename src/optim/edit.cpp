@@ -3,6 +3,7 @@
 // `goto` that follows is entered in the index anew. All that is done here, so that rules say what they do and no more.
 #include "optim/edit.h"
 
+#include "optim/changes.h"
 #include "optim/index.h"
 #include "optim/node.h"
 #include "optim/report.h"
@@ -12,6 +13,7 @@
 void edit_delete(op_t *op)
 {
     op_t *next = op->op_next;
+    change_touch(op);
     if (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op) {
         op->op_sym->s_defop = nullptr;
         op->op_sym->s_flags |= S_UNDEF;
@@ -34,6 +36,7 @@ void edit_delete_behind(op_t *op, bool (*stop)(const op_t *op), opt_rule_t rule,
 
 void edit_move(op_t *op, op_t *where)
 {
+    change_move(op);
     op_unlink(op);
     op_link_after(where, op);
 }
@@ -78,6 +81,7 @@ op_t *edit_new_jump(uint16_t type, uint16_t subop, op_t *label)
 op_t *edit_link_jump(op_t *where, op_t *jump, op_t *label)
 {
     op_insert_after(where, jump);
+    change_add(jump);
     op_add_new_ref(jump, label);
     return jump;
 }
@@ -103,6 +107,7 @@ void edit_lead_to(op_t *jump, symbol_t *to)
 
 void edit_point_at(op_t *jump, symbol_t *to)
 {
+    change_touch(jump);
     if (op_target(jump))
         op_remove_ref(jump, op_target(jump));
     edit_lead_to(jump, to);

@@ -10,6 +10,7 @@
 #include "optim/errata.h"
 
 #include "common/xalloc.h"
+#include "optim/changes.h"
 #include "optim/edit.h"
 #include "optim/node.h"
 #include "optim/templates.h"
@@ -67,7 +68,9 @@ static bool has_room(const op_t *op)
 
 static op_t *link_nop(op_t *where)
 {
+    change_step("errata", where);
     op_t *nop = op_insert_after(where, new_nop());
+    change_add(nop);
     for (op_t *op = where; is_definition(op); op = op->op_prev)
         op->op_ahead = nop;
     return nop;
@@ -103,6 +106,7 @@ static void mend_skip(op_t *t, op_t *nop)
     op_t *m = op_ensure_label(y);
     if (op_t *ahead = skip_before(k))
         link_both_ways(ahead, op_ensure_label(k), op_ensure_label(x));
+    change_touch(k);
     op_add_ref(k, m);
     if (k->op_type == T_BTFSC) {
         k->op_subop ^= TPL_INVERT;

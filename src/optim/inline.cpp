@@ -19,6 +19,7 @@
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
+#include "optim/changes.h"
 #include "optim/edit.h"
 #include "optim/errata.h"
 #include "optim/node.h"
@@ -250,7 +251,9 @@ static op_t *put(copy_t *c, op_t *op)
     op_more(op)->op_callstack = op_more(c->call)->op_callstack;
     op->op_flags |= OPF_MARK;
     st.nodes++;
-    return c->at = op_insert_after(c->at, op);
+    c->at = op_insert_after(c->at, op);
+    change_copy(op, c->call);
+    return op;
 }
 
 static op_t *plain_copy(copy_t *c, const op_t *op)

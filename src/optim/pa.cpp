@@ -25,6 +25,7 @@
 #include "common/stringcache.h"
 #include "common/tally_table.h"
 #include "common/xalloc.h"
+#include "optim/changes.h"
 #include "optim/edit.h"
 #include "optim/labels.h"
 #include "optim/node.h"
@@ -537,7 +538,9 @@ static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
     op_t *op =
         take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, TPL_CALL, procedure), run);
     op_more(op)->op_remark = ";call to abstracted procedure";
-    return op_insert_after(run->op_prev, op);
+    op_insert_after(run->op_prev, op);
+    change_add(op);
+    return op;
 }
 
 static void hand_comments_over(op_t *from, op_t *to)
@@ -548,15 +551,19 @@ static void hand_comments_over(op_t *from, op_t *to)
 
 static void take_out(op_t *c, uint32_t length, op_t *procedure, bool ends_in_return)
 {
+    change_step("abstraction", c);
     op_t *call = replacement(c, procedure, ends_in_return);
     for (op_t *op = c, *next; length > 0; length--, op = next) {
         next = op->op_next;
         hand_comments_over(op, call);
         pa(op)->pa_flags |= PAF_TAKEN;
-        if (op->op_type == T_NAME)
+        if (op->op_type == T_NAME) {
             list_delete_label(op);
-        else
+            change_step("abstraction", call);
+        } else {
+            change_remove(op);
             op_unlink(op);
+        }
     }
 }
 
@@ -589,6 +596,7 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
         op->op_type = T_RETURN;
         op->op_subop = TPL_RETURN;
         op_link_after(where, op);
+        change_add(op);
     }
     for (op_t *c : others)
         if (pa_valid(c, length, PAF_TAKEN))

@@ -22,6 +22,7 @@
 #include <cstring>
 
 #include "code/sfrop.h"
+#include "optim/changes.h"
 #include "optim/edit.h"
 #include "optim/effects.h"
 #include "optim/known.h"
@@ -651,6 +652,7 @@ static bool g9(op_t *n)
     opt_fired("G9", RO, n);
     reg_set_carry(n->op_type == T_SUBWF);
     op_t *bit = op_insert_after(n, op_new());
+    change_add(bit);
     bit->op_type = T_BCF;
     bit->op_subop = reg.carry ? TPL_BSF : TPL_BCF;
     bit->op_opnd1 = {OPND_DATA, ACCESS_C, value_const(sfr_addrOf(SFR_STATUS))};

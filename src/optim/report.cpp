@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "env/qvdebug.h"
+#include "optim/changes.h"
 #include "out/emasm.h"
 
 bool opt_changed;
@@ -38,6 +39,7 @@ static void trace_rule(std::string_view rule, const char *counter, const op_t *o
 void opt_fired(opt_rule_t rule, int counter, const op_t *op)
 {
     opt_changed = true;
+    change_step(rule, op);
     if (counter != CNT_NONE)
         counters[counter]++;
     if (debug_flags & DEBUG_TRACE)

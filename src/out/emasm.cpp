@@ -40,6 +40,7 @@ static struct {
     textbuf_t text;
     const char *last_file;   // told by `file` and `line`
     uint64_t last_line;
+    bool names;           // are printed, not the values that they stand for
     unsigned depth;       // of the expression that is being printed
     size_t value_start;   // in `text`: of its outermost one
 } st;
@@ -181,7 +182,7 @@ static void put_label(const symbol_t *s)
 // A name that is printed as its value.
 static bool stands_for_value(const value_t *v)
 {
-    return v->v_rtype == RT_SYM && v->v_sym->s_flags & S_EQU && st.depth < EQU_DEPTH &&
+    return !st.names && v->v_rtype == RT_SYM && v->v_sym->s_flags & S_EQU && st.depth < EQU_DEPTH &&
            st.text.length - st.value_start < EQU_TEXT;
 }
 
@@ -528,28 +529,31 @@ static void put_callstack(const op_t *op)
 
 std::string_view asm_op(const op_t *op, asm_mode_t mode)
 {
+    const bool bare = mode != ASM_PRINT;
     st.text.length = 0;
-    if (opt.asm_output && mode != ASM_COMPARE)
+    st.names = mode == ASM_NAMES;
+    if (opt.asm_output && !bare)
         put_position(op);
-    if (op->op_type != T_NAME && mode != ASM_COMPARE)
+    if (op->op_type != T_NAME && !bare)
         for (const char *comment : op_more(op)->op_comment)
             put(comment);
-    const bool hidden = op->op_type == T_NAME && mode == ASM_PRINT && op->op_sym->s_refs == 1;
+    const bool hidden = op->op_type == T_NAME && !bare && op->op_sym->s_refs == 1;
     const auto print = op->op_type < TYPES ? statements[op->op_type] : nullptr;
     if (!print) {
         const char *name = op_name(op);
         alert_msg(810, name ? name : "");
     } else if (!hidden) {
         print(op);
-        if (op->op_type == T_NAME && op->op_sym->s_flags & S_GLOBAL && mode != ASM_COMPARE)
+        if (op->op_type == T_NAME && op->op_sym->s_flags & S_GLOBAL && !bare)
             put_callstack(op);
     }
-    if (op_more(op)->op_remark && st.text.length != 0 && mode != ASM_COMPARE) {
+    if (op_more(op)->op_remark && st.text.length != 0 && !bare) {
         put('\t');
         put(op_more(op)->op_remark);
     }
     if (st.text.length != 0)
         put('\n');
+    st.names = false;
     return {st.text.at, st.text.length};
 }
 

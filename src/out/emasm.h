@@ -24,6 +24,7 @@ void text_add(textbuf_t *t, const char *s);
 enum asm_mode_t : uint8_t {
     ASM_PRINT = 0,     // for output and listing
     ASM_COMPARE = 2,   // the statement alone: no position, comments or remark
+    ASM_NAMES = 3,     // the same with constants by the names that `equ` gave them
 };
 
 // The whole of `-A`. To `to`, whose errors are for the caller to see.
