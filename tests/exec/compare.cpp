@@ -167,26 +167,17 @@ static std::string difference(const outcome_t &a, const outcome_t &b, const prog
         return b.sim.why;
     if (b.sim.depth)
         return zo_format("the stack isn't empty: %u", b.sim.depth);
-    const auto access = [&](const sim_t &s, size_t i) {
-        const sim_access x = i < s.log.size() ? s.log[i] : sim_access{};
-        return zo_format("%c %s 0x%02X", "-RWT"[x.kind], target_sfr_name(t, x.address).c_str(), x.value);
-    };
     for (size_t i = 0; i < std::max(a.sim.log.size(), b.sim.log.size()); i++)
-        if (const std::string x = access(a.sim, i), y = access(b.sim, i); x != y)
+        if (const std::string x = access_text(a.sim, i), y = access_text(b.sim, i); x != y)
             return zo_format("access %zu: %s, not %s", i, y.c_str(), x.c_str());
     for (size_t i = 0; i < a.depths.size(); i++)
         if (b.depths[i] > a.depths[i] + deeper)
             return zo_format("the stack at access %zu: %u, not %u", i, b.depths[i], a.depths[i]);
-    ranges_t compared = t.banks;
     const uint32_t own = p.interrupts ? 8 : 0;   // bytes of the handler's
-    compared.insert(compared.end(),
-                    {{t.common.lo, t.common.hi - own}, {a.sim.tablat, a.sim.tablat}, {a.sim.tblptr, a.sim.tblptr + 2u}});
-    for (const uint32_t pair : {a.sim.prod, a.sim.fsr[0], a.sim.fsr[1], a.sim.fsr[2]})
-        compared.push_back({pair, pair + 1});
-    for (uint32_t at = 0; at < a.sim.data.size(); at++)
-        if (a.sim.data[at] != b.sim.data[at] && in_ranges(compared, at))
-            return zo_format("data address 0x%03X: 0x%02X, not 0x%02X", at, b.sim.data[at], a.sim.data[at]);
-    return "";
+    ranges_t compared = pointer_registers(a.sim);
+    compared.insert(compared.end(), t.banks.begin(), t.banks.end());
+    compared.push_back({t.common.lo, t.common.hi - own});
+    return data_difference(a.sim, b.sim, compared);
 }
 
 static bool sound(const outcome_t &o) { return o.error.empty() && o.sim.stop == SIM_SLEEP && o.sim.depth == 0; }

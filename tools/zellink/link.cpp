@@ -71,8 +71,14 @@ std::vector<std::string> link_modules(const std::vector<link_module> &sources, c
                 image.program[at] = page.bytes[i];
     const auto note = [&](const zl_symbols &table) {
         for (const auto &[name, s] : table)
-            if (zl_sum sum{}; zl_symbol_value(l, s, sum))
+            if (zl_sum sum{}; zl_symbol_value(l, s, sum)) {
                 image.symbols[std::string(name)] = sum.value;
+                if (!sum.data)
+                    continue;
+                std::string &first = image.data[static_cast<uint32_t>(sum.value)];
+                if (first.empty() || name < first)
+                    first = name;
+            }
     };
     for (const zl_module &m : l.modules)
         note(m.locals);

@@ -192,6 +192,7 @@ struct link_module {
 struct image_t {
     std::vector<uint8_t> program;             // program memory from address 0; 0xFF where nothing was put
     std::map<std::string, int64_t> symbols;   // of all modules, in addressing units
+    std::map<uint32_t, std::string> data;     // names of data addresses
     uint32_t start = 0;                       // 0 if no module told one
 };
 std::vector<std::string> link_modules(const std::vector<link_module> &modules, const target_t &target, image_t &image);

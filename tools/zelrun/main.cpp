@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 
 #include "common/streams.h"
+#include "compare.h"
 #include "tools.h"
 
 static void print_log(const sim_t &s, uint64_t lines)
@@ -46,44 +48,105 @@ static void print_log(const sim_t &s, uint64_t lines)
         printf("serial port: %s\n", text.c_str());
 }
 
+static struct {
+    std::map<std::string, std::string> settings{{"--steps", "2000000"}, {"--lines", "20"}, {"--mcpu", "ZEL8K10"}};
+    std::filesystem::path source;
+    std::string bin = program_directory(), directory;
+    target_t target;
+    data_names_t names;
+} st;
+
+// Assembles and links. Gives back an error text; what the assembler says goes to standard error.
+static std::string load(sim_t &sim, const std::vector<std::string> &options)
+{
+    const std::string object = st.directory + "/program.obj", output = st.directory + "/output";
+    std::vector<std::string> arguments{st.bin + "/aszel8", "-mcpu=" + st.settings["--mcpu"], "-O" + object};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.push_back(st.source.filename());
+    const int status = run_program(arguments, output);
+    fputs(read_text(output).c_str(), stderr);
+    return status == 0 ? sim_load(sim, st.target, {object}, &st.names) : "the assembler gave no object file";
+}
+
+static void watch(sim_t &sim, bool changing)
+{
+    for (const auto &[name, address] : st.target.sfr)
+        if ((name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address < sim.watched.size())
+            sim.watched[address] = true;
+    for (uint32_t at = 0; changing && at < sim.watched.size(); at++)
+        if (in_ranges(st.target.changing, at))
+            sim.watched[at] = true;
+    sim.random_inputs = changing;
+}
+
+static unsigned long long number(uint64_t n) { return n; }
+
+static int show_run(sim_t &sim, uint64_t steps)
+{
+    watch(sim, false);
+    sim_run(sim, steps);
+    print_log(sim, strtoull(st.settings["--lines"].c_str(), nullptr, 10));
+    printf("%llu instructions, then %s\n", number(sim.steps), sim.stop == SIM_SLEEP ? "sleep" : sim.why.c_str());
+    return sim.stop != SIM_SLEEP && sim.stop != SIM_LIMIT;
+}
+
+// Inputs change in both runs in the same way, so that a program that waits for one goes on.
+static int show_comparison(sim_t &plain, sim_t &other, uint64_t steps, const std::vector<std::string> &options)
+{
+    watch(plain, true);
+    watch(other, true);
+    bool shares = false;
+    for (const std::string &option : options)
+        shares |= option.find("space") != std::string::npos;
+    const comparison_t c = compare_runs(plain, other, steps, shares, st.names);
+    if (plain.stop != SIM_RUNS && plain.stop != SIM_SLEEP)
+        return printf("the program itself: %s\n", plain.why.c_str()), 1;
+    if (c.difference.empty())
+        printf("ports, memory and stack agree: %zu access%s in %llu instructions, %llu with the options, then %s\n",
+               c.accesses, c.accesses == 1 ? "" : "es", number(c.plain_steps), number(c.other_steps),
+               plain.stop == SIM_SLEEP ? "sleep" : "none up to the limit of steps");
+    else
+        printf("after %zu equal access%s, at instruction %llu (%llu without the options): %s\n", c.accesses,
+               c.accesses == 1 ? "" : "es", number(other.steps), number(plain.steps), c.difference.c_str());
+    return !c.difference.empty();
+}
+
 int main(int argc, char **argv)
 {
     if (!streams_complete())
         return 2;
-    std::map<std::string, std::string> settings{{"--steps", "2000000"}, {"--lines", "20"}, {"--mcpu", "ZEL8K10"}};
+    bool compare = false;
     int i = 1;
-    for (; i + 1 < argc && settings.contains(argv[i]); i += 2)
-        settings[argv[i]] = argv[i + 1];
+    for (;; i++)
+        if (i < argc && strcmp(argv[i], "--compare") == 0)
+            compare = true;
+        else if (i + 1 < argc && st.settings.contains(argv[i]))
+            st.settings[argv[i]] = argv[i + 1], i++;
+        else
+            break;
     if (i >= argc || argv[i][0] == '-')
-        return fprintf(stderr, "usage: zelrun [--steps n] [--lines n] [--mcpu chip] source.as [assembler option]...\n"), 2;
-    const std::filesystem::path path = argv[i];   // includes are found from the directory of the source
-    const std::string bin = program_directory();
+        return fprintf(stderr,
+                       "usage: zelrun [--compare] [--steps n] [--lines n] [--mcpu chip] source.as [assembler option]...\n"),
+               2;
+    st.source = argv[i];   // includes are found from the directory of the source
+    const std::vector<std::string> options(argv + i + 1, argv + argc);
     char directory[] = "/tmp/zelrun.XXXXXX";
-    target_t target;
-    sim_t sim;
-    std::string told, error = target_find(bin, settings["--mcpu"], target);
+    sim_t sim, plain;
+    std::string error = target_find(st.bin, st.settings["--mcpu"], st.target);
     if (error.empty() && !mkdtemp(directory))
         error = "can't make a directory for the object file";
     if (error.empty()) {
-        if (std::error_code ignored; path.has_parent_path())
-            std::filesystem::current_path(path.parent_path(), ignored);
-        const std::string object = directory + std::string("/program.obj"), output = directory + std::string("/output");
-        std::vector<std::string> arguments{bin + "/aszel8", "-mcpu=" + settings["--mcpu"], "-O" + object};
-        arguments.insert(arguments.end(), argv + i + 1, argv + argc);
-        arguments.push_back(path.filename());
-        const int status = run_program(arguments, output);
-        told = read_text(output);
-        error = status == 0 ? sim_load(sim, target, {object}) : "the assembler gave no object file";
+        st.directory = directory;
+        if (std::error_code ignored; st.source.has_parent_path())
+            std::filesystem::current_path(st.source.parent_path(), ignored);
+        if (compare)
+            error = load(plain, {});
+        if (error.empty())
+            error = load(sim, options);
         std::filesystem::remove_all(directory);
     }
-    if (fprintf(stderr, "%s%s%s", told.c_str(), error.c_str(), error.empty() ? "" : "\n"); !error.empty())
-        return 1;
-    for (const auto &[name, address] : target.sfr)
-        if ((name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address < sim.watched.size())
-            sim.watched[address] = true;
-    sim_run(sim, strtoull(settings["--steps"].c_str(), nullptr, 10));
-    print_log(sim, strtoull(settings["--lines"].c_str(), nullptr, 10));
-    printf("%llu instructions, then %s\n", static_cast<unsigned long long>(sim.steps),
-           sim.stop == SIM_SLEEP ? "sleep" : sim.why.c_str());
-    return sim.stop != SIM_SLEEP && sim.stop != SIM_LIMIT;
+    if (!error.empty())
+        return fprintf(stderr, "%s\n", error.c_str()), 1;
+    const uint64_t steps = strtoull(st.settings["--steps"].c_str(), nullptr, 10);
+    return compare ? show_comparison(plain, sim, steps, options) : show_run(sim, steps);
 }

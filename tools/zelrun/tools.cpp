@@ -58,7 +58,7 @@ std::string program_directory()
     return std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
 }
 
-std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::string> &objects)
+std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::string> &objects, data_names_t *names)
 {
     std::vector<std::vector<uint8_t>> bytes;   // what the records look into
     std::vector<link_module> modules;
@@ -72,5 +72,7 @@ std::string sim_load(sim_t &sim, const target_t &target, const std::vector<std::
         return errors.front();
     sim_init(sim, target, image.program);
     sim.pc = image.start;
+    if (names)
+        *names = image.data;
     return "";
 }
