@@ -7,7 +7,7 @@
 // many of one thing, and the measurement is not how long that takes but the ratio of two sizes: 2 is in proportion, 4 shows
 // a walk in a walk.
 //
-// A shape is a text for the head, one that is repeated, and one for the tail, of the source or of one of the data files that the
+// A shape is a text for the head, one that is repeated, one for the tail, and perhaps one more that is repeated, of the source or of one of the data files that the
 // assembler reads. Braces hold the counter i, which goes from 0 to n-1, in one of these ways:
 //   {i} i   {n} n   {-} i-1   {+} i+1   {r} n-1-i   {x} {-x} {rx} hexadecimal   {sx} scattered: i times a prime, modulo n
 //
@@ -34,7 +34,7 @@
 enum file_t { SOURCE, CHIP, DATA, INCLUDED, FILES };
 
 struct text_t {
-    const char *head = "", *body = "", *tail = "";
+    const char *head = "", *body = "", *tail = "", *more = "";
 };
 
 // The largest count that a shape can have: the table of symbols has 60,493 places, and a line may take several of them.
@@ -117,6 +117,18 @@ static const shape_t shapes[] = {
     {"endif alone", ANY, {CODE, "\tendif\n"}},
     {"asmopt push", ANY, {CODE, "\tasmopt\tpush\n", "\tnop\n"}},
     {"line and file", ANY, {CODE, "\tfile\t\"f{i}\"\n\tline\t{i}\n\tnop\n"}, "-V"},
+    // The optimiser.
+    {"-O: labels, goto each, skips", HALF, {CODE, "l{i}:\n", "\tmovwf\t1,c\n", "\tbtfsc\t2,1,c\n\tgoto\tl{i}\n"}, "-O"},
+    {"-O: labels, bz to each", HALF, {CODE, "l{i}:\n", "\tmovwf\t1,c\n", "\tbz\tl{i}\n"}, "-O"},
+    {"-O: jumps, a chain", SYMBOLS, {CODE, "l{i}:\tgoto\tl{+}\n\tnop\n", "l{n}:\treturn\n"}, "-O"},
+    {"-O: jumps, a scattered chain", HALF, {CODE, "l{x}:\tgoto\tl{sx}\n", "\treturn\n"}, "-O"},
+    {"-O: tails, all one", HALF, {CODE "s:\n", "\tglobal\tl{i}\nl{i}:\tincf\t1,f,c\n\tgoto\ts\n"}, "-O"},
+    {"-O: one loop for all skips", ANY, {CODE, "\tbtfsc\t2,1,c\n\tgoto\tl\n", "l:\tmovwf\t1,c\n\tbra\tl\n"}, "-O"},
+    {"-O: psects that call",
+     HALF,
+     {"", "\tpsect\ttext{i},class=CODE,reloc=2\n\tglobal\tf{i}\nf{i}:\tcall\tf{r}\n\treturn\n"},
+     "-O"},
+    {"-O: jump table", HALF, {CODE "\taddwf\t0xFF9,f,c\n", "\tgoto\tl{i}\n", "", "l{i}:\tincf\t1,f,c\n\treturn\n"}, "-O"},
     // Text.
     {"syntax errors", ANY, {CODE, "\tfoo\tbar\n"}},
     {"comments", ANY, {CODE, "; comment {i}\n", "\tnop\n"}},
@@ -261,6 +273,8 @@ static void put_all(FILE *f, const text_t &text, int64_t n)
     for (int64_t i = 0; *text.body && i < n; i++)
         put_text(f, text.body, i, n);
     put_text(f, text.tail, 0, n);
+    for (int64_t i = 0; *text.more && i < n; i++)
+        put_text(f, text.more, i, n);
 }
 
 static const char chip_head[] =

@@ -360,8 +360,19 @@ bool value_set_quiet(bool quiet)
     return was;
 }
 
+// Numbers are most of what is compared, and the same name is the same value.
+static bool same_leaf(const value_t *a, const value_t *b)
+{
+    return a->v_rtype == b->v_rtype && a->v_offs == b->v_offs &&
+           (a->v_rtype == RT_CONST || (a->v_rtype == RT_SYM && a->v_sym == b->v_sym));
+}
+
 bool value_equal(const value_t *a, const value_t *b)
 {
+    if (same_leaf(a, b))
+        return true;
+    if (a->v_rtype == RT_CONST && b->v_rtype == RT_CONST)
+        return false;
     value_t x = *a, y = *b;
     const bool was = value_set_quiet(true);
     value_eval(&x);

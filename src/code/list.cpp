@@ -31,6 +31,7 @@ static struct {
 
 op_more_t **op_more_blocks;
 bool skip_at_end;
+uint32_t op_moves;
 
 static uint32_t new_more()
 {
@@ -119,6 +120,8 @@ op_t *op_new()
 void op_link_after(op_t *where, op_t *node)
 {
     op_t *next = where->op_next;
+    if (where->op_type == T_NAME && node->op_type != T_NAME)
+        op_moves++;
     node->op_prev = where;
     node->op_next = next;
     where->op_next = node;
@@ -136,12 +139,18 @@ op_t *op_insert_after(op_t *where, op_t *node)
     return node;
 }
 
-void op_unlink(op_t *node)
+static void unlink_node(op_t *node)
 {
     if (node->op_prev)
         node->op_prev->op_next = node->op_next;
     if (node->op_next)
         node->op_next->op_prev = node->op_prev;
+}
+
+void op_unlink(op_t *node)
+{
+    op_moves++;
+    unlink_node(node);
 }
 
 int op_delete(op_t *node)
@@ -153,7 +162,7 @@ int op_delete(op_t *node)
         op_comments_append(node, node->op_next);
         op_comments_free(node);
     }
-    op_unlink(node);
+    unlink_node(node);
     node->op_id = 0;
     node->op_prev = st.free_nodes;
     st.free_nodes = node;

@@ -298,9 +298,7 @@ static op_t *j11(op_t *g)
     symbol_t *s = symbol_of(g);
     if (!s->s_defop || (s->s_flags & S_DEFHERE))
         return nullptr;
-    op_t *first = s->s_defop;
-    while (first->op_prev->op_type == T_NAME)
-        first = first->op_prev;
+    op_t *first = before_labels(s->s_defop)->op_next;
     if (first->op_sym == s || first->op_next == g)   // a label that stands twice, which is an error, is the same
         return nullptr;
     opt_fired("J11", CNT_REDUNDANT_LABELS, g);
@@ -428,15 +426,11 @@ static op_t *j16(op_t *g)
     op_t *label = symbol_of(g)->s_defop;
     if (!label || label->op_psect != st.psect)
         return nullptr;
-    op_t *e = label->op_prev;
-    while (e->op_type == T_NAME)
-        e = e->op_prev;
+    op_t *e = before_labels(label);
     op_t *b = e->op_next;
     if (!op_is_transfer(e) || after_skip(e) || (!label_begins(b, "int_fun") && !label_begins(b->op_next, "int_fun")))
         return nullptr;
-    op_t *s = b;
-    while (s->op_type == T_NAME)
-        s = s->op_next;
+    op_t *s = past_labels(b);
     if (!st.saves)
         find_ends_of_blocks();
     op_t *last = s->op_type == 0 ? s->op_prev : end_of_block(s);

@@ -14,6 +14,10 @@
 
 bool codecov_seen, opt_plain_search;
 
+// In code that repeats itself all the way back each comparison would go back to its beginning. A part of a tail is a tail, so
+// one has a greatest length, and the rivals of a `goto` share a number of pairs that they may be compared by.
+constexpr unsigned LONGEST_TAIL = 1000, MOST_PAIRS = 5000;
+
 // What matched last is the beginning of the tail.
 struct tail_t {
     op_t *a, *b;
@@ -24,8 +28,8 @@ static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
 {
     tail_t t = {};
     op_t *a = index_before(g, skip_labels), *b = index_before(c, skip_labels);
-    while (a != b && a != c && b != g && op_same(a, b) && !op_writes_pc(a) && a->op_type != T_CALL && op_free(a) &&
-           !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
+    while (t.length < LONGEST_TAIL && a != b && a != c && b != g && op_same(a, b) && !op_writes_pc(a) &&
+           a->op_type != T_CALL && op_free(a) && !((a->op_flags ^ b->op_flags) & OPF_VOLATILE)) {
         t.a = a;
         t.b = b;
         t.length++;
@@ -71,17 +75,19 @@ static bool j18_accepts(const tail_t &t)
 }
 
 // The tail before a rival that may take over from the one before `g`, or one of length 0.
-static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t))
+static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t), unsigned *pairs)
 {
     const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
+    *pairs += t.length + 1;
     return t.length > 0 && !after_skip(t.a) && accepts(t) ? t : tail_t{};
 }
 
 static tail_t plain_search(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
 {
+    unsigned pairs = 0;
     for (op_t *c = g->op_psect->s_psect->p_code->head.op_next; c->op_type != 0; c = c->op_next)
         if (c != g && c->op_type == T_GOTO && c->op_order > from)
-            if (const tail_t t = rival_tail(g, c, skip_labels, accepts); t.length > 0)
+            if (const tail_t t = rival_tail(g, c, skip_labels, accepts, &pairs); t.length > 0)
                 return t;
     return {};
 }
@@ -93,8 +99,9 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
         return plain_search(g, from, skip_labels, accepts);
     tail_t best = {};
     rivals_t rivals = index_rivals(g, from);
-    while (op_t *c = index_next(&rivals)) {
-        const tail_t t = rival_tail(g, c, skip_labels, accepts);
+    unsigned pairs = 0;
+    for (op_t *c; pairs < MOST_PAIRS && (c = index_next(&rivals));) {
+        const tail_t t = rival_tail(g, c, skip_labels, accepts, &pairs);
         if (t.length > 0) {
             best = t;
             rivals.order = c->op_order;
