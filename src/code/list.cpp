@@ -25,13 +25,14 @@ static struct {
     uint32_t nodes_left, more_count, more_room;   // more_room: blocks that op_more_blocks has places for
     op_t *free_nodes;                             // chained through op_prev
     uint32_t last_id;
+    uint32_t moves;                         // nodes that were unlinked intact, or linked behind a label
+    uint32_t removed_at;                    // where the last reference was removed from a label's
     vec_t<const char *> pending_comments;   // null, or not empty
     FILE *summary_comments;                 // null until there is one
 } st;
 
 op_more_t **op_more_blocks;
 bool skip_at_end;
-uint32_t op_moves;
 
 static uint32_t new_more()
 {
@@ -121,7 +122,7 @@ void op_link_after(op_t *where, op_t *node)
 {
     op_t *next = where->op_next;
     if (where->op_type == T_NAME && node->op_type != T_NAME)
-        op_moves++;
+        st.moves++;
     node->op_prev = where;
     node->op_next = next;
     where->op_next = node;
@@ -149,7 +150,7 @@ static void unlink_node(op_t *node)
 
 void op_unlink(op_t *node)
 {
-    op_moves++;
+    st.moves++;
     unlink_node(node);
 }
 
@@ -185,6 +186,72 @@ op_t *op_ensure_label(op_t *node)
     return label;
 }
 
+// Runs of labels.
+//
+// A run of labels is walked, as it mostly is a short one. Of a long one, to each of whose labels something may lead, it is
+// kept where it ends, and where it begins. That holds as long as the node there lives and stands at the run's edge, and
+// nothing has been moved, or linked behind a label, since.
+
+enum : int { SHORT_RUN = 8 };
+
+static op_t *step_behind(const op_t *op) { return op->op_next; }
+static op_t *step_before(const op_t *op) { return op->op_prev; }
+
+// Where a run ends that is walked in the direction of STEP from one of its labels.
+template <op_t *STEP(const op_t *)> struct run_ends_t {
+    struct entry_t {
+        uint32_t id, end_id, moves;   // id: of the label; 0: none
+        op_t *end;
+    };
+    entry_t *entries;   // by op_more_at
+    size_t room;
+
+    static op_t *back(const op_t *op) { return STEP(op) == op->op_next ? op->op_prev : op->op_next; }
+
+    op_t *known(const op_t *label) const
+    {
+        if (label->op_more_at >= room)
+            return nullptr;
+        const entry_t &e = entries[label->op_more_at];
+        const bool holds = e.id == label->op_id && e.moves == st.moves && e.end->op_id == e.end_id &&
+                           e.end->op_type != T_NAME && back(e.end)->op_type == T_NAME;
+        return holds ? e.end : nullptr;
+    }
+
+    op_t *end_of(op_t *label)
+    {
+        op_t *op = label, *end = nullptr;
+        for (; op->op_type == T_NAME && !(end = known(op)); op = STEP(op))
+            ;
+        if (!end)
+            end = op;
+        for (; label != op; label = STEP(label)) {
+            const size_t at = label->op_more_at;
+            xreserve(entries, room, at + 1, room, size_t{1024});
+            entries[at] = {label->op_id, end->op_id, st.moves, end};
+        }
+        return end;
+    }
+};
+static run_ends_t<step_behind> behind_runs;
+static run_ends_t<step_before> before_runs;
+
+op_t *past_labels(op_t *op)
+{
+    for (int i = 0; op->op_type == T_NAME; op = op->op_next)
+        if (++i > SHORT_RUN)
+            return behind_runs.end_of(op);
+    return op;
+}
+
+op_t *before_labels(op_t *op)
+{
+    for (int i = 0; op && op->op_type == T_NAME; op = op->op_prev)
+        if (++i > SHORT_RUN)
+            return before_runs.end_of(op);
+    return op;
+}
+
 bool op_is_silent(const op_t *op)
 {
     switch (op->op_type) {
@@ -211,7 +278,7 @@ bool op_is_skip(const op_t *op) { return op->op_type == T_BTFSC || op->op_type =
 bool after_skip(const op_t *op)
 {
     do
-        op = op->op_prev;
+        op = before_labels(op->op_prev);
     while (op && op_is_silent(op));
     return op && (op->op_type == 0 ? skip_at_end : op_is_skip(op));
 }
@@ -275,15 +342,21 @@ void op_add_ref(op_t *ref, op_t *label_node)
         op_add_new_ref(ref, label_node);
 }
 
-// The optimiser walks forward, and lists are built backward: what goes next stands at the end.
+// Walks go forward or backward, and what goes next mostly stands beside what went last. The order of references counts for
+// nothing, so that the last one takes the place.
 void op_remove_ref(op_t *ref, op_t *label_node)
 {
     const vec_t<op_t *> refs = op_more(label_node)->op_refs;
-    for (uint32_t i = vec_size(refs); i-- > 0;)
-        if (vec_elementAt(refs, i) == ref) {
-            vec_removeAt(refs, i);
-            return;
-        }
+    const uint32_t count = vec_size(refs);
+    uint32_t below = st.removed_at < count ? st.removed_at : count, above = below;
+    while (below > 0 || above < count)
+        for (const uint32_t i : {above < count ? above++ : count, below > 0 ? --below : count})
+            if (i < count && vec_elementAt(refs, i) == ref) {
+                vec_setAt(refs, vec_elementAt(refs, count - 1), i);
+                vec_pop(refs);
+                st.removed_at = i;
+                return;
+            }
 }
 
 void list_build_refs(symbol_t *psect)

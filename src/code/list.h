@@ -115,10 +115,11 @@ op_t *op_new();
 op_t *op_insert_after(op_t *where, op_t *node);
 void op_link_after(op_t *where, op_t *node);   // links and no more; the node gets the psect of `where`
 void op_unlink(op_t *node);                    // the node stays intact
-extern uint32_t op_moves;                      // counts nodes that were unlinked intact, or linked behind a label
 int op_delete(op_t *node);                     // for good; its comments move to the next node. Returns 1
 int op_delete_if_live(op_t *node);             // 0 if the node is free or must stay
 op_t *op_ensure_label(op_t *node);             // the label node right before `node`, made if there is none
+op_t *past_labels(op_t *op);                   // the first node from `op` on that is no label
+op_t *before_labels(op_t *op);                 // the same, backward
 // Stands between instructions and isn't what a skip skips: label, condition, padding that may be none, ...
 bool op_is_silent(const op_t *op);
 op_t *op_past_silent(op_t *op);   // the first node from `op` on that isn't silent; null for null

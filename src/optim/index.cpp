@@ -29,13 +29,7 @@ static struct {
     uint32_t count, room, slots, slot_room;   // slots: a power of two
 } st;
 
-op_t *index_before(op_t *op, bool skip_labels)
-{
-    op = op->op_prev;
-    while (skip_labels && op->op_type == T_NAME)
-        op = op->op_prev;
-    return op;
-}
+op_t *index_before(op_t *op, bool skip_labels) { return skip_labels ? before_labels(op->op_prev) : op->op_prev; }
 
 // Keys.
 
@@ -123,8 +117,7 @@ void index_close() { st.psect = nullptr; }
 void index_touch(op_t *op)
 {
     for (int i = 0; st.psect && i < 2 && op; i++, op = op->op_next) {
-        while (op->op_type == T_NAME)
-            op = op->op_next;
+        op = past_labels(op);
         if (op->op_type == T_GOTO && op->op_psect == st.psect)
             enter(op);
     }

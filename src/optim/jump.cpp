@@ -92,16 +92,19 @@ static op_t *j2(op_t *b)
     return r;
 }
 
+// The test before it may be next, in a ladder of them that all lead here: going on there saves a walk for each.
 static op_t *delete_skip_and_goto(opt_rule_t rule, op_t *b, op_t *g)
 {
-    op_t *next = g->op_next;
+    op_t *next = g->op_next, *before = b->op_prev;
     opt_fired(rule, CNT_SKIPS_OVER, b);
     if (!after_skip(b))
         edit_delete(g);
     else
         next = g;
     edit_delete(b);
-    return next;
+    if (before->op_type == T_GOTO)
+        before = before->op_prev;
+    return before->op_type == T_BTFSC ? before : next;
 }
 
 // btfsc b / goto L / L:

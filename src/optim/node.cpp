@@ -6,7 +6,6 @@
 
 #include "code/sfrop.h"
 #include "common/stringcache.h"
-#include "common/xalloc.h"
 #include "optim/pointers.h"
 
 // Psects.
@@ -169,70 +168,6 @@ bool op_uses_stack(const op_t *op)
 }
 
 // Places.
-//
-// A run of labels is walked, as it mostly is a short one. Of a long one, to each of whose labels something may lead, it is
-// kept where it ends, and where it begins. That holds as long as the node there lives and stands at the run's edge, and
-// nothing has been moved, or linked behind a label, since.
-
-enum : int { SHORT_RUN = 8 };
-
-static op_t *step_behind(const op_t *op) { return op->op_next; }
-static op_t *step_before(const op_t *op) { return op->op_prev; }
-
-// Where a run ends that is walked in the direction of STEP from one of its labels.
-template <op_t *STEP(const op_t *)> struct run_ends_t {
-    struct entry_t {
-        uint32_t id, end_id, moves;   // id: of the label; 0: none
-        op_t *end;
-    };
-    entry_t *entries;   // by op_more_at
-    size_t room;
-
-    static op_t *back(const op_t *op) { return STEP(op) == op->op_next ? op->op_prev : op->op_next; }
-
-    op_t *known(const op_t *label) const
-    {
-        if (label->op_more_at >= room)
-            return nullptr;
-        const entry_t &e = entries[label->op_more_at];
-        const bool holds = e.id == label->op_id && e.moves == op_moves && e.end->op_id == e.end_id &&
-                           e.end->op_type != T_NAME && back(e.end)->op_type == T_NAME;
-        return holds ? e.end : nullptr;
-    }
-
-    op_t *end_of(op_t *label)
-    {
-        op_t *op = label, *end = nullptr;
-        for (; op->op_type == T_NAME && !(end = known(op)); op = STEP(op))
-            ;
-        if (!end)
-            end = op;
-        for (; label != op; label = STEP(label)) {
-            const size_t at = label->op_more_at;
-            xreserve(entries, room, at + 1, room, size_t{1024});
-            entries[at] = {label->op_id, end->op_id, op_moves, end};
-        }
-        return end;
-    }
-};
-static run_ends_t<step_behind> behind_runs;
-static run_ends_t<step_before> before_runs;
-
-op_t *past_labels(op_t *op)
-{
-    for (int i = 0; op->op_type == T_NAME; op = op->op_next)
-        if (++i > SHORT_RUN)
-            return behind_runs.end_of(op);
-    return op;
-}
-
-op_t *before_labels(op_t *op)
-{
-    for (int i = 0; op->op_type == T_NAME; op = op->op_prev)
-        if (++i > SHORT_RUN)
-            return before_runs.end_of(op);
-    return op;
-}
 
 op_t *following(const op_t *op) { return past_labels(op->op_next); }
 

@@ -43,8 +43,6 @@ bool op_uses_stack(const op_t *op);    // of return addresses, otherwise than by
 
 // Places.
 
-op_t *past_labels(op_t *op);          // the first node from `op` on that is no label
-op_t *before_labels(op_t *op);        // the same, backward
 op_t *following(const op_t *op);      // the first node behind it that is no label
 op_t *op_landing(const op_t *jump);   // where a simple jump leads, behind the labels there; null if unknown
 

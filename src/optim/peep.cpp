@@ -346,15 +346,27 @@ static bool override_arm(opt_rule_t rule, op_t *b, const if_else_t &s)
     return true;
 }
 
-// btfsc b / goto L / L:
+static bool is_idle_test(const op_t *b, const op_t *g)
+{
+    return following(g) == op_landing(g) && op_free(g) && !op_volatile(b);
+}
+
+// btfsc b / goto L / L:. The one before it may be such a test now, and then that before, which would take a walk each.
 static bool b1(op_t *b)
 {
-    op_t *g = b->op_next;
-    if (following(g) != op_landing(g) || !op_free(g) || op_volatile(b))
+    if (!is_idle_test(b, b->op_next))
         return false;
-    opt_fired("B1", SJ, b);
-    drop(g);
-    drop(b);
+    for (op_t *g = b->op_next, *before; b; b = before) {
+        before = b->op_prev;
+        opt_fired("B1", SJ, b);
+        drop(g);
+        drop(b);
+        g = before;
+        before = g->op_prev;
+        if (g->op_type != T_GOTO || before->op_type != T_BTFSC || !op_free(before) || after_skip(before) ||
+            !is_idle_test(before, g))
+            before = nullptr;
+    }
     return true;
 }
 

@@ -16,7 +16,7 @@ bool codecov_seen, opt_plain_search;
 
 // In code that repeats itself all the way back each comparison would go back to its beginning. A part of a tail is a tail, so
 // one has a greatest length, and the rivals of a `goto` share a number of pairs that they may be compared by.
-constexpr unsigned LONGEST_TAIL = 1000, MOST_PAIRS = 5000;
+constexpr unsigned LONGEST_TAIL = 200, MOST_PAIRS = 2000;
 
 // What matched last is the beginning of the tail.
 struct tail_t {
@@ -45,7 +45,7 @@ static op_t *merge(opt_rule_t rule, const tail_t &t, bool count_deleted)
     opt_fired(rule, CNT_COMMON, t.a);
     op_t *jump = edit_goto_before(t.a, edit_label_before(t.b));
     edit_delete_behind(jump, op_ends_dead_code, count_deleted ? rule : NO_RULE, CNT_UNREACHABLE);
-    return jump->op_next;
+    return t.length < LONGEST_TAIL ? jump->op_next : jump;   // there may be more of it
 }
 
 // A tail before a goto, and before the label that it leads to
