@@ -16,6 +16,7 @@ check: demo
 	sh scripts/check-style.sh
 	cmake --preset dev
 	cmake --build --preset dev -j $(JOBS)
+	sh scripts/check-tidy.sh
 	cmake --preset clang
 	cmake --build --preset clang -j $(JOBS)
 	sh scripts/check-install.sh build/release

@@ -16,6 +16,7 @@ need libzip-dev /usr/include/zip.h
 need nlohmann-json3-dev /usr/include/nlohmann/json.hpp
 need unzip unzip
 need clang-format clang-format
+need clang-tidy clang-tidy
 need libgtest-dev /usr/include/gtest/gtest.h
 
 [ -n "$missing" ] || exit 0

@@ -52,7 +52,7 @@ struct words_t {
 static void end_word(words_t *w)
 {
     if (w->count + 1 >= w->room) {
-        char **larger = xnew<char *>(static_cast<size_t>(w->room + VECTOR_STEP));
+        char **larger = xnew<char *>(static_cast<size_t>(w->room) + VECTOR_STEP);
         if (w->count)
             memcpy(larger, w->list, static_cast<size_t>(w->count) * sizeof *larger);
         w->list = larger;

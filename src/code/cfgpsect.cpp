@@ -143,7 +143,7 @@ static bool choice_forces(uint8_t choice, bool any) { return choice == CFG_ALWAY
 
 static bool any_programmed(uint64_t punit_address)
 {
-    for (uint32_t i = 0; i < st.punit.num_cregs; i++) {
+    for (uint64_t i = 0; i < st.punit.num_cregs; i++) {
         const cfg_word_t *word = cfg_find_word(punit_address + i * st.punit.delta);
         if (word && word->programmed)
             return true;
@@ -222,7 +222,7 @@ void cfg_make_psects()
     while (const cfg_word_t *w = cfg_next_word()) {
         set_punit(w);
         const uint64_t punit_address = w->address & ~uint64_t{st.punit.alignment - 1};
-        for (uint32_t i = 0; i < st.punit.num_cregs; i++)
+        for (uint64_t i = 0; i < st.punit.num_cregs; i++)
             make_location(punit_address, punit_address + i * st.punit.delta, w);
         const uint64_t offset = w->address - punit_address;
         if (offset % st.punit.delta != 0 || offset / st.punit.delta >= st.punit.num_cregs)

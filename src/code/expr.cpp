@@ -285,7 +285,7 @@ static bool reduce_node(value_t *v, const value_t *kids)
     } else if (v->v_rtype == RT_SUB && right_const) {
         *v = *left;
         v->v_offs = wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs));
-    } else if (v->v_rtype == RT_SUB && same_base(left, right)) {
+    } else if (v->v_rtype == RT_SUB && right && same_base(left, right)) {
         become_const(v, wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs)));
     } else if (memcmp(kids, v->v_kids, (right ? 2 : 1) * sizeof *kids) != 0) {
         if (!make_node(v, v->v_rtype, left, right))

@@ -116,7 +116,7 @@ static uint64_t size_branch(const op_t *op, uint64_t pos)
     if (!branch_has_forms(op))
         return op->op_type == T_BCC ? 2 : 4;
     if (op->op_flags & OPF_PINNED)
-        return 2 * ((op->op_flags & OPF_WORDS) / OPF_WORD);
+        return uint64_t{2} * ((op->op_flags & OPF_WORDS) / OPF_WORD);
     reach_t reach;
     const bool near = is_near(&op->op_opnd1.opnd_value, pos, &reach);
     return form_size(op->op_type, near, reach);

@@ -32,6 +32,7 @@ void xalloc_fail()
 #if XALLOC_CHECKED
 
 // The arena is never freed by design, so reports of leaks tell nothing.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that the sanitizer calls
 extern "C" const char *__asan_default_options() { return "detect_leaks=0:allocator_may_return_null=1"; }
 
 void *xalloc_slow(size_t size)

@@ -138,10 +138,10 @@ static constexpr auto table = [] {
     std::array<full_row_t, row_of_kind.size()> all = {};
     for (size_t kind = 0; kind < all.size(); kind++)
         static_cast<row_t &>(all[kind]) = row_of_kind[kind];
-    for (uint8_t i = 0; i < std::size(variants); i++) {
+    for (size_t i = 0; i < std::size(variants); i++) {
         full_row_t &row = all[variants[i].type];
         if (row.variant_count++ == 0)
-            row.first_variant = i;
+            row.first_variant = static_cast<uint8_t>(i);
         else if (variants[i - 1].type != variants[i].type)
             throw "the variants of a kind stand together";
     }
