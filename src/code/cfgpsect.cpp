@@ -86,7 +86,7 @@ static void show_place(const cfg_word_t *word)
     srcpos.cur_line = place.line;
 }
 
-static op_t *append(code_list_t *list, uint16_t type)
+static op_t *append(code_list_t *list, token_t type)
 {
     const srcpos_t place = srcpos;
     srcpos = st.behind_source;
@@ -106,7 +106,7 @@ static void write_location(uint64_t address, uint64_t mask, uint64_t value, cons
     st.end = address + (mask < 256 ? 1 : 2);
     code_list_t *list = psect_for(address)->s_psect->p_code;
     op_t *org = append(list, T_ORG);
-    org->op_arg = address;
+    org->op_units = {address};
     org->op_opnd1.opnd_kind = OPND_LIT;
     op_t *db = append(list, T_DB);
     db->op_subop = mask < 256 ? 1 : 2;

@@ -102,7 +102,7 @@ bool branch_has_forms(const op_t *op)
 }
 
 // The size of a branch that has forms.
-static uint64_t form_size(unsigned type, bool near, reach_t reach)
+static uint64_t form_size(token_t type, bool near, reach_t reach)
 {
     near &= !st.longest;
     if (type == T_BCC)
@@ -173,28 +173,28 @@ static uint64_t size_db(const op_t *op, uint64_t)
     return items * data_item_width(op);
 }
 
-uint64_t units_to_bytes(uint64_t units)
+uint64_t units_to_bytes(units_t units)
 {
     const uint64_t delta = psect_delta(cur_psect->s_psect);
-    return units > OFFS_MAX / delta ? OFFS_MAX + 1 : units * delta;
+    return units.count > OFFS_MAX / delta ? OFFS_MAX + 1 : units.count * delta;
 }
 
 static uint64_t size_ds(const op_t *op, uint64_t)
 {
     const int64_t units = op->op_opnd1.opnd_value.v_offs;
-    return units > 0 ? units_to_bytes(static_cast<uint64_t>(units)) : 0;
+    return units > 0 ? units_to_bytes({static_cast<uint64_t>(units)}) : 0;
 }
 
 static uint64_t size_align(const op_t *op, uint64_t pos)
 {
-    const uint64_t over = op->op_arg ? pos % op->op_arg : 0;
-    const uint64_t padding = over ? op->op_arg - over : 0;
+    const uint64_t over = op->op_bytes ? pos % op->op_bytes : 0;
+    const uint64_t padding = over ? op->op_bytes - over : 0;
     return padding <= ALIGN_MAX ? padding : 0;
 }
 
 // One row a kind of node. A size function works out what a fixed number can't tell.
 struct size_row_t {
-    uint16_t type = 0;
+    token_t type = T_NONE;
     uint8_t size = 0;                                              // bytes; the longest form of a branch
     uint64_t (*size_of)(const op_t *op, uint64_t pos) = nullptr;   // null: it is `size`
     bool placed = false;   // the position counts: for the size, for what follows, or for a symbol
@@ -245,7 +245,7 @@ uint64_t branch_form(const op_t *op)
 struct placed_t {
     op_t *op;
     symbol_t *sym;   // of a label; of a branch to nothing but a symbol: that; otherwise null
-    uint32_t type;
+    token_t type;
     uint32_t ahead;        // bytes between the placed node before it and this one
     uint32_t at, behind;   // positions before and after it, as the last walk has found them
 };
@@ -312,9 +312,10 @@ static uint32_t position_behind(const placed_t *n, uint32_t pos, bool first)
     case T_NAME:
     case T_NUMLABEL:
         if (first || n->at != pos)
-            n->sym->s_value = value_psect_offset(cur_psect, pos / psect_delta(cur_psect->s_psect));
+            n->sym->s_value =
+                value_psect_offset(cur_psect, static_cast<int64_t>(bytes_to_units(cur_psect->s_psect, pos).count));
         break;
-    case T_ORG: return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_arg));
+    case T_ORG: return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_units));
     case T_ALIGN: size = size_align(n->op, pos); break;
     case T_MOVFF: size = size_movff(n->op, pos); break;
     default:

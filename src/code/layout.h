@@ -2,7 +2,7 @@
 //
 // size_psect settles every node's offset, every label's value and every branch's form; from then on each node of the psect
 // makes as many bytes as lie between its op_offs and the next. The optimiser asks for it, too, where reach counts.
-// Positions and sizes are bytes; values are addressing units of p_delta bytes.
+// Positions and sizes are bytes; values are addressing units of p_delta bytes (units_t).
 #pragma once
 
 #include "code/list.h"
@@ -24,7 +24,7 @@ enum : uint64_t { ALIGN_MAX = 0x200000 };         // the padding of one `align`:
 enum : uint16_t { NOP2 = 0xFFFF };                // op_subop of `nop2`, which makes a word of its own
 uint64_t op_size(const op_t *op, uint64_t pos);   // at position `pos`; up to OFFS_MAX + 1. Unknown kinds have none
 unsigned data_item_width(const op_t *op);         // of DB
-uint64_t units_to_bytes(uint64_t units);          // up to OFFS_MAX + 1
+uint64_t units_to_bytes(units_t units);           // up to OFFS_MAX + 1
 bool branch_has_forms(const op_t *op);            // whether the size of a branch depends on where its target is
 uint64_t branch_form(const op_t *op);             // the form that the size pass has given to a branch, as its size
 

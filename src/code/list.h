@@ -8,13 +8,14 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "code/ops.h"
 #include "code/sym.h"
 
-enum : uint8_t { OPND_NONE = 0, OPND_LIT = 1, OPND_DATA = 2, OPND_CODE = 3, OPND_BIT = 4 };
+enum opnd_kind_t : uint8_t { OPND_NONE = 0, OPND_LIT = 1, OPND_DATA = 2, OPND_CODE = 3, OPND_BIT = 4 };
 
 struct opnd_t {
-    uint32_t opnd_kind;
-    uint32_t opnd_access;   // of OPND_DATA: as op_access, or 0
+    opnd_kind_t opnd_kind;
+    access_t opnd_access;   // of OPND_DATA: as op_access, or ACCESS_UNSET
     value_t opnd_value;
 };
 
@@ -42,9 +43,9 @@ struct data_item_t {
 // Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node is two
 // lines of the cache: what walks along a list look at, and the operands. The rest is kept apart, see op_more.
 struct alignas(64) op_t {
-    uint16_t op_type;     // the statement's token number (ops.h); 0 only in sentinels
-    uint16_t op_dest;     // DEST_F or DEST_W
-    uint16_t op_access;   // ACCESS_B, ACCESS_C, or 0
+    token_t op_type;      // the statement's kind; T_NONE only in sentinels
+    dest_t op_dest;       // DEST_F or DEST_W
+    access_t op_access;   // ACCESS_B, ACCESS_C, or ACCESS_UNSET
     uint16_t op_subop;    // opcode template; item width of DB; 0 or 1 of MESSG
     uint32_t op_flags;
     uint32_t op_id;            // from 1; 0: free, or must not be deleted
@@ -53,7 +54,8 @@ struct alignas(64) op_t {
     op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
     symbol_t *op_psect;
     union {                     // by kind:
-        uint64_t op_arg;        // ORG, ALIGN
+        uint64_t op_bytes;      // ALIGN
+        units_t op_units;       // ORG
         symbol_t *op_sym;       // NAME
         const char *op_text;    // MESSG, TITLE, INCLUDE
         uint64_t op_tlab;       // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym

@@ -361,26 +361,26 @@ uint32_t op_status_read(const op_t *op)
 
 // Checks of a statement.
 
-void op_check_arch(int token)
+void op_check_arch(token_t token)
 {
     if (!chip_archIs(op_rows[token_index.first[token - TOKEN_FIRST]].archmask))
         alert_msg(849);
 }
 
 // An access that nobody wrote down: reported when the source is to be taken literally.
-static uint16_t assumed(uint16_t access)
+static access_t assumed(access_t access)
 {
     if (opt.no_trans)
         alert_once(1522, access == ACCESS_C ? "access-bank" : "banked memory");
     return access;
 }
 
-uint16_t op_resolve_access(uint16_t token, const value_t *value)
+access_t op_resolve_access(access_t word, const value_t *value)
 {
-    if (token == ACCESS_B && value->v_common)
+    if (word == ACCESS_B && value->v_common)
         alert_msg(1224);
-    if (token != ACCESS_NONE)
-        return token;
+    if (word != ACCESS_NONE)
+        return word;
     if (value->v_common)
         return ACCESS_C;
     if (value->v_rtype != RT_CONST)

@@ -10,7 +10,7 @@ struct place_t {
         BANKED,    // the one at the lower eight bits of `at` in whatever bank is selected
         NAMED,     // `at` behind `base`: a psect, or a name that isn't defined here
     } kind = UNTOLD;
-    uint32_t access = 0;   // as opnd_access; 0: the operand is a whole address
+    access_t access = ACCESS_UNSET;   // as opnd_access; ACCESS_UNSET: the operand is a whole address
     const symbol_t *base = nullptr;
     int64_t at = 0;
 };

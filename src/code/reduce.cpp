@@ -74,13 +74,6 @@ static reduced_t reduce_symbol(value_t *v)
     return NEW;
 }
 
-// The current location in addressing units, as a label has it.
-static int64_t units_here()
-{
-    const psect_t *p = cur_psect->s_psect;
-    return static_cast<int64_t>(p->p_curr / psect_delta(p));
-}
-
 static reduced_t reduce(value_t *v, reduce_t *r)
 {
     reduced_t changed = SAME;
@@ -97,7 +90,7 @@ static reduced_t reduce(value_t *v, reduce_t *r)
         case RT_HERE:
             if (!cur_psect)
                 return changed;
-            *v = value_psect_offset(cur_psect, wrap_plus(v->v_offs, units_here()));
+            *v = value_psect_offset(cur_psect, wrap_plus(v->v_offs, units_here(cur_psect->s_psect)));
             return NEW;
         case RT_SYM:
         case RT_TLABF:

@@ -116,8 +116,17 @@ inline bool psect_is_abs(const symbol_t *psect)
 {
     return (psect->s_psect->p_flags & (P_ABS | P_OVRLD)) == (P_ABS | P_OVRLD);
 }
+// A number of addressing units, where it meets bytes: those are plain numbers.
+struct units_t {
+    uint64_t count;
+};
 // Bytes per addressing unit, also before the psect has been given its p_delta.
 inline uint64_t psect_delta(const psect_t *p) { return p->p_delta ? p->p_delta : 1; }
+inline units_t bytes_to_units(const psect_t *p, uint64_t bytes) { return {bytes / psect_delta(p)}; }   // whole ones
+inline int64_t units_here(const psect_t *p)
+{
+    return static_cast<int64_t>(bytes_to_units(p, p->p_curr).count);
+}   // of p_curr
 
 extern vec_t<code_list_t *> psect_list;   // all psects, in order of creation
 extern symbol_t *cur_psect;               // receives statements; then the psect that is sized or emitted

@@ -32,7 +32,7 @@ static bool d_messg(uint16_t is_error)
 
 // Conditions. Both arms are read; which of them counts is decided when all input has been read.
 
-static bool condition(uint16_t type)
+static bool condition(token_t type)
 {
     value_t v;
     if (!parse_expr(&v))
@@ -94,7 +94,7 @@ static bool d_org(uint16_t)
         return false;
     op_t *op = stmt_new_op(T_ORG);
     op->op_opnd1.opnd_kind = OPND_LIT;
-    op->op_arg = static_cast<uint64_t>(v.v_offs);
+    op->op_units = {static_cast<uint64_t>(v.v_offs)};
     return true;
 }
 
@@ -103,7 +103,7 @@ static bool d_align(uint16_t)
     value_t v;
     if (!parse_const(&v, 1, INT64_MAX, 856))
         return false;
-    stmt_new_op(T_ALIGN)->op_arg = static_cast<uint64_t>(v.v_offs);
+    stmt_new_op(T_ALIGN)->op_bytes = static_cast<uint64_t>(v.v_offs);
     return true;
 }
 

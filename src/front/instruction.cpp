@@ -10,23 +10,23 @@
 #include "options.h"
 
 // The node of an instruction, whose operands are complete.
-static op_t *instruction(int type, uint16_t subop, bool check_arch = true)
+static op_t *instruction(token_t type, uint16_t subop, bool check_arch = true)
 {
-    op_t *op = stmt_new_op(static_cast<uint16_t>(type));
+    op_t *op = stmt_new_op(type);
     op->op_subop = subop;
     if (check_arch)
         op_check_arch(type);
     return op;
 }
 
-static void operand(opnd_t *o, uint8_t kind, const value_t *v)
+static void operand(opnd_t *o, opnd_kind_t kind, const value_t *v)
 {
     o->opnd_kind = kind;
     o->opnd_value = *v;
 }
 
 // A number among the optional operands: 0 and 1 give `zero` and `one`; anything else is message 876 and `other`.
-static uint16_t choose(int64_t n, uint16_t zero, uint16_t one, uint16_t other)
+template <class T> static T choose(int64_t n, T zero, T one, T other)
 {
     if (n == 0 || n == 1)
         return n ? one : zero;
@@ -36,10 +36,12 @@ static uint16_t choose(int64_t n, uint16_t zero, uint16_t one, uint16_t other)
 
 static bool is_access_word(int token) { return token == ACCESS_B || token == ACCESS_C || token == ACCESS_A; }
 static bool is_dest_word(int token) { return token == DEST_W || token == DEST_F; }
-static uint16_t access_word(int token) { return token == ACCESS_B ? ACCESS_B : ACCESS_C; }
+static access_t access_word(int token) { return token == ACCESS_B ? ACCESS_B : ACCESS_C; }
+static dest_t dest_word(int token) { return token == DEST_W ? DEST_W : DEST_F; }
 
 struct dest_access_t {
-    uint16_t dest, access;
+    dest_t dest;
+    access_t access;
     unsigned count;   // operands written
 };
 
@@ -65,20 +67,26 @@ static bool parse_dest_access(dest_access_t *d)
     if (!is_access_word(token) && !is_dest_word(token))
         return syntax_error();
     const bool access_first = is_access_word(token);
-    (access_first ? d->access : d->dest) = access_first ? access_word(token) : static_cast<uint16_t>(token);
+    if (access_first)
+        d->access = access_word(token);
+    else
+        d->dest = dest_word(token);
     take();
     if (!accept(T_COMMA))
         return true;
     token = peek();
     if (access_first ? !is_dest_word(token) : !is_access_word(token))
         return syntax_error();
-    (access_first ? d->dest : d->access) = access_first ? static_cast<uint16_t>(token) : access_word(token);
+    if (access_first)
+        d->dest = dest_word(token);
+    else
+        d->access = access_word(token);
     d->count = 2;
     take();
     return true;
 }
 
-static bool parse_access_opt(uint16_t *access)
+static bool parse_access_opt(access_t *access)
 {
     *access = ACCESS_NONE;
     if (!accept(T_COMMA))
@@ -102,7 +110,7 @@ static bool parse_access_ignored()
     return accept(ACCESS_C) || expect(ACCESS_A);
 }
 
-static bool parse_index_dest(uint16_t *dest)
+static bool parse_index_dest(dest_t *dest)
 {
     *dest = DEST_F;
     if (!accept(T_COMMA))
@@ -111,7 +119,7 @@ static bool parse_index_dest(uint16_t *dest)
     if (token == T_INT)
         *dest = choose(yylval.num, DEST_W, DEST_F, DEST_F);
     else if (is_dest_word(token))
-        *dest = static_cast<uint16_t>(token);
+        *dest = dest_word(token);
     else
         return syntax_error();
     take();
@@ -125,7 +133,7 @@ static void parse_fast_opt(uint16_t *fast)
     if (accept(DEST_F)) {
         *fast = 1;
     } else if (peek() == T_INT) {
-        *fast = choose(yylval.num, 0, 1, 0);
+        *fast = choose<uint16_t>(yylval.num, 0, 1, 0);
         take();
     }
 }
@@ -145,7 +153,7 @@ static bool parse_table_mode(uint16_t *mode)
 
 static bool parse_bracketed(value_t *v) { return expect(T_LBRACKET) && parse_expr(v) && expect(T_RBRACKET); }
 
-static void set_access(op_t *op, uint16_t access)
+static void set_access(op_t *op, access_t access)
 {
     op->op_access = access;
     op->op_opnd1.opnd_access = access;
@@ -158,7 +166,7 @@ static void need_extended_set()
 }
 
 // A file operand in square brackets: an offset from the third file select register, in the access bank's place.
-static op_t *indexed_instruction(int type, uint16_t subop, const value_t *v, bool report, bool eval)
+static op_t *indexed_instruction(token_t type, uint16_t subop, const value_t *v, bool report, bool eval)
 {
     op_t *op = instruction(type, subop);
     operand(&op->op_opnd1, OPND_DATA, v);
@@ -171,7 +179,7 @@ static op_t *indexed_instruction(int type, uint16_t subop, const value_t *v, boo
     return op;
 }
 
-static op_t *file_instruction(int type, uint16_t subop, const value_t *v, uint16_t access, bool eval)
+static op_t *file_instruction(token_t type, uint16_t subop, const value_t *v, access_t access, bool eval)
 {
     op_t *op = instruction(type, subop);
     operand(&op->op_opnd1, OPND_DATA, v);
@@ -182,11 +190,11 @@ static op_t *file_instruction(int type, uint16_t subop, const value_t *v, uint16
 }
 
 // addwf x,w,c and its like.
-static bool parse_file_dest(int type, uint16_t subop, bool eval)
+static bool parse_file_dest(token_t type, uint16_t subop, bool eval)
 {
     value_t v;
     if (peek() == T_LBRACKET) {
-        uint16_t dest;
+        dest_t dest;
         if (!parse_bracketed(&v) || !parse_index_dest(&dest))
             return false;
         indexed_instruction(type, subop, &v, true, false)->op_dest = dest;
@@ -200,7 +208,7 @@ static bool parse_file_dest(int type, uint16_t subop, bool eval)
 }
 
 // mulwf x,c and its like.
-static bool parse_file(int type, uint16_t subop, uint16_t dest, bool eval)
+static bool parse_file(token_t type, uint16_t subop, dest_t dest, bool eval)
 {
     value_t v;
     if (peek() == T_LBRACKET) {
@@ -209,7 +217,7 @@ static bool parse_file(int type, uint16_t subop, uint16_t dest, bool eval)
         indexed_instruction(type, subop, &v, true, eval)->op_dest = dest;
         return true;
     }
-    uint16_t access;
+    access_t access;
     if (!parse_expr(&v) || !parse_access_opt(&access))
         return false;
     file_instruction(type, subop, &v, access, eval)->op_dest = dest;
@@ -243,7 +251,7 @@ static bool parse_movwf(uint16_t subop)
 }
 
 // bcf and btfsc: the access word may stand before the bit number too.
-static bool parse_bit(int type, uint16_t subop)
+static bool parse_bit(token_t type, uint16_t subop)
 {
     value_t file, bit;
     if (peek() == T_LBRACKET) {
@@ -265,20 +273,20 @@ static bool parse_bit(int type, uint16_t subop)
             op_t *op = instruction(type, subop);
             operand(&op->op_opnd1, OPND_DATA, &file);
             operand(&op->op_opnd2, OPND_BIT, &bit);
-            op->op_access = word == ACCESS_C ? ACCESS_C : 0;
+            op->op_access = word == ACCESS_C ? ACCESS_C : ACCESS_UNSET;
             op->op_opnd1.opnd_access = access_word(word);   // doesn't encode; tells the optimiser which register it is
             return true;
         }
         prefix = word;
     }
-    uint16_t access;
+    access_t access;
     if (!parse_expr_behind(prefix, &bit) || !parse_access_opt(&access))
         return false;
     operand(&file_instruction(type, subop, &file, access, false)->op_opnd2, OPND_BIT, &bit);
     return true;
 }
 
-static bool parse_movff(int type, uint16_t subop)
+static bool parse_movff(token_t type, uint16_t subop)
 {
     value_t from, to;
     if (!parse_expr(&from) || !expect(T_COMMA))
@@ -297,7 +305,7 @@ static bool parse_movff(int type, uint16_t subop)
 }
 
 // movsf, movsfl and movss.
-static bool parse_stack_move(int type, uint16_t subop)
+static bool parse_stack_move(token_t type, uint16_t subop)
 {
     value_t from, to;
     if (!parse_bracketed(&from) || !expect(T_COMMA) || !(type == T_MOVSS ? parse_bracketed(&to) : parse_expr(&to)))
@@ -309,7 +317,7 @@ static bool parse_stack_move(int type, uint16_t subop)
     return true;
 }
 
-static bool parse_code(int type, uint16_t subop)
+static bool parse_code(token_t type, uint16_t subop)
 {
     value_t v;
     if (!parse_expr(&v))
@@ -317,7 +325,7 @@ static bool parse_code(int type, uint16_t subop)
     uint16_t fast = 0;
     if (type == T_CALL && accept(T_COMMA)) {
         if (peek() == T_INT)
-            fast = choose(yylval.num, 0, 0x0100, 0);
+            fast = choose<uint16_t>(yylval.num, 0, 0x0100, 0);
         else if (peek() == DEST_F)
             fast = 0x0100;
         else
@@ -328,7 +336,7 @@ static bool parse_code(int type, uint16_t subop)
     return true;
 }
 
-static bool parse_literal(int type, uint16_t subop, bool extended)
+static bool parse_literal(token_t type, uint16_t subop, bool extended)
 {
     value_t v;
     if (!parse_expr(&v))
@@ -340,7 +348,7 @@ static bool parse_literal(int type, uint16_t subop, bool extended)
 }
 
 // lfsr, addfsr and subfsr: the number of a file select register, and a literal.
-static bool parse_file_select(int type, uint16_t subop)
+static bool parse_file_select(token_t type, uint16_t subop)
 {
     value_t number, literal;
     if (!parse_expr(&number) || !expect(T_COMMA) || !parse_expr(&literal))
@@ -362,60 +370,61 @@ bool parse_instruction(int token, uint16_t subop, bool *mine)
     *mine = true;
     value_t v;
     uint16_t low_bits;
-    switch (token) {
+    const auto type = static_cast<token_t>(token);
+    switch (type) {
     case T_RLCF:
     case T_SWAPF:
     case T_ANDWF:
     case T_SUBWF:
     case T_ADDWF:
     case T_INCF:
-    case T_MOVF: return parse_file_dest(token, subop, true);
-    case T_DECFSZ: return parse_file_dest(token, subop, false);
+    case T_MOVF: return parse_file_dest(type, subop, true);
+    case T_DECFSZ: return parse_file_dest(type, subop, false);
     case T_CPFSEQ:
-    case T_MULWF: return parse_file(token, subop, DEST_F, true);
-    case T_CLRF: return parse_file(token, subop, 0, false);
+    case T_MULWF: return parse_file(type, subop, DEST_F, true);
+    case T_CLRF: return parse_file(type, subop, DEST_NONE, false);
     case T_MOVWF: return parse_movwf(subop);
     case T_BCF:
-    case T_BTFSC: return parse_bit(token, subop);
+    case T_BTFSC: return parse_bit(type, subop);
     case T_MOVFF:
-    case T_MOVFFL: return parse_movff(token, subop);
+    case T_MOVFFL: return parse_movff(type, subop);
     case T_GOTO:
     case T_BRA:
     case T_RCALL:
     case T_BCC:
-    case T_CALL: return parse_code(token, subop);
-    case T_CALLW: instruction(token, subop, !opt.xinst); return true;
+    case T_CALL: return parse_code(type, subop);
+    case T_CALLW: instruction(type, subop, !opt.xinst); return true;
     case T_MOVLW:
     case T_MOVLB:
     case T_ADDLW:
     case T_RETLW:
-    case T_SETCNT: return parse_literal(token, subop, false);
+    case T_SETCNT: return parse_literal(type, subop, false);
     case T_ADDULNK:
-    case T_PUSHL: return parse_literal(token, subop, true);
+    case T_PUSHL: return parse_literal(type, subop, true);
     case T_LFSR:
-    case T_ADDFSR: return parse_file_select(token, subop);
+    case T_ADDFSR: return parse_file_select(type, subop);
     case T_RETURN:
         parse_fast_opt(&low_bits);
-        instruction(token, subop + low_bits);
+        instruction(type, subop + low_bits);
         return true;
     case T_TBLRD:
         if (!parse_table_mode(&low_bits))
             return false;
-        instruction(token, subop + low_bits);
+        instruction(type, subop + low_bits);
         return true;
     case T_TBLRDMODE: instruction(T_TBLRD, subop); return true;
-    case T_NOP: instruction(token, opt.no_trans && subop == 0xF000 ? 0 : subop); return true;
+    case T_NOP: instruction(type, opt.no_trans && subop == 0xF000 ? 0 : subop); return true;
     case T_PUSH:
     case T_TRAP:
     case T_TRET:
-    case T_DBOUT: instruction(token, subop); return true;
+    case T_DBOUT: instruction(type, subop); return true;
     case T_MOVSF:
     case T_MOVSFL:
-    case T_MOVSS: return parse_stack_move(token, subop);
+    case T_MOVSS: return parse_stack_move(type, subop);
     case T_BANKSEL:
         if (!parse_expr(&v))
             return false;
-        operand(&instruction(token, subop, false)->op_opnd1, OPND_DATA, &v);
+        operand(&instruction(type, subop, false)->op_opnd1, OPND_DATA, &v);
         return true;
     case T_PAGESEL:   // program memory has no pages here
         return parse_expr(&v);

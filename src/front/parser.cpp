@@ -179,7 +179,7 @@ void parse_check_field(const char *what, int64_t n, int64_t most)
 
 // Statements.
 
-op_t *stmt_new_op(uint16_t type)
+op_t *stmt_new_op(token_t type)
 {
     if (srcpos.line_follows)
         srcpos.src_line = srcpos.phys_line;
@@ -191,7 +191,7 @@ op_t *stmt_new_op(uint16_t type)
     return op;
 }
 
-op_t *stmt_new_text(uint16_t type, uint16_t subop, const char *text)
+op_t *stmt_new_text(token_t type, uint16_t subop, const char *text)
 {
     op_t *op = stmt_new_op(type);
     op->op_subop = subop;

@@ -17,9 +17,9 @@ struct parse_state_t {
 };
 extern parse_state_t parse_state;
 
-void yyparse();                     // to the end of all input
-op_t *stmt_new_op(uint16_t type);   // the node of a statement, at the end of the current psect
-op_t *stmt_new_text(uint16_t type, uint16_t subop, const char *text);
+void yyparse();                    // to the end of all input
+op_t *stmt_new_op(token_t type);   // the node of a statement, at the end of the current psect
+op_t *stmt_new_text(token_t type, uint16_t subop, const char *text);
 
 int peek();               // the next token, which stays
 void take();              // it goes; its value stays in yylval until the next peek

@@ -67,7 +67,7 @@ op_t *edit_label_before(op_t *op)
 
 // Jumps.
 
-op_t *edit_new_jump(uint16_t type, uint16_t subop, op_t *label)
+op_t *edit_new_jump(token_t type, uint16_t subop, op_t *label)
 {
     op_t *op = op_new();
     op->op_type = type;

@@ -21,7 +21,7 @@ op_t *edit_new_label(const char *name);
 op_t *edit_label_before(op_t *op);
 
 // A jump to the label node `label`, whose symbol gains a reference; not linked.
-op_t *edit_new_jump(uint16_t type, uint16_t subop, op_t *label);
+op_t *edit_new_jump(token_t type, uint16_t subop, op_t *label);
 // Links such a jump behind `where` and notes it at its label.
 op_t *edit_link_jump(op_t *where, op_t *jump, op_t *label);
 op_t *edit_goto_before(op_t *op, op_t *label);

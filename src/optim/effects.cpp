@@ -35,7 +35,7 @@ enum role_t : uint8_t {
 };
 
 struct row_t {
-    uint16_t type = 0;
+    token_t type = T_NONE;
     role_t role = ROLE_NONE;
     uint8_t uses = FX_ALL, kills = 0, ends = FX_ALL;
     doubt_t doubt = DOUBT_STAYS;
@@ -111,7 +111,8 @@ constexpr row_t rows[] = {
 };
 // Templates that differ from the row of their kind.
 struct variant_t {
-    uint16_t type, subop;
+    token_t type;
+    uint16_t subop;
     role_t role;
     uint8_t uses, kills;
 };

@@ -266,7 +266,7 @@ static op_t *plain_copy(copy_t *c, const op_t *op)
     n->op_flags = op->op_flags;
     n->op_opnd1 = op->op_opnd1;
     n->op_opnd2 = op->op_opnd2;
-    n->op_arg = op->op_arg;
+    n->op_bytes = op->op_bytes;   // or whatever the kind has there
     op_more(n)->op_remark = op_more(op)->op_remark;
     op_take_source_line(n, op);
     op_take_position(n, op);

@@ -96,7 +96,7 @@ place_t reg_place(const opnd_t *o)
     place_t p = place_of(o);
     if (p.kind == place_t::BANKED && reg.bank && reg.bank->v_rtype == RT_CONST) {
         p.kind = place_t::ADDRESS;
-        p.access = 0;
+        p.access = ACCESS_UNSET;
         p.at = reg.bank->v_offs * BANK + (p.at & (BANK - 1));
     }
     return p;
@@ -105,7 +105,7 @@ place_t reg_place(const opnd_t *o)
 bool reg_is_whole(const opnd_t *o)
 {
     opnd_t whole = *o;
-    whole.opnd_access = 0;
+    whole.opnd_access = ACCESS_UNSET;
     const place_t p = reg_place(o);
     return p.kind == place_t::NAMED || (p.kind == place_t::ADDRESS && place_same(p, place_of(&whole)));
 }

@@ -51,7 +51,7 @@ static bool dead2(reg_t r, const op_t *n) { return !nxtuse(r, n->op_next->op_nex
 static bool dead_zn(const op_t *n) { return dead(REG_Z, n) && dead(REG_N, n); }
 
 static bool is_plain(const opnd_t *o, int64_t k) { return o->opnd_value.v_rtype == RT_CONST && o->opnd_value.v_offs == k; }
-static bool is(const op_t *op, uint16_t type, uint16_t subop) { return op->op_type == type && op->op_subop == subop; }
+static bool is(const op_t *op, token_t type, uint16_t subop) { return op->op_type == type && op->op_subop == subop; }
 static bool to_w(const op_t *op) { return op->op_dest == DEST_W; }
 
 // A test of bit `bit` of status.
@@ -155,7 +155,7 @@ static bool deletes(opt_rule_t rule, int counter, op_t *n)
     return true;
 }
 
-static bool becomes(opt_rule_t rule, int counter, op_t *n, uint16_t type, uint16_t subop)
+static bool becomes(opt_rule_t rule, int counter, op_t *n, token_t type, uint16_t subop)
 {
     opt_fired(rule, counter, n);
     n->op_type = type;
@@ -191,7 +191,7 @@ static bool m1(op_t *n)
         return false;
     opt_fired("M1", RO, n);
     m->op_opnd1 = n->op_opnd1;
-    m->op_opnd1.opnd_access = 0;
+    m->op_opnd1.opnd_access = ACCESS_UNSET;
     keep_volatile(m, n);
     drop(n);
     reg_forget_w();
@@ -251,7 +251,7 @@ static bool moves_on(opt_rule_t rule, op_t *n, const opnd_t *to)
     op_t *m = n->op_next;
     opt_fired(rule, RO, n);
     n->op_opnd2 = *to;
-    n->op_opnd2.opnd_access = 0;
+    n->op_opnd2.opnd_access = ACCESS_UNSET;
     keep_volatile(n, m);
     drop(m);
     reg_forget_w();
@@ -668,7 +668,7 @@ static bool g9(op_t *n)
     bit->op_type = T_BCF;
     bit->op_subop = reg.carry ? TPL_BSF : TPL_BCF;
     bit->op_opnd1 = {OPND_DATA, ACCESS_C, value_const(sfr_addrOf(SFR_STATUS))};
-    bit->op_opnd2 = {OPND_BIT, 0, value_const(0)};
+    bit->op_opnd2 = {OPND_BIT, ACCESS_UNSET, value_const(0)};
     bit->op_access = ACCESS_C;
     bit->op_flags |= n->op_flags & OPF_MARK;   // it is as reachable
     op_take_position(bit, n);
@@ -760,7 +760,7 @@ static bool r1(op_t *n)
     if (n->op_subop != TPL_RETURN || !reg_w_known())
         return false;
     becomes("R1", RO, n, T_RETLW, TPL_RETLW);
-    n->op_opnd1 = {OPND_LIT, 0, value_const(reg_w_value())};
+    n->op_opnd1 = {OPND_LIT, ACCESS_UNSET, value_const(reg_w_value())};
     return true;
 }
 
@@ -986,7 +986,7 @@ static void on_data(op_t *n)
 static void on_nop(op_t *n)
 {
     const bool skipped = take_skipped();
-    const opnd_t zero = {OPND_LIT, 0, value_const(0)};
+    const opnd_t zero = {OPND_LIT, ACCESS_UNSET, value_const(0)};
     switch (n->op_subop) {
     case TPL_CLRW:
         reg_forget_w();
@@ -1030,14 +1030,14 @@ static void on_lfsr(op_t *)
     walk.skipped = false;
     constexpr uint32_t ids[] = {SFR_INDF2, SFR_INDF0, SFR_INDF1};
     for (uint32_t id : ids) {
-        const opnd_t through = {OPND_DATA, 0, value_const(sfr_addrOf(id))};
+        const opnd_t through = {OPND_DATA, ACCESS_UNSET, value_const(sfr_addrOf(id))};
         reg_written(&through);
     }
 }
 
 // The sections, one for each kind. A kind without work leaves `skipped` and the knowledge as they are, but for side effects.
 struct section_t {
-    uint16_t type = 0;
+    token_t type = T_NONE;
     void (*work)(op_t *n) = nullptr;
 };
 

@@ -434,7 +434,7 @@ static void st_call(const op_t *op)
 static void st_org(const op_t *op)
 {
     put("\torg\t");
-    put_digits(op->op_arg);
+    put_digits(static_cast<int64_t>(op->op_units.count));
 }
 
 static void st_set(const op_t *op)
@@ -456,7 +456,7 @@ static void st_tblrd(const op_t *op)
 static void st_align(const op_t *op)
 {
     put_mnemonic(op);
-    put_digits(static_cast<int64_t>(op->op_arg));
+    put_digits(static_cast<int64_t>(op->op_bytes));
 }
 
 static void st_numlabel(const op_t *op)
@@ -472,8 +472,8 @@ static void st_name(const op_t *op)
 }
 
 struct statement_t {
-    uint16_t type;
-    void (*print)(const op_t *op);
+    token_t type = T_NONE;
+    void (*print)(const op_t *op) = nullptr;
 };
 
 static constexpr statement_t statement_rows[] = {
@@ -494,13 +494,7 @@ static constexpr statement_t statement_rows[] = {
     {T_NUMLABEL, st_numlabel}, {T_NAME, st_name},
 };
 
-enum : unsigned { TYPES = T_PF_CODECOV + 1 };
-static constexpr std::array<void (*)(const op_t *op), TYPES> statements = [] {
-    std::array<void (*)(const op_t *op), TYPES> all = {};
-    for (const statement_t &s : statement_rows)
-        all[s.type] = s.print;
-    return all;
-}();
+static constexpr auto statements = rows_by_kind(statement_rows);
 
 // Where the higher-level source stands.
 static void put_position(const op_t *op)
@@ -538,7 +532,7 @@ std::string_view asm_op(const op_t *op, asm_mode_t mode)
         for (const char *comment : op_more(op)->op_comment)
             put(comment);
     const bool hidden = op->op_type == T_NAME && !bare && op->op_sym->s_refs == 1;
-    const auto print = op->op_type < TYPES ? statements[op->op_type] : nullptr;
+    const auto print = op->op_type < statements.size() ? statements[op->op_type].print : nullptr;
     if (!print) {
         const char *name = op_name(op);
         alert_msg(810, name ? name : "");

@@ -189,13 +189,13 @@ static void enc_db(const op_t *op)
 // Position changes.
 
 static void enc_ds(const op_t *op) { sink->move(cur_psect->s_psect->p_curr + op_size(op, 0)); }
-static void enc_org(const op_t *op) { sink->move(units_to_bytes(op->op_arg)); }
+static void enc_org(const op_t *op) { sink->move(units_to_bytes(op->op_units)); }
 
 static void enc_align(const op_t *op)
 {
     const uint64_t here = cur_psect->s_psect->p_curr, padding = op_size(op, here);
-    if (padding == 0 && op->op_arg > ALIGN_MAX && here % op->op_arg != 0 && sink->reports)
-        alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_arg));
+    if (padding == 0 && op->op_bytes > ALIGN_MAX && here % op->op_bytes != 0 && sink->reports)
+        alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_bytes));
     const value_t zero = number(0);
     for (uint64_t n = padding; n; n--)
         sink->put(0, &zero, 1, 0);
@@ -307,7 +307,7 @@ static void enc_definition(const op_t *op)
 // One row a kind of node.
 typedef void (*encode_fn)(const op_t *op);
 struct encoder_t {
-    uint16_t type = 0;
+    token_t type = T_NONE;
     encode_fn encode = nullptr;
 };
 

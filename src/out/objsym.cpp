@@ -49,8 +49,7 @@ void obj_line_entry(uint64_t line)
 {
     char digits[24];
     snprintf(digits, sizeof digits, "%llu", static_cast<unsigned long long>(line));
-    const psect_t *p = cur_psect->s_psect;
-    sym_entry(static_cast<int64_t>(p->p_curr / psect_delta(p)), SYMF_LINE, cur_psect->s_name, digits);
+    sym_entry(units_here(cur_psect->s_psect), SYMF_LINE, cur_psect->s_name, digits);
 }
 
 bool obj_follow(value_t *v)

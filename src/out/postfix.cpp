@@ -51,7 +51,7 @@ void undefined_symbol(symbol_t *s)
 static void code_here(code_t *c, int64_t offs)
 {
     const psect_t *p = cur_psect->s_psect;
-    const int64_t n = static_cast<int64_t>(p->p_curr / psect_delta(p) + static_cast<uint64_t>(offs));
+    const int64_t n = wrap_plus(units_here(p), offs);
     const bool absolute = psect_is_abs(cur_psect);
     if (absolute || p->p_curr != 0 || offs != 0)
         code_number(c, n);

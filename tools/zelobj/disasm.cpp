@@ -73,7 +73,7 @@ zo_instruction zo_disassemble(std::span<const uint8_t> code, uint32_t offset, bo
 {
     unsigned w[3] = {};
     bool more[3] = {};   // is there, and is a continuation word
-    for (unsigned i = 0; i < 3 && code.size() >= 2 * i + 2; i++) {
+    for (size_t i = 0; i < 3 && code.size() >= 2 * i + 2; i++) {
         w[i] = code[2 * i] | static_cast<unsigned>(code[2 * i + 1]) << 8;
         more[i] = w[i] >> 12 == 0xF;
     }

@@ -47,7 +47,7 @@ static void plain_pass(std::vector<plain_t> &all)
 
 static std::vector<plain_t> random_psect(uint32_t seed, size_t count, bool padded)
 {
-    static const uint16_t kinds[] = {T_NAME, T_BCC, T_GOTO, T_CALL, T_MOVLW, T_MOVLW, T_MOVLW, T_ALIGN};
+    static const token_t kinds[] = {T_NAME, T_BCC, T_GOTO, T_CALL, T_MOVLW, T_MOVLW, T_MOVLW, T_ALIGN};
     std::mt19937 random(seed);
     cur_psect = sym_enter(("p" + std::to_string(seed)).c_str(), S_PSECT);
     std::vector<plain_t> all;
@@ -56,7 +56,7 @@ static std::vector<plain_t> random_psect(uint32_t seed, size_t count, bool padde
         op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
         op->op_type = kinds[i ? random() % (padded && random() % 64 == 0 ? 8 : 7) : 0];
         op->op_opnd1.opnd_value = value_const(0);
-        op->op_arg = 8;
+        op->op_bytes = 8;
         if (op->op_type == T_NAME) {
             op->op_sym = sym_enter(("l" + std::to_string(seed) + "_" + std::to_string(i)).c_str(), 0);
             labels.push_back(i);
@@ -84,7 +84,7 @@ static std::vector<plain_t> chained_psect(const char *name, size_t branches, boo
     for (size_t i = 0; i < branches * BLOCK; i++) {
         op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
         op->op_type = i % BLOCK == 0 ? T_BCC : i % BLOCK == 1 ? T_NAME : i == 2 && padded ? T_ALIGN : T_MOVLW;
-        op->op_arg = 8;
+        op->op_bytes = 8;
         if (op->op_type == T_NAME)
             op->op_sym = sym_enter((name + std::to_string(i)).c_str(), 0);
         all.push_back({op, op->op_type == T_BCC ? i + 1 + (i + BLOCK < branches * BLOCK ? size_t{BLOCK} : 0) : i, -1});

@@ -4,7 +4,7 @@
 #include "code/ops.h"
 #include "code_test.h"
 
-static op_t *append(uint16_t type, const char *target = nullptr)
+static op_t *append(token_t type, const char *target = nullptr)
 {
     op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
     op->op_type = type;

@@ -73,7 +73,7 @@ TEST_F(Optim, Liveness)
 
 TEST_F(Optim, KnowledgeOfW)
 {
-    const opnd_t five = {OPND_LIT, 0, value_const(5)}, x = {OPND_DATA, ACCESS_C, value_const(0xF66)};
+    const opnd_t five = {OPND_LIT, ACCESS_UNSET, value_const(5)}, x = {OPND_DATA, ACCESS_C, value_const(0xF66)};
     reg_forget_all();
     reg_load_w(&five);
     reg_load_w(&x);
@@ -82,7 +82,7 @@ TEST_F(Optim, KnowledgeOfW)
     EXPECT_TRUE(reg_w_known() && reg.w_reg.opnd_kind == OPND_NONE);
     reg_load_w(&x);
     reg_load_w(&five);
-    EXPECT_EQ(reg.w_reg.opnd_kind, uint32_t{OPND_NONE});
+    EXPECT_EQ(reg.w_reg.opnd_kind, OPND_NONE);
 
     // A byte of a register's address was stored through a file select; the next ones lie behind it.
     const symbol_t *code = assemble("movlw low(r) / clrf r,b / clrf r+1,b / clrf indf0 / clrf postinc0");

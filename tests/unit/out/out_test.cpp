@@ -24,13 +24,13 @@ class Out : public testing::Test
     }
     void TearDown() override { opt = {}; }
 
-    static op_t *append(uint16_t type, uint16_t subop, const value_t &v, uint8_t kind, const char *remark = nullptr)
+    static op_t *append(token_t type, uint16_t subop, const value_t &v, opnd_kind_t kind, const char *remark = nullptr)
     {
         op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
         op->op_type = type;
         op->op_subop = subop;
-        op->op_opnd1 = {kind, 0, v};
-        op->op_arg = static_cast<uint64_t>(v.v_offs);
+        op->op_opnd1 = {kind, ACCESS_UNSET, v};
+        op->op_bytes = static_cast<uint64_t>(v.v_offs);
         op_more(op)->op_remark = remark;
         return op;
     }
@@ -93,13 +93,13 @@ TEST_F(Out, BranchesThatChaseEachOtherSettle)
     // reaches F; when that grows again, T moves up, and so on.
     opt.optimise = true;
     symbol_t *f = sym_enter("F", 0), *t = sym_enter("T", 0);
-    append(T_GOTO, 0, value_sym(f), 0);
+    append(T_GOTO, 0, value_sym(f), OPND_NONE);
     append_label(t);
-    append(T_DS, 0, value_const(200), 0);
-    append(T_ALIGN, 0, value_const(256), 0);
-    append(T_DS, 0, value_const(2), 0);
-    op_t *back = append(T_BCC, 0, value_sym(t), 0);
-    append(T_DS, 0, value_const(1788), 0);
+    append(T_DS, 0, value_const(200), OPND_NONE);
+    append(T_ALIGN, 0, value_const(256), OPND_NONE);
+    append(T_DS, 0, value_const(2), OPND_NONE);
+    op_t *back = append(T_BCC, 0, value_sym(t), OPND_NONE);
+    append(T_DS, 0, value_const(1788), OPND_NONE);
     op_t *end = append_label(f);
     size_psect(cur_psect);
     EXPECT_EQ(back->op_offs, 258u);
