@@ -36,7 +36,6 @@ enum : unsigned { SQUEEZE_EVERY = 8, CIRCLE_FROM = 64, GROWING_WALKS = 100, AHEA
 // walk settles some hundred nodes only.
 enum : size_t { VISITS = 100000000, MOST_WALKS = 10000, LEAST_WALKS = 50, LEAST_WALKS_MORE = 1000, NODES_A_WALK = 100 };
 enum : uint32_t { ARCH_14BIT = ARCH_X };
-enum : uint16_t { CALL_FAST = 0x0100 };
 
 struct placed_t;
 struct squeezed_t;

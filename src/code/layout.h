@@ -6,6 +6,7 @@
 #pragma once
 
 #include "code/list.h"
+#include "code/oprows.h"
 
 enum : uint64_t { OFFS_MAX = 0xFFFFFFFF };   // positions that would lie behind it stay there
 
@@ -21,7 +22,7 @@ inline bool fits_cond_branch(int64_t distance) { return distance >= -256 && dist
 
 // Of a node of the current psect.
 enum : uint64_t { ALIGN_MAX = 0x200000 };         // the padding of one `align`: all of program memory
-enum : uint16_t { NOP2 = 0xFFFF };                // op_subop of `nop2`, which makes a word of its own
+enum : uint16_t { NOP2 = op_template("nop2") };   // op_subop of `nop2`, which makes a word of its own
 uint64_t op_size(const op_t *op, uint64_t pos);   // at position `pos`; up to OFFS_MAX + 1. Unknown kinds have none
 unsigned data_item_width(const op_t *op);         // of DB
 uint64_t units_to_bytes(units_t units);           // up to OFFS_MAX + 1

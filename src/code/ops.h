@@ -1,6 +1,6 @@
 // ops: the words of the language and the instruction table.
 //
-// One constant table of 202 rows holds every word that the statement look-up knows: operators, mnemonics, operand words,
+// One constant table (oprows.h) of 202 rows holds every word that the statement look-up knows: operators, mnemonics, operand words,
 // directives. For an instruction it is also the opcode template and the status bits that it reads and writes. The order
 // of rows decides between synonyms: the first row of a token and template gives the name that is printed back.
 // Three small tables serve the scanner's other modes.
@@ -76,6 +76,9 @@ enum : uint32_t { ROWS_ALL = 0x380, ROWS_X = 0x100 };
 // Status bits.
 enum : uint8_t { ST_C = 0x01, ST_DC = 0x02, ST_Z = 0x04, ST_OV = 0x08, ST_N = 0x10 };
 
+// Bits beside the template.
+enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };
+
 struct op_row_t {
     const char *name;         // lower case
     uint16_t token;           // token_t, or the access_t or dest_t of an operand word
@@ -84,9 +87,6 @@ struct op_row_t {
     uint8_t status_written;   // status bits that the instruction may change,
     uint8_t status_read;      // and those that it depends on
 };
-
-constexpr int OP_ROWS = 202;
-extern const op_row_t op_rows[OP_ROWS];
 
 // The row of a node, by op_type and op_subop; synonyms give the first. If there is none, the text "Can't find op ..." goes
 // to the diagnostic stream and the result is null or 0. The fast bit of a CALL is not looked through: clear it before.

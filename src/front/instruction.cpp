@@ -5,6 +5,7 @@
 #include "front/instruction.h"
 
 #include "chip/chip.h"
+#include "code/oprows.h"
 #include "common/alert.h"
 #include "front/parser.h"
 #include "options.h"
@@ -131,9 +132,9 @@ static void parse_fast_opt(uint16_t *fast)
 {
     *fast = 0;
     if (accept(DEST_F)) {
-        *fast = 1;
+        *fast = RETURN_FAST;
     } else if (peek() == T_INT) {
-        *fast = choose<uint16_t>(yylval.num, 0, 1, 0);
+        *fast = choose<uint16_t>(yylval.num, 0, RETURN_FAST, 0);
         take();
     }
 }
@@ -245,7 +246,7 @@ static bool parse_movwf(uint16_t subop)
         op->op_dest = DEST_F;
     } else if (d.dest == DEST_W) {
         op->op_type = T_MOVF;
-        op->op_subop = 0x5000;
+        op->op_subop = op_template("movf");
     }
     return true;
 }
@@ -325,9 +326,9 @@ static bool parse_code(token_t type, uint16_t subop)
     uint16_t fast = 0;
     if (type == T_CALL && accept(T_COMMA)) {
         if (peek() == T_INT)
-            fast = choose<uint16_t>(yylval.num, 0, 0x0100, 0);
+            fast = choose<uint16_t>(yylval.num, 0, CALL_FAST, 0);
         else if (peek() == DEST_F)
-            fast = 0x0100;
+            fast = CALL_FAST;
         else
             return syntax_error();
         take();
@@ -413,7 +414,7 @@ bool parse_instruction(int token, uint16_t subop, bool *mine)
         instruction(type, subop + low_bits);
         return true;
     case T_TBLRDMODE: instruction(T_TBLRD, subop); return true;
-    case T_NOP: instruction(type, opt.no_trans && subop == 0xF000 ? 0 : subop); return true;
+    case T_NOP: instruction(type, opt.no_trans && subop == op_template("nop") ? 0 : subop); return true;
     case T_PUSH:
     case T_TRAP:
     case T_TRET:

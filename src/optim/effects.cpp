@@ -15,7 +15,7 @@
 #include <array>
 #include <cstring>
 
-#include "code/ops.h"
+#include "code/oprows.h"
 #include "code/sfrop.h"
 #include "optim/node.h"
 #include "optim/pointers.h"
@@ -111,23 +111,22 @@ constexpr row_t rows[] = {
 };
 // Templates that differ from the row of their kind.
 struct variant_t {
-    token_t type;
-    uint16_t subop;
+    const op_row_t &of;
     role_t role;
     uint8_t uses, kills;
 };
 constexpr variant_t variants[] = {
-    {T_SUBWF, TPL_SUBWFB, ROLE_DEST, W | C, ZN}, {T_SUBWF, TPL_SUBFWB, ROLE_DEST, W | C, ZN},
-    {T_ADDWF, TPL_ADDWFC, ROLE_DEST, W | C, ZN}, {T_INCF, TPL_COMF, ROLE_DEST, 0, ZN},
-    {T_RLCF, TPL_RLCF, ROLE_DEST, C, 0},         {T_RLCF, TPL_RRCF, ROLE_DEST, C, 0},
-    {T_CLRF, TPL_SETF, ROLE_WRITE, 0, 0},        {T_CLRF, TPL_NEGF, ROLE_MODIFY, 0, Z},
-    {T_BCF, TPL_BTG, ROLE_TOGGLE_BIT, 0, 0},     {T_ADDLW, TPL_ADDLW, ROLE_NONE, W, CZN},
-    {T_ADDLW, TPL_SUBLW, ROLE_NONE, W, CZN},     {T_ADDLW, TPL_MULLW, ROLE_NONE, W, 0},
-    {T_NOP, TPL_DAW, ROLE_NONE, C | W, 0},       {T_NOP, TPL_SLEEP, ROLE_NONE, W, 0},
-    {T_NOP, TPL_CLRW, ROLE_NONE, 0, W},          {T_BCC, TPL_BZ, ROLE_NONE, Z, 0},
-    {T_BCC, TPL_BNZ, ROLE_NONE, Z, 0},           {T_BCC, TPL_BC, ROLE_NONE, C, 0},
-    {T_BCC, TPL_BNC, ROLE_NONE, C, 0},           {T_BCC, TPL_BMI, ROLE_NONE, N, 0},
-    {T_BCC, TPL_BNN, ROLE_NONE, N, 0},
+    {op_named("subwfb"), ROLE_DEST, W | C, ZN}, {op_named("subfwb"), ROLE_DEST, W | C, ZN},
+    {op_named("addwfc"), ROLE_DEST, W | C, ZN}, {op_named("comf"), ROLE_DEST, 0, ZN},
+    {op_named("rlcf"), ROLE_DEST, C, 0},        {op_named("rrcf"), ROLE_DEST, C, 0},
+    {op_named("setf"), ROLE_WRITE, 0, 0},       {op_named("negf"), ROLE_MODIFY, 0, Z},
+    {op_named("btg"), ROLE_TOGGLE_BIT, 0, 0},   {op_named("addlw"), ROLE_NONE, W, CZN},
+    {op_named("sublw"), ROLE_NONE, W, CZN},     {op_named("mullw"), ROLE_NONE, W, 0},
+    {op_named("daw"), ROLE_NONE, C | W, 0},     {op_named("sleep"), ROLE_NONE, W, 0},
+    {op_named("clrw"), ROLE_NONE, 0, W},        {op_named("bz"), ROLE_NONE, Z, 0},
+    {op_named("bnz"), ROLE_NONE, Z, 0},         {op_named("bc"), ROLE_NONE, C, 0},
+    {op_named("bnc"), ROLE_NONE, C, 0},         {op_named("bmi"), ROLE_NONE, N, 0},
+    {op_named("bnn"), ROLE_NONE, N, 0},
 };
 
 // A row with its variants, which stand together.
@@ -140,10 +139,10 @@ static constexpr auto table = [] {
     for (size_t kind = 0; kind < all.size(); kind++)
         static_cast<row_t &>(all[kind]) = row_of_kind[kind];
     for (size_t i = 0; i < std::size(variants); i++) {
-        full_row_t &row = all[variants[i].type];
+        full_row_t &row = all[variants[i].of.token];
         if (row.variant_count++ == 0)
             row.first_variant = static_cast<uint8_t>(i);
-        else if (variants[i - 1].type != variants[i].type)
+        else if (variants[i - 1].of.token != variants[i].of.token)
             throw "the variants of a kind stand together";
     }
     return all;
@@ -199,7 +198,7 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
     role_t role = row.role;
     unsigned uses = row.uses, kills = row.kills;
     for (unsigned i = 0; i < row.variant_count; i++)
-        if (const variant_t &v = variants[row.first_variant + i]; v.subop == op->op_subop) {
+        if (const variant_t &v = variants[row.first_variant + i]; v.of.subop == op->op_subop) {
             role = v.role;
             uses = v.uses;
             kills = v.kills;

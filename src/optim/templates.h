@@ -1,24 +1,61 @@
-// templates: opcode templates that rules compare with op_subop and write into it.
+// templates: opcode templates that rules compare with op_subop and write into it, each from the row of its instruction.
 #pragma once
 
 #include <cstdint>
 
-// clang-format off
+#include "code/oprows.h"
+
 enum template_t : uint16_t {
-    TPL_ADDWF = 0x2400, TPL_ADDWFC = 0x2000, TPL_SUBWF = 0x5C00, TPL_SUBWFB = 0x5800, TPL_SUBFWB = 0x5400,
-    TPL_ANDWF = 0x1400, TPL_IORWF = 0x1000, TPL_XORWF = 0x1800,
-    TPL_COMF = 0x1C00, TPL_DECF = 0x0400, TPL_INCF = 0x2800,
-    TPL_DECFSZ = 0x2C00, TPL_DCFSNZ = 0x4C00, TPL_INCFSZ = 0x3C00, TPL_INFSNZ = 0x4800,
-    TPL_MOVF = 0x5000, TPL_RLCF = 0x3400, TPL_RRCF = 0x3000,
-    TPL_CLRF = 0x6A00, TPL_SETF = 0x6800, TPL_NEGF = 0x6C00,
-    TPL_BCF = 0x9000, TPL_BSF = 0x8000, TPL_BTG = 0x7000, TPL_BTFSC = 0xB000, TPL_BTFSS = 0xA000,
-    TPL_ADDLW = 0x0F00, TPL_SUBLW = 0x0800, TPL_ANDLW = 0x0B00, TPL_IORLW = 0x0900, TPL_XORLW = 0x0A00, TPL_MULLW = 0x0D00,
-    TPL_MOVLW = 0x0E00, TPL_CALL = 0xEC00, TPL_BRA = 0xD000,
-    TPL_RETURN = 0x0012, TPL_RETFIE = 0x0010, TPL_RETLW = 0x0C00,
-    TPL_BZ = 0xE000, TPL_BNZ = 0xE100, TPL_BC = 0xE200, TPL_BNC = 0xE300, TPL_BMI = 0xE600, TPL_BNN = 0xE700,
-    TPL_DAW = 0x0007, TPL_SLEEP = 0x0003, TPL_CLRW = 0x6AF3,
-    TPL_TBLRD = 0x0008, TPL_TBLRD_POSTINC = 0x0009, TPL_TBLRD_PREINC = 0x000B,
-    TPL_INVERT = 0x1000,   // between btfsc and btfss, bcf and bsf
-    TPL_FAST = 0x0100,     // of a call that saves registers
+    TPL_ADDWF = op_template("addwf"),
+    TPL_ADDWFC = op_template("addwfc"),
+    TPL_SUBWF = op_template("subwf"),
+    TPL_SUBWFB = op_template("subwfb"),
+    TPL_SUBFWB = op_template("subfwb"),
+    TPL_ANDWF = op_template("andwf"),
+    TPL_IORWF = op_template("iorwf"),
+    TPL_XORWF = op_template("xorwf"),
+    TPL_COMF = op_template("comf"),
+    TPL_DECF = op_template("decf"),
+    TPL_INCF = op_template("incf"),
+    TPL_DECFSZ = op_template("decfsz"),
+    TPL_DCFSNZ = op_template("dcfsnz"),
+    TPL_INCFSZ = op_template("incfsz"),
+    TPL_INFSNZ = op_template("infsnz"),
+    TPL_MOVF = op_template("movf"),
+    TPL_RLCF = op_template("rlcf"),
+    TPL_RRCF = op_template("rrcf"),
+    TPL_CLRF = op_template("clrf"),
+    TPL_SETF = op_template("setf"),
+    TPL_NEGF = op_template("negf"),
+    TPL_BCF = op_template("bcf"),
+    TPL_BSF = op_template("bsf"),
+    TPL_BTG = op_template("btg"),
+    TPL_BTFSC = op_template("btfsc"),
+    TPL_BTFSS = op_template("btfss"),
+    TPL_ADDLW = op_template("addlw"),
+    TPL_SUBLW = op_template("sublw"),
+    TPL_ANDLW = op_template("andlw"),
+    TPL_IORLW = op_template("iorlw"),
+    TPL_XORLW = op_template("xorlw"),
+    TPL_MULLW = op_template("mullw"),
+    TPL_MOVLW = op_template("movlw"),
+    TPL_CALL = op_template("call"),
+    TPL_BRA = op_template("bra"),
+    TPL_RETURN = op_template("return"),
+    TPL_RETFIE = op_template("retfie"),
+    TPL_RETLW = op_template("retlw"),
+    TPL_BZ = op_template("bz"),
+    TPL_BNZ = op_template("bnz"),
+    TPL_BC = op_template("bc"),
+    TPL_BNC = op_template("bnc"),
+    TPL_BMI = op_template("bmi"),
+    TPL_BNN = op_template("bnn"),
+    TPL_DAW = op_template("daw"),
+    TPL_SLEEP = op_template("sleep"),
+    TPL_CLRW = op_template("clrw"),
+    TPL_TBLRD = op_template("tblrd"),
+    TPL_TBLRD_POSTINC = op_template("tblrdpostinc"),
+    TPL_TBLRD_PREINC = op_template("tblrdpreinc"),
+    TPL_INVERT = 0x1000,    // between btfsc and btfss, bcf and bsf
+    TPL_FAST = CALL_FAST,   // of a call that saves registers
 };
-// clang-format on

@@ -32,7 +32,6 @@
 #include "options.h"
 
 enum : unsigned { EQU_DEPTH = 1000, EQU_TEXT = 1 << 12 };   // names are printed as their values up to this
-enum : uint16_t { RETURN_FAST = 0x0001, CALL_FAST = 0x0100 };
 
 static struct {
     const text_sink_t *sink;

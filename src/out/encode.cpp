@@ -17,11 +17,12 @@
 
 #include "chip/chip.h"
 #include "code/layout.h"
-#include "code/ops.h"
+#include "code/oprows.h"
 #include "code/reduce.h"
 #include "common/alert.h"
 
 enum : uint32_t { ARCH_14BIT = ARCH_X };
+enum : uint32_t { CONTINUED = op_template("nop") };   // a second or third word, which does nothing where it is skipped to
 
 static const code_sink_t *sink;   // of the node that is being encoded
 
@@ -83,7 +84,10 @@ static void enc_pushl(const op_t *op) { put_field(op->op_subop, strict_operand(&
 static void enc_addulnk(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 6), 6); }
 static void enc_setcnt(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 6); }
 static void enc_movlb(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), bank_bits()); }
-static void enc_banksel(const op_t *op) { put_field(0x0100, calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits()); }
+static void enc_banksel(const op_t *op)
+{
+    put_field(op_template("movlb"), calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits());
+}
 static void enc_trap(const op_t *) { put_word(chip_archIs(ARCH_X | ARCH_IVT) ? 0x00C0 : 0x00E0); }
 
 static void enc_bit(const op_t *op)
@@ -108,14 +112,14 @@ static void enc_bit(const op_t *op)
 static void long_move_tail(const value_t &from, int64_t mask, const value_t &to, unsigned bits)
 {
     const value_t upper = calc(OPC_SHL, calc(OPC_AND, from, number(mask)), number(2));
-    put_field(0xF000, calc(OPC_OR, upper, calc(OPC_AND, calc(OPC_SHR, to, number(12)), number(3))), bits);
-    put_field(0xF000, calc(OPC_AND, to, number(4095)), 12);
+    put_field(CONTINUED, calc(OPC_OR, upper, calc(OPC_AND, calc(OPC_SHR, to, number(12)), number(3))), bits);
+    put_field(CONTINUED, calc(OPC_AND, to, number(4095)), 12);
 }
 
 static void enc_movffl(const op_t *op)
 {
     const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
-    put_field(0x0060, calc(OPC_SHR, from, number(10)), 4);
+    put_field(op_template("movffl"), calc(OPC_SHR, from, number(10)), 4);
     long_move_tail(from, 1023, to, 12);
 }
 
@@ -126,29 +130,29 @@ static void enc_movff(const op_t *op)
         return;
     }
     const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
-    put_field(0xC000, from, 12);
-    put_field(0xF000, to, 12);
+    put_field(op_template("movff"), from, 12);
+    put_field(CONTINUED, to, 12);
 }
 
 static void enc_movsf(const op_t *op)
 {
     const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
-    put_field(0xEB00, calc(OPC_AND, from, number(127)), 7);
-    put_field(0xF000, to, 12);
+    put_field(op_template("movsf"), calc(OPC_AND, from, number(127)), 7);
+    put_field(CONTINUED, to, 12);
 }
 
 static void enc_movsfl(const op_t *op)
 {
     const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
-    put_word(0x0002);
+    put_word(op_template("movsfl"));
     long_move_tail(from, 127, to, 9);
 }
 
 static void enc_movss(const op_t *op)
 {
     const value_t from = strict_operand(&op->op_opnd1, 7), to = strict_operand(&op->op_opnd2, 7);
-    put_field(0xEB80, calc(OPC_AND, from, number(127)), 7);
-    put_field(0xF000, calc(OPC_AND, to, number(127)), 7);
+    put_field(op_template("movss"), calc(OPC_AND, from, number(127)), 7);
+    put_field(CONTINUED, calc(OPC_AND, to, number(127)), 7);
 }
 
 static void enc_addfsr(const op_t *op)
@@ -162,17 +166,17 @@ static void enc_lfsr(const op_t *op)
     const unsigned low = chip_archIs(ARCH_14BIT) ? 10 : 8;
     const value_t reg = calc(OPC_SHL, operand(&op->op_opnd1), number(4)), to = operand(&op->op_opnd2);
     const value_t high = calc(OPC_AND, number(15), calc(OPC_SHR, to, number(low)));
-    put_field(0xEE00, calc(OPC_PLUS, high, reg), 6);
-    put_field(0xF000, calc(OPC_AND, number((1 << low) - 1), to), low);
+    put_field(op_template("lfsr"), calc(OPC_PLUS, high, reg), 6);
+    put_field(CONTINUED, calc(OPC_AND, number((1 << low) - 1), to), low);
 }
 
 static void enc_nop(const op_t *op)
 {
     if (op_size(op, 0) == 4) {
-        put_word(0xF000);
-        put_word(0xF000);
+        put_word(CONTINUED);
+        put_word(CONTINUED);
     } else {
-        put_word(op->op_subop == NOP2 ? 0xD000 : op->op_subop);
+        put_word(op->op_subop == NOP2 ? op_template("bra") : op->op_subop);
     }
 }
 
@@ -225,7 +229,7 @@ static void check_reach(const value_t &target, bool (*fits)(int64_t distance))
 static void put_long_goto(uint32_t word, const value_t &target)
 {
     put_field(word, calc(OPC_AND, calc(OPC_SHR, target, number(1)), number(255)), 8);
-    put_field(0xF000, calc(OPC_SHR, target, number(9)), 12);
+    put_field(CONTINUED, calc(OPC_SHR, target, number(9)), 12);
 }
 
 static void enc_bra(const op_t *op)
@@ -257,11 +261,11 @@ static void enc_bcc(const op_t *op)
         break;
     case 4:
         put_word(reversed | 1);
-        put_relative(0xD000, distance_to(target), 0x7FF);
+        put_relative(op_template("bra"), distance_to(target), 0x7FF);
         break;
     default:
         put_word(reversed | 2);
-        put_long_goto(0xEF00, target);
+        put_long_goto(op_template("goto"), target);
         break;
     }
 }
@@ -270,16 +274,16 @@ static void enc_goto(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
     if (branch_has_forms(op) && branch_form(op) == 2)
-        put_relative(0xD000, distance_to(target), 0x7FF);
+        put_relative(op_template("bra"), distance_to(target), 0x7FF);
     else
-        put_long_goto(0xEF00, target);
+        put_long_goto(op_template("goto"), target);
 }
 
 static void enc_call(const op_t *op)
 {
     const value_t target = operand(&op->op_opnd1);
     if (branch_form(op) == 2)
-        put_relative(0xD800, distance_to(target), 0x7FF);
+        put_relative(op_template("rcall"), distance_to(target), 0x7FF);
     else
         put_long_goto(op->op_subop, target);
 }

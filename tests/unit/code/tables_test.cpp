@@ -5,7 +5,7 @@
 #include <string>
 
 #include "chip/chipinfo.h"
-#include "code/ops.h"
+#include "code/oprows.h"
 #include "code/sfrop.h"
 
 static const op_row_t *keyword(const std::string &word) { return op_lookup_keyword(word.data(), word.size()); }
