@@ -170,7 +170,7 @@ static void list_node(const op_t *op)
 {
     if (op->op_offs != OFFS_MAX)
         emobj(op, &words);
-    const int64_t units = static_cast<int64_t>(op->op_offs / psect_delta(cur_psect->s_psect));
+    const int64_t units = static_cast<int64_t>(bytes_to_units(cur_psect->s_psect, op->op_offs).count);
     if (op->op_type != T_EQU && op->op_type != T_SET)
         list_address(psect_is_abs(cur_psect) ? value_const(units) : value_psect_offset(cur_psect, units));
 }
