@@ -1,8 +1,7 @@
 // chip: what is known of the target device.
 //
-// The reader (chipinfo) hands over a file's attributes one by one. Numbers and ranges land in the record at once, through
-// chip_setScalar and chip_addRange; a table says for each key which member that is, in each of the two families that the
-// file format describes. The family follows from the architecture, so the architecture has to be known before. The other
+// The reader (chipinfo) hands over a file's attributes one by one. Numbers and ranges land in the record at once
+// (keys), in the members that each of the two families has that the file format describes. The family follows from the architecture, so the architecture has to be known before. The other
 // keys wait in the attribute tables until zel1x_chip_post checks how often each key stands and takes their values apart.
 //
 // The register table is different: it is large, and a chip may borrow another chip's with ALIAS. So it is built when the
@@ -75,122 +74,6 @@ bool chip_isConfigAddr(int64_t addr)
     if (isZEL8(ci))
         return ci->c_cfgmem.lo < ci->c_cfgmem.hi && range_holds(ci->c_cfgmem, addr);
     return range_present(ci->c_config) && range_holds(ci->c_config, addr);
-}
-
-// ---- numbers and ranges
-
-typedef vec_t<memrange_t *> ranges_t;
-
-// Where a scalar goes in either family; null for nowhere. In the order of chip_scalar.
-static const struct {
-    uint32_t chipinfo_t::*zel8, chipinfo_t::*mid;
-} scalars[SCALAR_COUNT] = {
-    {&chipinfo_t::c_ramsize, nullptr},
-    {&chipinfo_t::c_romlast, &chipinfo_t::c_romsize},
-    {nullptr, nullptr},   // BANKS, 8 bits wide
-    {nullptr, &chipinfo_t::c_databank},
-    {nullptr, &chipinfo_t::c_sparebit},
-    {nullptr, &chipinfo_t::c_osccal},
-    {nullptr, &chipinfo_t::c_osccon},
-    {nullptr, &chipinfo_t::c_flash_read},
-    {nullptr, &chipinfo_t::c_flash_write},
-    {nullptr, &chipinfo_t::c_flash_erase},
-    {&chipinfo_t::c_stackdepth, &chipinfo_t::c_stackdepth},
-    {nullptr, &chipinfo_t::c_pagesize},
-    {nullptr, &chipinfo_t::c_banksize},
-    {nullptr, &chipinfo_t::c_linearbase},
-    {&chipinfo_t::c_pcbits, &chipinfo_t::c_pcbits},
-    {&chipinfo_t::c_eeadrbits, &chipinfo_t::c_eeadrbits},
-    {nullptr, &chipinfo_t::c_bankselbits},
-    {&chipinfo_t::c_bsrbits, nullptr},
-};
-
-void chip_setScalar(chipinfo_t *ci, uint32_t index, uint64_t value)
-{
-    bool zel8 = isZEL8(ci);
-    if (index >= SCALAR_COUNT || (!zel8 && !isZEL(ci)))
-        return;
-    if (zel8 && index == SCALAR_ROMSIZE && value != 0)
-        --value;
-    if (!zel8 && index == SCALAR_BANKS)
-        ci->c_banks = static_cast<uint8_t>(value);
-    const uint32_t number = static_cast<uint32_t>(value);
-    if (!zel8 && index == SCALAR_FLASH_WRITE && ci->c_flash_erase == 0)
-        ci->c_flash_erase = number;
-    if (auto field = zel8 ? scalars[index].zel8 : scalars[index].mid)
-        ci->*field = number;
-}
-
-// Where a range goes: to a member that holds one, or to a vector. `what` is named when only one range may stand.
-struct range_row_t {
-    memrange_t chipinfo_t::*one = nullptr;
-    ranges_t chipinfo_t::*many = nullptr;
-    const char *what = nullptr;
-};
-static const range_row_t no_range;
-
-// In the order of chip_range; VOLSFRS and the probe memories go their own ways.
-// clang-format off
-static const struct {
-    range_row_t zel8, mid;
-} ranges[RANGE_COUNT] = {
-    {no_range, {nullptr, &chipinfo_t::c_rambank, nullptr}},
-    {{&chipinfo_t::c_common, nullptr, "COMMON RAM"}, {nullptr, &chipinfo_t::c_commons, nullptr}},
-    {}, {}, {}, {}, {}, {}, {}, {},   // PROBE1RAM to PROBEXRAM
-    {no_range, {&chipinfo_t::c_flashdata, nullptr, nullptr}},
-    {},   // VOLSFRS
-    {{&chipinfo_t::c_eeprom, nullptr, nullptr}, {&chipinfo_t::c_eeprom, nullptr, nullptr}},
-    {no_range, {&chipinfo_t::c_config, nullptr, "CONFIG"}},
-    {no_range, {&chipinfo_t::c_idloc, nullptr, "IDLOC"}},
-    {{nullptr, &chipinfo_t::c_gprbanks, nullptr}, no_range},
-    {{nullptr, &chipinfo_t::c_sfrbanks, nullptr}, no_range},
-    {{&chipinfo_t::c_extmem, nullptr, nullptr}, no_range},
-    {{&chipinfo_t::c_cfgmem, nullptr, nullptr}, no_range},
-    {{&chipinfo_t::c_useridmem, nullptr, nullptr}, no_range},
-    {{&chipinfo_t::c_devidmem, nullptr, nullptr}, no_range},
-    {{&chipinfo_t::c_sfrcommon, nullptr, "SFRCOMMON RAM"}, no_range},
-};
-// clang-format on
-
-static void append_range(ranges_t *v, uint32_t lo, uint32_t hi)
-{
-    if (!*v)
-        *v = vec_make<memrange_t *>();
-    memrange_t *r = xnew<memrange_t>();
-    *r = {lo, hi, nullptr};
-    vec_add(*v, r);
-}
-
-void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi)
-{
-    bool zel8 = isZEL8(ci);
-    if (index >= RANGE_COUNT || (!zel8 && !isZEL(ci)))
-        return;
-    if (index == RANGE_VOLSFRS) {
-        if (!ci->c_volsfrs_read)
-            ci->c_volsfrs_read = vec_make<uint64_t>();
-        return vec_add(ci->c_volsfrs_read, range_word(lo, hi));
-    }
-    if (zel8)
-        switch (index) {
-        case RANGE_PROBE2RAM: return append_range(&ci->c_probe[0], lo, hi);
-        case RANGE_PROBE2ROM: return append_range(&ci->c_probe[1], lo, hi);
-        case RANGE_PROBEXRAM: return append_range(&ci->c_probe[2], lo, hi);
-        case RANGE_PROBEXROM: return append_range(&ci->c_probe[3], lo, hi);
-        default: break;
-        }
-    const range_row_t &row = zel8 ? ranges[index].zel8 : ranges[index].mid;
-    if (row.one) {
-        if (row.what && range_present(ci->*row.one))
-            chipinfo_fail(ci, "Too many %s ranges defined", row.what);
-        if (row.what && zel8 && lo > hi)
-            chipinfo_fail(ci, "Invalid %s limits", index == RANGE_COMMON ? "COMMON" : "SFRCOMMON");
-        ci->*row.one = {lo, hi, nullptr};
-    } else if (row.many) {
-        append_range(&(ci->*row.many), lo, hi);
-        if (index == RANGE_RAMBANK)
-            ci->c_rambanks = static_cast<uint8_t>(vec_size(ci->c_rambank));
-    }
 }
 
 // ---- checks and structured values
@@ -621,7 +504,7 @@ static void maximise_gpr(chipinfo_t *ci)
         if (i < vec_size(ci->c_gprbanks))
             *vec_elementAt(ci->c_gprbanks, i) = {r->lo, r->hi, nullptr};
         else
-            append_range(&ci->c_gprbanks, r->lo, r->hi);
+            range_append(&ci->c_gprbanks, r->lo, r->hi);
     }
     range_free(gpr);
     range_free(taken);
@@ -642,7 +525,7 @@ static void pad_banks(ranges_t *v, uint32_t banks, uint32_t banksize)
     }
     for (uint32_t bank = real_banks; bank < banks; ++bank) {
         uint32_t lo = bank * banksize + chunk_lo;
-        append_range(v, lo, lo + (chunk_hi - chunk_lo));
+        range_append(v, lo, lo + (chunk_hi - chunk_lo));
     }
 }
 

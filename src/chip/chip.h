@@ -139,24 +139,6 @@ bool chip_isConfigAddr(int64_t addr);
 sfr_t *chip_findSFR(chipinfo_t *ci, const char *name);   // null if there is none; builds the SFR table at first
 void chip_maximise(chipinfo_t *ci);                      // --maxizel: all the memory that the address bits allow
 
-// For the reader of the chip information file. The numbers are the positions among the keys of scalars and of ranges.
-// clang-format off
-enum chip_scalar : uint32_t {
-    SCALAR_RAMSIZE, SCALAR_ROMSIZE, SCALAR_BANKS, SCALAR_DATABANK, SCALAR_SPAREBIT, SCALAR_OSCCAL, SCALAR_OSCCON,
-    SCALAR_FLASH_READ, SCALAR_FLASH_WRITE, SCALAR_FLASH_ERASE, SCALAR_STACKDEPTH, SCALAR_PAGESIZE, SCALAR_BANKSIZE,
-    SCALAR_LINEARBASE, SCALAR_PCBITS, SCALAR_EEADRBITS, SCALAR_BANKSELBITS, SCALAR_BSRBITS, SCALAR_COUNT
-};
-// clang-format on
-// clang-format off
-enum chip_range : uint32_t {
-    RANGE_RAMBANK, RANGE_COMMON, RANGE_PROBE1RAM, RANGE_PROBE1ROM, RANGE_PROBE2RAM, RANGE_PROBE2ROM, RANGE_PROBE3RAM,
-    RANGE_PROBE3ROM, RANGE_PROBEXROM, RANGE_PROBEXRAM, RANGE_FLASHDATA, RANGE_VOLSFRS, RANGE_EEPROM, RANGE_CONFIG,
-    RANGE_IDLOC, RANGE_GPRBANKS, RANGE_SFRBANKS, RANGE_EXTMEM, RANGE_CFGMEM, RANGE_USERIDMEM, RANGE_DEVIDMEM,
-    RANGE_SFRCOMMON, RANGE_COUNT
-};
-// clang-format on
-// On a chip of neither family these do nothing. Message 919 on a range that may not stand.
-void chip_setScalar(chipinfo_t *ci, uint32_t index, uint64_t value);   // cut to the 32 bits of the record
-void chip_addRange(chipinfo_t *ci, uint32_t index, uint32_t lo, uint32_t hi);
+// For the reader of the chip information file.
 // Checks the record and derives the structured fields, when the section has been read. Messages 1015 to 1019, 919.
 void zel1x_chip_post(chipinfo_t *ci);

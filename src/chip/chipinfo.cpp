@@ -23,6 +23,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include "chip/keys.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/stringcache.h"
@@ -86,48 +87,6 @@ const char *chip_alias_INI_path(const chipinfo_t *ci)
 }
 
 // ---- keys
-
-// The vocabulary. S: one hexadecimal number; R: ranges; T: text, or a form that is taken apart later.
-struct keyword_t {
-    const char *name;
-    char kind;
-};
-static constexpr keyword_t keys[] = {
-    {"SFRFILE", 'T'},     {"MODULE", 'T'},     {"JARS", 'T'},        {"MANUFACTURER", 'T'}, {"COMPILER", 'T'},
-    {"DEBUGGER", 'T'},    {"DEFAULTMEM", 'T'}, {"DEFAULTREG", 'T'},  {"ARCHCLASS", 'T'},    {"MAKE", 'T'},
-    {"ALIAS", 'T'},       {"RAMSIZE", 'S'},    {"ROMSIZE", 'S'},     {"BANKS", 'S'},        {"DATABANK", 'S'},
-    {"SPAREBIT", 'S'},    {"OSCCAL", 'S'},     {"OSCCON", 'S'},      {"FLASH_READ", 'S'},   {"FLASH_WRITE", 'S'},
-    {"FLASH_ERASE", 'S'}, {"STACKDEPTH", 'S'}, {"PAGESIZE", 'S'},    {"BANKSIZE", 'S'},     {"LINEARBASE", 'S'},
-    {"PCBITS", 'S'},      {"EEADRBITS", 'S'},  {"BANKSELBITS", 'S'}, {"BSRBITS", 'S'},      {"RAMBANK", 'R'},
-    {"COMMON", 'R'},      {"PROBE1RAM", 'R'},  {"PROBE1ROM", 'R'},   {"PROBE2RAM", 'R'},    {"PROBE2ROM", 'R'},
-    {"PROBE3RAM", 'R'},   {"PROBE3ROM", 'R'},  {"PROBEXROM", 'R'},   {"PROBEXRAM", 'R'},    {"FLASHDATA", 'R'},
-    {"VOLSFRS", 'R'},     {"EEPROM", 'R'},     {"CONFIG", 'R'},      {"IDLOC", 'R'},        {"GPRBANKS", 'R'},
-    {"SFRBANKS", 'R'},    {"EXTMEM", 'R'},     {"CFGMEM", 'R'},      {"USERIDMEM", 'R'},    {"DEVIDMEM", 'R'},
-    {"SFRCOMMON", 'R'},   {"PROCID", 'T'},     {"START", 'T'},       {"LIB", 'T'},          {"ERRATA", 'T'},
-    {"FAMILY", 'T'},      {"FLASH_EW", 'T'},   {"PLIB", 'T'},        {"IVTBASE", 'T'},      {"INTSTAT", 'T'},
-    {"INTSRC", 'T'},      {"IVTENABLE", 'T'},  {"SFR", 'T'},         {"SFRFLD", 'T'},       {"PROGMEM", 'T'},
-    {"FLASHTYPE", 'T'},   {"OSCHOW", 'T'},     {"EEPROMINT", 'T'},
-};
-enum : unsigned { KEY_COUNT = sizeof keys / sizeof keys[0] };
-
-// The number of keys of a kind ahead of key `n`: the index that the record knows a scalar or range key by.
-static constexpr uint32_t index_in_kind(unsigned n, char kind)
-{
-    uint32_t index = 0;
-    for (unsigned i = 0; i < n; ++i)
-        index += keys[i].kind == kind;
-    return index;
-}
-static_assert(KEY_COUNT == 68);
-static_assert(index_in_kind(KEY_COUNT, 'S') == SCALAR_COUNT && index_in_kind(KEY_COUNT, 'R') == RANGE_COUNT);
-
-static int find_key(const char *name)
-{
-    for (unsigned i = 0; i < KEY_COUNT; ++i)
-        if ((name[0] & 0x5F) == keys[i].name[0] && strcasecmp(name, keys[i].name) == 0)
-            return static_cast<int>(i);
-    return -1;
-}
 
 static uint32_t attribute_hash(word_t key)
 {
@@ -197,17 +156,17 @@ static bool scan_hex(const char *s, uint64_t *out)
 }
 
 // Hands a key's pairs of bounds to the record. The text is cut up.
-static void read_ranges(chipinfo_t *ci, const char *key, uint32_t index, char *text)
+static void read_ranges(chipinfo_t *ci, const key_row_t *key, char *text)
 {
     char *rest, *word = strtok_r(text, "-,", &rest);
     do {
         uint64_t lo, hi;
         const char *second = word ? strtok_r(nullptr, "-,", &rest) : nullptr;
         if (!second || !scan_hex(word, &lo) || !scan_hex(second, &hi) || lo > hi) {
-            alert_msg(1022, key, st.file, st.line);
+            alert_msg(1022, key_name(key), st.file, st.line);
             return;
         }
-        chip_addRange(ci, index, static_cast<uint32_t>(lo), static_cast<uint32_t>(hi));   // the record has 32 bits
+        key_add_range(ci, key, static_cast<uint32_t>(lo), static_cast<uint32_t>(hi));   // the record has 32 bits
         word = strtok_r(nullptr, "-,", &rest);
     } while (word);
 }
@@ -250,11 +209,11 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
     char *text = strtok_r(nullptr, ":= \t\r\n", &rest);
     if (strcasecmp(name, "ARCH") == 0)
         return set_arch(ci, level, text);
-    int at = find_key(name);
-    if (at < 0)
+    const key_row_t *row = key_find(name);
+    if (!row)
         return report_unknown(name);
 
-    const char *key = keys[at].name, *value = cache_string(text);
+    const char *key = key_name(row), *value = cache_string(text);
     if (strcmp(key, "ALIAS") == 0) {   // of several the last one, also if it is bare
         if (level->section)
             ci->c_alias = value;
@@ -262,18 +221,17 @@ static void read_attribute(chipinfo_t *ci, level_t *level, char *s)
     }
     if (strcmp(key, "MAKE") == 0 && level->section)
         ci->c_make = value;
-    char kind = keys[at].kind;
-    uint32_t index = index_in_kind(static_cast<unsigned>(at), kind);
-    if (value && kind != 'T' && level->section && !ci->c_arch)
+    const key_kind_t kind = key_kind(row);
+    if (value && kind != KEY_TEXT && level->section && !ci->c_arch)
         alert_msg(1026, st.file, st.line);
-    if (value && kind == 'S') {
+    if (value && kind == KEY_NUMBER) {
         uint64_t number;
         if (scan_hex(value, &number))
-            chip_setScalar(ci, index, number);
+            key_set_number(ci, row, number);
         else
             alert_msg(1021, key, st.file, st.line);
-    } else if (value && kind == 'R') {
-        read_ranges(ci, key, index, text);
+    } else if (value && kind == KEY_RANGES) {
+        read_ranges(ci, row, text);
     }
 
     vec_t<const char *> list = {hash_lookup(*level->attrs, key)};

@@ -118,3 +118,12 @@ void range_free(memrange_t *list)
         list = next;
     }
 }
+
+void range_append(ranges_t *v, uint32_t lo, uint32_t hi)
+{
+    if (!*v)
+        *v = vec_make<memrange_t *>();
+    memrange_t *r = xnew<memrange_t>();
+    *r = {lo, hi, nullptr};
+    vec_add(*v, r);
+}

@@ -18,6 +18,10 @@ struct memrange_t {
 void add_discrete_range(memrange_t **list, uint32_t lo, uint32_t hi, bool join);
 // The same in pieces that cross no multiple of `page`; 0 for one piece.
 void add_range_split(memrange_t **list, uint32_t lo, uint32_t hi, uint32_t page, bool join);
+// A vector of ranges in the order in which they came; made at the first.
+typedef vec_t<memrange_t *> ranges_t;
+void range_append(ranges_t *v, uint32_t lo, uint32_t hi);
+
 // A list of ranges that may overlap and stand in any order, a word each; the vector is sorted. Those that touch become one.
 inline uint64_t range_word(uint32_t lo, uint32_t hi) { return uint64_t{lo} << 32 | hi; }
 memrange_t *range_list(vec_t<uint64_t> ranges);
