@@ -282,7 +282,7 @@ static bool reduce_node(value_t *v, const value_t *kids)
     } else if (left_const && right_const) {
         become_const(v, wrap_plus(offs, right ? fold_binary(v->v_rtype, left->v_offs, right->v_offs)
                                               : fold_unary(v->v_rtype, left->v_offs)));
-    } else if (v->v_rtype == RT_SUB && right_const) {
+    } else if (v->v_rtype == RT_SUB && right && right_const) {
         *v = *left;
         v->v_offs = wrap_plus(offs, wrap_minus(left->v_offs, right->v_offs));
     } else if (v->v_rtype == RT_SUB && right && same_base(left, right)) {
