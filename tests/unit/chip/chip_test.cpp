@@ -121,7 +121,8 @@ TEST_F(Chip, LinesAndValues)
     EXPECT_EQ(show(&ci->c_devidmem), "1-5 ");                // of 64 bits the lower ones
     EXPECT_EQ(show(ci->c_volsfrs), "F60-F61 F70-F7E F80-F9F ");
     EXPECT_EQ(show(ci->c_probe[0]) + show(ci->c_probe[3]), "1-2 3-4 5-6 ");
-    EXPECT_TRUE(ci->c_romlast == 0x7FFF && ci->c_eeadrbits == 10);
+    EXPECT_EQ(ci->c_romlast, 0x7FFFu);
+    EXPECT_EQ(ci->c_eeadrbits, 10u);
     for (const char *bad : {"1G", "0x", "-1", "10000000000000000", "5,6"})
         fails(zel8(std::string("stackdepth=") + bad + "\n"), 1021, "syntax error reading \"STACKDEPTH\" value", 14);
     for (const char *bad : {"10", "20-10", "1-2,3", "x-y", ",", "0-10000000000000000"})
@@ -151,8 +152,12 @@ TEST_F(Chip, Registers)
     sfr_t *a = chip_findSFR(ci, "a"), *al = chip_findSFR(ci, "low"), *ah = chip_findSFR(ci, "AH");
     sfr_t *c = chip_findSFR(ci, "C");
     ASSERT_TRUE(a && al && ah && c);
-    EXPECT_TRUE(chip_findSFR(ci, "B") == a && a->sfr_width == 16 && !a->sfr_fields);
-    EXPECT_TRUE(vec_size(a->sfr_kids) == 2 && vec_elementAt(a->sfr_kids, 1) == ah && ah->sfr_parent == a);
+    EXPECT_EQ(chip_findSFR(ci, "B"), a);
+    EXPECT_EQ(a->sfr_width, 16u);
+    EXPECT_FALSE(a->sfr_fields);
+    EXPECT_EQ(vec_size(a->sfr_kids), 2u);
+    EXPECT_EQ(vec_elementAt(a->sfr_kids, 1), ah);
+    EXPECT_EQ(ah->sfr_parent, a);
     EXPECT_EQ(c->sfr_parent, nullptr);   // the joined register was full
     EXPECT_EQ(skiplist_lookup(ci->c_sfrtab->sfrsAddrTab, 0xF00), a);
     static const struct {
@@ -163,8 +168,9 @@ TEST_F(Chip, Registers)
                   {c, "G", 0},     {c, "H", 0xFFFFFFF0}, {c, "I", 0xFFFFFFFF}};
     for (const auto &f : fields)
         EXPECT_EQ(skiplist_lookup(f.owner->sfr_fields, f.name)->fld_mask, f.mask) << f.name;
-    EXPECT_EQ(chip_findSFR(ci, "N")->sfr_address, 0xE00u);                   // out of order, and no harm
-    EXPECT_TRUE(load(zel8("SFRFLD=A,FF2,0,1\n")) && said.empty()) << said;   // of no register: passed over
+    EXPECT_EQ(chip_findSFR(ci, "N")->sfr_address, 0xE00u);   // out of order, and no harm
+    EXPECT_TRUE(load(zel8("SFRFLD=A,FF2,0,1\n"))) << said;
+    EXPECT_TRUE(said.empty()) << said;   // of no register: passed over
     assertion_mode = 2;
     load(zel8("SFRFLD=A,FF2,0,1\n"));
     assertion_mode = 0;
@@ -173,7 +179,8 @@ TEST_F(Chip, Registers)
 
     write_file(path("zel8t2.ini"), zel8("SFR=LENT,FF5,8\n", "ZEL8T2"));
     ci = load(zel8("ALIAS=ZEL8T2\n"));
-    EXPECT_TRUE(ci && chip_findSFR(ci, "lent")) << said;                   // beside the chip's own file
+    ASSERT_TRUE(ci) << said;
+    EXPECT_TRUE(chip_findSFR(ci, "lent")) << said;                         // beside the chip's own file
     EXPECT_FALSE(chip_findSFR(load("ALIAS=ZEL8T2\n" + zel8()), "LENT"));   // of no section
     EXPECT_FALSE(chip_findSFR(load(zel8("ALIAS=ZEL8T2\nALIAS\n")), "LENT"));
     write_file(path("zel8t4.ini"), zel8("ALIAS=ZEL8T5\n", "ZEL8T4"));
@@ -189,12 +196,15 @@ TEST_F(Chip, Maximise)
     ci->c_sfrcommon = {0x360, 0x3FF, nullptr};
     *vec_elementAt(ci->c_sfrbanks, 0) = {0x1F0, 0x20F, nullptr};
     chip_maximise(ci);
-    EXPECT_TRUE(ci->c_romlast == 1u << 21 && ci->c_eeprom.hi == 0x2403FF && ci->c_ramsize == 0x400);
+    EXPECT_EQ(ci->c_romlast, 1u << 21);
+    EXPECT_EQ(ci->c_eeprom.hi, 0x2403FFu);
+    EXPECT_EQ(ci->c_ramsize, 0x400u);
     EXPECT_EQ(show(ci->c_gprbanks), "60-FF 100-1EF 210-2FF 300-35F ");
     ci->c_bsrbits = ci->c_pcbits = ci->c_eeadrbits = UINT32_MAX;   // absurd widths are cut
     vec_elementAt(ci->c_sfrbanks, 0)->hi = UINT32_MAX;
     chip_maximise(ci);
-    EXPECT_TRUE(ci->c_romlast == 1u << 31 && ci->c_ramsize == 1u << 24);
+    EXPECT_EQ(ci->c_romlast, 1u << 31);
+    EXPECT_EQ(ci->c_ramsize, 1u << 24);
     EXPECT_EQ(show(ci->c_gprbanks), "60-FF 100-1EF 210-2FF 300-35F ");   // old entries beyond the result stay
     ci = load("[ZEL8T1]\nARCH=ZEL2E\nROMSIZE=800\nBANKS=104\nBANKSIZE=80\nPAGESIZE=800\nSTACKDEPTH=8\nPCBITS=B\n"
               "BANKSELBITS=2\nRAMBANK=20-7F,B0-EF\nCOMMON=70-7F\nCONFIG=400-400\nSFR=WREG,3,8\nSFRFLD=W,3,0,1\n");

@@ -54,7 +54,8 @@ TEST_F(Expr, Reduction)
     define("p", value_psect_offset(abs_psect, 40));   // a label's place is left to the encoder
     EXPECT_EQ(evaluated(ref("p")).v_rtype, RT_SYM);
     same = evaluated(minus_x);   // minus a number that came later is an addend
-    EXPECT_TRUE(same.v_rtype == RT_SYM && same.v_offs == 1 - 0x33);
+    EXPECT_EQ(same.v_rtype, RT_SYM);
+    EXPECT_EQ(same.v_offs, 1 - 0x33);
     sym_enter("mac", 0)->s_flags = S_MACRO;   // its value is something else
     EXPECT_EQ(evaluated(ref("mac")).v_rtype, RT_SYM);
 }
@@ -90,7 +91,9 @@ TEST_F(Expr, Equality)
     auto equal = [](value_t a, value_t b) { return value_equal(&a, &b); };
     const value_t x = ref("x"), y = ref("y"), place = value_psect_offset(abs_psect, 1);
     EXPECT_TRUE(equal(binary(OPC_AND, unary(OPC_LOW, x), y), binary(OPC_AND, unary(OPC_LOW, x), y)));
-    EXPECT_FALSE(equal(num(4), num(5)) || equal(x, y) || equal(x, binary(OPC_PLUS, x, num(1))));
+    EXPECT_FALSE(equal(num(4), num(5)));
+    EXPECT_FALSE(equal(x, y));
+    EXPECT_FALSE(equal(x, binary(OPC_PLUS, x, num(1))));
     EXPECT_FALSE(equal(binary(OPC_AND, x, y), binary(OPC_AND, y, x)));
     EXPECT_FALSE(equal(unary(OPC_LOW, x), unary(OPC_HIGH, x)));
     EXPECT_FALSE(equal(place, place));   // only numbers and symbols are equal

@@ -42,7 +42,8 @@ TEST(List, DeletionAndReuse)
     op_comment_add(";! summary\nrest", 10);
     op_t *a = append(T_NOP), *b = append(T_NOP);
     EXPECT_EQ(comments(a), "\n; one\n; two\n");
-    EXPECT_TRUE(vec_size(op_more(a)->op_comment) == 3 && !op_comments_any(b));
+    EXPECT_EQ(vec_size(op_more(a)->op_comment), 3u);
+    EXPECT_FALSE(op_comments_any(b));
     EXPECT_EQ(op_delete(a), 1);
     EXPECT_EQ(comments(b), "\n; one\n; two\n");
     EXPECT_EQ(op_delete_if_live(a), 0);
@@ -51,7 +52,8 @@ TEST(List, DeletionAndReuse)
     EXPECT_EQ(comments(&code->tail), "\n; one\n; two\n");
     op_t *again = append(T_NOP);
     EXPECT_EQ(again, b);   // recycled, and clean
-    EXPECT_TRUE(!op_comments_any(again) && again->op_id != 0);
+    EXPECT_FALSE(op_comments_any(again));
+    EXPECT_NE(again->op_id, 0u);
 }
 
 TEST(List, TargetsAndReferences)
@@ -62,8 +64,11 @@ TEST(List, TargetsAndReferences)
     append(T_NUMLABEL);
     op_t *landing = append(T_NOP), *second = append(T_BCC, "end"), *end = append_label("end", S_GLOBAL | S_UNDEF);
     op_t *skips_last = append(T_CPFSEQ), *last = append(T_DECFSZ);
-    EXPECT_TRUE(op_target(jump) == end && op_target(skip) == landing && !op_target(landing));
-    EXPECT_TRUE(op_target(skips_last) == &cur_psect->s_psect->p_code->tail && !op_target(last));
+    EXPECT_EQ(op_target(jump), end);
+    EXPECT_EQ(op_target(skip), landing);
+    EXPECT_FALSE(op_target(landing));
+    EXPECT_EQ(op_target(skips_last), &cur_psect->s_psect->p_code->tail);
+    EXPECT_FALSE(op_target(last));
     list_build_refs(cur_psect);
     EXPECT_TRUE(sym_find("start")->s_flags & S_DEFHERE);
     EXPECT_EQ(vec_size(op_more(end)->op_refs), 2u);

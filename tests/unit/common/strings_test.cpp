@@ -20,7 +20,8 @@ TEST(StringCache, EqualTextIsOnePointer)
     EXPECT_EQ(cache_string("adopted"), fresh);
     std::string wide(20000, 'x');
     EXPECT_EQ(cache_printf("<%s>", wide.c_str()), "<" + wide + ">");
-    EXPECT_TRUE(cache_suffix("x.abc", "abc") == s && cache_after_prefix_nocase("X.abc", "x.") == s);
+    EXPECT_EQ(cache_suffix("x.abc", "abc"), s);
+    EXPECT_EQ(cache_after_prefix_nocase("X.abc", "x."), s);
     cache_size = 0;   // off, though there is a table
     EXPECT_NE(cache_string("abc"), s);
     cache_size = 5077;
@@ -71,6 +72,7 @@ TEST(Xalloc, BlocksAndTooMuch)
     // With no catalogue at hand the message has no text of its own, and is still the end.
     for (size_t size : {SIZE_MAX, SIZE_MAX / 2}) {
         outcome_t o = in_child([&] { xalloc(size); });
-        EXPECT_TRUE(o.status == 1 && o.text.find("(296) ") != o.text.npos) << o.text;
+        EXPECT_EQ(o.status, 1) << o.text;
+        EXPECT_NE(o.text.find("(296) "), o.text.npos) << o.text;
     }
 }

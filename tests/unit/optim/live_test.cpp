@@ -77,9 +77,12 @@ TEST_F(Optim, KnowledgeOfW)
     reg_forget_all();
     reg_load_w(&five);
     reg_load_w(&x);
-    EXPECT_TRUE(reg_w_known() && reg_w_value() == 5 && opnd_same(&reg.w_reg, &x));
+    EXPECT_TRUE(reg_w_known());
+    EXPECT_EQ(reg_w_value(), 5);
+    EXPECT_TRUE(opnd_same(&reg.w_reg, &x));
     reg_written(&x);
-    EXPECT_TRUE(reg_w_known() && reg.w_reg.opnd_kind == OPND_NONE);
+    EXPECT_TRUE(reg_w_known());
+    EXPECT_EQ(reg.w_reg.opnd_kind, OPND_NONE);
     reg_load_w(&x);
     reg_load_w(&five);
     EXPECT_EQ(reg.w_reg.opnd_kind, OPND_NONE);
@@ -95,7 +98,8 @@ TEST_F(Optim, KnowledgeOfW)
     reg_load_w(operand(0));
     reg_stored_through(operand(3));
     EXPECT_FALSE(stays(1, 3));
-    EXPECT_TRUE(stays(2, 3) && stays(2, 4));
+    EXPECT_TRUE(stays(2, 3));
+    EXPECT_TRUE(stays(2, 4));
     EXPECT_TRUE(stays(1, 3));
     EXPECT_FALSE(stays(2, 3));
     EXPECT_EQ(value_left(&operand(0)->opnd_value)->v_offs, 0);

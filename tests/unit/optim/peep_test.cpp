@@ -102,9 +102,12 @@ TEST_F(Optim, ChangesAndPasses)
     opt_changed = false;
     const uint16_t redundant = opt_counter(CNT_REDUNDANT_OPS);
     peep_walk(psect);
-    EXPECT_TRUE(node(psect, 0)->op_type == T_GOTO && !opt_changed && opt_counter(CNT_REDUNDANT_OPS) == redundant);
+    EXPECT_EQ(node(psect, 0)->op_type, T_GOTO);
+    EXPECT_FALSE(opt_changed);
+    EXPECT_EQ(opt_counter(CNT_REDUNDANT_OPS), redundant);
     peep_walk(assemble("movff x,x / comf y,w / DEAD"));
-    EXPECT_TRUE(opt_changed && opt_counter(CNT_REDUNDANT_OPS) == redundant + 1);
+    EXPECT_TRUE(opt_changed);
+    EXPECT_EQ(opt_counter(CNT_REDUNDANT_OPS), redundant + 1);
 
     for (uint32_t group : {1u, 2u}) {
         const psect_t *callee = assemble("call fn / return / psect u,class=CODE,group=1,minocg / fn: / return")->s_psect;
