@@ -25,7 +25,6 @@
 #include "env/html.h"
 #include "env/qvdebug.h"
 #include "options.h"
-#include "run.h"
 
 constexpr const char *PRODUCT = "ZEL8 Assembler";
 
@@ -34,13 +33,17 @@ static struct {
     int argc;
     char **argv;
     int first_errors = -1;   // what standard error was before the first -E<file>
+    const char *obj_file, *list_file;
+    const char *version = "";   // of -ver=
 } command;
+
+static options_t &asked = options_to_write();
 
 // Words of a stream.
 
 constexpr char CTRL_Z = 0x1A;
 constexpr int WORD_BUFFER = 2048;   // a word's bytes with its NUL
-constexpr int VECTOR_STEP = 1024;   // entries
+constexpr int WORDS_FIRST = 1024;
 
 struct words_t {
     char **list;
@@ -51,13 +54,7 @@ struct words_t {
 
 static void end_word(words_t *w)
 {
-    if (w->count + 1 >= w->room) {
-        char **larger = xnew<char *>(static_cast<size_t>(w->room) + VECTOR_STEP);
-        if (w->count)
-            memcpy(larger, w->list, static_cast<size_t>(w->count) * sizeof *larger);
-        w->list = larger;
-        w->room += VECTOR_STEP;
-    }
+    xreserve(w->list, w->count, w->count + 2, w->room, WORDS_FIRST);   // with a null behind the last
     w->list[w->count++] = xstrndup(w->word, static_cast<size_t>(w->length));
     w->length = 0;
 }
@@ -186,22 +183,22 @@ static int decimal(const char *text)
 
 static void option_a(const char *arg)
 {
-    (strcasecmp(arg + 1, "auto_inline") == 0 ? opt.auto_inline : opt.asm_output) = true;
+    (strcasecmp(arg + 1, "auto_inline") == 0 ? asked.auto_inline : asked.asm_output) = true;
 }
 
 static void option_b(const char *arg)
 {
-    if (!opt.keep_labels)
-        opt.keep_labels = hash_make<const char *, uint64_t>(127, hash_string, hash_strcmp);
-    hash_insert(opt.keep_labels, cache_string(arg + 2), 1);
+    if (!asked.keep_labels)
+        asked.keep_labels = hash_make<const char *, uint64_t>(127, hash_string, hash_strcmp);
+    hash_insert(asked.keep_labels, cache_string(arg + 2), 1);
 }
 
 static void option_c(const char *arg)
 {
     if (arg[2])
-        opt.user_chipinfo_path = arg + 2;
-    else if (opt.cross_ref < UINT8_MAX)
-        opt.cross_ref++;
+        asked.user_chipinfo_path = arg + 2;
+    else if (asked.cross_ref < UINT8_MAX)
+        asked.cross_ref++;
 }
 
 static void no_error_file(const char *file)
@@ -222,9 +219,9 @@ static void option_e(const char *arg)
 {
     const char *rest = arg + 2;
     if (!*rest) {
-        opt.structured = 1;
+        asked.structured = 1;
     } else if (rest[0] >= '0' && rest[0] <= '9' && !rest[1]) {
-        opt.structured = static_cast<uint8_t>(rest[0] - '0');
+        asked.structured = static_cast<uint8_t>(rest[0] - '0');
     } else {
         // Opened first, since a stream that fails to reopen would swallow the message that says so.
         FILE *to = guard_open(rest, "a", lost_error_file);
@@ -237,65 +234,65 @@ static void option_e(const char *arg)
         if (to)
             fclose(to);
     }
-    alert_set_structured(opt.structured);
+    alert_set_structured(asked.structured);
 }
 
 static void option_f(const char *arg)
 {
-    opt.form_length = decimal(arg + 2);
-    if (opt.form_length != 0 && opt.form_length <= 14)
+    asked.form_length = decimal(arg + 2);
+    if (asked.form_length != 0 && asked.form_length <= 14)
         alert_msg(835);
 }
 
-static void option_h(const char *) { opt.hex_output = true; }
-static void option_i(const char *) { opt.list_all = opt.list_expand = true; }
+static void option_h(const char *) { asked.hex_output = true; }
+static void option_i(const char *) { asked.list_all = true; }
 
 static void option_l(const char *arg)
 {
-    opt.list_enabled = true;
+    asked.list_enabled = true;
     if (arg[2])
-        opt.list_file = arg + 2;
+        command.list_file = arg + 2;
 }
 
 static void option_m(const char *arg)
 {
     if (strncmp(arg, "-mcpu=", 6) == 0)
-        opt.chip_name = cache_upper(arg + 6);
+        asked.chip_name = cache_upper(arg + 6);
 }
 
 static void option_n(const char *arg)
 {
     if (strncasecmp(arg + 1, "no_pa", 5) == 0)
-        opt.no_pa = true;
+        asked.no_pa = true;
     else if (strncasecmp(arg + 1, "no_inline", 9) == 0)
-        opt.no_inline = true;
+        asked.no_inline = true;
     else if (strncasecmp(arg + 1, "no_trans", 8) == 0)
-        opt.no_trans = true;
+        asked.no_trans = true;
 }
 
 static void option_o(const char *arg)
 {
     if (arg[2])
-        opt.obj_file = arg + 2;
+        command.obj_file = arg + 2;
     else
-        opt.optimise = true;
+        asked.optimise = true;
 }
 
 static void option_r(const char *) {}   // a number that no part of the program needs any more
 
 static void option_t(const char *arg)
 {
-    opt.page_width = decimal(arg + 2);
-    if (opt.page_width < 60)
+    asked.page_width = decimal(arg + 2);
+    if (asked.page_width < 60)
         alert_msg(834);
 }
 
 static void option_v(const char *arg)
 {
     if (strncmp(arg, "-ver=", 5) == 0)
-        opt.version_text = arg + 5;
+        command.version = arg + 5;
     else
-        opt.line_records = true;
+        asked.line_records = true;
 }
 
 static void option_w(const char *arg)
@@ -305,12 +302,12 @@ static void option_w(const char *arg)
     alert_set_level(decimal(arg + 2));
 }
 
-static void option_x(const char *) { opt.no_locals = true; }
+static void option_x(const char *) { asked.no_locals = true; }
 
 static void option_chip(const char *arg)
 {
-    if (!opt.chip_name)
-        opt.chip_name = cache_upper(arg + 1);
+    if (!asked.chip_name)
+        asked.chip_name = cache_upper(arg + 1);
 }
 
 static void long_option(const char *arg);
@@ -340,9 +337,9 @@ static void option_version(const char *)
            "assembler", ASZEL8_VERSION, ' ', BUILD_DATE, "release", BUILD_STAMP);
     if (fflush(stdout) != 0) {
         perror("standard output");
-        run_stop(1);
+        alert_stop(1);
     }
-    run_stop(0);
+    alert_stop(0);
 }
 
 // Two spellings of each word count, and no mixture of them.
@@ -353,17 +350,17 @@ static bool has_word(const char *text, const char *upper, const char *lower)
 
 static void option_opt(const char *words)
 {
-    opt.opt_debug |= has_word(words, "DEBUG", "debug");
-    opt.opt_speed |= has_word(words, "SPEED", "speed");
-    opt.opt_space |= has_word(words, "SPACE", "space");
+    asked.opt_debug |= has_word(words, "DEBUG", "debug");
+    asked.opt_speed |= has_word(words, "SPEED", "speed");
+    asked.opt_space |= has_word(words, "SPACE", "space");
 }
 
-static void option_opt_report(const char *file) { opt.report_file = file; }
+static void option_opt_report(const char *file) { asked.report_file = file; }
 
 // The number is read from the tenth character of the argument on, whatever stands in the ninth.
 static void option_errata(const char *rest)
 {
-    opt.errata_mask = *rest ? static_cast<uint32_t>(strtoul(rest + 1, nullptr, 10)) : 0;
+    asked.errata_mask = *rest ? static_cast<uint32_t>(strtoul(rest + 1, nullptr, 10)) : 0;
 }
 
 static void option_udf(const char *file)
@@ -383,9 +380,9 @@ static void option_qvdebug(const char *list)
     debug_log_args(command.argc, command.argv);
 }
 
-static void option_lib(const char *) { opt.lib_paths = true; }
-static void option_maxizel(const char *) { opt.maxizel = true; }
-static void option_xinst(const char *) { opt.xinst = true; }
+static void option_lib(const char *) { asked.lib_paths = true; }
+static void option_maxizel(const char *) { asked.maxizel = true; }
+static void option_xinst(const char *) { asked.xinst = true; }
 
 static void option_cfgdata(const char *file)
 {
@@ -431,13 +428,32 @@ static void long_option(const char *arg)
     alert_msg(168, arg);
 }
 
-int cmdline_options(int argc, char **argv)
+// The name with what follows its last dot replaced, wherever that dot stands; without a dot, with the extension behind it.
+static const char *with_extension(const char *name, const char *extension)
+{
+    const char *dot = strrchr(name, '.');
+    return dot ? cache_printf("%.*s.%s", static_cast<int>(dot - name), name, extension) : cache_add_ext(name, extension);
+}
+
+// Every file that is written lies beside the first source unless an option says otherwise.
+static void settle_names()
+{
+    const char *source = asked.src_files[0];
+    asked.obj_file = command.obj_file ? command.obj_file : with_extension(source, asked.asm_output ? "opt" : "obj");
+    asked.list_file = command.list_file ? command.list_file : with_extension(source, "lst");
+    asked.rlf_file = with_extension(asked.list_file, "rlf");
+    asked.crf_file = with_extension(source, "crf");
+}
+
+void cmdline_options(int argc, char **argv)
 {
     command.argc = argc;
     command.argv = argv;
     int i = 1;
     while (i < argc && argv[i][0] == '-')
         i++;
+    asked.src_files = argv + i;
+    asked.src_count = static_cast<uint32_t>(argc - i);
     for (; i < argc; i++)   // no output that an option names may be one of them
         guard_source(argv[i]);
     for (i = 1; i < argc && argv[i][0] == '-'; i++)
@@ -446,7 +462,9 @@ int cmdline_options(int argc, char **argv)
                 row.take(argv[i]);
                 break;
             }
-    return i;
+    if (asked.src_count != 0)
+        settle_names();
+    if (asked.xinst)
+        asked.optimise = false;   // code for the extended set is never optimised
+    asked.version_text = cache_printf("%s build %s ", command.version, BUILD_STAMP);
 }
-
-const char *cmdline_version_text(const char *given) { return cache_printf("%s build %s ", given, BUILD_STAMP); }

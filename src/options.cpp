@@ -1,3 +1,6 @@
 #include "options.h"
 
-options_t opt;
+static options_t options;
+const options_t &opt = options;
+
+options_t &options_to_write() { return options; }

@@ -15,13 +15,14 @@
 #include "chip/sfrs.h"
 #include "cmdline.h"
 #include "code/cfgpsect.h"
+#include "code/crossref.h"
 #include "code/layout.h"
 #include "code/list.h"
+#include "code/program.h"
 #include "code/tlab.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/srcpos.h"
-#include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/catalogue.h"
 #include "env/html.h"
@@ -39,7 +40,8 @@
 
 constexpr size_t OUTPUT_BUFFER = size_t{1} << 18;
 
-void run_stop(int status) { exit(debug_finish() ? status : 1); }
+// The orderly stop, which `alert` is given.
+static void stop(int status) { exit(debug_finish() ? status : 1); }
 
 static void show_position() { alert_set_location(srcpos.cur_file, &srcpos.cur_line, nullptr, nullptr); }
 
@@ -57,50 +59,17 @@ static void load_chip()
 {
     if (!opt.chip_name)
         alert_msg(2042);
-    opt.cur_chip = chipinfo_load(opt.user_chipinfo_path, opt.chip_name);
-    sfr_init(opt.cur_chip);
+    chipinfo_t *chip = chipinfo_load(opt.user_chipinfo_path, opt.chip_name);
+    chip_select(chip);
+    sfr_init(chip);
     if (opt.maxizel)
-        chip_maximise(opt.cur_chip);
-}
-
-// The name with what follows its last dot replaced, wherever that dot stands; without a dot, with the extension behind it.
-static const char *with_extension(const char *name, const char *extension)
-{
-    const char *dot = strrchr(name, '.');
-    return dot ? cache_printf("%.*s.%s", static_cast<int>(dot - name), name, extension) : cache_add_ext(name, extension);
-}
-
-// Every file that is written lies beside the first source unless an option says otherwise.
-static const char *beside_source(const char *extension) { return with_extension(opt.src_files[0], extension); }
-
-static void no_cross_reference(const char *name)
-{
-    guard_perror(name);
-    const srcpos_nowhere_t nowhere;
-    alert_msg(461, "cross reference", name);
-}
-
-static void open_cross_reference()
-{
-    if (opt.cross_ref == 0)
-        return;
-    opt.crf_file = beside_source("crf");
-    opt.crf_stream = guard_open(opt.crf_file, "w", no_cross_reference);
-    if (!opt.crf_stream)
-        no_cross_reference(opt.crf_file);
-}
-
-static void close_cross_reference()
-{
-    if (opt.crf_stream && !guard_close(opt.crf_stream))
-        no_cross_reference(opt.crf_file);
+        chip_maximise(chip);
 }
 
 static void parse_sources()
 {
+    program_init();
     sym_init();
-    opt.radix = 10;
-    opt.src_next = 0;
     tlab_init();
     lex_init();
     yyparse();
@@ -117,15 +86,6 @@ static FILE *open_output(const char *name)
     return to;
 }
 
-static void settle_names()
-{
-    if (!opt.obj_file)
-        opt.obj_file = beside_source(opt.asm_output ? "opt" : "obj");
-    if (!opt.list_file)
-        opt.list_file = beside_source("lst");
-    opt.rlf_file = with_extension(opt.list_file, "rlf");
-}
-
 static void no_listing()
 {
     guard_perror(opt.list_file);
@@ -136,10 +96,7 @@ static void no_listing()
 // Null if there is to be none. Where the listing can't be made, the relocation listing still can.
 static FILE *open_listing()
 {
-    if (opt.asm_output)
-        return nullptr;
-    opt.list_on = opt.list_enabled;
-    if (!opt.list_enabled)
+    if (opt.asm_output || !opt.list_enabled)
         return nullptr;
     if (FILE *to = open_output(opt.list_file))
         return to;
@@ -147,22 +104,19 @@ static FILE *open_listing()
     return fopen("/dev/null", "w");
 }
 
-static void write_listing(FILE *to)
+// True if there is a relocation listing, too.
+static bool write_listing(FILE *to)
 {
-    if (opt.page_width == 0)
-        opt.page_width = 132;
-    if (opt.form_length != 0 && opt.form_length <= 15)
-        opt.form_length = 66;
-    opt.out_stream = open_output(opt.out_file = opt.rlf_file);
-    if (!opt.out_stream) {
+    FILE *rlf = open_output(opt.rlf_file);
+    if (!rlf) {
         guard_perror(opt.rlf_file);
         const srcpos_nowhere_t nowhere;
         alert_msg(1221, opt.rlf_file);
-        opt.rlf_file = nullptr;
     }
-    list_write(to);
+    list_write(to, rlf);
     if (!guard_close(to))
         no_listing();
+    return rlf;
 }
 
 static void write_assembly()
@@ -179,16 +133,16 @@ static void write_assembly()
     }
 }
 
-static void write_object()
+static void write_object(bool with_rlf)
 {
-    opt.out_stream = open_output(opt.out_file = opt.obj_file);
-    if (!opt.out_stream) {
+    FILE *to = open_output(opt.obj_file);
+    if (!to) {
         guard_perror(opt.obj_file);
         const srcpos_nowhere_t nowhere;
         alert_msg(1222, opt.obj_file);
         return;
     }
-    obj_write(chip_getName());
+    obj_write(to, with_rlf);
 }
 
 static void no_report()
@@ -212,7 +166,7 @@ static void write_report()
 
 void run_start(int argc, char **argv)
 {
-    static const alert_services_t services = {catalogue_path, run_stop, catalogue_text, catalogue_length};
+    static const alert_services_t services = {catalogue_path, stop, catalogue_text, catalogue_length};
     alert_set_services(&services);
     alert_set_formats("%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (warning)", "%f: %l: %s");
     cmdline_collect(&argc, &argv);
@@ -220,30 +174,23 @@ void run_start(int argc, char **argv)
     alert_set_hook(show_position);
     show_position();
     cut_program_name(argv[0]);
-    const int first_source = cmdline_options(argc, argv);
+    cmdline_options(argc, argv);
     load_chip();
     errno = 0;   // messages about the source don't show what looking for files of the installation has left
     HTML_anchor("AS");
     HTML_commandLine(argv, argc, "Assembler");
-    if (first_source >= argc)
+    if (opt.src_count == 0)
         alert_msg(836);
-    opt.src_files = argv + first_source;
-    opt.src_count = static_cast<uint32_t>(argc - first_source);
-    opt.version_text = cmdline_version_text(opt.version_text);
 }
 
 int run_assemble()
 {
-    open_cross_reference();
+    if (opt.cross_ref != 0)
+        crossref_open(opt.crf_file);
     parse_sources();
-    if (opt.xinst)
-        opt.optimise = false;   // code for the extended set is never optimised
     cfg_make_psects();
     pending_comments_free();   // those of locations that were skipped last
-    settle_names();
-    opt.radix = 10;
-    opt.src_next = 0;
-    srcpos.cur_line = 0;   // nothing from here on is about a line that was read last
+    srcpos.cur_line = 0;       // nothing from here on is about a line that was read last
     FILE *listing = open_listing();
     srcpos.src_line = 0;
     srcpos.src_file = nullptr;
@@ -263,12 +210,11 @@ int run_assemble()
     } else {
         size_all();
         changes_end();
-        if (listing)
-            write_listing(listing);
-        write_object();
+        const bool with_rlf = listing && write_listing(listing);
+        write_object(with_rlf);
     }
     write_report();
-    close_cross_reference();
+    crossref_close();
     HTML_close();
     debug_finish();
     return alert_exit_status();

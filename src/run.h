@@ -7,5 +7,3 @@ int run_main(int argc, char **argv);
 // between them.
 void run_start(int argc, char **argv);
 int run_assemble();
-// The orderly stop: ends the process with `status`.
-[[noreturn]] void run_stop(int status);

@@ -12,7 +12,7 @@
 // follow, the first of them at the same address; nothing else marks it. By address one always meets the whole register,
 // by name whole or part, and the fields of the address belong to the first part.
 //
-// The catalogue of messages is a file that a user can replace, so even behind a fatal message the code goes on safely.
+// Without any catalogue no message is fatal, so that the code goes on safely even behind one that is.
 #include "chip/chip.h"
 
 #include <algorithm>
@@ -51,6 +51,9 @@ const arch_row_t *arch_find(const char *name)
             return &row;
     return nullptr;
 }
+
+const chipinfo_t *cur_chip;
+void chip_select(const chipinfo_t *chip) { cur_chip = chip; }
 
 const chipinfo_t *chip_undefined()
 {

@@ -10,7 +10,6 @@
 #include "chip/lists.h"
 #include "common/hash.h"
 #include "common/skiplist.h"
-#include "options.h"
 
 // An architecture: a bit word and its name.
 struct arch_row_t {
@@ -115,10 +114,12 @@ inline bool chip_supportsIVT(const chipinfo_t *ci) { return chip_rowIs(ci, ARCH_
 inline bool range_present(const memrange_t &r) { return r.lo != 0 || r.hi != 0; }
 inline bool range_holds(const memrange_t &r, int64_t addr) { return addr >= r.lo && addr <= r.hi; }
 
-// The current chip, opt.cur_chip. With none loaded: error 814, and a record of no architecture named "none", on which
+// The chip of the run, which is selected once. With none selected: error 814, and a record of no architecture named "none", on which
 // all the accessors below answer "none", 0 or false.
 const chipinfo_t *chip_undefined();
-inline const chipinfo_t *chip_current() { return opt.cur_chip ? opt.cur_chip : chip_undefined(); }
+extern const chipinfo_t *cur_chip;   // written by chip_select only
+void chip_select(const chipinfo_t *chip);
+inline const chipinfo_t *chip_current() { return cur_chip ? cur_chip : chip_undefined(); }
 
 inline const char *chip_getName() { return chip_current()->c_name; }
 inline uint32_t chip_arch() { return chip_current()->c_arch->mask; }

@@ -512,7 +512,7 @@ static size_t walks_allowed(size_t nodes)
 
 void size_psect(symbol_t *psect)
 {
-    cur_psect = psect;
+    const in_psect_t here(psect);
     if (psect->s_psect->p_delta == 0)
         psect->s_psect->p_delta = 1;
     find_placed(psect);

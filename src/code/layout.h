@@ -10,7 +10,7 @@
 
 enum : uint64_t { OFFS_MAX = 0xFFFFFFFF };   // positions that would lie behind it stay there
 
-// Gives one psect its offsets, labels and size, p_top, p_base; makes it the current one. Linear for each pass over the
+// Gives one psect its offsets, labels and size, p_top, p_base. Linear for each pass over the
 // list, allocates nothing but scratch that it keeps. Message 813.
 void size_psect(symbol_t *psect);
 void size_psect_as_written(symbol_t *psect);   // the same as it would be without the optimiser

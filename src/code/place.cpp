@@ -9,6 +9,7 @@
 #include "chip/chip.h"
 #include "code/ops.h"
 #include "code/sfrop.h"
+#include "options.h"
 
 enum : int { DEEPEST_NAME = 16 };
 constexpr int64_t PAGE = 256;

@@ -2,4 +2,12 @@
 // place in a code list, so nothing here is touched by the passes between.
 #include "code/program.h"
 
+#include "options.h"
+
 program_t program;
+
+void program_init()
+{
+    program = {};
+    program.page = {opt.form_length, opt.page_width};
+}

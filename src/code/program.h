@@ -9,6 +9,11 @@ struct dabs_t {
     const char *name;   // "" if none
 };
 
+// A page of the listing: lines, where 0 means no page breaks, and columns, where 0 means that nobody has told any.
+struct page_t {
+    int32_t form_length, page_width;
+};
+
 struct program_t {
     vec_t<dabs_t *> dabs_list;          // null until used
     vec_t<vector_t *> fnalign_groups;   // one vector of symbols for each fnalign; null until used
@@ -16,9 +21,12 @@ struct program_t {
     const char *fnconf_words[3];
     int64_t fnconf_number;
     const char *list_title, *list_subtitle;   // null until told
+    page_t page;                              // as options have it until told
     bool has_end_value;
     value_t end_value;      // operand of `end`
     const char *end_file;   // where it stands
     int64_t end_line;
 };
 extern program_t program;
+
+void program_init();   // a program of which nothing has been read

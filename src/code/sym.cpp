@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "code/crossref.h"
 #include "code/list.h"
 #include "code/word.h"
 #include "common/alert.h"
@@ -20,7 +21,6 @@
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
-#include "options.h"
 
 constexpr uint32_t BUCKETS = 60493, FIRST_SLOTS = 4096;
 
@@ -201,14 +201,6 @@ symbol_t *psect_new(const char *name, uint16_t flags)
     return psect;
 }
 
-void sym_note_use(const char *name, size_t len)
-{
-    if (!opt.crf_stream || opt.cross_ref == 0)
-        return;
-    fwrite(name, 1, len, opt.crf_stream);
-    fprintf(opt.crf_stream, " %ld\n", static_cast<long>(srcpos.cur_line));
-}
-
 symbol_t *sym_find(const char *name, size_t len)
 {
     return find_slot(name, len, hash_name(name, len), slot_tag(len, 0))->sym;
@@ -286,7 +278,7 @@ void sym_init()
     srcpos.cur_line = 0;
 
     static const char predefined[] = "__OSTRAND__";
-    sym_note_use(predefined, sizeof predefined - 1);
+    crossref_use(predefined, sizeof predefined - 1);
     symbol_t *s = sym_enter(predefined, 0);
     s->s_value = value_const(1);
     s->s_flags = S_SET;

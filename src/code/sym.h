@@ -129,16 +129,23 @@ inline int64_t units_here(const psect_t *p)
 }   // of p_curr
 
 extern vec_t<code_list_t *> psect_list;   // all psects, in order of creation
-extern symbol_t *cur_psect;               // receives statements; then the psect that is sized or emitted
+extern symbol_t *cur_psect;               // receives statements: the parser's; a pass behind it takes an in_psect_t
 extern symbol_t *abs_psect;               // the built-in psect with the empty name
+
+// As long as one lives, `psect` is the current one; null: there is none.
+struct in_psect_t {
+    symbol_t *before = cur_psect;
+    explicit in_psect_t(symbol_t *psect) { cur_psect = psect; }
+    ~in_psect_t() { cur_psect = before; }
+    in_psect_t(const in_psect_t &) = delete;
+    in_psect_t &operator=(const in_psect_t &) = delete;
+};
 
 void sym_init();
 // Finds or makes a record. space: 0, S_PSECT or S_CLASS. Message 309 when the table is full.
-// Does not write the cross-reference line: sym_note_use does, for the scanner.
 symbol_t *sym_enter(const char *name, size_t len, uint64_t space);
 symbol_t *sym_enter(const char *name, uint64_t space);
 symbol_t *psect_new(const char *name, uint16_t flags);   // a new record, which hides any psect of the name
-void sym_note_use(const char *name, size_t len);         // the cross-reference line of one identifier token
 symbol_t *sym_find(const char *name, size_t len);        // plain symbols only; null if there is none
 symbol_t *sym_find(const char *name);
 symbol_t *sym_new(const char *name);   // a record in no table, whose value is a reference to itself

@@ -29,6 +29,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "common/failure.h"
 #include "common/fileguard.h"
 #include "common/hash.h"
 #include "common/stringcache.h"
@@ -96,6 +97,15 @@ void alert_stop(int status)
         st.services->stop(status);
     exit(status);
 }
+
+// What stands below has this from the start, so that memory may run out at any time.
+static constexpr failure_services_t for_failures = {
+    .no_memory = [] { alert_msg(296); },
+    .assertion = [](unsigned number, const char *text, const char *file,
+                    int line) { alert_msg_nl(number, text, file, line); },
+    .stop = [](int status) { alert_stop(status); },
+};
+[[maybe_unused]] static const bool failures_taken = (failure_services = &for_failures, true);
 
 // ---- The catalogue
 

@@ -2,14 +2,13 @@
 // report. It names the source file without its directories, as it stood where the program was built.
 #include "common/assertion.h"
 
-#include <cstring>
-
-#include "common/alert.h"
+#include "common/failure.h"
+#include "common/path.h"
 
 int assertion_mode;
 
 void assertion_failed(const char *text, const char *file, int line)
 {
-    const char *slash = strrchr(file, '/');
-    alert_msg_nl(1504u - static_cast<unsigned>(assertion_mode), text, slash ? slash + 1 : file, line);
+    if (failure_services)
+        failure_services->assertion(1504u - static_cast<unsigned>(assertion_mode), text, path_tail(file), line);
 }

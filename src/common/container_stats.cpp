@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/path.h"
 #include "common/sort.h"
 #include "common/xalloc.h"
 
@@ -56,11 +57,7 @@ static container_stat_t **by_place(container_kind_t kind)
     return list;
 }
 
-static void put_place(FILE *out, made_at_t at)
-{
-    const char *slash = strrchr(at.file, '/');
-    fprintf(out, "%s:%u:", slash ? slash + 1 : at.file, at.line);
-}
+static void put_place(FILE *out, made_at_t at) { fprintf(out, "%s:%u:", path_tail(at.file), at.line); }
 
 static void put_container(FILE *out, const container_stat_t *s)
 {

@@ -14,8 +14,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "common/alert.h"
+#include "common/failure.h"
 #include "common/hash.h"
+#include "common/path.h"
 #include "common/xalloc.h"
 
 uint32_t cache_size = 5077;
@@ -108,7 +109,7 @@ const char *cache_vprintf(const char *format, va_list args)
     va_end(again);
     if (n < 0) {
         fputs("vsnprintf failed in a mysterious way\n", stderr);
-        alert_stop(1);
+        failure_stop(1);
     }
     return intern(st.buffer, true);
 }
@@ -198,13 +199,7 @@ const char *cache_chomp(const char *s)
 
 const char *cache_first_line(const char *s) { return s ? join(s, strcspn(s, "\r\n")) : nullptr; }
 
-const char *cache_basename(const char *path)
-{
-    if (!path)
-        return nullptr;
-    const char *slash = strrchr(path, '/');
-    return cache_string(slash ? slash + 1 : path);
-}
+const char *cache_basename(const char *path) { return path ? cache_string(path_tail(path)) : nullptr; }
 
 const char *cache_dirname(const char *path)
 {

@@ -19,15 +19,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/alert.h"
+#include "common/failure.h"
 
 xarena_t xarena;
 
-void xalloc_fail()
-{
-    alert_msg(296);
-    alert_stop(1);   // a catalogue may have made the message less than fatal
-}
+void xalloc_fail() { failure_no_memory(); }
 
 #if XALLOC_CHECKED
 

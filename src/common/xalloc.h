@@ -11,7 +11,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
+#include <type_traits>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define XALLOC_CHECKED 1
@@ -75,12 +77,13 @@ template <class T> inline T *xnew(size_t n = 1)
 // Makes room in `*array` for `need` plain records, by doubling its `*room`, at first to `least`. The first `used` stay.
 template <class T, class N> inline void xreserve(T *&array, N used, N need, N &room, N least)
 {
+    static_assert(std::is_trivially_copyable_v<T>);
     if (need <= room)
         return;
     const N larger = 2 * room > least ? 2 * room : least;
     T *all = xnew<T>(larger > need ? larger : need);
-    for (N i = 0; i < used; i++)
-        all[i] = array[i];
+    if (used)
+        memcpy(static_cast<void *>(all), array, used * sizeof(T));
     xfree(array);
     array = all;
     room = larger > need ? larger : need;

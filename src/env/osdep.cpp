@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "common/stringcache.h"
 #include "common/xalloc.h"
 
 struct tmp_entry_t {
@@ -65,31 +66,15 @@ bool file_is_regular(const char *path)
 
 bool path_is_absolute(const char *path) { return *path == '/'; }
 
-const char *path_tail(const char *path)
-{
-    const char *slash = strrchr(path, '/');
-    return slash ? slash + 1 : path;
-}
-
-const char *path_basename(const char *path) { return xstrdup(path_tail(path)); }
+const char *path_basename(const char *path) { return cache_basename(path); }
 
 const char *path_stem(const char *path)
 {
     path = path_tail(path);
-    return xstrndup(path, strlen(path) - strlen(path_extension(path)));
+    return cache_substring(path, strlen(path) - strlen(path_extension(path)));
 }
 
-const char *path_dirname(const char *path)
-{
-    const char *slash = strrchr(path, '/');
-    return slash ? xstrndup(path, static_cast<size_t>(slash - path)) : nullptr;
-}
-
-const char *path_extension(const char *path)
-{
-    const char *dot = strrchr(path, '.');
-    return dot ? dot : "";
-}
+const char *path_dirname(const char *path) { return cache_dirname(path); }
 
 const char *path_concat(const char *dir, const char *name)
 {

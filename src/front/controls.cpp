@@ -9,7 +9,6 @@
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "front/parser.h"
-#include "options.h"
 
 static struct {
     vec_t<uint32_t> asmopt_stack;   // saved stmt_flags; null until used
@@ -46,29 +45,30 @@ bool d_include(uint16_t)
 
 bool d_expand(uint16_t on)
 {
-    opt.list_expand = on || opt.list_all;
+    lex_set_expand(on);
     return true;
 }
 
 bool d_cond(uint16_t) { return true; }
 
-static void set_page(int32_t *option, const char *what, int64_t n)
+// Sets a member of program.page.
+static void set_page(int32_t *member, const char *what, int64_t n)
 {
     parse_check_field(what, n, INT32_MAX);
-    *option = static_cast<uint64_t>(n) > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
+    *member = static_cast<uint64_t>(n) > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
 }
 
-static bool do_page(int32_t *option, const char *what)
+static bool do_page(int32_t *member, const char *what)
 {
     int64_t n;
     if (!parse_int(&n))
         return false;
-    set_page(option, what, n);
+    set_page(member, what, n);
     return true;
 }
 
-bool d_pagelength(uint16_t) { return do_page(&opt.form_length, "page length"); }
-bool d_pagewidth(uint16_t) { return do_page(&opt.page_width, "page width"); }
+bool d_pagelength(uint16_t) { return do_page(&program.page.form_length, "page length"); }
+bool d_pagewidth(uint16_t) { return do_page(&program.page.page_width, "page width"); }
 
 bool parse_callstack()
 {
@@ -86,7 +86,7 @@ bool d_radix(uint16_t)
 {
     if (peek() != T_RADIXWORD)
         return syntax_error();
-    opt.radix = yylval.subop;
+    lex_set_radix(yylval.subop);
     take();
     return true;
 }
@@ -142,7 +142,8 @@ static bool list_option()
         if (v.v_offs < (columns ? 49 : 15))
             alert_msg(columns ? 860 : 835);
         else
-            set_page(columns ? &opt.page_width : &opt.form_length, columns ? "page width" : "page length", v.v_offs);
+            set_page(columns ? &program.page.page_width : &program.page.form_length, columns ? "page width" : "page length",
+                     v.v_offs);
         return true;
     }
     case T_LO_T: take(); return expect(T_EQUALS) && (accept(T_LO_ON) || expect(T_LO_OFF));
@@ -152,7 +153,7 @@ static bool list_option()
             return false;
         if (peek() != T_RADIXWORD)
             return syntax_error();
-        opt.radix = yylval.subop;
+        lex_set_radix(yylval.subop);
         alert_msg(2069);
         take();
         return true;
@@ -196,7 +197,7 @@ static bool control(int token, bool on)
     case T_EXPAND: deprecated(on ? "expand" : "noexpand"); return d_expand(on);
     case T_LIST:
         deprecated(on ? "list" : "nolist");
-        opt.list_on = on || opt.list_all;
+        lex_set_list(on);
         return list_options();
     case T_CALLSTACK: deprecated("callstack"); return parse_callstack();
     case T_ASMOPT_SWITCH: asmopt_switch(on); return true;

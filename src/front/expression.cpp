@@ -25,16 +25,9 @@ static struct {
 
 static bool push(uint16_t kind, uint16_t code, const value_t *left)
 {
-    if (es.depth == es.capacity) {
-        if (es.depth == STACK_MAX)
-            return parse_give_up();
-        uint32_t larger = es.capacity ? 2 * es.capacity : STACK_FIRST;
-        es.capacity = larger < STACK_MAX ? larger : STACK_MAX;
-        waiting_t *stack = xnew<waiting_t>(es.capacity);
-        if (es.depth)
-            memcpy(stack, es.stack, es.depth * sizeof *stack);
-        es.stack = stack;
-    }
+    if (es.depth == STACK_MAX)
+        return parse_give_up();
+    xreserve(es.stack, es.depth, es.depth + 1, es.capacity, STACK_FIRST);
     waiting_t *w = &es.stack[es.depth++];
     w->kind = kind;
     w->code = code;

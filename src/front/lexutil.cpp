@@ -27,6 +27,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include "code/crossref.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/srcpos.h"
@@ -50,7 +51,7 @@ constexpr size_t MAX_EXPANDED = size_t{1} << 24;   // an argument that doubles a
 struct input_ctx_t {
     int fd;              // of a file
     char *buf;           // a file's block, or a text's line with its markers replaced; kept for the next context here
-    size_t capacity;     // of buf, with one byte more for a missing newline
+    size_t capacity;     // of buf, the last byte for a missing newline
     size_t begin, end;   // the unread part of a file's block
     const char *text, *text_end;   // the unread part of a text; null for a file
     bool at_eof;
@@ -68,6 +69,10 @@ static struct {
     const char *at;
     const char *line_end;   // the newline of the current line
     bool ended;             // all input has been read
+    uint32_t src_next;      // source file to open
+    unsigned radix;         // of numbers that don't tell it
+    bool list_on;           // listing is on here. Nothing asks for it: the listing shows the code lists as a whole
+    bool list_expand;       // and stays on in expansions
 } lx;
 
 // Character classes.
@@ -101,19 +106,8 @@ static inline uint8_t class_of(char c) { return classes.of[static_cast<unsigned 
 
 // Files and lines.
 
-// Room for `room` bytes and a newline in the buffer, whose first `kept` stay. A context's first line may well be empty.
-static void keep_room(input_ctx_t *c, size_t kept, size_t room)
-{
-    if (c->buf && room <= c->capacity)
-        return;
-    if (room < 2 * c->capacity)
-        room = 2 * c->capacity;
-    char *larger = static_cast<char *>(xalloc(room + 1));
-    if (kept)
-        memcpy(larger, c->buf, kept);
-    c->buf = larger;
-    c->capacity = room;
-}
+// Room for `room` bytes and a newline in the buffer, whose first `kept` stay.
+static void keep_room(input_ctx_t *c, size_t kept, size_t room) { xreserve(c->buf, kept, room + 1, c->capacity, size_t{0}); }
 
 // Reads more behind the unread part of `c`. False at the end of the file or on an error, which is reported.
 static bool read_more(input_ctx_t *c)
@@ -125,11 +119,11 @@ static bool read_more(input_ctx_t *c)
         c->end -= c->begin;
         c->begin = 0;
     }
-    if (c->end == c->capacity)
+    if (c->end + 1 == c->capacity)
         keep_room(c, c->end, 2 * c->capacity);
     ssize_t n;
     do
-        n = read(c->fd, c->buf + c->end, c->capacity - c->end);
+        n = read(c->fd, c->buf + c->end, c->capacity - 1 - c->end);
     while (n < 0 && errno == EINTR);
     if (n > 0) {
         c->end += static_cast<size_t>(n);
@@ -153,7 +147,7 @@ static bool open_and_read(input_ctx_t *c, const char *name)
         return false;
     guard_input(fd);
     keep_room(c, 0, BLOCK);
-    ssize_t n = read(fd, c->buf, c->capacity);
+    ssize_t n = read(fd, c->buf, c->capacity - 1);
     if (n < 0) {
         int why = errno;
         close(fd);
@@ -178,7 +172,7 @@ static input_ctx_t *next_context()
         c[-1].ctx_line = srcpos.phys_line;
         // Where `#` told a file, the way back leads to the file that was read. One that `file` told stays in force.
         c[-1].ctx_src_file = srcpos.src_file == srcpos.cur_file ? c[-1].ctx_file : srcpos.src_file;
-        c[-1].ctx_list = opt.list_on;
+        c[-1].ctx_list = lx.list_on;
     }
     return c;
 }
@@ -210,8 +204,7 @@ bool lex_open(const char *name)
         alert_msg(140, lx.depth > 0 ? "include" : "", name);
         return false;
     }
-    if (opt.crf_stream)
-        fprintf(opt.crf_stream, "~%s\n", name);
+    crossref_file(name);
     c->ctx_file = cache_string(name);
     c->fresh = true;
     lx.depth++;
@@ -225,7 +218,7 @@ void lex_push_text(const char *text, size_t length)
     c->text = text;
     c->text_end = text + length;
     c->ctx_file = srcpos.phys_file;
-    opt.list_on = opt.list_on && opt.list_expand;
+    lx.list_on = lx.list_on && lx.list_expand;
     lx.depth++;
     lx.at = nullptr;
 }
@@ -236,7 +229,7 @@ static bool lex_pop()
     if (lx.depth > 0) {
         const input_ctx_t *ended = &lx.stack[--lx.depth];
         if (ended->text) {
-            opt.list_on = ended[-1].ctx_list;
+            lx.list_on = ended[-1].ctx_list;
             macro_end();
             return true;
         }
@@ -249,17 +242,16 @@ static bool lex_pop()
                 srcpos.src_line = c->ctx_line;
                 srcpos.src_file = c->ctx_src_file;
             }
-            opt.list_on = c->ctx_list;
+            lx.list_on = c->ctx_list;
             srcpos.cur_file = srcpos.phys_file = c->ctx_file;
-            if (opt.crf_stream)
-                fprintf(opt.crf_stream, "~%s\n", c->ctx_file);
+            crossref_file(c->ctx_file);
             return true;
         }
     }
     srcpos.cur_file = "";
-    if (opt.src_next >= opt.src_count)
+    if (lx.src_next >= opt.src_count)
         return false;
-    const char *name = cache_string(opt.src_files[opt.src_next++]);
+    const char *name = cache_string(opt.src_files[lx.src_next++]);
     srcpos.src_file = name;
     return lex_open(name);
 }
@@ -379,7 +371,15 @@ void lex_init()
     lx.depth = 0;
     lx.at = nullptr;
     lx.ended = false;
+    lx.src_next = 0;
+    lx.radix = 10;
+    lx.list_on = false;
+    lx.list_expand = opt.list_all;
 }
+
+void lex_set_radix(unsigned radix) { lx.radix = radix; }
+void lex_set_list(bool on) { lx.list_on = on || opt.list_all; }
+void lex_set_expand(bool on) { lx.list_expand = on || opt.list_all; }
 
 bool lex_in_expansion() { return lx.depth > 0 && lx.stack[lx.depth - 1].text; }
 
@@ -493,7 +493,7 @@ static int scan_number(unsigned radix, bool quoted)
         s += 2;
         radix = 2;
     }
-    yylval.num = convert(s, static_cast<size_t>(end - s), radix ? radix : static_cast<unsigned>(opt.radix));
+    yylval.num = convert(s, static_cast<size_t>(end - s), radix ? radix : lx.radix);
     return T_INT;
 }
 
@@ -559,8 +559,8 @@ static int scan_word()
         alert_msg(844);
         return 0;
     }
-    if (lex_space == 0 && opt.crf_stream)
-        sym_note_use(s, len);
+    if (lex_space == 0 && crf_stream)
+        crossref_use(s, len);
     symbol_t *sym = sym_enter(s, len, lex_space);
     if ((sym->s_flags & (S_MACRO | S_PSECT)) == S_MACRO) {
         while (class_of(*p) & C_BLANK)

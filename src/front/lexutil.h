@@ -56,7 +56,12 @@ struct lex_space_t {
 // Input contexts at most, included files and expansions together; one more is fatal.
 constexpr unsigned LEX_MAX_DEPTH = 100;
 
-void lex_init();        // opens nothing yet; the first yylex opens the first source file
+void lex_init();   // opens nothing yet; the first yylex opens the first source file
+// What stays in force to the end of all input: the radix of numbers that don't tell theirs, and with the option -I behind them,
+// whether the listing shows lines, and those of expansions.
+void lex_set_radix(unsigned radix);
+void lex_set_list(bool on);
+void lex_set_expand(bool on);
 int yylex();            // a token, or -1 at the end of all input
 void lex_skip_line();   // discards what is left of the current line
 // Opens a file and pushes it; its first line follows behind the current line. Message 140; false on failure.

@@ -25,7 +25,6 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "front/parser.h"
-#include "options.h"
 
 enum macro_kind_t : uint8_t { KIND_MACRO, KIND_REPT, KIND_IRP, KIND_IRPC };
 

@@ -22,7 +22,6 @@
 #include "front/directives.h"
 #include "front/instruction.h"
 #include "front/macro.h"
-#include "options.h"
 
 parse_state_t parse_state;
 

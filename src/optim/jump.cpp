@@ -173,7 +173,7 @@ static bool stays_short(const op_t *c, const op_t *label)
     const bool ahead = label->op_order > c->op_order;
     const op_t *end = ahead ? label : c;
     uint64_t distance = 4;
-    cur_psect = c->op_psect;
+    const in_psect_t here(c->op_psect);
     for (const op_t *op = ahead ? c->op_next : label; op != end && distance <= 250; op = op->op_next)
         distance += most_size(op);
     return distance <= 250;

@@ -465,12 +465,7 @@ static void note_pair(op_t *a, uint32_t k)
 {
     uint32_t at = hash_lookup(st.by_length, k);
     if (at == 0) {
-        if (st.length_count == st.length_room) {
-            length_t *larger = xnew<length_t>(st.length_room = 2 * st.length_room + 100);
-            for (uint32_t i = 0; i < st.length_count; i++)
-                larger[i] = st.lengths[i];
-            st.lengths = larger;
-        }
+        xreserve(st.lengths, st.length_count, st.length_count + 1, st.length_room, uint32_t{100});
         st.lengths[st.length_count] = {k, bytes(a, k) + 1 - COST, 0, 0, a};
         hash_insert(st.by_length, k, at = ++st.length_count);
     }
@@ -651,17 +646,14 @@ void pa_psects(vec_t<symbol_t *> set, vec_t<symbol_t *> code_psects)
     vec_add(code_psects, new_psect());
     if (!st.surveyed)
         survey_all();
-    symbol_t *before = cur_psect;
     for (symbol_t *psect : set) {
         if (cache_starts_with(psect->s_name, "int") || list_empty(psect->s_psect->p_code))
             continue;
         size_psect(psect);
-        cur_psect = psect;
         for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
             if (!(op->op_flags & OPF_SKIPPED))
                 describe(op, psect);
     }
-    cur_psect = before;
     vec_t<op_t *> candidates = vec_make<op_t *>();
     for (symbol_t *psect : set) {
         if (cache_starts_with(psect->s_name, "int"))

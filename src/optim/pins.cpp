@@ -123,6 +123,7 @@ static void pin(op_t *op)
         return;
     if (op->op_type == T_BCC || op->op_type == T_CALL) {
         size_once(op->op_psect);
+        const in_psect_t here(op->op_psect);
         op->op_flags |= static_cast<uint32_t>(branch_form(op) / 2) * OPF_WORD;
     }
     op->op_flags |= OPF_PINNED;

@@ -48,16 +48,7 @@ static struct {
 
 char *text_grow(textbuf_t *t, size_t more)
 {
-    const size_t need = t->length + more + 1;
-    if (need > t->room) {
-        const size_t room = need < 2 * t->room ? 2 * t->room : need < 256 ? size_t{256} : need;
-        char *larger = static_cast<char *>(xalloc(room));
-        if (t->length)
-            memcpy(larger, t->at, t->length);
-        xfree(t->at);
-        t->at = larger;
-        t->room = room;
-    }
+    xreserve(t->at, t->length, t->length + more + 1, t->room, size_t{256});
     return t->at + t->length;
 }
 
@@ -691,7 +682,7 @@ static void put_psect(const symbol_t *s)
     send();
 }
 
-static void asm_header()
+static void asm_header(const page_t &page)
 {
     text_format(&st.text, "\tprocessor\t%s\n", chip_getName());
     if (program.has_fnconf) {
@@ -702,17 +693,17 @@ static void asm_header()
         }
         text_format(&st.text, "%d\n", static_cast<int>(program.fnconf_number));
     }
-    if (opt.form_length != 0)
-        text_format(&st.text, "\tpagelength %d\n", opt.form_length);
-    if (opt.page_width != 0)
-        text_format(&st.text, "\tpagewidth %d\n", opt.page_width);
+    if (page.form_length != 0)
+        text_format(&st.text, "\tpagelength %d\n", page.form_length);
+    if (page.page_width != 0)
+        text_format(&st.text, "\tpagewidth %d\n", page.page_width);
     send();
 }
 
 // The code of one psect.
 static void asm_psect(symbol_t *psect)
 {
-    cur_psect = psect;
+    const in_psect_t here(psect);
     for (const char *comment : psect->s_psect->p_comments) {
         put(comment);
         send();
@@ -731,12 +722,12 @@ static void asm_psect(symbol_t *psect)
     }
 }
 
-void asm_text(const text_sink_t *to)
+void asm_text(const text_sink_t *to, const page_t &page)
 {
     const srcpos_t position = srcpos;
     st.sink = to;
     st.text.length = 0;
-    asm_header();
+    asm_header(page);
     for (const code_list_t *list : psect_list)
         if (list->psect != abs_psect)
             put_psect(list->psect);
@@ -771,6 +762,6 @@ void asm_write(FILE *to)
     st.sink = &file;
     st.text.length = 0;   // what the optimiser last asked for
     asm_file();
-    asm_text(&file);
+    asm_text(&file, program.page);
     summary_comments_emit(to, false);
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "code/list.h"
+#include "code/program.h"
 
 // Growing text. Its length has no limit; `at` has room for a NUL behind it.
 struct textbuf_t {
@@ -36,6 +37,6 @@ struct text_sink_t {
     void (*node)(const op_t *op);           // a node, before its text; null: not asked for
 };
 // Header, psect declarations, code, core registers.
-void asm_text(const text_sink_t *to);
+void asm_text(const text_sink_t *to, const page_t &page);
 // The text of one node of the current psect: whole lines, or nothing. It stands until the next call. Messages 809, 810.
 std::string_view asm_op(const op_t *op, asm_mode_t mode);

@@ -76,7 +76,7 @@ void emit_psect(symbol_t *psect)
 {
     psect_t *p = psect->s_psect;
     obj_text_flush();
-    cur_psect = psect;
+    const in_psect_t here(psect);
     p->p_curr = 0;
     obj_text_begin();
     st.last_file = nullptr;

@@ -47,6 +47,7 @@ struct queued_t {
 
 static struct {
     FILE *to;
+    page_t page;
     uint32_t page_line;   // lines on the current page; 0: a header is due
     uint32_t page_no, line_no;
     bool addr_pending;   // `addr` waits for the address column
@@ -102,12 +103,15 @@ static void form_feed()
 static void next_line()
 {
     st.page_line++;
-    if (opt.form_length != 0 && static_cast<int64_t>(st.page_line) >= int64_t{opt.form_length} - PAGE_BORDER)
+    if (st.page.form_length != 0 && static_cast<int64_t>(st.page_line) >= int64_t{st.page.form_length} - PAGE_BORDER)
         form_feed();
 }
 
 // For padding; text is broken, and symbols fill a line, by the full width.
-static int pad_width() { return opt.page_width < PAD_MAX ? opt.page_width < 0 ? 0 : opt.page_width : int{PAD_MAX}; }
+static int pad_width()
+{
+    return st.page.page_width < PAD_MAX ? st.page.page_width < 0 ? 0 : st.page.page_width : int{PAD_MAX};
+}
 
 static const char *time_text()
 {
@@ -119,7 +123,7 @@ static const char *time_text()
 static void page_header(const char *product, const char *title)
 {
     const size_t length = strlen(opt.version_text);
-    if (opt.form_length != 0)
+    if (st.page.form_length != 0)
         say(format("\n\n%s %s%*s %u\n", product, opt.version_text,
                    pad_width() - 40 - static_cast<int>(length < PAD_MAX ? length : size_t{PAD_MAX}), "Page", ++st.page_no));
     else
@@ -217,7 +221,7 @@ static void list_line(std::string_view text)
     const size_t at = text.find_first_not_of(" \t");
     const bool flush_left = at != text.npos && text.substr(at, 2) == ";;";
     const int column = flush_left ? 0 : int{TEXT_COLUMN};
-    const size_t room = opt.page_width > column ? static_cast<size_t>(opt.page_width - column) : SIZE_MAX;
+    const size_t room = st.page.page_width > column ? static_cast<size_t>(st.page.page_width - column) : SIZE_MAX;
     st.line_no++;
     for (bool first = true; first || !text.empty(); first = false) {
         if (st.page_line == 0)
@@ -261,7 +265,7 @@ static void list_run()
     st.page_line = st.page_no = st.line_no = 0;
     st.time = time(nullptr);
     static constexpr text_sink_t listing = {.text = list_text, .node = list_node};
-    asm_text(&listing);
+    asm_text(&listing, st.page);
 }
 
 // Symbols.
@@ -289,17 +293,28 @@ static size_t say_symbol(const symbol_t *s, int name_width)
     return entry.length();
 }
 
+// The psect whose code came last.
+static symbol_t *last_psect()
+{
+    symbol_t *last = cur_psect;
+    for (const code_list_t *list : psect_list)
+        if (!list_empty(list))
+            last = list->psect;
+    return last;
+}
+
 static void list_symbols()
 {
+    const in_psect_t here(last_psect());   // the place of what still depends on one is behind all code
     const size_t longest = sym_longest_name(), width = longest < NAME_PAD_MAX ? longest : size_t{NAME_PAD_MAX};
-    if (opt.form_length != 0 && st.page_line != 0)
+    if (st.page.form_length != 0 && st.page_line != 0)
         form_feed();
     st.page_line = 0;
     size_t used = 0;
     for (const symbol_t *s : sym_slot_order()) {
         if (!is_listed(s))
             continue;
-        if (used != 0 && static_cast<int64_t>(used + longest + 7) > opt.page_width) {
+        if (used != 0 && static_cast<int64_t>(used + longest + 7) > st.page.page_width) {
             say("\n");
             next_line();
             used = 0;
@@ -310,16 +325,21 @@ static void list_symbols()
     }
     if (used != 0)
         say("\n");
-    if (opt.form_length != 0 && st.page_line != 0)
+    if (st.page.form_length != 0 && st.page_line != 0)
         form_feed();
     st.page_line = 0;
 }
 
-void list_write(FILE *to)
+void list_write(FILE *to, FILE *rlf)
 {
     st.to = to;
-    if (opt.out_stream)
-        rlf_open();
+    st.page = program.page;
+    if (st.page.page_width == 0)
+        st.page.page_width = 132;
+    if (st.page.form_length != 0 && st.page.form_length <= 15)
+        st.page.form_length = 66;
+    if (rlf)
+        rlf_open(rlf, opt.rlf_file);
     list_run();
     summary_comments_emit(to, true, [](const char *line) { rlf_text(line, strlen(line)); });
     list_symbols();

@@ -7,6 +7,6 @@
 
 #include <cstdio>
 
-// Writes the listing to `to`, whose errors are for the caller to see, and the relocation listing to opt.out_stream, which is
-// closed; none if that is null. Every psect with code must have been sized.
-void list_write(FILE *to);
+// Writes the listing to `to`, whose errors are for the caller to see, and the relocation listing to `rlf`, which is closed; none
+// if that is null. Every psect with code must have been sized.
+void list_write(FILE *to, FILE *rlf);

@@ -11,6 +11,7 @@
 
 #include <cstring>
 
+#include "chip/chip.h"
 #include "code/list.h"
 #include "code/program.h"
 #include "common/alert.h"
@@ -137,9 +138,9 @@ static void obj_start()
     rec_end("psect name", v.v_sym->s_name);
 }
 
-static void obj_finish()
+static void obj_finish(bool with_rlf)
 {
-    if (opt.list_enabled && opt.list_file && opt.rlf_file) {
+    if (with_rlf) {
         buf_t *b = rec_begin(REC_LISTRELOC);
         buf_put_z(b, opt.rlf_file);
         buf_put_z(b, opt.list_file);
@@ -165,13 +166,14 @@ static void obj_fnconf()
     rec_end("fnconf", program.fnconf_words[0]);
 }
 
-void obj_write(const char *chip)
+void obj_write(FILE *to, bool with_rlf)
 {
+    rec_file_begin(to, opt.obj_file);
     inline_symbols();
     obj_text_init();
     obj_sym_init();
     obj_fn_init();
-    rec_ident(chip);
+    rec_ident(chip_getName());
     obj_fnconf();
     obj_psects();
     const vec_t<symbol_t *> symbols = sym_slot_order();
@@ -179,5 +181,5 @@ void obj_write(const char *chip)
     obj_functions(symbols);
     obj_dabs();
     obj_code();
-    obj_finish();
+    obj_finish(with_rlf);
 }

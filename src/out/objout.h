@@ -1,6 +1,8 @@
 // objout: the object file, as a whole.
 #pragma once
 
-// The object file, for the chip of that name, to opt.out_stream, which it closes. Every psect with code must have been
-// sized. Messages 802, 804 and those of what it consists of.
-void obj_write(const char *chip);
+#include <cstdio>
+
+// The object file to `to`, which it closes; with the names of the listings if there is a relocation listing. Every psect with
+// code must have been sized. Messages 802, 804 and those of what it consists of.
+void obj_write(FILE *to, bool with_rlf);

@@ -123,7 +123,7 @@ static void select_symbol(symbol_t *s)
 
 void obj_symbols(vec_t<symbol_t *> all)
 {
-    cur_psect = nullptr;   // what a symbol stands for has no current location
+    const in_psect_t nowhere(nullptr);   // what a symbol stands for has no current location
     for (symbol_t *s : all)
         select_symbol(s);
     buf_flush(&st.buf);

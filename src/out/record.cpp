@@ -9,12 +9,13 @@
 
 #include "common/alert.h"
 #include "common/fileguard.h"
-#include "options.h"
 
 enum : uint8_t { FORMAT_MAJOR = 3, FORMAT_MINOR = 11 };
 
 static struct {
     buf_t rec;   // the record that is written as soon as it is complete
+    FILE *out_stream;
+    const char *out_file;   // its name
     bool write_failed;
 } st;
 
@@ -55,7 +56,7 @@ static void write_error()
     if (st.write_failed)
         return;
     st.write_failed = true;
-    guard_perror(opt.out_file);
+    guard_perror(st.out_file);
     alert_msg(804);
 }
 
@@ -64,7 +65,7 @@ void rec_write(buf_t *b)
     const size_t size = static_cast<size_t>(b->at - b->bytes);
     b->bytes[0] = static_cast<uint8_t>(size - REC_HEAD);
     b->bytes[1] = static_cast<uint8_t>((size - REC_HEAD) >> 8);
-    if (fwrite(b->bytes, 1, size, opt.out_stream) != size)
+    if (fwrite(b->bytes, 1, size, st.out_stream) != size)
         write_error();
     b->at = b->bytes + REC_HEAD;
 }
@@ -122,10 +123,16 @@ void rec_ident(const char *text)
     rec_end("chip name", text);
 }
 
+void rec_file_begin(FILE *to, const char *name)
+{
+    st.out_stream = to;
+    st.out_file = name;
+    st.write_failed = false;
+}
+
 void rec_file_end()
 {
-    if (!guard_close(opt.out_stream))
+    if (!guard_close(st.out_stream))
         write_error();
-    opt.out_stream = nullptr;
-    st.write_failed = false;
+    st.out_stream = nullptr;
 }

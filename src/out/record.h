@@ -1,11 +1,12 @@
 // record: the frame of object and relocation listing files.
 //
 // A file is a run of records: two bytes of body length, a type, the body. A record is made in a buffer, which stops at its
-// end: what doesn't fit is left out and marks the buffer. Everything goes to opt.out_stream.
+// end: what doesn't fit is left out and marks the buffer. Everything goes to the one file that is open.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 // clang-format off
 enum : uint8_t {
@@ -49,7 +50,8 @@ void rec_write(buf_t *b);   // writes the record and leaves it empty. Message 80
 buf_t *rec_begin(uint8_t type, size_t size = REC_SIZE);
 void rec_end(const char *what, const char *name);        // it is reported, with what it is about, and left out if it was cut
 void rec_ident(const char *text);                        // IDENT
-void rec_file_end();                                     // closes opt.out_stream; 804 if what was written has not arrived
+void rec_file_begin(FILE *to, const char *name);         // which is to be closed by guard_close
+void rec_file_end();                                     // closes it; 804 if what was written has not arrived
 void rec_too_long(const char *what, const char *name);   // the report of something that no record can take
 // Numbers have 4 bytes, which are read with and without a sign. One that needs more is cut, and reported with message 2210.
 inline bool rec_fits(int64_t n) { return n >= INT32_MIN && n <= int64_t{UINT32_MAX}; }

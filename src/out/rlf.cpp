@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "code/sym.h"
-#include "options.h"
 #include "out/postfix.h"
 #include "out/record.h"
 
@@ -21,8 +20,9 @@ void rlf_ident()
     rec_ident("Velmora ZEL8");
 }
 
-void rlf_open()
+void rlf_open(FILE *to, const char *name)
 {
+    rec_file_begin(to, name);
     st.open = true;
     rec_reset(&st.text, REC_LR_TEXT);
     rlf_ident();

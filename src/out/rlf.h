@@ -1,14 +1,15 @@
-// rlf: the relocation listing, a file of its own that goes to opt.out_stream.
+// rlf: the relocation listing, a file of its own.
 //
 // Between rlf_open and rlf_finish, which closes it, these write; at any other time they do nothing. Message 804.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 struct value_t;
 
-void rlf_open();
+void rlf_open(FILE *to, const char *name);
 void rlf_ident();                              // a further IDENT behind the text so far
 void rlf_text(const char *s, size_t length);   // text of the listing
 // A field of `chars` characters, to be filled in by the linker: `value`, of the width that `type` tells as in a relocation

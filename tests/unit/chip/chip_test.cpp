@@ -50,7 +50,7 @@ struct stopped_t {
 struct Chip : testing::Test {
     scratch_dir_t scratch;
     std::string said;   // messages, a line each, without the directory's name
-    ~Chip() override { opt.cur_chip = nullptr; }
+    ~Chip() override { chip_select(nullptr); }
     std::string path(const std::string &name) const { return scratch.path + "/" + name; }
     template <class F> void listen(F fn)
     {
@@ -215,7 +215,8 @@ TEST_F(Chip, Maximise)
 // What is wrong with the core registers of a sample chip.
 static const char *fault_of_sample(const char *name)
 {
-    chipinfo_t *ci = opt.cur_chip = chipinfo_load(nullptr, name);
+    chipinfo_t *ci = chipinfo_load(nullptr, name);
+    chip_select(ci);
     sfr_init(ci);
     for (uint32_t id = SFR_TOSU; id < SFR_END; ++id) {
         if (!chip_isSfrCommonAddr(sfr_addrOf(id)))

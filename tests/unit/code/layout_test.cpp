@@ -107,9 +107,9 @@ TEST(SizePass, EndsWhereThePlainWalksEnd)
 {
     chipinfo_t chip = {};
     chip.c_arch = arch_find("ZEL8");
-    opt = {};
-    opt.cur_chip = &chip;
-    opt.optimise = true;
+    chip_select(&chip);
+    options_to_write() = {};
+    options_to_write().optimise = true;
     sym_init();
     for (uint32_t seed = 0; seed < 24; seed++) {
         EXPECT_EQ(misplaced(random_psect(seed, seed % 3 ? 400 : 12000, seed % 2)), 0u) << "seed " << seed;
@@ -117,5 +117,6 @@ TEST(SizePass, EndsWhereThePlainWalksEnd)
     EXPECT_EQ(misplaced(chained_psect("chain", 150, false)), 0u);
     EXPECT_EQ(cur_psect->s_psect->p_top, 150 * 252u);
     EXPECT_EQ(misplaced(chained_psect("padded", 150, true)), 0u);
-    opt = {};
+    options_to_write() = {};
+    chip_select(nullptr);
 }

@@ -52,8 +52,9 @@ static std::string answers(const opnd_t &v)
 
 TEST(SfrOp, Predicates)
 {
-    opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
-    sfr_init(opt.cur_chip);
+    chipinfo_t *chip = chipinfo_load(nullptr, "ZEL8K10");
+    chip_select(chip);
+    sfr_init(chip);
     static const char *const expected[] = {"kt",   "kt",   "kt",   "k",    "kp",   "kp",   "kp",   "k",    "k",  "k",
                                            "k",    "k",    "k",    "ki1",  "ki+1", "ki-1", "ki*1", "kix1", "k",  "k",
                                            "kw",   "ki2",  "ki+2", "ki-2", "ki*2", "kix2", "k",    "k",    "kb", "ki3",
@@ -73,5 +74,5 @@ TEST(SfrOp, Predicates)
         v.opnd_value = value_const(addr);
         EXPECT_EQ(answers(v), "") << addr;   // among them those that share wreg's slot
     }
-    opt.cur_chip = nullptr;
+    chip_select(nullptr);
 }

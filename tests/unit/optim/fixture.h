@@ -30,8 +30,9 @@ class Optim : public testing::Test
         static const alert_services_t services = {catalogue_path, exit};
         alert_set_services(&services);
         alert_set_log(unexpected);
-        opt.cur_chip = chipinfo_load(nullptr, "ZEL8K10");
-        sfr_init(opt.cur_chip);
+        chipinfo_t *chip = chipinfo_load(nullptr, "ZEL8K10");
+        chip_select(chip);
+        sfr_init(chip);
         jump_init();
     }
 
@@ -54,10 +55,8 @@ class Optim : public testing::Test
                "global r,s,out,start,p__Lparam\npsect t,class=CODE\n\t"
             << code << '\n';
         char *sources[] = {name};
-        opt.src_files = sources;
-        opt.src_count = 1;
-        opt.src_next = 0;
-        opt.radix = 10;
+        options_to_write().src_files = sources;
+        options_to_write().src_count = 1;
         sym_init();
         tlab_init();
         lex_init();

@@ -121,9 +121,9 @@ TEST_F(Optim, JumpRules)
     expect_rows(covered, jump_walk, assemble);
     codecov_seen = false;
     expect_rows(branches, hoist_walk, assemble);
-    opt.errata_mask = 0x4000;
+    options_to_write().errata_mask = 0x4000;
     expect_rows({{"goto L / M: / incf z / L: / return"}}, jump_walk, assemble);   // J12
-    opt.errata_mask = 0;
+    options_to_write().errata_mask = 0;
 }
 
 // The index finds what trying one goto after the other finds, also when the list has changed under it.

@@ -6,6 +6,7 @@
 #include "chip/chip.h"
 #include "code/layout.h"
 #include "code/ops.h"
+#include "code/program.h"
 #include "options.h"
 #include "out/emlist.h"
 
@@ -17,12 +18,16 @@ class Out : public testing::Test
     {
         chip.c_arch = arch_find("ZEL8");
         chip.c_name = "X";
-        opt = {};
-        opt.cur_chip = &chip;
+        options_to_write() = {};
+        chip_select(&chip);
         sym_init();
         cur_psect = sym_enter("p", S_PSECT);
     }
-    void TearDown() override { opt = {}; }
+    void TearDown() override
+    {
+        options_to_write() = {};
+        chip_select(nullptr);
+    }
 
     static op_t *append(token_t type, uint16_t subop, const value_t &v, opnd_kind_t kind, const char *remark = nullptr)
     {
@@ -53,9 +58,8 @@ static std::string row(std::string front, const std::string &text)
 
 TEST_F(Out, ColumnsAndPages)
 {
-    opt.version_text = "1";
-    opt.page_width = 60;
-    opt.form_length = 16;
+    options_to_write().version_text = "1";
+    program.page = {.form_length = 16, .page_width = 60};
     for (const char *name : {"one", "two", "ext", "none"}) {
         symbol_t *s = sym_enter(name, 0);
         s->s_flags |= S_GLOBAL;
@@ -68,7 +72,7 @@ TEST_F(Out, ColumnsAndPages)
     append_label(sym_newlabel())->op_sym->s_refs = 1;   // not shown, and neither is its address
     size_all();
     FILE *f = tmpfile();
-    list_write(f);
+    list_write(f, nullptr);
     std::string all(static_cast<size_t>(ftell(f)), '\0');
     rewind(f);
     ASSERT_EQ(all.size(), fread(all.data(), 1, all.size(), f));
@@ -91,7 +95,7 @@ TEST_F(Out, BranchesThatChaseEachOtherSettle)
 {
     // With the `goto` short, T moves down and the backward branch no longer reaches it; when that grows, `goto` no longer
     // reaches F; when that grows again, T moves up, and so on.
-    opt.optimise = true;
+    options_to_write().optimise = true;
     symbol_t *f = sym_enter("F", 0), *t = sym_enter("T", 0);
     append(T_GOTO, 0, value_sym(f), OPND_NONE);
     append_label(t);
