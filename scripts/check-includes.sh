@@ -12,11 +12,6 @@ code/expr code/sym              values refer to names, which have values
 code/sym code/list              names of psects have code, whose nodes have names
 code/ops code/list              the table of words tells of nodes what they are
 code/place code/sfrop
-front/parser front/declarations  a line asks the rules of statements, which are written with the parser of tokens
-front/parser front/directives
-front/parser front/controls
-front/parser front/instruction
-front/parser front/macro
 front/lexutil front/macro       a macro is expanded where its name is scanned, and its text is scanned in turn
 '
 

@@ -18,6 +18,7 @@
 #include "chip/cfgdata.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/number.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -175,12 +176,6 @@ void cmdline_collect(int *argc, char ***argv)
 
 // Options by the character behind the dash. A row's function gets the whole argument.
 
-static int decimal(const char *text)
-{
-    long n = strtol(text, nullptr, 10);
-    return n > INT32_MAX ? INT32_MAX : n < INT32_MIN ? INT32_MIN : static_cast<int>(n);
-}
-
 static void option_a(const char *arg)
 {
     (strcasecmp(arg + 1, "auto_inline") == 0 ? asked.auto_inline : asked.asm_output) = true;
@@ -239,7 +234,7 @@ static void option_e(const char *arg)
 
 static void option_f(const char *arg)
 {
-    asked.form_length = decimal(arg + 2);
+    asked.form_length = scan_decimal(arg + 2);
     if (asked.form_length != 0 && asked.form_length <= 14)
         alert_msg(835);
 }
@@ -282,7 +277,7 @@ static void option_r(const char *) {}   // a number that no part of the program 
 
 static void option_t(const char *arg)
 {
-    asked.page_width = decimal(arg + 2);
+    asked.page_width = scan_decimal(arg + 2);
     if (asked.page_width < 60)
         alert_msg(834);
 }
@@ -299,7 +294,7 @@ static void option_w(const char *arg)
 {
     if (strchr(arg, '!'))
         alert_set_werror(1);
-    alert_set_level(decimal(arg + 2));
+    alert_set_level(scan_decimal(arg + 2));
 }
 
 static void option_x(const char *) { asked.no_locals = true; }
@@ -329,7 +324,7 @@ static void option_edf(const char *file)
         alert_print("Could not open error description file %s\n", file);
 }
 
-static void option_emax(const char *n) { alert_set_emax(static_cast<unsigned>(decimal(n))); }
+static void option_emax(const char *n) { alert_set_emax(static_cast<unsigned>(scan_decimal(n))); }
 
 static void option_version(const char *)
 {

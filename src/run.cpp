@@ -29,7 +29,7 @@
 #include "env/qvdebug.h"
 #include "front/cond.h"
 #include "front/lexutil.h"
-#include "front/parser.h"
+#include "front/statement.h"
 #include "optim/changes.h"
 #include "optim/changes_out.h"
 #include "optim/driver.h"

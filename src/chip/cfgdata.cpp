@@ -27,6 +27,7 @@
 
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/number.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
@@ -80,20 +81,8 @@ static bool read_number(char *field, unsigned base, uint64_t *number)
 {
     if (!field)
         return false;
-    char *s = skip_blanks(field);
-    if (base == 16 && s[0] == '0' && (s[1] | 0x20) == 'x')
-        s += 2;
-    char *digits = s;
-    for (*number = 0;; ++s) {
-        const int c = *s | 0x20, value = *s >= '0' && *s <= '9' ? *s - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : 16;
-        const unsigned digit = static_cast<unsigned>(value);
-        if (digit >= base)
-            break;
-        if (*number > (UINT64_MAX - digit) / base)
-            return false;
-        *number = *number * base + digit;
-    }
-    return s != digits && *skip_blanks(s) == '\0';
+    const char *behind = scan_digits(skip_blanks(field), base, number);
+    return behind && behind[strspn(behind, blanks)] == '\0';
 }
 
 // The names of a comma-separated list; null if there is none. Two commas in a row have no name between them.

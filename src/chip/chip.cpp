@@ -16,13 +16,13 @@
 #include "chip/chip.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <strings.h>
 
 #include "chip/chipinfo.h"
 #include "common/alert.h"
 #include "common/assertion.h"
+#include "common/number.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 
@@ -85,23 +85,10 @@ bool chip_isConfigAddr(int64_t addr)
 // no digits, or too many for 64 bits.
 static const char *scan_number(const char *s, unsigned base, uint32_t *out)
 {
-    auto digit = [base](char c) -> unsigned {
-        unsigned char u = static_cast<unsigned char>(c);
-        unsigned d = isdigit(u) ? u - '0' : isxdigit(u) ? tolower(u) - 'a' + 10u : 99;
-        return d < base ? d : 99;
-    };
-    if (base == 16 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X') && digit(s[2]) != 99)
-        s += 2;
-    if (digit(*s) == 99)
-        return nullptr;
-    uint64_t n = 0;
-    for (; digit(*s) != 99; ++s) {
-        *out = UINT32_MAX;
-        if (n > (UINT64_MAX - digit(*s)) / base)
-            return nullptr;
-        n = n * base + digit(*s);
-    }
-    *out = static_cast<uint32_t>(n);
+    uint64_t n;
+    s = scan_digits(s, base, &n);
+    if (s || n)
+        *out = static_cast<uint32_t>(n);
     return s;
 }
 

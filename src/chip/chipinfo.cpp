@@ -26,6 +26,7 @@
 #include "chip/keys.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/number.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/osdep.h"
@@ -140,17 +141,10 @@ void chipinfo_check(const chipinfo_t *ci, bool required, uint32_t expected, std:
 // Reads hexadecimal digits, with an optional 0x ahead, that fill the whole text and 64 bits at most.
 static bool scan_hex(const char *s, uint64_t *out)
 {
-    if (s[0] == '0' && (s[1] == 'x' || s[1] == 'X'))
-        s += 2;
-    size_t digits = strspn(s, "0123456789abcdefABCDEF");
-    uint64_t n = 0;
-    if (digits == 0 || s[digits] != '\0')
+    uint64_t n;
+    s = scan_digits(s, 16, &n);
+    if (!s || *s)
         return false;
-    for (; *s; ++s) {
-        if (n >> 60)
-            return false;
-        n = n * 16 + static_cast<unsigned>(*s <= '9' ? *s - '0' : (*s & 0x5F) - 'A' + 10);
-    }
     *out = n;
     return true;
 }

@@ -17,8 +17,8 @@
 // line. Callers are never unwound: stop() exits.
 //
 // Lines are built in fixed buffers, text in one and the line in another. What does not fit is cut. The one nested report
-// ("too many errors") comes when the current message has been given up, so sharing the buffers is harmless. Nothing on the
-// way to the line allocates memory, as running out of it is one of the messages.
+// ("too many errors") comes when the current message has been given up, so sharing the buffers is harmless. Once the
+// catalogue is loaded, nothing on the way of alert_msg to the line allocates memory, as running out of it is one of the messages.
 #include "common/alert.h"
 
 #include <sys/stat.h>
@@ -32,6 +32,7 @@
 #include "common/failure.h"
 #include "common/fileguard.h"
 #include "common/hash.h"
+#include "common/number.h"
 #include "common/stringcache.h"
 #include "common/vector.h"
 #include "common/xalloc.h"
@@ -129,12 +130,6 @@ static bool is_level(const char *s)
     return *s >= '0' && *s <= '9';
 }
 
-static int32_t level_value(const char *s)
-{
-    long n = strtol(s, nullptr, 10);
-    return static_cast<int32_t>(n < INT32_MIN ? INT32_MIN : n > INT32_MAX ? INT32_MAX : n);
-}
-
 static alert_type_t type_of_token(char c)
 {
     switch (c) {
@@ -213,7 +208,7 @@ static line_fault_t load_line(vec_t<alert_record_t *> table, const char *s)
     alert_record_t *m = xnew<alert_record_t>();
     m->type = type_of_token(*type);
     m->number = static_cast<uint32_t>(number);
-    m->level = m->type == WARNING ? level_value(type) : 0;
+    m->level = m->type == WARNING ? scan_decimal(type) : 0;
     vec_setAt(table, m, m->number);
     const alert_record_t *own = st.own ? vec_elementAt(st.own, m->number) : nullptr;
     const bool fits = !own || takes_arguments_of(text, own->text);
@@ -542,7 +537,7 @@ static int report_text(unsigned number, bool hook, const char *kind, const char 
     alert_type_t type = type_of_token(*kind);
     if (type == ERROR)
         count_error();
-    int level = is_level(kind) ? level_value(kind) : 10;
+    int level = is_level(kind) ? scan_decimal(kind) : 10;
     if (level < st.threshold && type != FATAL)
         return 0;
     if (hook)

@@ -4,9 +4,9 @@
 #pragma once
 
 struct failure_services_t {
-    void (*no_memory)();                                                               // message 296, and ends the run
+    void (*no_memory)();                                                                // message 296, and ends the run
     void (*assertion)(unsigned number, const char *text, const char *file, int line);   // messages 1501 to 1503
-    void (*stop)(int status);                                                          // ends the run
+    void (*stop)(int status);                                                           // ends the run
 };
 extern const failure_services_t *failure_services;   // alert's; null in a program that has no messages
 

@@ -27,6 +27,7 @@
 #include "common/assertion.h"
 #include "common/container_stats.h"
 #include "common/fileguard.h"
+#include "common/number.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/archive.h"
@@ -165,11 +166,9 @@ static void take_num(const char *arg, bool more)
 {
     if (!one_argument("num", "an", arg, more))
         return;
-    uint64_t n = 0;
-    const char *s = arg;
-    for (; *s >= '0' && *s <= '9' && n <= UINT32_MAX; s++)
-        n = n * 10 + static_cast<uint64_t>(*s - '0');
-    if (!*s && n > 0 && n <= UINT32_MAX)
+    uint64_t n;
+    const char *behind = scan_digits(arg, 10, &n);
+    if (behind && !*behind && n > 0 && n <= UINT32_MAX)
         st.num = static_cast<unsigned>(n);
     else
         WARN("\"num\" option must be a decimal integer > 0, using \"%u\"", st.num);

@@ -1,5 +1,5 @@
 // A directive is read by one small rule, found through the table at the end by its token. Most act while they are read:
-// they set a flag of a symbol or psect, or an option of the run. Those that take room in the program or speak at its
+// they set a flag of a symbol or psect, or change how the rest is read. Those that take room in the program or speak at its
 // place make a node instead, and act when that node is sized or emitted.
 //
 // Rules of a family stand together: what steers listing, optimiser and reading in controls.cpp, what tells something of

@@ -1,6 +1,4 @@
-// A line holds any number of labels, then at most one statement, then a comment or nothing. A statement's rule reads its
-// operands and, when they are complete, makes the node. The end of the line is looked at only afterwards, so a line with
-// something superfluous behind a whole statement is reported and assembled all the same.
+// Tokens, one at a time, and what the rules of statements share: simple operands, and nodes at the end of the current psect.
 //
 // A syntax error costs one message a line: the rest of the line is dropped. An error in another line is that line's own. But
 // the lines of a macro's expansion all show the same place, where further errors are likely to come from the same cause: there
@@ -8,20 +6,10 @@
 #include "front/parser.h"
 
 #include <cstring>
-#include <strings.h>
 
-#include "code/program.h"
-#include "code/tlab.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
-#include "common/stringcache.h"
-#include "common/xalloc.h"
 #include "env/fileutils.h"
-#include "front/controls.h"
-#include "front/declarations.h"
-#include "front/directives.h"
-#include "front/instruction.h"
-#include "front/macro.h"
 
 parse_state_t parse_state;
 
@@ -97,14 +85,14 @@ static void yyerror(const char *text)
     }
 }
 
-static bool is_quiet()
+bool parse_is_quiet()
 {
     return ps.gave_up || (ps.quiet > 0 && ps.error_line == srcpos.phys_line && ps.error_file == srcpos.phys_file);
 }
 
 bool syntax_error()
 {
-    if (!is_quiet())
+    if (!parse_is_quiet())
         yyerror(nullptr);
     ps.error_file = srcpos.phys_file;
     ps.error_line = srcpos.phys_line;
@@ -119,9 +107,10 @@ bool parse_give_up()
     return false;
 }
 
-// Drops the rest of the line. False at the end of all input.
-static bool recover()
+bool parse_recover()
 {
+    if (ps.gave_up)
+        return false;
     while (peek() != T_EOL && ps.token != T_COMMENT) {
         if (ps.token < 0)
             return false;
@@ -176,7 +165,7 @@ void parse_check_field(const char *what, int64_t n, int64_t most)
         alert_msg(2210, what, 0LL, static_cast<long long>(most), static_cast<long long>(n));
 }
 
-// Statements.
+// Nodes.
 
 op_t *stmt_new_op(token_t type)
 {
@@ -228,131 +217,4 @@ void parse_defined_twice(const symbol_t *s)
 {
     if (alert_msg(845, s->s_name))
         parse_note_definition(s);
-}
-
-static void define_label(symbol_t *s)
-{
-    op_t *op = stmt_new_op(T_NAME);
-    op->op_sym = s;
-    if (s->s_defop || (s->s_flags & S_EQU))
-        parse_defined_twice(s);
-    s->s_defop = op;
-    sym_add_ref(s);
-    s->s_owner = cur_psect;
-    if (s->s_flags & S_EXTERN)
-        alert_msg(848);
-    s->s_flags &= ~static_cast<uint64_t>(S_EXTERN | S_UNDEF);
-}
-
-static void define_temporary_label(int64_t number)
-{
-    op_t *op = stmt_new_op(T_NUMLABEL);
-    op->op_tlab = static_cast<uint64_t>(number);
-    op->op_opnd1.opnd_value.v_sym = tlab_define(number, op);
-}
-
-// Behind a whole statement: the end of the line, or a comment.
-static bool parse_end_of_statement(stmt_end_t end)
-{
-    const int token = peek();
-    if (token == T_COMMENT) {
-        if (end == END_CONTROL)
-            op_comment_add(yylval.str, yylval.str_len);
-        else if (parse_state.last_op)
-            op_more(parse_state.last_op)->op_remark = xstrndup(yylval.str, yylval.str_len);
-    } else if (token != T_EOL) {
-        return syntax_error();
-    }
-    take();
-    lex_skip_line();
-    return true;
-}
-
-// Behind `end`: nothing more may follow in all the input. What does is reported once and then read as usual.
-static bool parse_end()
-{
-    value_t v;
-    if (peek() != T_EOL && ps.token != T_COMMENT) {
-        if (!parse_expr(&v))
-            return false;
-        program.end_value = v;
-        program.has_end_value = true;
-        program.end_file = srcpos.cur_file;
-        program.end_line = srcpos.cur_line;
-    }
-    if (peek() != T_EOL && ps.token != T_COMMENT)
-        return syntax_error();
-    take();
-    lex_skip_line();
-    return peek() < 0 || syntax_error();
-}
-
-// One line, up to and including its end.
-static bool parse_statement()
-{
-    bool labelled = false;
-    for (;;) {
-        const int token = peek();
-        if (token == T_COMMENT) {
-            op_comment_add(yylval.str, yylval.str_len);
-            take();
-            lex_skip_line();
-            return true;
-        }
-        if (token == T_EOL) {
-            take();
-            lex_skip_line();
-            return true;
-        }
-        if (token == T_NAME) {
-            symbol_t *s = yylval.sym;
-            take();
-            if (accept(T_COLON)) {
-                define_label(s);
-                labelled = true;
-                continue;
-            }
-            const int word = peek();
-            if (word == T_INT && strcasecmp(s->s_name, "stack") == 0)
-                return parse_callstack() && parse_end_of_statement(END_CONTROL);   // no keyword, but at this place
-            if (word != T_EQU && word != T_SET && word != T_MACRO)
-                return syntax_error();
-            take();
-            return (word == T_MACRO ? macro_statement(s) : parse_definition(s, word)) && parse_end_of_statement(END_COMMAND);
-        }
-        if (token == T_INT) {
-            const int64_t number = yylval.num;
-            take();
-            if (!expect(T_COLON))
-                return false;
-            define_temporary_label(number);
-            labelled = true;
-            continue;
-        }
-        if (token == T_END && !labelled) {
-            take();
-            return parse_end();
-        }
-        if (token == T_ENDM) {
-            const bool told = !is_quiet();
-            syntax_error();
-            if (told)
-                macro_explain_end();
-            return false;
-        }
-        take();
-        stmt_end_t end = END_COMMAND;
-        const uint16_t subop = yylval.subop;
-        bool is_instruction;
-        const bool ok =
-            parse_instruction(token, subop, &is_instruction) || (!is_instruction && parse_directive(token, &end));
-        return ok && parse_end_of_statement(end);
-    }
-}
-
-void yyparse()
-{
-    while (peek() >= 0)
-        if (!parse_statement() && (ps.gave_up || !recover()))
-            return;
 }

@@ -1,7 +1,7 @@
-// parser: statements to code lists. One pass over all sources, by recursive descent with one token of look-ahead.
+// parser: what the rules of statements are written with. One pass over all sources, by recursive descent with one token of
+// look-ahead; `statement` asks the rules.
 //
-// The token functions below are what the rules of all statements are written with. A rule
-// asks for a token only when it needs one, since a token is scanned under the lex_mode of the moment, and returns false
+// A rule asks for a token only when it needs one, since a token is scanned under the lex_mode of the moment, and returns false
 // on a syntax error, which has then been reported.
 #pragma once
 
@@ -17,7 +17,6 @@ struct parse_state_t {
 };
 extern parse_state_t parse_state;
 
-void yyparse();                    // to the end of all input
 op_t *stmt_new_op(token_t type);   // the node of a statement, at the end of the current psect
 op_t *stmt_new_text(token_t type, uint16_t subop, const char *text);
 
@@ -28,7 +27,9 @@ bool expect(int token);   // the same; anything else is a syntax error
 bool syntax_error();      // reports the next token; returns false
 void end_line();          // the next token is the line's end, whatever has been asked for
 
-bool parse_give_up();   // nesting is too deep to go on: the parse ends; returns false
+bool parse_is_quiet();   // whether a syntax error here goes unreported
+bool parse_give_up();    // nesting is too deep to go on: the parse ends; returns false
+bool parse_recover();    // behind a syntax error: drops the rest of the line. False if there is nothing to go on with
 
 void parse_note_first(const char *name, const char *file,
                       int64_t line);             // behind a message: where a name was defined first

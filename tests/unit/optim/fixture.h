@@ -16,6 +16,7 @@
 #include "env/catalogue.h"
 #include "front/lexutil.h"
 #include "front/parser.h"
+#include "front/statement.h"
 #include "optim/jump.h"
 #include "optim/node.h"
 #include "optim/report.h"
