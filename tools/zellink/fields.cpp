@@ -16,11 +16,6 @@ static bool has_file_operand(unsigned word)
     return word >> 9 == 1 || word >> 10 == 1 || (word >= 0x1000 && word < 0xC000);
 }
 
-static std::string described(const zo_reloc_entry &e)
-{
-    return zo_field_kind(e.type) == ZO_COMPLEX ? zo_infix(e.value) : zl_quoted(e.name);
-}
-
 static std::string number(int64_t value)
 {
     return value < 0 ? std::to_string(value) : zo_format("0x%llX", static_cast<unsigned long long>(value));
@@ -32,12 +27,28 @@ struct field_t {
     uint64_t offset;   // in the piece
     const zo_reloc_entry &entry;
     unsigned bits;
-    unsigned word;   // two bytes at the field, 0 if it isn't at the begin of an instruction
+    uint64_t stood;   // what was in the field
+    unsigned word;    // two bytes at the field, 0 if it isn't at the begin of an instruction
 };
+
+// What a field refers to. A place in a psect goes by the name that it has, if it has one.
+static std::string described(const zl_linker &l, const field_t &f)
+{
+    const zo_reloc_entry &e = f.entry;
+    if (zo_field_kind(e.type) == ZO_COMPLEX)
+        return zo_infix(e.value);
+    const auto psect = f.module.pieces.find(e.name);
+    if (zo_field_kind(e.type) == ZO_ADD_PSECT && psect != f.module.pieces.end())
+        for (const zl_symbols *table : {&f.module.locals, &l.globals})
+            for (const auto &[name, s] : *table)
+                if (s.piece == &psect->second && !s.alias && s.value == static_cast<int64_t>(f.stood))
+                    return zl_quoted(std::string(name));
+    return zl_quoted(e.name) + (f.stood ? zo_format(" + 0x%llX", static_cast<unsigned long long>(f.stood)) : "");
+}
 
 static void check_fit(zl_linker &l, const field_t &f, zl_sum sum)
 {
-    const std::string what = described(f.entry) + " is " + number(sum.value);
+    const std::string what = described(l, f) + " is " + number(sum.value);
     const int64_t top = int64_t{1} << f.bits, half = top / 2;
     if (sum.data && f.bits == 8 && f.word && has_file_operand(f.word) && sum.value >= 0) {
         const uint64_t address = static_cast<uint64_t>(sum.value);
@@ -91,7 +102,9 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
     sum.value = static_cast<int64_t>(static_cast<uint64_t>(sum.value) + (word & mask));
     const bool instruction = p.x.space == ZL_PROGRAM && (zl_address(p) + offset) % 2 == 0 && e.offset + 2u <= data.size();
     if (l.messages.size() == faults)
-        check_fit(l, {m, p, offset, e, bits, instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0}, sum);
+        check_fit(l,
+                  {m, p, offset, e, bits, word & mask, instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0},
+                  sum);
     word = (word & ~mask) | (static_cast<uint64_t>(sum.value) & mask);
     for (unsigned i = 0; i < bytes; i++)
         data[e.offset + i] = static_cast<uint8_t>(word >> 8 * i);
@@ -143,7 +156,8 @@ static void emit_text(zl_linker &l, const zl_module &m, const zl_piece &p, const
                            zo_format("the chip has no memory for bytes of space %u: take space 0, or the flag "
                                      "`note` if they aren't for the chip",
                                      p.x.space));
-    put(l, p, text.offset, data);
+    if (!p.group->homeless)
+        put(l, p, text.offset, data);
 }
 
 void zl_emit(zl_linker &l)

@@ -44,7 +44,10 @@ static void print(const std::vector<zl_message> &messages)
 static bool same_file(const std::string &a, const std::string &b)
 {
     std::error_code ignored;
-    return a == b || std::filesystem::equivalent(a, b, ignored);
+    const auto whole = [&](const std::string &path) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path, ignored), ignored);
+    };
+    return whole(a) == whole(b) || std::filesystem::equivalent(a, b, ignored);   // links to one file have two names
 }
 
 // Empty, or why an output may not be written there.

@@ -190,8 +190,11 @@ static void place_unit(zl_linker &l, const unit_t &u)
         if (u.cls.at_start)
             break;
     }
-    if (best == UINT64_MAX)
+    if (best == UINT64_MAX) {
+        for (const auto &[g, offset] : u.members)
+            g->homeless = true;
         return complain_full(l, u, largest);
+    }
     if (u.size)
         zl_reserve(used, {static_cast<uint32_t>(address), static_cast<uint32_t>(address + u.size - 1)});
     for (const auto &[g, offset] : u.members)
@@ -250,7 +253,7 @@ static void check_reset(zl_linker &l, const std::vector<unit_t> &units)
     size_t count = 0;
     for (const unit_t &u : units) {
         const zl_group &g = *u.members[0].first;
-        if (g.space != ZL_PROGRAM || !u.size)
+        if (g.space != ZL_PROGRAM || !u.size || g.homeless)
             continue;
         count++;
         if (g.address == 0 && !u.cls.at_start)

@@ -42,15 +42,23 @@ static void collect_text(zl_piece &p, const zo_text &text)
     }
 }
 
-static void collect_line(zl_piece &p, const zo_symbol &s, const std::string *file, const std::string *&line)
+// A condition that the assembler left open, with the place where it stands.
+struct condition_t {
+    const zl_piece *piece;
+    uint64_t offset;
+    const zo_expr *condition;
+};
+
+static void collect_line(zl_piece &p, const zo_symbol &s, const std::string *file)
 {
-    line = &s.name;
-    p.lines.push_back({uint64_t{s.value} * p.x.delta, file, line});
+    p.lines.push_back({uint64_t{s.value} * p.x.delta, file, &s.name});
 }
 
 void zl_collect(zl_linker &l, zl_module &m)
 {
-    const std::string *file = nullptr, *line = nullptr;
+    const std::string *file = nullptr;
+    const zl_piece *last = nullptr;   // whose bytes came last
+    std::vector<condition_t> conditions;
     for (const zo_record &r : m.file->records) {
         if (const auto *psect = std::get_if<zo_psect>(&r.body)) {
             piece(m, psect->name).flags |= psect->flags;
@@ -64,13 +72,15 @@ void zl_collect(zl_linker &l, zl_module &m)
         } else if (const auto *bound = std::get_if<zo_psectbound>(&r.body)) {
             cover(piece(m, bound->name), bound->base, bound->top);
         } else if (const auto *text = std::get_if<zo_text>(&r.body)) {
-            collect_text(piece(m, text->psect), *text);
+            zl_piece &p = piece(m, text->psect);
+            collect_text(p, *text);
+            last = &p;
         } else if (const auto *sym = std::get_if<zo_sym>(&r.body)) {
             for (const zo_symbol &s : sym->symbols)
                 if (s.flags == ZO_S_FILE)
                     file = &s.name;
                 else if (s.flags == ZO_S_LINE)
-                    collect_line(piece(m, s.psect), s, file, line);
+                    collect_line(piece(m, s.psect), s, file);
         } else if (const auto *dabs = std::get_if<zo_dabs>(&r.body)) {
             for (const zo_dabs_entry &e : dabs->entries)
                 if (e.size)
@@ -78,11 +88,20 @@ void zl_collect(zl_linker &l, zl_module &m)
                                {e.address,
                                 static_cast<uint32_t>(std::min<uint64_t>(uint64_t{e.address} + e.size - 1, UINT32_MAX))});
         } else if (const auto *cond = std::get_if<zo_cond_expr>(&r.body)) {
-            zl_complain(l, file && line ? *file + ":" + *line : m.name,
-                        "the condition " + zo_infix(cond->condition) +
-                            " at or below this place was left to the linker, which "
-                            "can't tell its arms apart: give its symbols a value in the source");
+            conditions.push_back({last, last ? last->size : 0, &cond->condition});
         }
+    }
+    for (const condition_t &c : conditions) {
+        std::string where = m.name;
+        if (c.piece)   // the first line at the place: what follows the condition stands there, too
+            for (auto line = c.piece->lines.rbegin(); line != c.piece->lines.rend(); ++line)
+                if (line->offset == c.offset && line->file)
+                    where = *line->file + ":" + *line->line;
+        zl_complain(l, where,
+                    "the condition " + zo_infix(*c.condition) +
+                        " was left to the linker, which can't tell its arms "
+                        "apart: give its symbols a value in the source (" +
+                        m.name + ")");
     }
 }
 

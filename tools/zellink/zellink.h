@@ -56,6 +56,7 @@ struct zl_group {
     uint64_t size = 0, boundary = 1, wanted = 0;   // bytes; wanted: what its `size` says, 0 for none
     uint64_t address = 0;
     bool absolute = false, overlaid = false, placed = false;
+    bool homeless = false;   // there was no room for it, which has been told
 };
 
 struct zl_symbol {
