@@ -13,8 +13,10 @@ cd "$scratch"
 "$scratch/zel8/$version/bin/aszel8" -mcpu=ZEL8K10 t.as
 "$scratch/zel8/$version/bin/zelobj" --verify t.obj
 "$scratch/zel8/$version/bin/zelobj" t.obj | grep -q 'movlw' || { echo "installation: no code in t.obj" >&2; exit 1; }
+"$scratch/zel8/$version/bin/zellink" --quiet -o t.hex t.obj
+grep -q '^:0600000005' t.hex || { echo "installation: no code in t.hex" >&2; exit 1; }
 "$scratch/zel8/$version/bin/zelrun" --steps 100 t.as >/dev/null
-for file in man/man1/aszel8.1 bash-completion/completions/aszel8; do
+for file in man/man1/aszel8.1 man/man1/zellink.1 bash-completion/completions/aszel8 bash-completion/completions/zellink; do
     [ -s "$scratch/zel8/share/$file" ] || { echo "installation: no share/$file" >&2; exit 1; }
 done
 echo "installation in $version/bin works"

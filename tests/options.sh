@@ -31,6 +31,14 @@ for word in $words; do
     offers -- | grep -qx -- "--$word" || complain "completion: no --$word"
 done
 
+# The same for the linker.
+for word in $(sed -n '/^} rows\[\] = {/,/^}/s/^    {"\(-[a-z-]*=*\)",.*/\1/p' "$top/tools/zellink/options.cpp"); do
+    grep -q -- "^| .*\`$word" "$top/docs/manual/linking.md" || complain "manual: no $word of zellink"
+    tr -d '\\' <"$top/docs/zellink.1" | grep -q -- "$word" || complain "man page: no $word of zellink"
+    grep -q -- "$word" "$top/completions/zellink.bash" || complain "completion: no $word of zellink"
+    zellink --help | grep -q -- "  $word" || complain "help: no $word of zellink"
+done
+
 printf '\tnop\n' >t.as
 for chip in $(offers -mcpu=z); do
     aszel8 "$chip" t.as || complain "completion: $chip"

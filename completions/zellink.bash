@@ -1,0 +1,19 @@
+# Bash completion for zellink: options, objects, archives, link files.
+
+_zellink() {
+    local cur=${COMP_WORDS[COMP_CWORD]}
+    case $cur in
+    -*)
+        COMPREPLY=($(compgen -W "-o -mcpu= --chipinfo= --class= --format=hex --format=bin --gc --help --keep= --map= --psect=
+            --quiet --ver" -- "$cur"))
+        [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
+        ;;
+    @*) COMPREPLY=($(compgen -P @ -f -- "${cur#@}")) ;;
+    *)
+        compopt -o filenames 2>/dev/null
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(obj|a)' -- "$cur"))
+        ;;
+    esac
+}
+
+complete -F _zellink zellink
