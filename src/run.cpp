@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "chip/chip.h"
 #include "chip/chipinfo.h"
@@ -159,7 +160,7 @@ static void write_report()
         return;
     FILE *to = open_output(opt.report_file);
     if (to)
-        (cache_ends_with(opt.report_file, ".json") ? changes_write_json : changes_write_text)(to);
+        (std::string_view(opt.report_file).ends_with(".json") ? changes_write_json : changes_write_text)(to);
     if (!to || !guard_close(to))
         no_report();
 }

@@ -14,8 +14,8 @@ std::string data_difference(const sim_t &a, const sim_t &b, const ranges_t &rang
 ranges_t pointer_registers(const sim_t &sim);
 
 struct comparison_t {
-    std::string difference;   // where they first differ; empty: nowhere
-    size_t accesses = 0;      // to watched registers, that are the same
+    std::string difference;                      // where they first differ; empty: nowhere
+    size_t accesses = 0;                         // to watched registers, that are the same
     uint64_t plain_steps = 0, other_steps = 0;   // done where both were last the same
 };
 // Runs both, `plain` for so many instructions. What has to be the same: at each write to a watched register, the accesses so
