@@ -218,7 +218,7 @@ template <op_t *STEP(const op_t *)> struct run_ends_t {
         return holds ? e.end : nullptr;
     }
 
-    op_t *end_of(op_t *label)
+    [[gnu::noinline]] op_t *end_of(op_t *label)   // or the common case would pay for its registers
     {
         op_t *op = label, *end = nullptr;
         for (; op->op_type == T_NAME && !(end = known(op)); op = STEP(op))
@@ -277,9 +277,9 @@ bool op_is_skip(const op_t *op) { return op->op_type == T_BTFSC || op->op_type =
 
 bool after_skip(const op_t *op)
 {
-    do
-        op = before_labels(op->op_prev);
-    while (op && op_is_silent(op));
+    op = op->op_prev;
+    while (op && op_is_silent(op))
+        op = op->op_type == T_NAME ? before_labels(const_cast<op_t *>(op)) : op->op_prev;
     return op && (op->op_type == 0 ? skip_at_end : op_is_skip(op));
 }
 

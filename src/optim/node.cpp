@@ -169,7 +169,11 @@ bool op_uses_stack(const op_t *op)
 
 // Places.
 
-op_t *following(const op_t *op) { return past_labels(op->op_next); }
+op_t *following(const op_t *op)
+{
+    op_t *next = op->op_next;
+    return next->op_type == T_NAME ? past_labels(next) : next;
+}
 
 op_t *op_landing(const op_t *jump)
 {
