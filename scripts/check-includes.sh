@@ -7,9 +7,11 @@ cd "$1/src" || exit 1
 
 # Modules that know each other, one way and back; what is told here has no say in the search for circles.
 mutual='
-chip/chipinfo chip/chip         the file is read into the record, whose checks belong to the record
+chip/chip chip/chipinfo         the record is filled from the file, of which it reads the registers late
+chip/keys chip/chipinfo         the words of the file, and who reads them
 code/expr code/sym              values refer to names, which have values
 code/sym code/list              names of psects have code, whose nodes have names
+code/oprows code/ops            the rows are of the type that the look-ups declare
 code/ops code/list              the table of words tells of nodes what they are
 code/place code/sfrop
 front/lexutil front/macro       a macro is expanded where its name is scanned, and its text is scanned in turn
