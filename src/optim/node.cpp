@@ -163,6 +163,8 @@ bool op_writes_pcl(const op_t *op)
 
 bool op_uses_stack(const op_t *op)
 {
+    if (op->op_type == T_EQU || op->op_type == T_SET)
+        return false;   // names only
     return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2) ||
            sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
 }

@@ -70,9 +70,10 @@ static void list_psects(const zl_linker &l, std::string &out)
     out += "space  address    size  psect             class       module\n";
     for (const zl_piece *p : pieces) {
         const uint64_t low = p->absolute() && p->low != UINT64_MAX ? p->low : 0;
-        out += zo_format("%5u   %06llX  %6llX  %-16s  %-10s  %s\n", p->x.space,
-                         static_cast<unsigned long long>(zl_address(*p)) + low, static_cast<unsigned long long>(p->size - low),
-                         p->x.name.c_str(), p->group->class_name.c_str(), p->module->name.c_str());
+        out +=
+            zo_format("%5u   %06llX  %6llX  %-16s  %-10s  %s\n", p->x.space,
+                      static_cast<unsigned long long>(zl_address(*p)) + low, static_cast<unsigned long long>(p->size - low),
+                      p->x.name.c_str(), p->group->class_name.c_str(), p->module->name.c_str());
     }
 }
 
