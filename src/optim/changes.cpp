@@ -281,7 +281,12 @@ void changes_note_refusal(const op_t *call, const char *why)
 
 void changes_keep() { changes.kept = true; }
 
-static uint64_t bytes_of(const symbol_t *psect) { return psect->s_psect->p_top - psect->s_psect->p_base; }
+// An empty list isn't sized anew.
+static uint64_t bytes_of(const symbol_t *psect)
+{
+    const psect_t *p = psect->s_psect;
+    return list_empty(p->p_code) ? 0 : p->p_top - p->p_base;
+}
 
 void changes_begin(vec_t<symbol_t *> code_psects)
 {

@@ -36,12 +36,14 @@ constexpr unsigned MOST_NODES = 200'000;   // copied in the run
 vec_t<symbol_t *> inline_list;
 
 static struct {
-    uint32_t inline_seq;                       // counts copied bodies
-    unsigned nodes;                            // copied so far
-    hash_of<const symbol_t *, bool> large;     // psects that were measured and found too large
-    hash_of<const symbol_t *, bool> bodies;    // psects, and whether a copy does what the function does
-    hash_of<const symbol_t *, bool> refused;   // labels that were told of
-    hash_of<const symbol_t *, bool> listed;    // psects in inline_list
+    uint32_t inline_seq;                              // counts copied bodies
+    unsigned nodes;                                   // copied so far
+    hash_of<const symbol_t *, bool> large;            // psects that were measured and found too large
+    hash_of<const symbol_t *, const char *> bodies;   // psects, and why a copy doesn't do what the function does, or null
+    hash_of<const symbol_t *, const char *> unfit;    // psects that are neither host nor body, and why
+    hash_of<const symbol_t *, bool> refused;          // labels that were told of
+    hash_of<const symbol_t *, bool> listed;           // psects in inline_list
+    const char *why;                                  // the last question was answered with no
 } st;
 
 // A copy of a function, and the copy in which the call for it was.
@@ -63,26 +65,34 @@ static bool is_indirect(const op_t *op)
     return remark && cache_starts_with(remark, ";indir");
 }
 
-// Whether a body can't hold the node.
-static bool spoils_body(const op_t *op)
+static bool no(const char *why)
+{
+    st.why = why;
+    return false;
+}
+
+// Why a body can't hold the node; null: it can.
+static const char *spoils_body(const op_t *op)
 {
     switch (op->op_type) {
     case T_DS:
     case T_ORG:
-    case T_ALIGN:
-    case T_RCALL: return true;
-    case T_DB: return !errata_is_nop(op);
-    case T_RETURN: return op->op_subop == TPL_RETFIE;
-    case T_RETLW: return after_skip(op) && !is_indirect(op);   // two instructions can't stand under a skip
+    case T_ALIGN: return "it holds ds, org or align";
+    case T_RCALL: return "it holds an rcall";
+    case T_DB: return errata_is_nop(op) ? nullptr : "it holds data";
+    case T_RETURN: return op->op_subop == TPL_RETFIE ? "it holds a retfie" : nullptr;
+    case T_RETLW:
+        return after_skip(op) && !is_indirect(op) ? "it holds a retlw behind a skip" : nullptr;   // two instructions
     case T_BRA:
     case T_BCC:
     case T_GOTO: {
         if (!op_is_simple(op))
-            return true;
+            return "it holds a jump to no plain label";
         const op_t *label = op->op_opnd1.opnd_value.v_sym->s_defop;
-        return label && label->op_type == T_NAME && (label->op_sym->s_flags & S_GLOBAL);
+        return label && label->op_type == T_NAME && (label->op_sym->s_flags & S_GLOBAL) ? "it jumps to a global label"
+                                                                                        : nullptr;
     }
-    default: return false;
+    default: return nullptr;
     }
 }
 
@@ -96,9 +106,9 @@ static bool is_body_end(const op_t *op)
     return op->op_type == 0 || (op->op_type == T_NAME && cache_starts_with(op->op_sym->s_name, "__end_of"));
 }
 
-// Whether a copy of the body does what the function does. Its returns lead to the copy's exit, with nothing on the stack:
+// Why a copy of the body doesn't do what the function does; null: it does. Its returns lead to the copy's exit, with nothing on the stack:
 // so control may leave by returns alone, and nothing in the body may call what returns there.
-static bool body_leaves_by_returns(const symbol_t *q)
+static const char *body_strays(const symbol_t *q)
 {
     op_t *const first = q->s_psect->p_code->head.op_next, *end = first;
     while (!is_body_end(end))
@@ -114,27 +124,30 @@ static bool body_leaves_by_returns(const symbol_t *q)
     for (const op_t *op = first; op != end; op = op->op_next) {
         if (op_is_silent(op))
             continue;
-        if ((op->op_flags & OPF_PINNED) || op_writes_pcl(op) || op->op_type == T_CALLW)
-            return false;
+        if (op->op_flags & OPF_PINNED)
+            return "it holds code that counts on its place";
+        if (op_writes_pcl(op) || op->op_type == T_CALLW)
+            return "it holds a computed jump";
         if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
             const op_t *label = op_is_simple(op) ? op_target(op) : nullptr;
             if (!label || label->op_ahead != end)
-                return false;
+                return "it jumps out of its body";
         } else if (op->op_type == T_CALL || op->op_type == T_RCALL) {
             calls_itself |= callee_psect(op) == q;
         } else if (op_is_return(op)) {
             returns |= !is_indirect(op);
         }
     }
-    return op_ends_way(last) && !(returns && calls_itself);
+    return !op_ends_way(last) ? "it runs on over its end" : returns && calls_itself ? "it calls itself" : nullptr;
 }
 
 // The answer holds until the psect becomes the host of a copy.
 static bool body_stays_true(const symbol_t *q)
 {
     if (!hash_haskey(st.bodies, q))
-        hash_insert(st.bodies, q, body_leaves_by_returns(q));
-    return hash_lookup(st.bodies, q);
+        hash_insert(st.bodies, q, body_strays(q));
+    const char *why = hash_lookup(st.bodies, q);
+    return !why || no(why);
 }
 
 static void tell(int message, const op_t *where, const char *name)
@@ -159,14 +172,18 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
     psect_t *p = psect->s_psect;
     const op_t *named = nullptr;
     bool ok = false;
+    const char *why = "no label that begins with __end_of ends its psect";
     for (const op_t *op = p->p_code->head.op_next; op->op_type != 0; op = op->op_next) {
-        if (mode == 1 && !(op->op_flags & OPF_SKIPPED) && spoils_body(op))
+        if (const char *spoilt = mode == 1 && !(op->op_flags & OPF_SKIPPED) ? spoils_body(op) : nullptr) {
+            why = spoilt;
             break;
+        }
         if (op->op_type != T_NAME)
             continue;
         const char *label = op->op_sym->s_name;
         if (cache_starts_with(label, "__end_of")) {
             ok = mode == 0 || psect_is_function(psect);
+            why = "its psect isn't one of functions";
             break;
         }
         if (name && cache_string(name) == cache_string(label))
@@ -175,6 +192,8 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
             p->p_keep = true;
     }
     p->p_inlstate = ok ? MAY : MAY_NOT;
+    if (!ok)
+        hash_insert(st.unfit, psect, why);
     if (!ok && p->p_inline && name)
         tell(1433, named, name);
     return ok;
@@ -182,15 +201,23 @@ bool inline_check(int mode, symbol_t *psect, const char *name)
 
 static bool state_is_may(int mode, symbol_t *psect, const char *name)
 {
-    return psect->s_psect->p_inlstate ? psect->s_psect->p_inlstate == MAY : inline_check(mode, psect, name);
+    return (psect->s_psect->p_inlstate ? psect->s_psect->p_inlstate == MAY : inline_check(mode, psect, name)) ||
+           no(hash_lookup(st.unfit, psect));
 }
 
 // The callee is another psect that may share code with the caller's, and the call does nothing else: a fast one saves
 // registers.
 static bool may_share(const symbol_t *q, const op_t *call)
 {
-    return q && op_free(call) && call->op_psect && q != call->op_psect && psect_shares(q, call->op_psect) &&
-           !(q->s_psect->p_flags & P_NOTE) && !(call->op_subop & TPL_FAST);
+    if (!q || !call->op_psect)
+        return false;
+    if (!op_free(call))
+        return no("the call is to stay as it is");
+    if (q == call->op_psect)
+        return no("it stands in the function's own psect");
+    if (!psect_shares(q, call->op_psect) || q->s_psect->p_flags & P_NOTE)
+        return no("the psects don't share code");
+    return !(call->op_subop & TPL_FAST) || no("a fast call saves registers");
 }
 
 // The function is called at its beginning, not from within itself, and a copy of it does the same.
@@ -198,24 +225,35 @@ static bool copy_will_do(const call_t *call)
 {
     const symbol_t *q = callee_psect(call->op);
     const op_t *label = op_target(call->op);
-    if (!label || label->op_offs != 0 || stack_used_from(label->op_sym) || !body_stays_true(q))
+    if (!label || label->op_offs != 0)
+        return no("it doesn't lead to the function's beginning");
+    if (stack_used_from(label->op_sym))
+        return no("it looks at the stack");
+    if (!body_stays_true(q))
         return false;
     for (const origin_t *copy = call->in; copy; copy = copy->outer)
         if (copy->function == q)
-            return false;
+            return no("it lies in a copy of the function that it calls");
     return true;
 }
 
 static bool auto_ok(const call_t *call)
 {
+    constexpr const char *LARGE = "it has more than 7 bytes";
+    static_assert(SMALL == 7);
     symbol_t *q = callee_psect(call->op);
-    if (!may_share(q, call->op) || q->s_psect->p_inline || !state_is_may(1, q, nullptr) || !psect_is_function(q) ||
-        hash_haskey(st.large, q) || !copy_will_do(call))
+    if (!may_share(q, call->op) || q->s_psect->p_inline || !state_is_may(1, q, nullptr))
+        return false;
+    if (!psect_is_function(q))
+        return no("its psect isn't one of functions");
+    if (hash_haskey(st.large, q))
+        return no(LARGE);
+    if (!copy_will_do(call))
         return false;
     size_psect(q);
     if (q->s_psect->p_top > SMALL) {
         hash_insert(st.large, q, true);
-        return false;
+        return no(LARGE);
     }
     q->s_psect->p_keep = true;
     return true;
@@ -232,7 +270,19 @@ static bool call_ok(const call_t *call)
 
 static bool is_candidate(const call_t *call)
 {
-    return call->op->op_type == T_CALL && !after_skip(call->op) && (call_ok(call) || (opt.auto_inline && auto_ok(call)));
+    if (call->op->op_type != T_CALL)
+        return false;
+    if (after_skip(call->op))
+        return no("it stands behind a skip");
+    return call_ok(call) || (opt.auto_inline && auto_ok(call));
+}
+
+// A call stays: the report says so, and the last answer, if inlining was asked for.
+static void tell_stays(const op_t *call)
+{
+    const symbol_t *q = callee_psect(call);
+    if (q && st.why && (q->s_psect->p_inline || opt.auto_inline))
+        change_refuse(call, st.why);
 }
 
 // Copying.
@@ -418,7 +468,8 @@ static void inline_call(const call_t *call, vec_t<call_t *> further)
 static void init()
 {
     st.large = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
-    st.bodies = hash_make<const symbol_t *, bool>(1009, nullptr, nullptr);
+    st.bodies = hash_make<const symbol_t *, const char *>(1009, nullptr, nullptr);
+    st.unfit = hash_make<const symbol_t *, const char *>(1009, nullptr, nullptr);
     st.listed = hash_make<const symbol_t *, bool>(101, nullptr, nullptr);
     inline_list = vec_make<symbol_t *>();
     st.refused = hash_make<const symbol_t *, bool>(101, nullptr, nullptr);
@@ -428,10 +479,13 @@ static void init()
 // the calls in the copies of the last one alone.
 void inline_psect(symbol_t *psect)
 {
-    if (!psect || (psect->s_psect->p_flags & P_NOTE) || !state_is_may(0, psect, nullptr))
+    if (!psect || (psect->s_psect->p_flags & P_NOTE))
         return;
     if (!st.bodies)
         init();
+    const bool may = state_is_may(0, psect, nullptr);
+    if (!may && !changes.kept)
+        return;
     vec_t<call_t *> calls = vec_make<call_t *>(), further = vec_make<call_t *>();
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op->op_next)
         if (op->op_type == T_CALL && !(op->op_flags & OPF_SKIPPED))
@@ -439,8 +493,11 @@ void inline_psect(symbol_t *psect)
     for (unsigned copies = 0; vec_size(calls) != 0; std::swap(calls, further)) {
         vec_removeAll(further);
         for (const call_t *call : calls) {
-            if (!is_candidate(call))
+            st.why = may ? nullptr : "no label that begins with __end_of ends the psect that holds the call";
+            if (!may || !is_candidate(call)) {
+                tell_stays(call->op);
                 continue;
+            }
             if (copies++ == MOST_COPIES || st.nodes > MOST_NODES)
                 return tell(2214, call->op, psect->s_name);
             inline_call(call, further);
