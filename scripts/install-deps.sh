@@ -12,7 +12,7 @@ need libclang-rt-14-dev /usr/lib/llvm-14/lib/clang
 need cmake cmake
 need ninja-build ninja
 need pkg-config pkg-config
-need libzip-dev /usr/include/zip.h
+need libminizip-dev /usr/include/minizip/zip.h
 need nlohmann-json3-dev /usr/include/nlohmann/json.hpp
 need unzip unzip
 need clang-format clang-format

@@ -1,9 +1,7 @@
-// archive: zip archives through miniz, or through libzip where miniz isn't packaged.
+// archive: zip archives through miniz, or through minizip where miniz isn't packaged.
 //
-// Both do the same steps, and each step that fails has a result of its own. miniz writes as it goes: it makes the file at
-// once, and appending overwrites the old directory. libzip does nothing before the archive is closed and then replaces the
-// file as a whole. So that a failure shows at its own step there, the file is opened for writing beforehand; ending an
-// archive is no step of its own.
+// Both write as they go: they make the file at once, and appending overwrites the old directory. Each step that fails has a
+// result of its own; minizip ends an archive in the step that finalizes it.
 #include "env/archive.h"
 
 #include <cstdio>
@@ -44,52 +42,70 @@ archive_result_t archive_add(const char *archive, const char *member, const char
 
 #else
 
-#include <zip.h>
+#include <minizip/unzip.h>
+#include <minizip/zip.h>
 
-// Takes over `in`.
-static bool add_stream(zip_t *zip, const char *member, FILE *in)
+#include <ctime>
+
+#include <sys/stat.h>
+
+static bool can_be_read(const char *archive)
 {
-    zip_source_t *source = zip_source_filep(zip, in, 0, -1);
-    if (!source) {
-        fclose(in);
-        return false;
-    }
-    zip_int64_t index = zip_file_add(zip, member, source, ZIP_FL_OVERWRITE);
-    if (index < 0)
-        zip_source_free(source);
-    return index >= 0 &&
-           zip_set_file_compression(zip, static_cast<zip_uint64_t>(index), ZIP_CM_DEFLATE, COMPRESSION_LEVEL) == 0;
+    unzFile in = unzOpen64(archive);
+    return in && unzClose(in) == UNZ_OK;
 }
 
-static archive_result_t add_and_close(zip_t *zip, const char *member, const char *file)
+// The date and time that a member has: those of the file.
+static zip_fileinfo date_of(FILE *file)
+{
+    zip_fileinfo info = {};
+    struct stat st;
+    const tm *t = fstat(fileno(file), &st) == 0 ? localtime(&st.st_mtime) : nullptr;
+    if (t) {
+        const auto n = [](int value) { return static_cast<unsigned>(value); };
+        info.tmz_date = {n(t->tm_sec), n(t->tm_min), n(t->tm_hour), n(t->tm_mday), n(t->tm_mon), n(t->tm_year + 1900)};
+    }
+    return info;
+}
+
+static bool copy(zipFile zip, FILE *in)
+{
+    char buffer[16384];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, in)) > 0)
+        if (zipWriteInFileInZip(zip, buffer, static_cast<unsigned>(n)) != ZIP_OK)
+            return false;
+    return !ferror(in);
+}
+
+static bool add(zipFile zip, const char *member, const char *file)
 {
     FILE *in = fopen(file, "rb");
-    bool added = in && add_stream(zip, member, in);
-    if (added && zip_close(zip) == 0)
-        return ARCHIVE_DONE;
-    zip_discard(zip);
-    return added ? ARCHIVE_NOT_FINALIZED : ARCHIVE_NOT_ADDED;
+    if (!in)
+        return false;
+    const zip_fileinfo info = date_of(in);
+    bool added = zipOpenNewFileInZip64(zip, member, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, COMPRESSION_LEVEL,
+                                       1) == ZIP_OK;
+    if (added) {
+        added = copy(zip, in);
+        added = zipCloseFileInZip(zip) == ZIP_OK && added;
+    }
+    fclose(in);
+    return added;
 }
 
 archive_result_t archive_add(const char *archive, const char *member, const char *file)
 {
-    bool append = file_exists(archive);
-    zip_t *zip = append ? zip_open(archive, 0, nullptr) : nullptr;
-    if (append && !zip)
+    const bool append = file_exists(archive);
+    if (append && !can_be_read(archive))
         return ARCHIVE_NO_READER;
-    FILE *writable = fopen(archive, append ? "r+b" : "wb");
-    if (writable)
-        fclose(writable);
-    else if (append)
-        zip_discard(zip);
-    if (!writable)
+    zipFile zip = zipOpen64(archive, append ? APPEND_STATUS_ADDINZIP : APPEND_STATUS_CREATE);
+    if (!zip)
         return append ? ARCHIVE_NO_APPENDER : ARCHIVE_NO_WRITER;
-    if (!append && !(zip = zip_open(archive, ZIP_TRUNCATE, nullptr)))
-        return ARCHIVE_NO_WRITER;
-    archive_result_t result = add_and_close(zip, member, file);
-    if (result != ARCHIVE_DONE && !append)
+    const bool added = add(zip, member, file), ended = zipClose(zip, nullptr) == ZIP_OK;
+    if (!append && !(added && ended))
         remove(archive);
-    return result;
+    return !added ? ARCHIVE_NOT_ADDED : ended ? ARCHIVE_DONE : ARCHIVE_NOT_FINALIZED;
 }
 
 #endif

@@ -13,7 +13,7 @@ enum archive_result_t {
 };
 
 // Puts the file `file` into the zip archive `archive` under the name `member`, compressed. An existing archive keeps what it
-// has, apart from a member of that name; otherwise a new one is made.
+// has, a member of that name too; otherwise a new one is made, which goes again if that fails.
 archive_result_t archive_add(const char *archive, const char *member, const char *file);
 
 // The member name of the file `path`: the path, an absolute one below "SYSTEM_ROOT", with slashes for backslashes. Cached.
