@@ -459,6 +459,7 @@ void cmdline_options(int argc, char **argv)
             }
     if (asked.src_count != 0)
         settle_names();
+    asked.xinst_optimise = asked.optimise && asked.xinst;
     if (asked.xinst)
         asked.optimise = false;   // code for the extended set is never optimised
     asked.version_text = cache_printf("%s build %s ", command.version, BUILD_STAMP);

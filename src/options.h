@@ -37,7 +37,8 @@ struct options_t {
     bool list_all;                                 // -I
     bool list_enabled;                             // -L
     bool no_pa, no_inline, no_trans;
-    bool optimise;   // -O, without --xinst
+    bool optimise;         // -O, without --xinst
+    bool xinst_optimise;   // -O with --xinst: nodes are made as for the optimiser while the source is read, and no more
     bool opt_debug, opt_speed, opt_space;
     uint32_t errata_mask;            // --errata=
     bool line_records;               // -V: assembler lines are recorded as source lines

@@ -136,7 +136,9 @@ void tlab_to_labels()
                 op->op_type = T_NAME;
                 op->op_opnd1.opnd_value = {};
                 op->op_sym = s;
-                s->s_name = cache_printf("?t%u", ++count);
+                do
+                    s->s_name = cache_printf("?t%u", ++count);
+                while (sym_find(s->s_name));   // the program may have such a name
                 s->s_fn = nullptr;
                 s->s_owner = list->psect;
                 s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);

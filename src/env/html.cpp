@@ -18,6 +18,7 @@
 
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "env/osdep.h"
 
@@ -48,6 +49,7 @@ static void close_stream(FILE **stream, const char *name)
     if (!to || guard_close(to))
         return;
     guard_perror(name);
+    const srcpos_nowhere_t nowhere;
     alert_text("E", "Could not write file %s", name);
 }
 

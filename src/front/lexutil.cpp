@@ -187,6 +187,17 @@ static void stand_at_head(const input_ctx_t *c)
         srcpos.src_file = c->ctx_file;
 }
 
+static void cant_open(const char *name)
+{
+    if (lx.depth > 0) {
+        alert_msg(140, "include", name);
+        return;
+    }
+    const srcpos_nowhere_t nowhere;   // the line that was read last is another source's
+    if (alert_msg(140, "", name) && *name == '-')
+        alert_text("M", "\"%s\" stands behind a source, where it is taken for one more: options come first", name);
+}
+
 bool lex_open(const char *name)
 {
     input_ctx_t *c = next_context();
@@ -201,7 +212,7 @@ bool lex_open(const char *name)
             opened = open_and_read(c, dir ? cache_printf("%s/%s", dir, tries[i]) : tries[i]);
     if (!opened) {
         errno = why;
-        alert_msg(140, lx.depth > 0 ? "include" : "", name);
+        cant_open(name);
         return false;
     }
     crossref_file(name);

@@ -10,6 +10,7 @@
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "env/fileutils.h"
+#include "options.h"
 
 parse_state_t parse_state;
 
@@ -172,6 +173,8 @@ op_t *stmt_new_op(token_t type)
     if (srcpos.line_follows)
         srcpos.src_line = srcpos.phys_line;
     op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
+    if (opt.xinst_optimise && !op_more(op)->op_file)
+        op_take_source_line(op, op->op_prev);   // also where the listing is to show the program as it was written
     op->op_type = type;
     op->op_flags |= parse_state.stmt_flags;
     op_more(op)->op_callstack = parse_state.callstack_depth;

@@ -9,6 +9,7 @@
 
 #include "common/alert.h"
 #include "common/fileguard.h"
+#include "common/srcpos.h"
 
 enum : uint8_t { FORMAT_MAJOR = 3, FORMAT_MINOR = 11 };
 
@@ -57,6 +58,7 @@ static void write_error()
         return;
     st.write_failed = true;
     guard_perror(st.out_file);
+    const srcpos_nowhere_t nowhere;
     alert_msg(804);
 }
 
