@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <span>
 #include <string>
 
 #include "chip/chipinfo.h"
@@ -18,6 +19,7 @@
 #include "front/parser.h"
 #include "front/statement.h"
 #include "optim/jump.h"
+#include "optim/labels.h"
 #include "optim/node.h"
 #include "optim/report.h"
 #include "options.h"
@@ -88,12 +90,45 @@ class Optim : public testing::Test
         return text;
     }
 
-    // That `pass` makes `after` of `before`. Null: nothing.
-    static void expect(void (*pass)(symbol_t *psect), const char *before, const char *after)
+    // A row of a table. In its code {a|b} stands for a, with which the rule has to keep still, and b, with which it fires.
+    struct row_t {
+        const char *label, *code, *after = nullptr;   // null: something else, if the code has two forms
+    };
+    static std::string form(std::string code, bool fires)
     {
-        symbol_t *psect = assemble(before);
-        pass(psect);
-        const std::string result = text_of(psect);
-        EXPECT_EQ(result, text_of(assemble(after ? after : before))) << before;
+        for (size_t from; (from = code.find('{')) != std::string::npos;) {
+            const size_t bar = code.find('|', from), to = code.find('}', from);
+            code.replace(from, to + 1 - from,
+                         fires ? code.substr(bar + 1, to - bar - 1) : code.substr(from + 1, bar - from - 1));
+        }
+        return code;
+    }
+
+    // That `walk` does so with each row; `shape` tells what the code is.
+    static void expect(void (*walk)(symbol_t *psect), std::span<const row_t> rows,
+                       std::string (*shape)(const symbol_t *) = text_of)
+    {
+        for (const row_t &row : rows)
+            for (const bool fires : {false, true}) {
+                const std::string code = form(row.code, fires);
+                SCOPED_TRACE(std::string(row.label) + ": " + code);
+                if (!fires && code == row.code)
+                    continue;   // it has one form only
+                symbol_t *psect = assemble(code);
+                const std::string before = shape(psect);
+                for (op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
+                    op->op_flags |= OPF_MARK;
+                note_taken_labels();
+                opt_changed = false;
+                walk(psect);
+                const std::string result = shape(psect);
+                EXPECT_EQ(opt_changed, fires);
+                if (!fires)
+                    EXPECT_EQ(result, before);
+                else if (row.after)
+                    EXPECT_EQ(result, shape(assemble(row.after)));
+                else
+                    EXPECT_NE(result, before);
+            }
     }
 };

@@ -20,49 +20,44 @@ TEST_F(Optim, Liveness)
     };
     const struct {
         reg_t r;
-        std::string code;
-        bool needed;
+        const char *label;
+        std::string code;   // needed in the first form, not in the second
     } rows[] = {
-        {REG_W, "daw / DEAD", true},
-        {REG_W, "incf wreg,w / USED", true},
-        {REG_C, "btg status,0 / DEAD", true},
-        {REG_C, "movff status,x / DEAD", true},
-        {REG_BSR, "movff bsr,x / DEAD", true},
-        {REG_Z, "setf x / USED", true},
-        {REG_C, "goto L+2 / L: / DEAD", true},
-        {REG_W, "btfsc x,0 / DEAD", true},
-        {REG_W, "bz out / clrw / DEAD", true},
-        {REG_W, "bz L / clrw / DEAD / L: / movwf x / DEAD", true},
-        {REG_W, "bz L / clrw / DEAD / L: / clrw / USED", false},
-        {REG_W, "btfsc x,0 / goto L / clrw / DEAD / L: / clrw / USED", false},
-        {REG_W, "btfsc x,0 / goto L / movwf x / DEAD / L: / clrw / USED", true},
-        {REG_C, "call fn / DEAD / fn: / clrw / return", true},
-        {REG_BSR, "call fn / DEAD / fn: / movlb 1 / return", true},
+        {REG_W, "an adjustment of W", "{daw|clrw} / DEAD"},
+        {REG_W, "W by its address", "incf {wreg|x},w / USED"},
+        {REG_C, "a toggle of C", "btg {status|x},0 / DEAD"},
+        {REG_C, "a move of STATUS", "movff {status|y},x / DEAD"},
+        {REG_BSR, "a move of BSR", "movff {bsr|y},x / DEAD"},
+        {REG_Z, "setf, which sets no flags", "{setf|clrf} x / USED"},
+        {REG_C, "a jump behind a label", "goto {L+2|L} / L: / DEAD"},
+        {REG_W, "a skip of the end", "{btfsc x,0 / |}DEAD"},
+        {REG_W, "a branch elsewhere", "bz {out|L} / clrw / DEAD / L: / clrw / USED"},
+        {REG_W, "the way of a branch", "bz L / clrw / DEAD / L: / {movwf x|clrw} / USED"},
+        {REG_W, "the way of a skip", "btfsc x,0 / goto L / {movwf x|clrw} / DEAD / L: / clrw / USED"},
+        {REG_C, "the caller", "call fn / DEAD / fn: / {clrw|addlw 1} / return"},
+        {REG_BSR, "a call, by which the bank is chosen", "{call fn / |}movlb 1 / DEAD / fn: / movlb 1 / return"},
         // Where nobody knows what runs next
-        {REG_C, "org 20h / DEAD", true},
-        {REG_C, "align 2 / DEAD", true},
-        {REG_C, "addwf pcl / DEAD", true},
-        {REG_C, "bsf 0ECh,c,1 / DEAD", true},
-        {REG_C, "title \"t\" / messg \"m\" / DEAD", false},
+        {REG_C, "an org", "{org 20h|nop} / DEAD"},
+        {REG_C, "an align", "{align 2|nop} / DEAD"},
+        {REG_C, "a sum in PCL", "addwf {pcl|x} / DEAD"},
+        {REG_C, "a bit of PCL", "bsf {0ECh|66h},c,1 / DEAD"},
+        {REG_C, "directives that are no code", "title \"t\" / messg \"m\" / {USED|DEAD}"},
         // Which register it is
-        {REG_W, "clrf 0F3h,c / USED", false},
-        {REG_W, "clrf 0FF3h,b / USED", true},
-        {REG_C, "bcf status,b,0 / USED", true},
-        {REG_C, "bcf 0F4h,c,0 / USED", false},
-        {REG_BSR, "bcf v,b,0 / DEAD", true},
-        {REG_BSR, "bcf v,c,0 / DEAD", false},
-        {REG_C, "btfsc later,c,0 / later equ 0F4h / DEAD", true},
+        {REG_W, "an offset in some bank", "clrf {0FF3h,b|0F3h,c} / USED"},
+        {REG_C, "a bit at an offset in some bank", "bcf {status,b|0F4h,c},0 / USED"},
+        {REG_BSR, "a banked access", "bcf v,{b|c},0 / DEAD"},
+        {REG_C, "a name given later", "btfsc {later|x},c,0 / nop / {later equ 0F4h / |}DEAD"},
         // Limits
-        {REG_W, nops + "clrw / USED", false},
-        {REG_W, nops + "nop / clrw / USED", true},
-        {REG_W, branches + "clrw / USED", false},
-        {REG_W, branches + "bz M / M: / clrw / USED", true},
-        {REG_W, calls(4), false},
-        {REG_W, calls(5), true},
-        {REG_W, "fn: / call fn / movwf x / return", false},
+        {REG_W, "40 instructions", nops + "{nop / |}clrw / USED"},
+        {REG_W, "4 branches", branches + "{bz M / M: / |}clrw / USED"},
+        {REG_W, "4 calls", "{" + calls(5) + "|" + calls(4) + "}"},
+        {REG_W, "recursion", "fn: / {nop|call fn} / movwf x / return"},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(nxtuse(row.r, node(assemble(row.code), 0), nullptr, nullptr), row.needed) << row.r << ": " << row.code;
+        for (const bool needed : {true, false}) {
+            const std::string code = form(row.code, !needed);
+            EXPECT_EQ(nxtuse(row.r, node(assemble(code), 0), nullptr, nullptr), needed) << row.label << ": " << code;
+        }
 
     // A way back to the node that asks ends there.
     const symbol_t *loop = assemble("L: / movwf x / nop / bra L");
