@@ -10,7 +10,7 @@
 //   {small} a number from 1 to 5   {port} {lat} a port, a latch   {d} w or f   {go} goto or bra
 //   {@} this idiom's own number   {callw} a call of one{@}, by address if the chip can do that
 //   {own} what labels of the idiom begin with: a name like the optimiser's own labels, or a plain one
-// Labels of an idiom hold {@}. What follows a line of "---" stands outside the flow of the program: functions and tables,
+// Statements stand on a line of their own or are parted by " / ". Labels of an idiom hold {@}. What follows a line of "---" stands outside the flow of the program: functions and tables,
 // each part in a psect that it names itself, or in one taken at random, and each in any module, though not ahead of the part
 // before it.
 #include "gen.h"
@@ -76,6 +76,22 @@ static std::string fill(hand_t &h, const std::string &text)
         if (with_access)
             out += (as == "bit" ? "," + std::to_string(h.below(8)) : as.empty() ? "" : "," + as) + ",c";
     }
+    return out;
+}
+
+// One statement a line, those with a label at its beginning.
+static std::string lines_of(const std::string &text)
+{
+    std::istringstream in(text);
+    std::string out;
+    for (std::string line; std::getline(in, line);)
+        for (size_t at = 0, end; at < line.size(); at = end + 3) {
+            end = std::min(line.find(" / ", at), line.size());
+            const std::string statement = line.substr(at, end - at);
+            const size_t word = statement.find_first_of(" :");
+            const bool at_front = statement == "---" || (word != std::string::npos && statement[word] == ':');
+            out += (at_front ? "" : "\t") + statement + "\n";
+        }
     return out;
 }
 
@@ -186,7 +202,7 @@ pieces_t hand_program(uint64_t seed, const target_t &target)
     pieces[0] += "OTHER_CHIP\tequ\t0\n\tpsect\ttext,class=CODE,reloc=2,delta=1\n";
     for (h.number = 1; h.number <= count; h.number++) {
         const std::string id = std::to_string(h.number);
-        std::string text = fill(h, hand_idioms[h.below(hand_idiom_count)]), code;
+        std::string text = lines_of(fill(h, hand_idioms[h.below(hand_idiom_count)])), code;
         if (text.find("n" + id) != std::string::npos)
             pieces[0] += "\tpsect\tvars\nn" + id + ":\tds\t3\n";
         for (unsigned part = 0, module = 0; !text.empty(); part++) {
