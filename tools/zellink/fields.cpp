@@ -81,10 +81,20 @@ static void check_range(zl_linker &l, const zl_module &m, const zl_piece &p, uin
                     e.name + " " + zo_infix(e.value) + " is " + number(value) + ", where " + number(limit) + " is the most");
 }
 
+// The begin of the instruction of which a field is part: its second and third word begin with 0xF.
+static uint64_t instruction_offset(const zl_piece &p, const zo_text &text, const zo_reloc_entry &e)
+{
+    size_t at = e.offset;
+    const auto odd = [&] { return (zl_address(p) + text.offset + at) % 2; };
+    while (p.x.space == ZL_PROGRAM && !odd() && at >= 2 && at + 1 < text.data.size() && text.data[at + 1] >> 4 == 0xF)
+        at -= 2;
+    return uint64_t{text.offset} + at;
+}
+
 static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_text &text, const zo_reloc_entry &e,
                   std::vector<uint8_t> &data)
 {
-    const uint64_t offset = uint64_t{text.offset} + e.offset;
+    const uint64_t offset = instruction_offset(p, text, e);
     const zo_kind kind = zo_field_kind(e.type);
     if (kind == ZO_CHECK)
         return check_range(l, m, p, offset, e);
@@ -100,7 +110,8 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
         word |= uint64_t{data[e.offset + i]} << 8 * i;
     const uint64_t mask = (uint64_t{1} << bits) - 1;
     sum.value = static_cast<int64_t>(static_cast<uint64_t>(sum.value) + (word & mask));
-    const bool instruction = p.x.space == ZL_PROGRAM && (zl_address(p) + offset) % 2 == 0 && e.offset + 2u <= data.size();
+    const bool instruction =
+        p.x.space == ZL_PROGRAM && (zl_address(p) + text.offset + e.offset) % 2 == 0 && e.offset + 2u <= data.size();
     if (l.messages.size() == faults)
         check_fit(l,
                   {m, p, offset, e, bits, word & mask, instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0},

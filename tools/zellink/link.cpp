@@ -10,24 +10,49 @@ void zl_complain(zl_linker &l, const std::string &where, const std::string &text
     l.messages.push_back({where, text, warning});
 }
 
-void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text)
+// Lines stand in order of their offsets, but for those of an absolute psect with `org`.
+std::string zl_line_of(const zl_piece &p, uint64_t offset)
 {
-    // Lines stand in order of their offsets, but for those of an absolute psect with `org`.
     const zl_line *best = nullptr;
     for (const zl_line &line : p.lines)
         if (line.offset <= offset && (!best || line.offset >= best->offset))
             best = &line;
-    const std::string psect =
-        zo_format("psect %s+0x%llX", zl_quoted(p.x.name).c_str(), static_cast<unsigned long long>(offset));
-    if (best && best->file)
-        zl_complain(l, *best->file + ":" + *best->line, text + " (" + p.module->name + ", " + psect + ")");
+    return best && best->file ? *best->file + ":" + *best->line : "";
+}
+
+void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text, bool warning)
+{
+    const std::string line = zl_line_of(p, offset), &module = p.module->name,
+                      psect =
+                          zo_format("psect %s+0x%llX", zl_quoted(p.x.name).c_str(), static_cast<unsigned long long>(offset));
+    if (line.empty())
+        zl_complain(l, module, text + " (" + psect + ")", warning);
     else
-        zl_complain(l, p.module->name, text + " (" + psect + ")");
+        zl_complain(l, line, text + " (" + module + ", " + psect + ")", warning);
 }
 
 bool zl_failed(const zl_linker &l)
 {
     return std::any_of(l.messages.begin(), l.messages.end(), [](const zl_message &m) { return !m.warning; });
+}
+
+static void link_all(zl_linker &l);
+
+// Areas of functions are laid over each other by who calls whom, which the code tells once it is linked; and where the code lies
+// doesn't depend on where those areas are. So a draft is linked first, in which all areas have one place.
+static void add_areas(zl_linker &l)
+{
+    zl_areas areas = zl_wanted_areas(l);
+    if (areas.functions.empty())
+        return;
+    if (!l.draft) {
+        zl_linker draft{l.options, l.target, true};
+        for (const zl_module &m : l.modules)
+            draft.modules.push_back({m.name, m.file, {}, {}, {}});
+        link_all(draft);
+        zl_overlay(l, areas, zl_take_apart(draft));
+    }
+    zl_add_areas(l, areas);
 }
 
 static void link_all(zl_linker &l)
@@ -36,11 +61,17 @@ static void link_all(zl_linker &l)
         zl_collect(l, m);
     for (zl_module &m : l.modules)
         zl_define_all(l, m);
+    add_areas(l);
     if (l.options.gc)
         zl_collect_garbage(l);
     zl_join(l);
     zl_place(l);
     zl_emit(l);
+    for (const auto &[name, places] : l.missing)
+        if (places.size() > ZL_PLACES_TOLD)
+            zl_complain(l, "",
+                        zo_format("undefined symbol %s is used at %zu more place%s", zl_quoted(name).c_str(),
+                                  places.size() - ZL_PLACES_TOLD, places.size() - ZL_PLACES_TOLD == 1 ? "" : "s"));
 }
 
 void zl_link(zl_linker &l, const std::deque<zl_source> &sources)
@@ -54,7 +85,7 @@ void zl_link(zl_linker &l, const std::deque<zl_source> &sources)
 std::vector<std::string> link_modules(const std::vector<link_module> &sources, const target_t &target, image_t &image)
 {
     const zl_options options;
-    zl_linker l{options, target, {}, {}, {}, {}, {}, {}, {}, {}, false, 0};
+    zl_linker l{options, target};
     for (const link_module &source : sources) {
         l.modules.push_back({source.name, &source.file, {}, {}, {}});
         if (const std::string &why = source.file.error; !source.file.decoded())

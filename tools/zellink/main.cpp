@@ -25,6 +25,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --gc                      leave out psects that nothing reaches\n"
                                  "  --keep=NAME               but not this psect, or that of this symbol\n"
                                  "  --map=FILE                tell what lies where\n"
+                                 "  --callgraph               tell who calls whom, with bytes and stack\n"
                                  "  --quiet                   no table of memory\n"
                                  "  --ver                     the version\n"
                                  "  @FILE                     more of these words from a link file\n";
@@ -139,15 +140,18 @@ int main(int argc, char **argv)
         return UNUSABLE;
     }
 
-    zl_linker l{options, target, {}, {}, {}, {}, {}, {}, {}, {}, false, 0};
+    zl_linker l{options, target};
     if (!options.chip.empty() && objects_chip != target.name)
         zl_complain(l, "", "the objects are for " + objects_chip + ", not for " + target.name, true);
     zl_link(l, sources);
+    std::string report;
+    if (!zl_failed(l) && options.call_graph)
+        report = zl_call_graph(l, zl_take_apart(l));
     print(l.messages);
     if (zl_failed(l))
         return FAULTY;
     if (!write_file(options.output, options.format == "bin" ? zl_binary(l) : zl_hex(l)) ||
         (!options.map.empty() && !write_file(options.map, zl_map(l))))
         return UNUSABLE;
-    return options.quiet ? int{GOOD} : told(stdout, zl_memory_table(l).c_str(), GOOD);
+    return told(stdout, ((options.quiet ? "" : zl_memory_table(l)) + report).c_str(), GOOD);
 }

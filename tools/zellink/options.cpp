@@ -67,6 +67,7 @@ static bool set_map(zl_options &o, const std::string &value) { return !(o.map = 
 static bool set_chip(zl_options &o, const std::string &value) { return !(o.chip = value).empty(); }
 static bool set_chip_file(zl_options &o, const std::string &value) { return !(o.chip_file = value).empty(); }
 static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
+static bool set_call_graph(zl_options &o, const std::string &) { return o.call_graph = true; }
 static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
 
 static const struct {
@@ -74,6 +75,7 @@ static const struct {
     bool (*set)(zl_options &, const std::string &);   // false if the value is none
     const char *form;
 } rows[] = {
+    {"--callgraph", set_call_graph, ""},
     {"--chipinfo=", set_chip_file, "FILE"},
     {"--class=", set_class, "NAME=lo-hi[,lo-hi], in hexadecimal"},
     {"--format=", set_format, "hex or bin"},

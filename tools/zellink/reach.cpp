@@ -9,21 +9,6 @@
 
 #include "zellink.h"
 
-template <typename F> static void each_symbol_used(const zo_expr &expr, const F &use)
-{
-    for (const zo_token &t : expr)
-        if (t.op == ZO_OP_SYMBOL || t.op == ZO_OP_SEG_SYMBOL)
-            use(t.name);
-}
-
-template <typename F> static void each_symbol_used(const zo_reloc_entry &e, const F &use)
-{
-    if (zo_field_kind(e.type) == ZO_ADD_SYMBOL)
-        use(e.name);
-    each_symbol_used(e.value, use);
-    each_symbol_used(e.limit, use);
-}
-
 // Members.
 
 struct names_t {
@@ -44,7 +29,7 @@ static names_t names_of(const zo_file &file)
                 }
         } else if (const auto *relocs = std::get_if<zo_reloc>(&r.body)) {
             for (const zo_reloc_entry &e : relocs->entries)
-                each_symbol_used(e, [&](const std::string &name) { n.used.push_back(name); });
+                zl_each_symbol_used(e, [&](const std::string &name) { n.used.push_back(name); });
         }
     }
     return n;
@@ -90,7 +75,7 @@ static void mention(zl_linker &l, zl_module &m, zl_piece &from, const zo_reloc_e
         for (const zo_token &t : *expr)
             if (t.op == ZO_OP_PSECT || t.op == ZO_OP_SEG_PSECT)
                 psect(t.name);
-    each_symbol_used(e, [&](const std::string &name) {
+    zl_each_symbol_used(e, [&](const std::string &name) {
         zl_sum sum{};
         zl_piece *to = nullptr;
         if (const zl_symbol *s = zl_find(l, m, name); s && zl_symbol_value(l, *s, sum, &to) && to)

@@ -114,7 +114,21 @@ static bool apply(uint8_t op, int64_t a, int64_t b, int64_t &result)
     return true;
 }
 
-static zl_sum leaf(zl_linker &l, const zl_module &m, const zo_token &t, std::string &fault)
+// One instruction may have several fields with the symbol in it.
+static void complain_undefined(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const std::string &name)
+{
+    std::set<std::string> &places = l.missing[name];
+    std::string place = p ? zl_line_of(*p, offset) : m.name;
+    if (place.empty())
+        place = m.name + '\n' + p->x.name + '\n' + std::to_string(offset);
+    const std::string text =
+        "undefined symbol " + zl_quoted(name) + ": add the object that defines it, and declare it `global` there";
+    if (places.insert(place).second && places.size() <= ZL_PLACES_TOLD)
+        p ? zl_complain(l, *p, offset, text) : zl_complain(l, m.name, text);
+}
+
+static zl_sum leaf(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_token &t,
+                   std::string &fault)
 {
     if (t.op == ZO_OP_CONST)
         return {static_cast<int32_t>(t.number), false};
@@ -131,7 +145,7 @@ static zl_sum leaf(zl_linker &l, const zl_module &m, const zo_token &t, std::str
     if (t.op != ZO_OP_SYMBOL)
         fault = "`seg` has no meaning on this family: leave it out";
     else if (!s)
-        fault = "undefined symbol " + zl_quoted(t.name) + ": add the object that defines it, and declare it `global` there";
+        complain_undefined(l, m, p, offset, t.name);
     else if (!zl_symbol_value(l, *s, sum))
         fault = "symbol " + zl_quoted(t.name) + " stands for symbol " + zl_quoted(s->alias ? *s->alias : t.name) +
                 ", which has no value: define that one";
@@ -165,7 +179,7 @@ zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t
                 fault = "division by 0 in " + zo_infix(expr);
             stack.push_back(r);
         } else {
-            stack.push_back(leaf(l, m, t, fault));
+            stack.push_back(leaf(l, m, p, offset, t, fault));
         }
         told();
     }

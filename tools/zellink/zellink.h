@@ -5,6 +5,9 @@
 // works out expressions, `place` gives addresses, `fields` fills in what the assembler left open and makes the image,
 // `output` writes it, and `map` tells what lies where. `link` is their order, `options` the command line.
 //
+// `flow` takes the linked code apart into functions; `calls` makes the call graph of them, and lays the areas of functions that
+// FNCONF asks for over each other.
+//
 // Places in records are bytes; addresses of psects and symbols count in units of the psect's delta. Nothing here throws or
 // stops: what is wrong is told in `messages`, and the link goes on, so that one run tells everything.
 #pragma once
@@ -94,27 +97,36 @@ struct zl_options {
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
     std::set<std::string> keep;                  // psects and symbols that gc leaves in
-    bool gc = false, quiet = false;
+    bool gc = false, quiet = false, call_graph = false;
 };
+
+// An undefined symbol is told at the first few places that use it, and then by their number.
+constexpr size_t ZL_PLACES_TOLD = 3;
+using zl_missing = std::map<std::string, std::set<std::string>>;   // places by symbol
 
 struct zl_linker {
     const zl_options &options;
     const target_t &target;
-    std::vector<zl_message> messages;
-    std::deque<zl_module> modules;
-    std::map<std::string, zl_group> groups;
-    std::vector<zl_group *> order;
-    zl_symbols globals;
-    std::map<uint8_t, ranges_t> used;    // by zl_memory; in order, nothing touching
-    std::map<uint32_t, zl_page> image;   // by address / 256
-    std::vector<const zl_piece *> left_out;
+    bool draft = false;   // a link made only to see who calls whom
+    std::vector<zl_message> messages{};
+    std::deque<zl_module> modules{};
+    std::map<std::string, zl_group> groups{};
+    std::vector<zl_group *> order{};
+    zl_symbols globals{};
+    std::deque<std::string> names{};       // of symbols that no object has
+    std::map<uint8_t, ranges_t> used{};    // by zl_memory; in order, nothing touching
+    std::map<uint32_t, zl_page> image{};   // by address / 256
+    std::vector<const zl_piece *> left_out{};
+    zl_missing missing{};
     bool has_start = false;
     uint32_t start = 0;
 };
 
 // Messages. `text` of an error says what is wrong and, behind a colon, what to do.
 void zl_complain(zl_linker &l, const std::string &where, const std::string &text, bool warning = false);
-void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text);   // with source line and psect
+void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text,
+                 bool warning = false);                       // with source line and psect
+std::string zl_line_of(const zl_piece &p, uint64_t offset);   // "file:line", or empty if the object doesn't tell
 bool zl_failed(const zl_linker &l);
 std::string zl_quoted(const std::string &name);
 
@@ -137,6 +149,21 @@ std::string zl_archive_members(std::span<const uint8_t> bytes, std::vector<zl_me
 // reach
 void zl_choose_members(std::deque<zl_source> &sources);
 void zl_collect_garbage(zl_linker &l);
+
+// Calls `use` with each symbol that a relocation names.
+template <typename F> void zl_each_symbol_used(const zo_expr &expr, const F &use)
+{
+    for (const zo_token &t : expr)
+        if (t.op == ZO_OP_SYMBOL || t.op == ZO_OP_SEG_SYMBOL)
+            use(t.name);
+}
+template <typename F> void zl_each_symbol_used(const zo_reloc_entry &e, const F &use)
+{
+    if (zo_field_kind(e.type) == ZO_ADD_SYMBOL)
+        use(e.name);
+    zl_each_symbol_used(e.value, use);
+    zl_each_symbol_used(e.limit, use);
+}
 
 // psects
 void zl_collect(zl_linker &l, zl_module &m);   // pieces and their lines
@@ -170,6 +197,64 @@ void zl_place(zl_linker &l);
 
 // fields
 void zl_emit(zl_linker &l);
+
+// flow: the linked code of program memory, taken apart.
+struct zl_call {
+    uint32_t to, at;       // at: the instruction; not told if only the object's records know of the call
+    unsigned pushed;       // return addresses that it finds on top of those of the function's begin, and adds
+    bool jump, recorded;   // jump: the function is left for good; recorded: no instruction does it
+};
+struct zl_function {
+    uint32_t entry = 0;
+    std::string name;
+    std::map<uint32_t, unsigned> code{};   // addresses of its instructions, with what is on the stack there
+    std::vector<zl_call> calls{};          // in order of `at`, without those that FNBREAK cuts
+    uint32_t bytes = 0;
+};
+struct zl_root {
+    uint32_t entry;
+    std::string what;   // "main", "interrupt at 0x8", or "root"
+    bool interrupt;
+};
+struct zl_flow {
+    const zl_linker &l;
+    std::vector<uint8_t> bytes{};              // of program memory
+    std::vector<const zl_piece *> owner{};     // null: nothing was put there
+    std::map<uint32_t, std::string> names{};   // of places in program memory
+    std::map<uint32_t, zl_function> functions{};
+    std::vector<zl_root> roots{};
+};
+// Where control goes from an instruction.
+struct zl_next {
+    std::vector<uint32_t> to;   // the next one, where a skip or a branch leads
+    uint32_t callee = 0;
+    bool calls = false, returns = false;
+    bool computed = false;   // it goes, or calls, somewhere that only the run knows
+};
+zl_flow zl_take_apart(const zl_linker &l);
+zo_code zl_code_at(const zl_flow &f, uint32_t address);   // `name` is null where there is no instruction
+zl_next zl_next_of(const zl_flow &f, uint32_t address, const zo_code &c);
+bool zl_function_address(const zl_flow &f, const zl_module &m, const std::string &name, uint32_t &address);
+std::string zl_place_name(const zl_flow &f, uint32_t address);   // a label, a label and an offset, or a number
+// The address that a one-byte file operand has, if the instruction has one and addresses the access bank; else UINT32_MAX.
+uint32_t zl_access_address(const target_t &t, const zo_code &c);
+
+// calls
+struct zl_area {
+    std::string function;
+    const zl_module *module;   // by whose names the function is found
+    uint32_t arguments, locals;
+    uint64_t start;
+};
+struct zl_areas {
+    std::string psect, locals_prefix, arguments_prefix;
+    std::vector<zl_area> functions;   // those whose areas are used
+    uint64_t size;
+};
+zl_areas zl_wanted_areas(zl_linker &l);
+void zl_overlay(zl_linker &l, zl_areas &areas, const zl_flow &f);   // gives each its start
+void zl_add_areas(zl_linker &l, const zl_areas &areas);             // as a module of their own
+std::string zl_call_graph(zl_linker &l, const zl_flow &f);          // complains of what doesn't fit the stack
 
 // output
 std::string zl_hex(const zl_linker &l);

@@ -13,50 +13,58 @@
 namespace
 {
 
-// clang-format off
-enum form_t : uint8_t {
-    PLAIN, FAST, TABLE, LIT6, LIT8, FSR_LIT, FILE_ACC, FILE_DEST, FILE_BIT, REL8, REL11, CALL, GOTO, LFSR, MOVFF, MOVFFL,
-    MOVSF, MOVSFL, MOVSS,
-};
-// clang-format on
-
 struct pattern_t {
     uint16_t mask, match;
     const char *name;
-    form_t form;
+    zo_form form;
 };
 
 const pattern_t patterns[] = {
-    {0xFFFF, 0x0000, "nop", PLAIN},        {0xFFFF, 0x0001, "halt", PLAIN},       {0xFFFF, 0x0002, "movsfl", MOVSFL},
-    {0xFFFF, 0x0003, "sleep", PLAIN},      {0xFFFF, 0x0004, "clrwdt", PLAIN},     {0xFFFF, 0x0005, "push", PLAIN},
-    {0xFFFF, 0x0006, "pop", PLAIN},        {0xFFFF, 0x0007, "daw", PLAIN},        {0xFFFC, 0x0008, "tblrd", TABLE},
-    {0xFFFC, 0x000C, "tblwt", TABLE},      {0xFFFE, 0x0010, "retfie", FAST},      {0xFFFE, 0x0012, "return", FAST},
-    {0xFFFF, 0x0014, "callw", PLAIN},      {0xFFF0, 0x0060, "movffl", MOVFFL},    {0xFFFF, 0x0070, "dboff", PLAIN},
-    {0xFFFF, 0x0071, "dbout", PLAIN},      {0xFFFF, 0x0072, "extexit", PLAIN},    {0xFFFF, 0x0073, "dbin", PLAIN},
-    {0xFFFF, 0x00C0, "trap", PLAIN},       {0xFFFF, 0x00E0, "trap", PLAIN},       {0xFFFF, 0x00E1, "tret", PLAIN},
-    {0xFFFF, 0x00FF, "reset", PLAIN},      {0xFFC0, 0x0100, "movlb", LIT6},       {0xFFC0, 0x0140, "setcnt", LIT6},
-    {0xFE00, 0x0200, "mulwf", FILE_ACC},   {0xFC00, 0x0400, "decf", FILE_DEST},   {0xFF00, 0x0800, "sublw", LIT8},
-    {0xFF00, 0x0900, "iorlw", LIT8},       {0xFF00, 0x0A00, "xorlw", LIT8},       {0xFF00, 0x0B00, "andlw", LIT8},
-    {0xFF00, 0x0C00, "retlw", LIT8},       {0xFF00, 0x0D00, "mullw", LIT8},       {0xFF00, 0x0E00, "movlw", LIT8},
-    {0xFF00, 0x0F00, "addlw", LIT8},       {0xFC00, 0x1000, "iorwf", FILE_DEST},  {0xFC00, 0x1400, "andwf", FILE_DEST},
-    {0xFC00, 0x1800, "xorwf", FILE_DEST},  {0xFC00, 0x1C00, "comf", FILE_DEST},   {0xFC00, 0x2000, "addwfc", FILE_DEST},
-    {0xFC00, 0x2400, "addwf", FILE_DEST},  {0xFC00, 0x2800, "incf", FILE_DEST},   {0xFC00, 0x2C00, "decfsz", FILE_DEST},
-    {0xFC00, 0x3000, "rrcf", FILE_DEST},   {0xFC00, 0x3400, "rlcf", FILE_DEST},   {0xFC00, 0x3800, "swapf", FILE_DEST},
-    {0xFC00, 0x3C00, "incfsz", FILE_DEST}, {0xFC00, 0x4000, "rrncf", FILE_DEST},  {0xFC00, 0x4400, "rlncf", FILE_DEST},
-    {0xFC00, 0x4800, "infsnz", FILE_DEST}, {0xFC00, 0x4C00, "dcfsnz", FILE_DEST}, {0xFC00, 0x5000, "movf", FILE_DEST},
-    {0xFC00, 0x5400, "subfwb", FILE_DEST}, {0xFC00, 0x5800, "subwfb", FILE_DEST}, {0xFC00, 0x5C00, "subwf", FILE_DEST},
-    {0xFE00, 0x6000, "cpfslt", FILE_ACC},  {0xFE00, 0x6200, "cpfseq", FILE_ACC},  {0xFE00, 0x6400, "cpfsgt", FILE_ACC},
-    {0xFE00, 0x6600, "tstfsz", FILE_ACC},  {0xFE00, 0x6800, "setf", FILE_ACC},    {0xFE00, 0x6A00, "clrf", FILE_ACC},
-    {0xFE00, 0x6C00, "negf", FILE_ACC},    {0xFE00, 0x6E00, "movwf", FILE_ACC},   {0xF000, 0x7000, "btg", FILE_BIT},
-    {0xF000, 0x8000, "bsf", FILE_BIT},     {0xF000, 0x9000, "bcf", FILE_BIT},     {0xF000, 0xA000, "btfss", FILE_BIT},
-    {0xF000, 0xB000, "btfsc", FILE_BIT},   {0xF000, 0xC000, "movff", MOVFF},      {0xF800, 0xD000, "bra", REL11},
-    {0xF800, 0xD800, "rcall", REL11},      {0xFF00, 0xE000, "bz", REL8},          {0xFF00, 0xE100, "bnz", REL8},
-    {0xFF00, 0xE200, "bc", REL8},          {0xFF00, 0xE300, "bnc", REL8},         {0xFF00, 0xE400, "bov", REL8},
-    {0xFF00, 0xE500, "bnv", REL8},         {0xFF00, 0xE600, "bmi", REL8},         {0xFF00, 0xE700, "bnn", REL8},
-    {0xFFC0, 0xE8C0, "addulnk", LIT6},     {0xFFC0, 0xE9C0, "subulnk", LIT6},     {0xFF00, 0xE800, "addfsr", FSR_LIT},
-    {0xFF00, 0xE900, "subfsr", FSR_LIT},   {0xFF00, 0xEA00, "pushl", LIT8},       {0xFF80, 0xEB00, "movsf", MOVSF},
-    {0xFF80, 0xEB80, "movss", MOVSS},      {0xFE00, 0xEC00, "call", CALL},        {0xFFC0, 0xEE00, "lfsr", LFSR},
-    {0xFF00, 0xEF00, "goto", GOTO},        {0xFFFF, 0xF000, "nop", PLAIN},
+    {0xFFFF, 0x0000, "nop", ZO_PLAIN},        {0xFFFF, 0x0001, "halt", ZO_PLAIN},
+    {0xFFFF, 0x0002, "movsfl", ZO_MOVSFL},    {0xFFFF, 0x0003, "sleep", ZO_PLAIN},
+    {0xFFFF, 0x0004, "clrwdt", ZO_PLAIN},     {0xFFFF, 0x0005, "push", ZO_PLAIN},
+    {0xFFFF, 0x0006, "pop", ZO_PLAIN},        {0xFFFF, 0x0007, "daw", ZO_PLAIN},
+    {0xFFFC, 0x0008, "tblrd", ZO_TABLE},      {0xFFFC, 0x000C, "tblwt", ZO_TABLE},
+    {0xFFFE, 0x0010, "retfie", ZO_FAST},      {0xFFFE, 0x0012, "return", ZO_FAST},
+    {0xFFFF, 0x0014, "callw", ZO_PLAIN},      {0xFFF0, 0x0060, "movffl", ZO_MOVFFL},
+    {0xFFFF, 0x0070, "dboff", ZO_PLAIN},      {0xFFFF, 0x0071, "dbout", ZO_PLAIN},
+    {0xFFFF, 0x0072, "extexit", ZO_PLAIN},    {0xFFFF, 0x0073, "dbin", ZO_PLAIN},
+    {0xFFFF, 0x00C0, "trap", ZO_PLAIN},       {0xFFFF, 0x00E0, "trap", ZO_PLAIN},
+    {0xFFFF, 0x00E1, "tret", ZO_PLAIN},       {0xFFFF, 0x00FF, "reset", ZO_PLAIN},
+    {0xFFC0, 0x0100, "movlb", ZO_LIT6},       {0xFFC0, 0x0140, "setcnt", ZO_LIT6},
+    {0xFE00, 0x0200, "mulwf", ZO_FILE_ACC},   {0xFC00, 0x0400, "decf", ZO_FILE_DEST},
+    {0xFF00, 0x0800, "sublw", ZO_LIT8},       {0xFF00, 0x0900, "iorlw", ZO_LIT8},
+    {0xFF00, 0x0A00, "xorlw", ZO_LIT8},       {0xFF00, 0x0B00, "andlw", ZO_LIT8},
+    {0xFF00, 0x0C00, "retlw", ZO_LIT8},       {0xFF00, 0x0D00, "mullw", ZO_LIT8},
+    {0xFF00, 0x0E00, "movlw", ZO_LIT8},       {0xFF00, 0x0F00, "addlw", ZO_LIT8},
+    {0xFC00, 0x1000, "iorwf", ZO_FILE_DEST},  {0xFC00, 0x1400, "andwf", ZO_FILE_DEST},
+    {0xFC00, 0x1800, "xorwf", ZO_FILE_DEST},  {0xFC00, 0x1C00, "comf", ZO_FILE_DEST},
+    {0xFC00, 0x2000, "addwfc", ZO_FILE_DEST}, {0xFC00, 0x2400, "addwf", ZO_FILE_DEST},
+    {0xFC00, 0x2800, "incf", ZO_FILE_DEST},   {0xFC00, 0x2C00, "decfsz", ZO_FILE_DEST},
+    {0xFC00, 0x3000, "rrcf", ZO_FILE_DEST},   {0xFC00, 0x3400, "rlcf", ZO_FILE_DEST},
+    {0xFC00, 0x3800, "swapf", ZO_FILE_DEST},  {0xFC00, 0x3C00, "incfsz", ZO_FILE_DEST},
+    {0xFC00, 0x4000, "rrncf", ZO_FILE_DEST},  {0xFC00, 0x4400, "rlncf", ZO_FILE_DEST},
+    {0xFC00, 0x4800, "infsnz", ZO_FILE_DEST}, {0xFC00, 0x4C00, "dcfsnz", ZO_FILE_DEST},
+    {0xFC00, 0x5000, "movf", ZO_FILE_DEST},   {0xFC00, 0x5400, "subfwb", ZO_FILE_DEST},
+    {0xFC00, 0x5800, "subwfb", ZO_FILE_DEST}, {0xFC00, 0x5C00, "subwf", ZO_FILE_DEST},
+    {0xFE00, 0x6000, "cpfslt", ZO_FILE_ACC},  {0xFE00, 0x6200, "cpfseq", ZO_FILE_ACC},
+    {0xFE00, 0x6400, "cpfsgt", ZO_FILE_ACC},  {0xFE00, 0x6600, "tstfsz", ZO_FILE_ACC},
+    {0xFE00, 0x6800, "setf", ZO_FILE_ACC},    {0xFE00, 0x6A00, "clrf", ZO_FILE_ACC},
+    {0xFE00, 0x6C00, "negf", ZO_FILE_ACC},    {0xFE00, 0x6E00, "movwf", ZO_FILE_ACC},
+    {0xF000, 0x7000, "btg", ZO_FILE_BIT},     {0xF000, 0x8000, "bsf", ZO_FILE_BIT},
+    {0xF000, 0x9000, "bcf", ZO_FILE_BIT},     {0xF000, 0xA000, "btfss", ZO_FILE_BIT},
+    {0xF000, 0xB000, "btfsc", ZO_FILE_BIT},   {0xF000, 0xC000, "movff", ZO_MOVFF},
+    {0xF800, 0xD000, "bra", ZO_REL11},        {0xF800, 0xD800, "rcall", ZO_REL11},
+    {0xFF00, 0xE000, "bz", ZO_REL8},          {0xFF00, 0xE100, "bnz", ZO_REL8},
+    {0xFF00, 0xE200, "bc", ZO_REL8},          {0xFF00, 0xE300, "bnc", ZO_REL8},
+    {0xFF00, 0xE400, "bov", ZO_REL8},         {0xFF00, 0xE500, "bnv", ZO_REL8},
+    {0xFF00, 0xE600, "bmi", ZO_REL8},         {0xFF00, 0xE700, "bnn", ZO_REL8},
+    {0xFFC0, 0xE8C0, "addulnk", ZO_LIT6},     {0xFFC0, 0xE9C0, "subulnk", ZO_LIT6},
+    {0xFF00, 0xE800, "addfsr", ZO_FSR_LIT},   {0xFF00, 0xE900, "subfsr", ZO_FSR_LIT},
+    {0xFF00, 0xEA00, "pushl", ZO_LIT8},       {0xFF80, 0xEB00, "movsf", ZO_MOVSF},
+    {0xFF80, 0xEB80, "movss", ZO_MOVSS},      {0xFE00, 0xEC00, "call", ZO_CALL},
+    {0xFFC0, 0xEE00, "lfsr", ZO_LFSR},        {0xFF00, 0xEF00, "goto", ZO_GOTO},
+    {0xFFFF, 0xF000, "nop", ZO_PLAIN},
 };
 
 // The target of a branch of `bits` bits of signed words, as an offset in the psect in bytes.
@@ -69,7 +77,7 @@ uint32_t target(unsigned word, unsigned bits, uint32_t offset)
 
 }   // namespace
 
-zo_instruction zo_disassemble(std::span<const uint8_t> code, uint32_t offset, bool wide)
+zo_code zo_decode(std::span<const uint8_t> code, uint32_t offset, bool wide)
 {
     unsigned w[3] = {};
     bool more[3] = {};   // is there, and is a continuation word
@@ -77,78 +85,81 @@ zo_instruction zo_disassemble(std::span<const uint8_t> code, uint32_t offset, bo
         w[i] = code[2 * i] | static_cast<unsigned>(code[2 * i + 1]) << 8;
         more[i] = w[i] >> 12 == 0xF;
     }
+    const zo_code unknown = {nullptr, ZO_PLAIN, 1, 0, 0, false, false, false};
     const pattern_t *p = patterns;
     while (p != std::end(patterns) && (w[0] & p->mask) != p->match)
         p++;
-    const zo_instruction unknown = {1, zo_format("%-7s 0x%04X", "dw", w[0])};
     if (p == std::end(patterns))
         return unknown;
 
-    auto number = [](unsigned n) { return zo_number(n); };
-    std::string file = number(w[0] & 255), access = w[0] & 0x100 ? ",b" : ",c";
-    unsigned words = 1;
-    std::string operands;
+    zo_code c = {p->name, p->form, 1, w[0] & 255, 0, (w[0] & 0x200) != 0, (w[0] & 0x100) != 0, false};
+    const auto two = [&](bool sound, uint32_t a, uint32_t b) {
+        c.words = 2;
+        c.a = a;
+        c.b = b;
+        return sound && more[1] ? c : unknown;
+    };
+    const auto three = [&](bool sound, uint32_t a, uint32_t b) {
+        c = two(sound && more[2], a, b);
+        c.words = c.name ? 3 : 1;
+        return c;
+    };
     switch (p->form) {
-    case PLAIN: break;
-    case FAST: operands = w[0] & 1 ? "f" : ""; break;
-    case TABLE: {
-        static const char *const modes[] = {"*", "*+", "*-", "+*"};
-        operands = modes[w[0] & 3];
+    case ZO_PLAIN:
+    case ZO_LIT8:
+    case ZO_FILE_ACC:
+    case ZO_FILE_DEST: break;
+    case ZO_FAST: c.fast = w[0] & 1; break;
+    case ZO_TABLE: c.a = w[0] & 3; break;
+    case ZO_LIT6: c.a = w[0] & 63; break;
+    case ZO_FSR_LIT:
+        c.a = w[0] >> 6 & 3;
+        c.b = w[0] & 63;
         break;
+    case ZO_FILE_BIT: c.b = w[0] >> 9 & 7; break;
+    case ZO_REL8: c.a = target(w[0], 8, offset); break;
+    case ZO_REL11: c.a = target(w[0], 11, offset); break;
+    case ZO_CALL:
+    case ZO_GOTO: c.fast = p->form == ZO_CALL && w[0] & 0x100; return two(true, (w[0] & 255) * 2 + (w[1] & 0xFFF) * 512, 0);
+    case ZO_LFSR:
+        return two(!(w[1] & 0xC00), w[0] >> 4 & 3, (w[0] & 15) << (wide || w[1] & 0x300 ? 10 : 8) | (w[1] & 0x3FF));
+    case ZO_MOVFF: return two(true, w[0] & 0xFFF, w[1] & 0xFFF);
+    case ZO_MOVFFL: return three(true, (w[0] & 15) << 10 | (w[1] >> 2 & 0x3FF), (w[1] & 3) << 12 | (w[2] & 0xFFF));
+    case ZO_MOVSF: return two(true, w[0] & 127, w[1] & 0xFFF);
+    case ZO_MOVSFL: return three(!(w[1] & 0xE00), w[1] >> 2 & 127, (w[1] & 3) << 12 | (w[2] & 0xFFF));
+    case ZO_MOVSS: return two(!(w[1] & 0xF80), w[0] & 127, w[1] & 127);
     }
-    case LIT6: operands = number(w[0] & 63); break;
-    case LIT8: operands = number(w[0] & 255); break;
-    case FSR_LIT: operands = number(w[0] >> 6 & 3) + "," + number(w[0] & 63); break;
-    case FILE_ACC: operands = file + access; break;
-    case FILE_DEST: operands = file + (w[0] & 0x200 ? ",f" : ",w") + access; break;
-    case FILE_BIT: operands = file + "," + number(w[0] >> 9 & 7) + access; break;
-    case REL8: operands = number(target(w[0], 8, offset)); break;
-    case REL11: operands = number(target(w[0], 11, offset)); break;
-    case CALL:
-    case GOTO:
-        if (!more[1])
-            return unknown;
-        words = 2;
-        operands = number((w[0] & 255) * 2 + (w[1] & 0xFFF) * 512);
-        if (p->form == CALL && w[0] & 0x100)
-            operands += ",f";
-        break;
-    case LFSR:
-        if (!more[1] || w[1] & 0xC00)
-            return unknown;
-        words = 2;
-        operands = number(w[0] >> 4 & 3) + "," + number((w[0] & 15) << (wide || w[1] & 0x300 ? 10 : 8) | (w[1] & 0x3FF));
-        break;
-    case MOVFF:
-        if (!more[1])
-            return unknown;
-        words = 2;
-        operands = number(w[0] & 0xFFF) + "," + number(w[1] & 0xFFF);
-        break;
-    case MOVFFL:
-        if (!more[1] || !more[2])
-            return unknown;
-        words = 3;
-        operands = number((w[0] & 15) << 10 | (w[1] >> 2 & 0x3FF)) + "," + number((w[1] & 3) << 12 | (w[2] & 0xFFF));
-        break;
-    case MOVSF:
-        if (!more[1])
-            return unknown;
-        words = 2;
-        operands = "[" + number(w[0] & 127) + "]," + number(w[1] & 0xFFF);
-        break;
-    case MOVSFL:
-        if (!more[1] || w[1] & 0xE00 || !more[2])
-            return unknown;
-        words = 3;
-        operands = "[" + number(w[1] >> 2 & 127) + "]," + number((w[1] & 3) << 12 | (w[2] & 0xFFF));
-        break;
-    case MOVSS:
-        if (!more[1] || w[1] & 0xF80)
-            return unknown;
-        words = 2;
-        operands = "[" + number(w[0] & 127) + "],[" + number(w[1] & 127) + "]";
-        break;
+    return c;
+}
+
+zo_instruction zo_disassemble(std::span<const uint8_t> code, uint32_t offset, bool wide)
+{
+    const zo_code c = zo_decode(code, offset, wide);
+    if (!c.name)
+        return {1, zo_format("%-7s 0x%04X", "dw", code[0] | static_cast<unsigned>(code[1]) << 8)};
+    static const char *const modes[] = {"*", "*+", "*-", "+*"};
+    const std::string a = zo_number(c.a), b = zo_number(c.b), access = c.banked ? ",b" : ",c";
+    std::string operands;
+    switch (c.form) {
+    case ZO_PLAIN: break;
+    case ZO_FAST: operands = c.fast ? "f" : ""; break;
+    case ZO_TABLE: operands = modes[c.a]; break;
+    case ZO_LIT6:
+    case ZO_LIT8:
+    case ZO_REL8:
+    case ZO_REL11:
+    case ZO_GOTO: operands = a; break;
+    case ZO_CALL: operands = a + (c.fast ? ",f" : ""); break;
+    case ZO_FILE_ACC: operands = a + access; break;
+    case ZO_FILE_DEST: operands = a + (c.file ? ",f" : ",w") + access; break;
+    case ZO_FILE_BIT: operands = a + "," + b + access; break;
+    case ZO_FSR_LIT:
+    case ZO_LFSR:
+    case ZO_MOVFF:
+    case ZO_MOVFFL: operands = a + "," + b; break;
+    case ZO_MOVSF:
+    case ZO_MOVSFL: operands = "[" + a + "]," + b; break;
+    case ZO_MOVSS: operands = "[" + a + "],[" + b + "]"; break;
     }
-    return {words, operands.empty() ? p->name : zo_format("%-7s %s", p->name, operands.c_str())};
+    return {c.words, operands.empty() ? c.name : zo_format("%-7s %s", c.name, operands.c_str())};
 }

@@ -206,7 +206,25 @@ std::string zo_infix(const zo_expr &expr);
 std::string zo_name(const std::string &name);   // bare if it is an identifier, else quoted with escapes
 std::string zo_number(uint32_t number);         // a digit below 10, else hexadecimal with 0x
 
+// How the bits of an instruction are laid out, and so what its operands are; see zo_code.
+// clang-format off
+enum zo_form : uint8_t {
+    ZO_PLAIN, ZO_FAST, ZO_TABLE, ZO_LIT6, ZO_LIT8, ZO_FSR_LIT, ZO_FILE_ACC, ZO_FILE_DEST, ZO_FILE_BIT, ZO_REL8, ZO_REL11, ZO_CALL,
+    ZO_GOTO, ZO_LFSR, ZO_MOVFF, ZO_MOVFFL, ZO_MOVSF, ZO_MOVSFL, ZO_MOVSS,
+};
+// clang-format on
+
+// An instruction taken apart. `a` and `b` are its operands in the order in which they are written, with an address for a branch,
+// and the low byte of a file operand; of a destination or access `file` and `banked` tell. The mode of a table access is `a`.
+struct zo_code {
+    const char *name;   // null if the word is no instruction
+    zo_form form;
+    unsigned words;
+    uint32_t a, b;
+    bool file, banked, fast;
+};
 // The instruction at the start of `code`, which has at least two bytes. `offset` is its place in the psect, in bytes.
+zo_code zo_decode(std::span<const uint8_t> code, uint32_t offset, bool wide);
 struct zo_instruction {
     unsigned words;
     std::string text;
