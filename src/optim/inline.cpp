@@ -71,18 +71,26 @@ static bool no(const char *why)
     return false;
 }
 
+// Why a copy of the node would do something else; null: it wouldn't.
+static const char *differs_in_copy(const op_t *op)
+{
+    switch (op->op_type) {
+    case T_ORG: return "it holds ds, org or align";
+    case T_RETURN: return op->op_subop == TPL_RETFIE ? "it holds a retfie" : nullptr;
+    case T_RETLW:
+        return after_skip(op) && !is_indirect(op) ? "it holds a retlw behind a skip" : nullptr;   // two instructions
+    default: return nullptr;
+    }
+}
+
 // Why a body can't hold the node; null: it can.
 static const char *spoils_body(const op_t *op)
 {
     switch (op->op_type) {
     case T_DS:
-    case T_ORG:
     case T_ALIGN: return "it holds ds, org or align";
     case T_RCALL: return "it holds an rcall";
     case T_DB: return errata_is_nop(op) ? nullptr : "it holds data";
-    case T_RETURN: return op->op_subop == TPL_RETFIE ? "it holds a retfie" : nullptr;
-    case T_RETLW:
-        return after_skip(op) && !is_indirect(op) ? "it holds a retlw behind a skip" : nullptr;   // two instructions
     case T_BRA:
     case T_BCC:
     case T_GOTO: {
@@ -92,7 +100,7 @@ static const char *spoils_body(const op_t *op)
         return label && label->op_type == T_NAME && (label->op_sym->s_flags & S_GLOBAL) ? "it jumps to a global label"
                                                                                         : nullptr;
     }
-    default: return nullptr;
+    default: return differs_in_copy(op);
     }
 }
 
@@ -122,6 +130,9 @@ static const char *body_strays(const symbol_t *q)
                 end;   // by which a jump knows the labels of the body; those behind its last instruction are its end
     bool returns = false, calls_itself = false;
     for (const op_t *op = first; op != end; op = op->op_next) {
+        // A psect that was first looked at as a host has not been asked whether it may be a body.
+        if (const char *why = op->op_flags & OPF_SKIPPED ? nullptr : differs_in_copy(op))
+            return why;
         if (op_is_silent(op))
             continue;
         if (op->op_flags & OPF_PINNED)
