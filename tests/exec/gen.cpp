@@ -225,7 +225,7 @@ static std::string callee(gen_t &g, bool same_psect, bool last)
     std::vector<std::string> list;
     for (size_t i = g.function + 1; i < g.functions.size(); i++)
         if (const function_t &f = g.functions[i]; !(same_psect && f.psect != g.functions[g.function].psect) &&
-                                                  !(f.fast && (same_psect || (last && !g.may(X_FAST_TAIL)))))
+                                                  !(f.fast && (same_psect || (last && !g.may(X_FAST_CALL)))))
             list.push_back(f.name + (f.fast ? ",f" : ""));
     return list.empty() ? "" : list[g.rng.below(1 + g.rng.below(list.size()))];   // the next one rather
 }
@@ -362,7 +362,9 @@ static void prologue(gen_t &g)
     reserve("d", 8);
     g.pieces.push_back(text +
                        "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
-                       "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t0x7000\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
+                       "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t" +
+                       std::to_string(TABLE) +
+                       "\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
                        "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n");
 }
 
@@ -422,7 +424,7 @@ pieces_t gen_program(uint64_t seed, const target_t &target, uint64_t allowed)
             if (!f.inlined && g.rng.one_in(8))
                 flags += ",optim=" + g.rng.of(lists);
         }
-        if (&f != &g.functions[0] && g.rng.below(2) && !f.inlined)   // a global one that goes is told
+        if (&f != &g.functions[0] && g.rng.below(2) && flags.find("inline") == std::string::npos)   // one that goes is told
             g.pieces[0] += "\tglobal\t" + f.name + ",__end_of_" + f.name + "\n";
     }
     for (size_t i = 0; i < count; i++)

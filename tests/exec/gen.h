@@ -6,7 +6,7 @@
 // Situations in which a rule of the optimiser is known to change what a program does.
 // clang-format off
 enum exclusion : uint8_t {
-    X_FAST_CALL, X_FAST_TAIL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_POINTER, X_NONE
+    X_FAST_CALL, X_FAST_INLINE, X_OVERFLOW, X_N_AT_RETURN, X_ADDRESS_3, X_START, X_POINTER, X_NONE
 };
 // clang-format on
 struct exclusion_t {
@@ -30,6 +30,9 @@ pieces_t gen_frame(const target_t &target);
 pieces_t hand_program(uint64_t seed, const target_t &target);   // idioms of people, see hand.cpp
 extern const char *const hand_idioms[];
 extern const size_t hand_idiom_count;
+
+// Where every program has a table of constants, and the table pointer at the beginning.
+constexpr uint32_t TABLE = 0x7000;
 
 // The line that begins another module; what is linked are all of them. An interrupt's handler stands in the psect of that name,
 // at address 8, and its memory are the last 8 bytes of the access bank.
