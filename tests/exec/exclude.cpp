@@ -11,8 +11,6 @@
 const exclusion_t exclusions[X_NONE] = {
     {"fast-call", "A fast call saves W, status and bsr. The search for dead values doesn't know, so the movf goes (M1).",
      "-O", "movf a1,w,c / movff WREG,a2 / call fast,f / goto finish / fast: / incf a6,w,c / return f"},
-    {"fast-tail", "A fast call ahead of a return becomes a goto (C1), and the fast return restores what another call saved.",
-     "-O", "call first / goto finish / first: / movlw 7 / call fast,f / return / fast: / movlw 1 / movwf a1,c / return f"},
     {"fast-inline", "When a function with a fast return is inlined, nothing restores W, status and bsr any more.",
      "-O -auto_inline",
      "movlw 7 / call fast,f / goto finish / psect text2,class=CODE,reloc=2,delta=1 / "
