@@ -3,8 +3,8 @@
 #
 #     scripts/mutate.sh [PROGRAMS [WORD]]      at most so many programs of each kind, default 200; lines with WORD only
 #
-# Works in a copy of the tree, in a folder of its own that goes at the end. A mutant costs a compilation and a link; then the
-# cases of the optimiser are run, and programs of both kinds until one differs.
+# Works in a copy of the tree, in a folder of its own that goes at the end. A mutant costs the compilation of one file and a
+# link of aszel8 alone; then the cases of the optimiser are run, and programs of both kinds, few at a time, until one differs.
 set -eu
 cd "$(dirname "$0")/.."
 list=$PWD/tests/exec/mutations.txt
@@ -14,10 +14,13 @@ trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
 
 git ls-files -z | xargs -0 tar -cf - | tar -xf - -C "$work"
-cmake -S "$work" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O0 -w" >"$work/log"
+launcher=$(command -v ccache || true)
+export CCACHE_BASEDIR="$work" CCACHE_NOHASHDIR=1   # the folder has another name each time
+cmake -S "$work" -B "$work/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O0 -w" \
+    ${launcher:+"-DCMAKE_CXX_COMPILER_LAUNCHER=$launcher"} >"$work/log"
 bin=$work/build/bin
 
-build() { cmake --build "$work/build" -j 2 --target aszel8 exec_compare runcases zelobj zelrun >"$work/log" 2>&1; }
+build() { cmake --build "$work/build" -j 2 --target "$@" >"$work/log" 2>&1; }
 
 # What fails, or nothing.
 failure() {
@@ -25,10 +28,10 @@ failure() {
     seed=1
     while [ $seed -le "$programs" ]; do
         for kind in hand compiled; do
-            "$bin/exec_compare" --kind=$kind --reports 0 --seed $seed --count 50 >"$work/log" 2>&1 ||
+            "$bin/exec_compare" --kind=$kind --reports 0 --seed $seed --count 20 >"$work/log" 2>&1 ||
                 { echo "a program, $kind, from $seed"; return; }
         done
-        seed=$((seed + 50))
+        seed=$((seed + 20))
     done
 }
 
@@ -41,7 +44,7 @@ replace() {
         END { exit n != 1 }' "$1" >"$work/mutant"
 }
 
-build || { tail -20 "$work/log"; exit 2; }
+build aszel8 exec_compare runcases zelobj zelrun || { tail -20 "$work/log"; exit 2; }
 without=$(failure)
 [ -z "$without" ] || { echo "fails without a mutation: $without"; tail -5 "$work/log"; exit 2; }
 
@@ -59,7 +62,7 @@ while IFS= read -r line; do
     fi
     cp "$work/mutant" "$work/$file"
     mutants=$((mutants + 1))
-    if ! build; then
+    if ! build aszel8; then
         echo "NO BUILD   $file: $line"
     elif found=$(failure) && [ -n "$found" ]; then
         echo "fails      $file: $line  ($found)"

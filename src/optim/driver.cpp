@@ -394,14 +394,12 @@ void optimise_run()
     each_psect(note_skip_at_end);
     tlab_to_labels();
     each_psect(resolve_jumps);
-    build_all_refs();
+    build_all_refs();   // for the errata NOPs alone, too: a global label that is used isn't one that only others can know
     pointers_set();
     pins_set();
     changes_begin(st.code_psects);
     if (opt.optimise)
         optimise_phase();
-    else
-        build_all_refs();   // a global label that is used isn't one that only others can know
     if (opt.errata_mask & ERRATA_NOPS)
         insert_errata_nops();
 }

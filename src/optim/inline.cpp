@@ -135,10 +135,10 @@ static const char *body_strays(const symbol_t *q)
             return why;
         if (op_is_silent(op))
             continue;
-        if (op->op_flags & OPF_PINNED)
-            return "it holds code that counts on its place";
         if (op_writes_pcl(op) || op->op_type == T_CALLW)
             return "it holds a computed jump";
+        if (op->op_flags & OPF_PINNED)
+            return "it holds code that counts on its place";
         if (op->op_type == T_GOTO || op->op_type == T_BRA || op->op_type == T_BCC) {
             const op_t *label = op_is_simple(op) ? op_target(op) : nullptr;
             if (!label || label->op_ahead != end)
