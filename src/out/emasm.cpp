@@ -424,7 +424,7 @@ static void st_call(const op_t *op)
 static void st_org(const op_t *op)
 {
     put("\torg\t");
-    put_digits(static_cast<int64_t>(op->op_units.count));
+    put_digits(op->op_units.count);
 }
 
 static void st_set(const op_t *op)
