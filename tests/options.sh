@@ -31,13 +31,18 @@ for word in $words; do
     offers -- | grep -qx -- "--$word" || complain "completion: no --$word"
 done
 
-# The same for the linker.
-for word in $(sed -n '/^} rows\[\] = {/,/^}/s/^    {"\(-[a-z-]*=*\)",.*/\1/p' "$top/tools/zellink/options.cpp"); do
-    grep -q -- "^| .*\`$word" "$top/docs/manual/linking.md" || complain "manual: no $word of zellink"
-    tr -d '\\' <"$top/docs/zellink.1" | grep -q -- "$word" || complain "man page: no $word of zellink"
-    grep -q -- "$word" "$top/completions/zellink.bash" || complain "completion: no $word of zellink"
-    zellink --help | grep -q -- "  $word" || complain "help: no $word of zellink"
-done
+# The same for the tools: table, tool, chapter.
+while read -r table tool chapter; do
+    words=$(sed -n '/^} rows\[\] = {/,/^}/s/^    {"\(-[a-z-]*=*\)",.*/\1/p' "$top/tools/$tool/$table.cpp")
+    [ "$(wc -w <<<"$words")" -ge 9 ] || complain "no table of options of $tool found"
+    for word in $words; do
+        grep -q -- "^| .*\`$word" "$top/docs/manual/$chapter.md" || complain "manual: no $word of $tool"
+        tr -d '\\' <"$top/docs/$tool.1" | grep -q -- "$word" || complain "man page: no $word of $tool"
+        grep -q -- "$word" "$top/completions/$tool.bash" || complain "completion: no $word of $tool"
+        "$tool" --help | grep -q -- "  .*$word" || complain "help: no $word of $tool"
+    done
+done <<<"options zellink linking
+script zelsim simulating"
 
 printf '\tnop\n' >t.as
 for chip in $(offers -mcpu=z); do

@@ -146,7 +146,7 @@ static outcome_t perform(const program_t &p, const std::string &way, uint64_t li
             s.data[at] = static_cast<uint8_t>((at * 2654435761u + 12345) >> 11);
     s.data[s.tblptr + 1] = TABLE >> 8;   // code, which moves, isn't read as data
     for (const char *name : {"PORTA", "PORTB", "LATA", "LATB", "LATC"})
-        s.watched[target_sfr(t, name)] = true;
+        sim_watch(s, target_sfr(t, name));
     interrupts_t interrupts;
     while (s.stop == SIM_RUNS && s.steps < limit) {
         sim_step(s);

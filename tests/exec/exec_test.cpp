@@ -57,8 +57,8 @@ TEST(sim, arithmetic)
         const bool literal = m.word == 0x0F00 || m.word == 0x0800;
         sim_t s = machine({0});
         for (int f = 0; f < 256; f++) {
-            s.program[0] = static_cast<uint8_t>(literal ? f : 0x10);
-            s.program[1] = static_cast<uint8_t>(m.word >> 8);
+            sim_patch(s, 0, static_cast<uint8_t>(literal ? f : 0x10));
+            sim_patch(s, 1, static_cast<uint8_t>(m.word >> 8));
             for (int w = 0; w < 256; w++)
                 for (int c = 0; c < 2; c++) {
                     s.pc = 0;

@@ -80,29 +80,6 @@ static bool write_file(const std::string &path, const std::string &content)
     return good;
 }
 
-// The chip that all objects are for, or an empty string and a message.
-static std::string common_chip(const std::deque<zl_source> &sources, std::vector<zl_message> &messages)
-{
-    std::string chip;
-    const zl_source *first = nullptr;
-    for (const zl_source &s : sources) {
-        if (!s.wanted)
-            continue;
-        const std::string &its = std::get<zo_ident>(s.file.records[0].body).chip;
-        if (first && its != chip)
-            messages.push_back(
-                {s.name,
-                 "it is for chip " + its + ", but " + first->name + " is for " + chip + ": assemble all for one chip",
-                 false});
-        else if (!first)
-            chip = its;
-        first = first ? first : &s;
-    }
-    if (!first)
-        messages.push_back({"", "archives alone make no program: name an object file, too", false});
-    return chip;
-}
-
 int main(int argc, char **argv)
 {
     if (!streams_complete())
@@ -127,7 +104,7 @@ int main(int argc, char **argv)
     if (!messages.empty())
         return print(messages), FAULTY;
     zl_choose_members(sources);
-    const std::string objects_chip = common_chip(sources, messages),
+    const std::string objects_chip = zl_common_chip(sources, messages),
                       &chip = options.chip.empty() ? objects_chip : options.chip;
     if (!messages.empty())
         return print(messages), FAULTY;

@@ -61,6 +61,28 @@ void zl_choose_members(std::deque<zl_source> &sources)
         }
 }
 
+std::string zl_common_chip(const std::deque<zl_source> &sources, std::vector<zl_message> &messages)
+{
+    std::string chip;
+    const zl_source *first = nullptr;
+    for (const zl_source &s : sources) {
+        if (!s.wanted)
+            continue;
+        const std::string &its = std::get<zo_ident>(s.file.records[0].body).chip;
+        if (first && its != chip)
+            messages.push_back(
+                {s.name,
+                 "it is for chip " + its + ", but " + first->name + " is for " + chip + ": assemble all for one chip",
+                 false});
+        else if (!first)
+            chip = its;
+        first = first ? first : &s;
+    }
+    if (!first)
+        messages.push_back({"", "archives alone make no program: name an object file, too", false});
+    return chip;
+}
+
 // Garbage.
 
 static void mention(zl_linker &l, zl_module &m, zl_piece &from, const zo_reloc_entry &e)

@@ -74,10 +74,35 @@ static const section_t *find_section(const std::vector<section_t> &sections, con
     return count == 1 ? found : nullptr;
 }
 
-static void take_register(target_t &t, const std::string &value)
+static std::vector<std::string> parts(const std::string &text)
 {
-    const size_t comma = std::min(value.find(','), value.size() - 1);
-    t.sfr[upper(value.substr(0, comma))] = static_cast<uint16_t>(hex(value.substr(comma + 1)));
+    std::vector<std::string> all;
+    for (size_t at = 0; at <= text.size(); at += all.back().size() + 1)
+        all.push_back(text.substr(at, text.find(',', at) - at));
+    return all;
+}
+
+static unsigned decimal(const std::string &text) { return static_cast<unsigned>(strtoul(text.c_str(), nullptr, 10)); }
+
+static void take_line(target_t &t, const attribute_t &line)
+{
+    const std::vector<std::string> p = parts(line.value);
+    if (line.key == "SFR" && p.size() >= 2)
+        t.sfr[upper(p[0])] = static_cast<uint16_t>(hex(p[1]));
+    else if (line.key == "SFRFLD" && p.size() >= 4)
+        t.fields[upper(p[0])] = {static_cast<uint16_t>(hex(p[1])), static_cast<uint8_t>(decimal(p[2]) & 7),
+                                 static_cast<uint8_t>(decimal(p[3]) & 15)};
+    else if (line.key == "INTSRC" && p.size() >= 2)
+        t.sources[upper(p[0])] = decimal(p[1]) & 255;
+    else if (line.key == "IVTBASE" && p.size() >= 6)
+        for (size_t i = 0; i < 3; i++) {
+            t.vectors_at[i] = static_cast<uint16_t>(hex(p[2 * i]));
+            t.vectors_reset[i] = static_cast<uint8_t>(hex(p[2 * i + 1]));
+        }
+    else if (line.key == "INTSTAT" && p.size() >= 3)
+        for (size_t i = 0; i < 2; i++)
+            (i ? t.status_high : t.status_low) = {static_cast<uint16_t>(hex(p[0])),
+                                                  static_cast<uint8_t>(decimal(p[i + 1]) & 7), 1};
 }
 
 std::string target_read(const std::string &path, const std::string &chip, target_t &t)
@@ -88,15 +113,14 @@ std::string target_read(const std::string &path, const std::string &chip, target
         return path + ": no file, or no chip " + chip + " in it";
     std::map<std::string, std::string> values;
     for (const section_t *s : {&sections[0], section})   // what the section says comes last
-        for (const auto &[key, value] : s->attributes) {
-            values[key] = value;
-            if (key == "SFR" && !value.empty())
-                take_register(t, value);
+        for (const attribute_t &line : s->attributes) {
+            values[line.key] = line.value;
+            take_line(t, line);
         }
     if (const section_t *alias = values.contains("ALIAS") ? find_section(sections, values["ALIAS"]) : nullptr)
-        for (const auto &[key, value] : alias->attributes)
-            if (key == "SFR" && !value.empty())
-                take_register(t, value);
+        for (const attribute_t &line : alias->attributes)
+            if (line.key.starts_with("SFR"))
+                take_line(t, line);
     const auto range = [&](const char *key) { return read_ranges(values[key] + ",").front(); };
     t.name = section->name;
     t.wide = values["ARCH"].find('X') != std::string::npos;
@@ -130,6 +154,11 @@ bool in_ranges(const ranges_t &ranges, uint32_t address)
 }
 
 uint16_t target_sfr(const target_t &t, const std::string &name) { return t.sfr.contains(name) ? t.sfr.at(name) : 0; }
+
+sfr_bits_t target_field(const target_t &t, const std::string &name)
+{
+    return t.fields.contains(name) ? t.fields.at(name) : sfr_bits_t{};
+}
 
 std::string target_sfr_name(const target_t &t, uint32_t address)
 {

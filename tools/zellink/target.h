@@ -12,6 +12,12 @@ struct range_t {
 };   // both inclusive
 using ranges_t = std::vector<range_t>;
 
+// Some bits of a register.
+struct sfr_bits_t {
+    uint16_t address = 0;
+    uint8_t low = 0, bits = 0;   // bits is 0 for a field that isn't there
+};
+
 struct target_t {
     std::string name;
     bool wide = false;         // data addresses have 14 bits, not 12
@@ -23,6 +29,11 @@ struct target_t {
     range_t config{}, idloc{}, eeprom{};   // addressed like program memory; hi is 0 for none
     ranges_t changing;                     // registers that change by themselves
     std::map<std::string, uint16_t> sfr;   // address by upper-case name
+    std::map<std::string, sfr_bits_t> fields;
+    std::map<std::string, unsigned> sources;   // of interrupts: the number in the table of vectors
+    std::array<uint16_t, 3> vectors_at{};      // registers of the table's address, low one first; 0 if there are none
+    std::array<uint8_t, 3> vectors_reset{};    // what they hold after reset
+    sfr_bits_t status_low, status_high;        // tell which interrupts run
 };
 
 // The chip of that name in the installation that has the directory `bin`, or in one file, in which its section may be found by
@@ -31,5 +42,6 @@ std::string target_find(const std::string &bin, const std::string &chip, target_
 std::string target_read(const std::string &path, const std::string &chip, target_t &target);
 
 bool in_ranges(const ranges_t &ranges, uint32_t address);
-uint16_t target_sfr(const target_t &target, const std::string &name);    // 0 if the chip has no such register
-std::string target_sfr_name(const target_t &target, uint32_t address);   // the name, or the number in hexadecimal
+uint16_t target_sfr(const target_t &target, const std::string &name);       // 0 if the chip has no such register
+sfr_bits_t target_field(const target_t &target, const std::string &name);   // without bits if the chip has none
+std::string target_sfr_name(const target_t &target, uint32_t address);      // the name, or the number in hexadecimal

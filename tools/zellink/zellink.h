@@ -148,6 +148,8 @@ std::string zl_archive_members(std::span<const uint8_t> bytes, std::vector<zl_me
 
 // reach
 void zl_choose_members(std::deque<zl_source> &sources);
+// The chip that all objects are for, or an empty string and a message.
+std::string zl_common_chip(const std::deque<zl_source> &sources, std::vector<zl_message> &messages);
 void zl_collect_garbage(zl_linker &l);
 
 // Calls `use` with each symbol that a relocation names.

@@ -71,11 +71,11 @@ static std::string load(sim_t &sim, const std::vector<std::string> &options)
 static void watch(sim_t &sim, bool changing)
 {
     for (const auto &[name, address] : st.target.sfr)
-        if ((name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address < sim.watched.size())
-            sim.watched[address] = true;
-    for (uint32_t at = 0; changing && at < sim.watched.size(); at++)
+        if ((name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address <= sim.mask)
+            sim_watch(sim, address);
+    for (uint32_t at = 0; changing && at <= sim.mask; at++)
         if (in_ranges(st.target.changing, at))
-            sim.watched[at] = true;
+            sim_watch(sim, at);
     sim.random_inputs = changing;
 }
 

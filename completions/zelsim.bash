@@ -1,0 +1,18 @@
+# Bash completion for zelsim: options, programs, objects, archives.
+
+_zelsim() {
+    local cur=${COMP_WORDS[COMP_CWORD]}
+    case $cur in
+    -*)
+        COMPREPLY=($(compgen -W "-mcpu= --chipinfo= --coverage= --exit= --help --irq= --limit= --port= --profile --quiet
+            --script= --start= --stdin= --stdout= --strict --trace --until= --vcd= --vectors --ver --xinst" -- "$cur"))
+        [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
+        ;;
+    *)
+        compopt -o filenames 2>/dev/null
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(hex|bin|obj|a)' -- "$cur"))
+        ;;
+    esac
+}
+
+complete -F _zelsim zelsim

@@ -1,0 +1,32 @@
+// load: what is run. Reads Intel HEX and raw binary, and links objects, which also tell names and source lines.
+#pragma once
+
+#include "target.h"
+
+struct source_line {
+    std::string file;
+    uint32_t line = 0;
+    auto operator<=>(const source_line &) const = default;
+};
+
+struct program_t {
+    target_t target;
+    std::vector<uint8_t> bytes;                 // of program memory, 0xFF where nothing was put
+    std::map<uint32_t, std::string> labels;     // of code, by byte address
+    std::map<std::string, uint32_t> code;       // byte address by name
+    std::map<std::string, uint32_t> data;       // data address by name
+    std::map<uint32_t, source_line> lines;      // from that byte address on
+    std::map<uint32_t, uint32_t> pieces;        // of code: end by begin, so that a line ends with its piece
+};
+
+struct load_request {
+    std::vector<std::string> inputs;
+    std::string bin;               // directory of the running program
+    std::string chip, chip_file;   // empty if not told
+};
+
+// One HEX file, one binary file, or objects and archives. Gives back what is wrong, a line each; empty if nothing is.
+std::vector<std::string> load_program(const load_request &request, program_t &program);
+
+// The bytes of a HEX file by address. Gives back an error text with the line, empty on success.
+std::string read_hex(const std::string &text, std::map<uint32_t, uint8_t> &bytes);

@@ -1,0 +1,278 @@
+// zelsim: runs a program for a chip, and tests it.
+//
+// Exit status: what the program writes to the register of --exit=; else 0 for `sleep`, the end of --until=, or expectations
+// that came true; 1 for the limit, or an expectation that didn't; 2 for a fault of the program; 3 if nothing could be run.
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "common/streams.h"
+#include "observe.h"
+#include "script.h"
+#include "zelobj.h"
+
+enum { GOOD = 0, FAILED = 1, FAULT = 2, UNUSABLE = 3 };
+
+static const char usage_text[] = "usage: zelsim [option...] app.hex | app.bin | file.obj... library.a...\n"
+                                 "  -mcpu=CHIP                the chip; objects tell it themselves\n"
+                                 "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
+                                 "  --start=LABEL             begin there, not at reset; labels may be hexadecimal addresses\n"
+                                 "  --until=LABEL             end there\n"
+                                 "  --limit=N                 cycles after which the run has failed, else 300000000\n"
+                                 "  --exit=REGISTER           a write to it ends the run with that exit status\n"
+                                 "  --strict                  a write to memory that isn't there is a fault\n"
+                                 "  --xinst, --vectors        as the configuration bits XINST and VECTORS\n"
+                                 "  --port=PORT=value@cycle   what the pins of a port are held at from then on\n"
+                                 "  --irq=SOURCE@cycle        sets the interrupt flag SOURCEIF\n"
+                                 "  --stdin=REGISTER          standard input goes to this serial unit\n"
+                                 "  --stdout=REGISTER         what this serial unit sends goes to standard output\n"
+                                 "  --script=FILE             inputs and expectations\n"
+                                 "  --trace[=FILE]            each instruction\n"
+                                 "  --profile[=FILE]          cycles by label and line\n"
+                                 "  --vcd=FILE                waves of ports and registers\n"
+                                 "  --coverage=FILE           which lines were run, in the form of lcov\n"
+                                 "  --quiet                   nothing at the end of a run that succeeds\n"
+                                 "  --ver                     the version\n";
+
+struct session_t {
+    settings_t settings;
+    program_t program;
+    sim_t sim;
+    devices_t devices;
+    observe_t observe;
+    watch_t watch;
+    uint32_t until = UINT32_MAX;
+    bool at_until = false;
+};
+
+static int told(const char *text) { return fputs(text, stdout) < 0 || fflush(stdout) != 0 ? int{UNUSABLE} : int{GOOD}; }
+
+static int complain(const std::string &text)
+{
+    fprintf(stderr, "zelsim: error: %s\n", text.c_str());
+    return UNUSABLE;
+}
+
+// An output: a file, "-" for standard output, null for none.
+static bool open_output(const std::string &path, const settings_t &s, FILE *&f)
+{
+    std::error_code ignored;
+    for (const std::string &in : s.inputs)
+        if (!path.empty() && std::filesystem::equivalent(path, in, ignored))
+            return complain("output " + path + " would overwrite input " + in), false;
+    f = path.empty() ? nullptr : path == "-" ? stdout : fopen(path.c_str(), "w");
+    if (f || path.empty())
+        return true;
+    complain("can't write " + path + ": " + strerror(errno));
+    return false;
+}
+
+static bool close_output(const std::string &path, FILE *f)
+{
+    const bool good = !f || (!ferror(f) && (f == stdout ? fflush(f) : fclose(f)) == 0);
+    if (!good)
+        complain("can't write " + path);
+    return good;
+}
+
+static bool write_output(const std::string &path, const settings_t &s, const std::string &text)
+{
+    FILE *f = nullptr;
+    if (!open_output(path, s, f))
+        return false;
+    if (f)
+        fputs(text.c_str(), f);
+    return close_output(path, f);
+}
+
+// Registers that the chip has, and memory; all else isn't there.
+static void mark_absent(sim_t &s)
+{
+    const target_t &t = *s.target;
+    ranges_t there = t.banks;
+    there.push_back(t.common);
+    for (const auto &[name, at] : t.sfr)
+        there.push_back({at, at});
+    std::vector<bool> known(s.mask + 1u, false);
+    for (const range_t &r : there)
+        for (uint32_t at = r.lo; at <= r.hi && at <= s.mask; at++)
+            known[at] = true;
+    for (uint32_t at = 0; at <= s.mask; at++)
+        if (!known[at] && s.role[at] == R_PLAIN)
+            s.role[at] = R_ABSENT;
+}
+
+static std::string prepare_serial(session_t &x)
+{
+    const auto unit = [&](const std::string &name) { return devices_find_serial(x.devices, x.sim, name); };
+    const std::string &in = x.settings.input_register, &out = x.settings.output_register;
+    if (!in.empty() && !unit(in))
+        return in + ": it isn't a register of a serial unit";
+    if (!out.empty() && !unit(out))
+        return out + ": it isn't a register of a serial unit";
+    if (!in.empty())
+        unit(in)->from = stdin;
+    if (!out.empty())
+        unit(out)->to = stdout;
+    return "";
+}
+
+// What the settings name has to be there.
+static std::string prepare(session_t &x)
+{
+    settings_t &settings = x.settings;
+    sim_t &s = x.sim;
+    uint32_t at = 0;
+    sim_init(s, x.program.target, x.program.bytes);
+    mark_absent(s);
+    s.log_tables = false;
+    s.strict = settings.strict;
+    s.extended = settings.xinst;
+    if (!settings.start.empty() && !code_address(x.program, settings.start, s.pc))
+        return settings.start + ": no such label or address of code to start at";
+    if (!settings.until.empty() && !code_address(x.program, settings.until, x.until))
+        return settings.until + ": no such label or address of code to end at";
+    if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, at))
+        return settings.exit_register + ": no such register to exit by";
+    x.devices.exit_at = static_cast<uint16_t>(at);
+    x.devices.use_table = settings.vectors && x.program.target.vectors_at[0];
+    if (settings.vectors && !x.devices.use_table)
+        return "chip " + x.program.target.name + " has no table of vectors";
+    devices_init(x.devices, s);
+    for (const sim_input &input : settings.events)
+        if (std::string error = devices_add_input(x.devices, s, input); !error.empty())
+            return error;
+    for (expectation_t &e : settings.expectations) {
+        if (!e.text.empty() && !devices_find_serial(x.devices, s, e.name))
+            return e.where + ": " + e.name + ": it isn't a register of a serial unit";
+        if (e.text.empty() && !data_address(x.program, e.name, e.address))
+            return e.where + ": " + e.name + ": no such register, label of data or address";
+    }
+    return prepare_serial(x);
+}
+
+static bool all_expected(const session_t &x)
+{
+    const auto &all = x.settings.expectations;
+    bool at_end = false;
+    for (const expectation_t &e : all)
+        at_end |= e.before == 0;
+    return !all.empty() && !at_end && x.watch.done == all.size();
+}
+
+// Instruction by instruction, up to the next thing that is due.
+static void go_watched(session_t &x)
+{
+    sim_t &s = x.sim;
+    do {
+        const uint32_t at = s.pc;
+        const uint64_t began = s.cycles;
+        sim_step(s);
+        observe_step(x.observe, x.program, x.devices, s, at, began);
+        watch_update(x.watch, x.settings, x.devices, s);
+        x.at_until = s.pc == x.until;
+    } while (s.cycles < s.deadline && s.stop == SIM_RUNS && !x.at_until && !all_expected(x));
+}
+
+static void run(session_t &x)
+{
+    sim_t &s = x.sim;
+    const settings_t &settings = x.settings;
+    const bool watched = x.until != UINT32_MAX || !settings.expectations.empty() || !settings.trace.empty() ||
+                         !settings.profile.empty() || !settings.vcd.empty() || !settings.coverage.empty();
+    if (watched)
+        observe_begin(x.observe, x.program, x.devices, s);
+    for (;;) {
+        const uint64_t limit = std::min(settings.limit, watch_deadline(x.watch, settings));
+        devices_service(x.devices, s, limit);
+        if (s.stop != SIM_RUNS)
+            return;
+        if (s.cycles >= limit)
+            return sim_halt(s, SIM_LIMIT, "");
+        if (watched)
+            go_watched(x);
+        else
+            sim_go(s);
+        if (x.at_until || all_expected(x))
+            return;
+    }
+}
+
+// Tells why the run ended, and gives back the exit status.
+static int finish(session_t &x)
+{
+    const sim_t &s = x.sim;
+    const std::vector<std::string> failures = watch_failures(x.watch, x.settings, x.devices, s);
+    const std::string place = place_text(x.program, s.pc);
+    std::string why;
+    int status = GOOD;
+    switch (s.stop) {
+    case SIM_SLEEP: why = "sleep, on to " + place; break;
+    case SIM_RUNS: why = (x.at_until ? "reached " : "all is as expected, at ") + place; break;
+    case SIM_EXIT:
+        status = x.devices.exit_status;
+        why = zo_format("exit status %d, on to ", status) + place;
+        break;
+    case SIM_LIMIT:
+        status = FAILED;
+        why = (s.cycles < x.settings.limit ? "an expectation failed, at " : "limit of cycles, at ") + place;
+        break;
+    default:
+        status = FAULT;
+        why = s.why + ", behind " + place_text(x.program, s.stopped_at - 2);
+        break;
+    }
+    if (!failures.empty() && status == GOOD)
+        status = FAILED;
+    for (const std::string &failure : failures)
+        fprintf(stderr, "%s\n", failure.c_str());
+    for (const devices_serial &u : x.devices.serials)
+        if (u.lost)
+            fprintf(stderr, "zelsim: warning: %llu bytes written to %s while the unit was off\n",
+                    static_cast<unsigned long long>(u.lost), target_sfr_name(*s.target, u.send).c_str());
+    if (!x.settings.quiet || status != GOOD)
+        fprintf(stderr, "zelsim: %s: %llu steps, %llu cycles\n", why.c_str(), static_cast<unsigned long long>(s.steps),
+                static_cast<unsigned long long>(s.cycles));
+    return status;
+}
+
+static int simulate(session_t &x)
+{
+    const settings_t &settings = x.settings;
+    if (!open_output(settings.trace, settings, x.observe.trace) || !open_output(settings.vcd, settings, x.observe.vcd))
+        return UNUSABLE;
+    run(x);
+    bool good = close_output(settings.trace, x.observe.trace);
+    good &= close_output(settings.vcd, x.observe.vcd);
+    good &= settings.profile.empty() ||
+            write_output(settings.profile, settings, observe_profile(x.observe, x.program));
+    good &= settings.coverage.empty() ||
+            write_output(settings.coverage, settings, observe_coverage(x.observe, x.program));
+    good &= fflush(stdout) == 0;
+    const int status = finish(x);
+    return good ? status : int{UNUSABLE};
+}
+
+int main(int argc, char **argv)
+{
+    if (!streams_complete())
+        return UNUSABLE;
+    session_t x;
+    std::string error = read_settings({argv + 1, argv + argc}, x.settings);
+    if (x.settings.help)
+        return told(usage_text);
+    if (x.settings.version)
+        return told("zelsim " ZELLINK_VERSION "\n");
+    if (!error.empty())
+        return complain(error);
+    std::error_code ignored;
+    const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    const std::vector<std::string> errors =
+        load_program({x.settings.inputs, bin, x.settings.chip, x.settings.chip_file}, x.program);
+    for (const std::string &text : errors)
+        complain(text);
+    if (!errors.empty())
+        return UNUSABLE;
+    error = prepare(x);
+    return error.empty() ? simulate(x) : complain(error);
+}
