@@ -201,7 +201,9 @@ static void add_serials(devices_t &d, const sim_t &s)
 {
     const target_t &t = *s.target;
     for (const char *n : {"", "2", "3", "4"}) {
-        const auto reg = [&](const char *name, const char *part = "") { return target_sfr(t, name + std::string(n) + part); };
+        const auto reg = [&](const char *name, const char *part = "") {
+            return target_sfr(t, name + std::string(n) + part);
+        };
         const auto field = [&](const char *name) { return target_field(t, name + std::string(n)); };
         if (!reg("STX") || !reg("SRX"))
             continue;

@@ -30,8 +30,8 @@ struct devices_timer {
     std::vector<unsigned> factors;   // of the prescaler
     uint64_t since = 0, each = 1;    // cycle at which it had this count; cycles of a tick
     uint32_t count = 0;
-    unsigned passes = 0;    // of the period, since the flag was last set
-    uint8_t buffer = 0;     // of the high byte
+    unsigned passes = 0;   // of the period, since the flag was last set
+    uint8_t buffer = 0;    // of the high byte
     bool running = false;
 };
 
@@ -43,7 +43,7 @@ struct devices_serial {
     FILE *from = nullptr, *to = nullptr;   // null: nothing
     std::string sent;                      // all of it
     uint64_t busy_until = 0, next_input = 0;
-    int waiting = -1;                      // byte that is sent next
+    int waiting = -1;   // byte that is sent next
     bool full = false, was_sending = false;
     uint64_t lost = 0;   // bytes that were written while the unit was off
 };

@@ -35,8 +35,8 @@ static std::string hex_record(std::string_view line, std::vector<uint8_t> &recor
         sum += record.back();
     }
     if (record.size() < 5 || record.size() != record[0] + 5u)
-        return zo_format("the record has %zu bytes, its length tells %u",
-                         record.size(), record.empty() ? 5u : record[0] + 5u);
+        return zo_format("the record has %zu bytes, its length tells %u", record.size(),
+                         record.empty() ? 5u : record[0] + 5u);
     if (sum & 255)
         return zo_format("wrong checksum 0x%02X: it should be 0x%02X", record.back(), (record.back() - sum) & 255);
     static const uint8_t lengths[] = {0, 0, 2, 4, 2, 4};

@@ -11,12 +11,12 @@ struct source_line {
 
 struct program_t {
     target_t target;
-    std::vector<uint8_t> bytes;                 // of program memory, 0xFF where nothing was put
-    std::map<uint32_t, std::string> labels;     // of code, by byte address
-    std::map<std::string, uint32_t> code;       // byte address by name
-    std::map<std::string, uint32_t> data;       // data address by name
-    std::map<uint32_t, source_line> lines;      // from that byte address on
-    std::map<uint32_t, uint32_t> pieces;        // of code: end by begin, so that a line ends with its piece
+    std::vector<uint8_t> bytes;               // of program memory, 0xFF where nothing was put
+    std::map<uint32_t, std::string> labels;   // of code, by byte address
+    std::map<std::string, uint32_t> code;     // byte address by name
+    std::map<std::string, uint32_t> data;     // data address by name
+    std::map<uint32_t, source_line> lines;    // from that byte address on
+    std::map<uint32_t, uint32_t> pieces;      // of code: end by begin, so that a line ends with its piece
 };
 
 struct load_request {

@@ -13,26 +13,27 @@
 
 enum { GOOD = 0, FAILED = 1, FAULT = 2, UNUSABLE = 3 };
 
-static const char usage_text[] = "usage: zelsim [option...] app.hex | app.bin | file.obj... library.a...\n"
-                                 "  -mcpu=CHIP                the chip; objects tell it themselves\n"
-                                 "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
-                                 "  --start=LABEL             begin there, not at reset; labels may be hexadecimal addresses\n"
-                                 "  --until=LABEL             end there\n"
-                                 "  --limit=N                 cycles after which the run has failed, else 300000000\n"
-                                 "  --exit=REGISTER           a write to it ends the run with that exit status\n"
-                                 "  --strict                  a write to memory that isn't there is a fault\n"
-                                 "  --xinst, --vectors        as the configuration bits XINST and VECTORS\n"
-                                 "  --port=PORT=value@cycle   what the pins of a port are held at from then on\n"
-                                 "  --irq=SOURCE@cycle        sets the interrupt flag SOURCEIF\n"
-                                 "  --stdin=REGISTER          standard input goes to this serial unit\n"
-                                 "  --stdout=REGISTER         what this serial unit sends goes to standard output\n"
-                                 "  --script=FILE             inputs and expectations\n"
-                                 "  --trace[=FILE]            each instruction\n"
-                                 "  --profile[=FILE]          cycles by label and line\n"
-                                 "  --vcd=FILE                waves of ports and registers\n"
-                                 "  --coverage=FILE           which lines were run, in the form of lcov\n"
-                                 "  --quiet                   nothing at the end of a run that succeeds\n"
-                                 "  --ver                     the version\n";
+static const char usage_text[] =
+    "usage: zelsim [option...] app.hex | app.bin | file.obj... library.a...\n"
+    "  -mcpu=CHIP                the chip; objects tell it themselves\n"
+    "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
+    "  --start=LABEL             begin there, not at reset; labels may be hexadecimal addresses\n"
+    "  --until=LABEL             end there\n"
+    "  --limit=N                 cycles after which the run has failed, else 300000000\n"
+    "  --exit=REGISTER           a write to it ends the run with that exit status\n"
+    "  --strict                  a write to memory that isn't there is a fault\n"
+    "  --xinst, --vectors        as the configuration bits XINST and VECTORS\n"
+    "  --port=PORT=value@cycle   what the pins of a port are held at from then on\n"
+    "  --irq=SOURCE@cycle        sets the interrupt flag SOURCEIF\n"
+    "  --stdin=REGISTER          standard input goes to this serial unit\n"
+    "  --stdout=REGISTER         what this serial unit sends goes to standard output\n"
+    "  --script=FILE             inputs and expectations\n"
+    "  --trace[=FILE]            each instruction\n"
+    "  --profile[=FILE]          cycles by label and line\n"
+    "  --vcd=FILE                waves of ports and registers\n"
+    "  --coverage=FILE           which lines were run, in the form of lcov\n"
+    "  --quiet                   nothing at the end of a run that succeeds\n"
+    "  --ver                     the version\n";
 
 struct session_t {
     settings_t settings;
@@ -244,10 +245,8 @@ static int simulate(session_t &x)
     run(x);
     bool good = close_output(settings.trace, x.observe.trace);
     good &= close_output(settings.vcd, x.observe.vcd);
-    good &= settings.profile.empty() ||
-            write_output(settings.profile, settings, observe_profile(x.observe, x.program));
-    good &= settings.coverage.empty() ||
-            write_output(settings.coverage, settings, observe_coverage(x.observe, x.program));
+    good &= settings.profile.empty() || write_output(settings.profile, settings, observe_profile(x.observe, x.program));
+    good &= settings.coverage.empty() || write_output(settings.coverage, settings, observe_coverage(x.observe, x.program));
     good &= fflush(stdout) == 0;
     const int status = finish(x);
     return good ? status : int{UNUSABLE};

@@ -118,7 +118,8 @@ void observe_step(observe_t &o, const program_t &p, const devices_t &d, const si
         if (const auto found = p.labels.find(at); found != p.labels.end())
             label = found->second + ":";
         fprintf(o.trace, "%10llu  %05X  %-12s %-24s W %02X STATUS %02X BSR %02X\n", static_cast<unsigned long long>(began),
-                at, label.c_str(), zo_disassemble(code.first(std::min<size_t>(code.size(), 6)), at, s.target->wide).text.c_str(),
+                at, label.c_str(),
+                zo_disassemble(code.first(std::min<size_t>(code.size(), 6)), at, s.target->wide).text.c_str(),
                 s.data[s.wreg], s.data[s.status], s.data[s.bsr]);
     }
     if (o.vcd)

@@ -36,8 +36,8 @@ static std::string upper(std::string text)
     return text;
 }
 
-static bool address(const program_t &p, const std::map<std::string, uint32_t> &names, const std::string &name,
-                    uint32_t most, uint32_t &at)
+static bool address(const program_t &p, const std::map<std::string, uint32_t> &names, const std::string &name, uint32_t most,
+                    uint32_t &at)
 {
     const auto found = names.find(name);
     uint64_t value = 0;
@@ -123,7 +123,8 @@ static const struct {
     {"--quiet", ALONE, [](settings_t &s, const std::string &) { return s.quiet = true; }, ""},
     {"--script=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.script, v); }, "FILE"},
     {"--start=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.start, v); }, "LABEL or address"},
-    {"--stdin=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.input_register, upper(v)); }, "REGISTER"},
+    {"--stdin=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.input_register, upper(v)); },
+     "REGISTER"},
     {"--stdout=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.output_register, upper(v)); },
      "REGISTER"},
     {"--strict", ALONE, [](settings_t &s, const std::string &) { return s.strict = true; }, ""},
@@ -231,8 +232,8 @@ static std::string line_expect(const std::vector<std::string> &w, const std::str
         return "an empty text is always there";
     e.value = static_cast<uint8_t>(byte);
     const bool at_end = w.size() == 5 && w[3] == "at" && w[4] == "end";
-    if (!at_end && (w.size() != 6 || w[3] != "before" || w[5] != "cycles" ||
-                    !number(w[4], 10, UINT64_MAX / 4, e.before) || !e.before))
+    if (!at_end &&
+        (w.size() != 6 || w[3] != "before" || w[5] != "cycles" || !number(w[4], 10, UINT64_MAX / 4, e.before) || !e.before))
         return form;
     s.expectations.push_back(e);
     return "";
@@ -244,7 +245,9 @@ static std::string line_event(const std::vector<std::string> &w, settings_t &s)
     const size_t values = irq ? 2 : 3;
     const std::string cycle = w.size() == values + 2 && w[values] == "at" ? w[values + 1] : w.size() == values ? "0" : "-";
     sim_input input{sim_input::SERIAL, 0, w.size() > 1 ? upper(w[1]) : "", 0, ""};
-    const char *const form = w[0] == "port" ? "port PORT value at N" : irq ? "irq SOURCE at N" : "send REGISTER \"text\" at N";
+    const char *const form = w[0] == "port" ? "port PORT value at N"
+                             : irq          ? "irq SOURCE at N"
+                                            : "send REGISTER \"text\" at N";
     if (!number(cycle, 10, UINT64_MAX / 4, input.cycle))
         return form;
     if (w[0] == "port")
@@ -323,11 +326,11 @@ static std::string printable(const std::string &text)
 {
     std::string out;
     for (const char c : text)
-        out += c == '\n'              ? "\\n"
-               : c == '\r'            ? "\\r"
-               : c < ' ' || c > '~'   ? zo_format("\\x%02X", c & 255)
+        out += c == '\n'               ? "\\n"
+               : c == '\r'             ? "\\r"
+               : c < ' ' || c > '~'    ? zo_format("\\x%02X", c & 255)
                : c == '"' || c == '\\' ? std::string("\\") + c
-                                      : std::string(1, c);
+                                       : std::string(1, c);
     return '"' + out + '"';
 }
 

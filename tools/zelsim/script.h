@@ -11,8 +11,8 @@ struct expectation_t {
     std::string name;    // register, label or address
     uint32_t address = 0;
     uint8_t value = 0;
-    std::string text;       // that a serial unit sends; empty for a value
-    uint64_t before = 0;    // cycles; 0: when the run ends
+    std::string text;      // that a serial unit sends; empty for a value
+    uint64_t before = 0;   // cycles; 0: when the run ends
 };
 
 struct settings_t {
