@@ -5,6 +5,7 @@
 	include	"zel8k10.inc"
 
 TM1IF	equ	0		; in IFR1 and IER1
+TM1ON	equ	0		; in TM1C
 PEIE	equ	6		; in INTC0
 GIE	equ	7
 RELOAD	equ	65536-50000
@@ -31,6 +32,7 @@ start:
 	bsf	IER1,TM1IF,c
 	bsf	INTC0,PEIE,c
 	bsf	INTC0,GIE,c
+	bsf	TM1C,TM1ON,c
 wait:
 	movff	ticks+1,LATB
 	bra	wait

@@ -8,6 +8,8 @@
 
 #include "zelobj.h"
 
+enum : uint32_t { ROM_MAX = 0x200000 };   // bytes that a program counter of 21 bits reaches
+
 static uint32_t hex(const std::string &text) { return static_cast<uint32_t>(strtoul(text.c_str(), nullptr, 16)); }
 
 static ranges_t read_ranges(const std::string &text)
@@ -105,6 +107,20 @@ static void take_line(target_t &t, const attribute_t &line)
                                                   static_cast<uint8_t>(decimal(p[i + 1]) & 7), 1};
 }
 
+// Whatever a file tells, a register lies in data memory.
+static void keep_addresses(target_t &t)
+{
+    const uint16_t mask = t.wide ? 0x3FFF : 0xFFF;
+    for (auto &[name, at] : t.sfr)
+        at &= mask;
+    for (auto &[name, field] : t.fields)
+        field.address &= mask;
+    for (uint16_t &at : t.vectors_at)
+        at &= mask;
+    t.status_low.address &= mask;
+    t.status_high.address &= mask;
+}
+
 std::string target_read(const std::string &path, const std::string &chip, target_t &t)
 {
     const std::vector<section_t> sections = read_sections(path);
@@ -134,7 +150,9 @@ std::string target_read(const std::string &path, const std::string &chip, target
     t.eeprom = range("EEPROM");
     t.banks = read_ranges(values["GPRBANKS"]);
     t.changing = read_ranges(values["VOLSFRS"]);
-    return t.rom_size && t.sfr_common.hi ? "" : path + ": chip " + chip + " isn't told completely";
+    keep_addresses(t);
+    const bool sane = t.rom_size && t.rom_size <= ROM_MAX && t.sfr_common.hi;
+    return sane ? "" : path + ": chip " + chip + " isn't told completely";
 }
 
 std::string target_find(const std::string &bin, const std::string &chip, target_t &t)

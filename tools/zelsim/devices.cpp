@@ -237,6 +237,12 @@ devices_serial *devices_find_serial(devices_t &d, const sim_t &s, const std::str
 
 // Ports.
 
+static uint8_t pins(const devices_port &p, const sim_t &s)
+{
+    const unsigned inputs = s.data[p.direction];
+    return static_cast<uint8_t>((p.outside & inputs) | (s.data[p.latch] & ~inputs));
+}
+
 static void hold_pins(devices_t &d, sim_t &s, const sim_input &input)
 {
     for (devices_port &p : d.ports) {
@@ -365,10 +371,8 @@ static void read(void *context, sim_t &s, uint32_t at)
 {
     devices_t &d = *static_cast<devices_t *>(context);
     for (const devices_port &p : d.ports)
-        if (p.pins == at) {
-            const unsigned inputs = s.data[p.direction];
-            s.data[at] = static_cast<uint8_t>((p.outside & inputs) | (s.data[p.latch] & ~inputs));
-        }
+        if (p.pins == at)
+            s.data[at] = pins(p, s);
     for (devices_timer &t : d.timers)
         if (t.low == at || t.high == at)
             show(s, t, at);
@@ -393,7 +397,7 @@ static void write(void *context, sim_t &s, uint32_t at)
         written(s, t, at);
     for (devices_serial &u : d.serials)
         written(s, u, at);
-    if (at == d.exit_at && at) {
+    if (at == d.exit_at) {
         d.exit_status = s.data[at];
         sim_halt(s, SIM_EXIT, "");
     }
@@ -439,8 +443,8 @@ void devices_init(devices_t &d, sim_t &s)
     for (unsigned i = 0; i < 3; i++)
         if (t.vectors_at[i])
             s.data[t.vectors_at[i]] = t.vectors_reset[i];
-    if (d.exit_at)
-        mark(d.exit_at);
+    if (d.exit_at <= s.mask)
+        s.role[d.exit_at] |= R_DEVICE;
     std::stable_sort(d.inputs.begin(), d.inputs.end(),
                      [](const sim_input &a, const sim_input &b) { return a.cycle < b.cycle; });
 }
@@ -483,47 +487,56 @@ static void advance_all(devices_t &d, sim_t &s)
         advance(s, u);
 }
 
-static uint64_t next_event(const devices_t &d, const sim_t &s)
+static uint64_t next_event(const devices_t &d, const sim_t &s, bool timers)
 {
     uint64_t next = d.next_input < d.inputs.size() ? d.inputs[d.next_input].cycle : NEVER;
     for (const devices_timer &t : d.timers)
-        next = std::min(next, due(s, t));
+        next = timers ? std::min(next, due(s, t)) : next;
     for (const devices_serial &u : d.serials)
         next = std::min(next, due(s, u));
     return next;
 }
 
-// Time passes until an interrupt that is enabled wakes it, or nothing can any more. Timers stand still but in idle mode.
+// Timers stand still but in idle mode.
 static void sleep(devices_t &d, sim_t &s, uint64_t limit)
 {
     const auto wakes = [&](const devices_source &source) { return waits(s, source); };
-    std::vector<devices_timer> stopped;
-    if (!get(s, d.idle))
-        stopped.swap(d.timers);
-    while (s.cycles < limit && std::none_of(d.sources.begin(), d.sources.end(), wakes)) {
-        const uint64_t next = next_event(d, s);
-        if (next == NEVER)
-            break;
-        s.cycles = std::min(std::max(next, s.cycles), limit);
-        advance_all(d, s);
-    }
-    if (!stopped.empty())
-        d.timers.swap(stopped);
-    for (devices_timer &t : d.timers)
-        if (!get(s, d.idle))
-            t.since = s.cycles;
-    if (s.cycles >= limit || std::any_of(d.sources.begin(), d.sources.end(), wakes))
+    const bool idle = get(s, d.idle), woken = std::any_of(d.sources.begin(), d.sources.end(), wakes);
+    const uint64_t next = next_event(d, s, idle);
+    d.asleep = !woken && next != NEVER;
+    if (woken)
         s.stop = SIM_RUNS;
+    if (!d.asleep)
+        return;
+    const uint64_t passed = std::min(std::max(next, s.cycles), limit) - s.cycles;
+    s.cycles += passed;
+    for (devices_timer &t : d.timers)
+        t.since += idle ? 0 : passed;
+    advance_all(d, s);
+}
+
+uint8_t devices_peek(const devices_t &d, const sim_t &s, uint32_t at)
+{
+    if ((s.role[at] & R_MODE) == R_STKPTR)
+        return static_cast<uint8_t>(s.depth);
+    for (const devices_port &p : d.ports)
+        if (p.pins == at)
+            return pins(p, s);
+    for (const devices_timer &t : d.timers)   // no period ends between two calls of devices_service
+        if (t.low == at || (t.high == at && at))
+            return static_cast<uint8_t>((t.count + (t.running ? (s.cycles - t.since) / t.each : 0)) >>
+                                        (t.low == at ? 0 : 8));
+    return s.data[at];
 }
 
 void devices_service(devices_t &d, sim_t &s, uint64_t limit)
 {
     advance_all(d, s);
-    if (s.stop == SIM_SLEEP)
+    if (s.stop == SIM_SLEEP && s.cycles < limit)
         sleep(d, s, limit);
     if (s.stop != SIM_RUNS)
         return;
     interrupt_if_any(d, s);
     if (s.stop == SIM_RUNS)
-        s.deadline = std::min(std::max(next_event(d, s), s.cycles + 1), limit);
+        s.deadline = std::min(std::max(next_event(d, s, true), s.cycles + 1), limit);
 }

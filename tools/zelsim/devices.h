@@ -63,11 +63,11 @@ struct devices_t {
     std::vector<sim_input> inputs;   // in order of cycles
     size_t next_input = 0;
     sfr_bits_t enable_high, enable_low, priorities, idle;
-    std::vector<bool> running;   // interrupts, the last one innermost: of high priority or not
-    bool use_table = false;      // a vector for each source
-    bool asleep = false;
-    uint16_t exit_at = 0;   // register; a write to it ends the run
-    int exit_status = -1;   // what was written
+    std::vector<bool> running;       // interrupts, the last one innermost: of high priority or not
+    bool use_table = false;          // a vector for each source
+    bool asleep = false;             // something is still to come
+    uint32_t exit_at = UINT32_MAX;   // register; a write to it ends the run
+    int exit_status = -1;            // what was written
 };
 
 // Puts the registers in their state after reset. Both records have to stay where they are.
@@ -76,5 +76,8 @@ void devices_init(devices_t &devices, sim_t &sim);
 std::string devices_add_input(devices_t &devices, const sim_t &sim, const sim_input &input);
 devices_serial *devices_find_serial(devices_t &devices, const sim_t &sim, const std::string &name);   // by either register
 // Between two instructions: what is due happens, an interrupt begins, and `deadline` is when something is due again, at most
-// `limit`. Ends the sleep of a program that something can still wake.
+// `limit`. In sleep, time goes on to the next thing that is due: until one wakes the program, or until nothing more is to come
+// and it isn't `asleep` any longer.
+uint8_t devices_peek(const devices_t &devices, const sim_t &sim,
+                     uint32_t address);   // what a read would give; nothing changes
 void devices_service(devices_t &devices, sim_t &sim, uint64_t limit);

@@ -183,7 +183,7 @@ static std::vector<std::string> load_objects(const load_request &request, progra
             messages.push_back({"", error, false});
     if (messages.empty()) {
         p.bytes.assign(p.target.rom_size, 0xFF);
-        zl_linker l{options, p.target, {}, {}, {}, {}, {}, {}, {}, {}, false, 0};
+        zl_linker l{options, p.target};
         zl_link(l, sources);
         messages = l.messages;
         for (const auto &[number, page] : l.image)

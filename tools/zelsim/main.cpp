@@ -54,13 +54,28 @@ static int complain(const std::string &text)
     return UNUSABLE;
 }
 
-// An output: a file, "-" for standard output, null for none.
-static bool open_output(const std::string &path, const settings_t &s, FILE *&f)
+// Empty, or why the outputs can't be written where they are to.
+static std::string conflict(const settings_t &s)
 {
     std::error_code ignored;
-    for (const std::string &in : s.inputs)
-        if (!path.empty() && std::filesystem::equivalent(path, in, ignored))
-            return complain("output " + path + " would overwrite input " + in), false;
+    const auto whole = [&](const std::string &path) {
+        return std::filesystem::weakly_canonical(std::filesystem::absolute(path, ignored), ignored);
+    };
+    std::vector<std::string> others = s.inputs;
+    others.insert(others.end(), {s.script, s.chip_file});
+    for (const std::string &out : {s.trace, s.profile, s.vcd, s.coverage}) {
+        for (const std::string &other : others)
+            if (!out.empty() && out != "-" && !other.empty() &&
+                (whole(out) == whole(other) || std::filesystem::equivalent(out, other, ignored)))
+                return "output " + out + " would overwrite " + other;
+        others.push_back(out == "-" || out.starts_with("/dev/") ? "" : out);
+    }
+    return "";
+}
+
+// An output: a file, "-" for standard output, null for none.
+static bool open_output(const std::string &path, FILE *&f)
+{
     f = path.empty() ? nullptr : path == "-" ? stdout : fopen(path.c_str(), "w");
     if (f || path.empty())
         return true;
@@ -76,10 +91,10 @@ static bool close_output(const std::string &path, FILE *f)
     return good;
 }
 
-static bool write_output(const std::string &path, const settings_t &s, const std::string &text)
+static bool write_output(const std::string &path, const std::string &text)
 {
     FILE *f = nullptr;
-    if (!open_output(path, s, f))
+    if (!open_output(path, f))
         return false;
     if (f)
         fputs(text.c_str(), f);
@@ -123,7 +138,6 @@ static std::string prepare(session_t &x)
 {
     settings_t &settings = x.settings;
     sim_t &s = x.sim;
-    uint32_t at = 0;
     sim_init(s, x.program.target, x.program.bytes);
     mark_absent(s);
     s.log_tables = false;
@@ -133,9 +147,8 @@ static std::string prepare(session_t &x)
         return settings.start + ": no such label or address of code to start at";
     if (!settings.until.empty() && !code_address(x.program, settings.until, x.until))
         return settings.until + ": no such label or address of code to end at";
-    if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, at))
+    if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, x.devices.exit_at))
         return settings.exit_register + ": no such register to exit by";
-    x.devices.exit_at = static_cast<uint16_t>(at);
     x.devices.use_table = settings.vectors && x.program.target.vectors_at[0];
     if (settings.vectors && !x.devices.use_table)
         return "chip " + x.program.target.name + " has no table of vectors";
@@ -186,15 +199,18 @@ static void run(session_t &x)
     for (;;) {
         const uint64_t limit = std::min(settings.limit, watch_deadline(x.watch, settings));
         devices_service(x.devices, s, limit);
-        if (s.stop != SIM_RUNS)
+        watch_update(x.watch, settings, x.devices, s);
+        if (all_expected(x) || (s.stop != SIM_RUNS && !x.devices.asleep))
             return;
         if (s.cycles >= limit)
             return sim_halt(s, SIM_LIMIT, "");
+        if (x.devices.asleep)
+            continue;
         if (watched)
             go_watched(x);
         else
             sim_go(s);
-        if (x.at_until || all_expected(x))
+        if (x.at_until)
             return;
     }
 }
@@ -240,13 +256,13 @@ static int finish(session_t &x)
 static int simulate(session_t &x)
 {
     const settings_t &settings = x.settings;
-    if (!open_output(settings.trace, settings, x.observe.trace) || !open_output(settings.vcd, settings, x.observe.vcd))
+    if (!open_output(settings.trace, x.observe.trace) || !open_output(settings.vcd, x.observe.vcd))
         return UNUSABLE;
     run(x);
     bool good = close_output(settings.trace, x.observe.trace);
     good &= close_output(settings.vcd, x.observe.vcd);
-    good &= settings.profile.empty() || write_output(settings.profile, settings, observe_profile(x.observe, x.program));
-    good &= settings.coverage.empty() || write_output(settings.coverage, settings, observe_coverage(x.observe, x.program));
+    good &= settings.profile.empty() || write_output(settings.profile, observe_profile(x.observe, x.program));
+    good &= settings.coverage.empty() || write_output(settings.coverage, observe_coverage(x.observe, x.program));
     good &= fflush(stdout) == 0;
     const int status = finish(x);
     return good ? status : int{UNUSABLE};
@@ -263,6 +279,8 @@ int main(int argc, char **argv)
     if (x.settings.version)
         return told("zelsim " ZELLINK_VERSION "\n");
     if (!error.empty())
+        return complain(error);
+    if (error = conflict(x.settings); !error.empty())
         return complain(error);
     std::error_code ignored;
     const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();

@@ -50,12 +50,10 @@ struct wave_t {
 static std::vector<wave_t> signals(const devices_t &d, const sim_t &s)
 {
     std::vector<wave_t> all;
-    for (size_t i = 0; i < d.ports.size(); i++) {
-        const devices_port &p = d.ports[i];
-        const unsigned in = s.data[p.direction];
-        all.push_back({target_sfr_name(*s.target, p.pins), 8, (p.outside & in) | (s.data[p.latch] & ~in & 255u)});
+    for (const devices_port &p : d.ports) {
+        all.push_back({target_sfr_name(*s.target, p.pins), 8, devices_peek(d, s, p.pins)});
         all.push_back({target_sfr_name(*s.target, p.latch), 8, s.data[p.latch]});
-        all.push_back({target_sfr_name(*s.target, p.direction), 8, in});
+        all.push_back({target_sfr_name(*s.target, p.direction), 8, s.data[p.direction]});
     }
     const std::pair<const char *, uint16_t> registers[] = {{"WREG", s.wreg}, {"STATUS", s.status}, {"BSR", s.bsr}};
     for (const auto &[name, at] : registers)

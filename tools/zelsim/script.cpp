@@ -297,7 +297,7 @@ std::string read_script(const std::string &name, const std::string &text, settin
 static bool holds(watch_t &w, const expectation_t &e, devices_t &d, const sim_t &s)
 {
     if (e.text.empty())
-        return s.data[e.address] == e.value;
+        return devices_peek(d, s, e.address) == e.value;
     const devices_serial *const u = devices_find_serial(d, s, upper(e.name));
     size_t &seen = w.seen[upper(e.name)];
     const size_t at = u ? u->sent.find(e.text, seen) : std::string::npos;
@@ -341,7 +341,7 @@ std::vector<std::string> watch_failures(watch_t &w, const settings_t &settings, 
         const expectation_t &e = settings.expectations[i];
         if (e.before ? i < w.done : holds(w, e, d, s))
             continue;
-        std::string found = zo_format("0x%02X, not 0x%02X", s.data[e.address], e.value);
+        std::string found = zo_format("0x%02X, not 0x%02X", devices_peek(d, s, e.address), e.value);
         if (const devices_serial *const u = e.text.empty() ? nullptr : devices_find_serial(d, s, upper(e.name)))
             found = printable(u->sent.substr(std::min(u->sent.size(), w.seen[upper(e.name)]))) + ", without " +
                     printable(e.text);

@@ -1,0 +1,55 @@
+// Any bytes at all as a program or a script. What begins with ":" is a HEX file, which then runs for a while on the chip with
+// the most, its units and table of vectors; all else is read as a script.
+#include <algorithm>
+#include <filesystem>
+
+#include "script.h"
+#include "target.h"
+
+enum : uint64_t { CYCLES = 5000 };
+
+const bool target_forks = false;
+
+static target_t chip;
+
+void target_prepare()
+{
+    std::error_code ignored;
+    const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
+    if (const std::string error = target_find(bin, "ZEL8K40", chip); !error.empty()) {
+        fprintf(stderr, "%s\n", error.c_str());
+        exit(1);
+    }
+}
+
+void target_clean() {}
+bool target_may_take_long(std::string_view) { return false; }
+
+void target_run(std::string_view input)
+{
+    settings_t settings;
+    std::map<uint32_t, uint8_t> bytes;
+    if (!input.starts_with(':')) {
+        read_script("script", std::string(input), settings);
+        return;
+    }
+    read_hex(std::string(input), bytes);   // what was read ahead of an error runs, too
+    std::vector<uint8_t> program(chip.rom_size, 0xFF);
+    for (const auto &[at, byte] : bytes)
+        if (at < program.size())
+            program[at] = byte;
+    sim_t sim;
+    devices_t devices;
+    sim_init(sim, chip, program);
+    devices.use_table = true;
+    sim.log_tables = false;
+    devices_init(devices, sim);
+    for (const char *source : {"INT0", "TM1", "SRX2"})
+        devices_add_input(devices, sim, {sim_input::FLAG, CYCLES / 10, source, 0, ""});
+    devices_add_input(devices, sim, {sim_input::SERIAL, 100, "SRX", 0, "text"});
+    do {
+        devices_service(devices, sim, CYCLES);
+        if (sim.stop == SIM_RUNS)
+            sim_go(sim);
+    } while (sim.cycles < CYCLES && (sim.stop == SIM_RUNS || devices.asleep));
+}
