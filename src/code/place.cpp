@@ -122,8 +122,10 @@ bool place_apart(const place_t &a, const place_t &b)
 
 uint32_t sfr_idOfPlace(const opnd_t *o)
 {
-    if (o->opnd_value.v_rtype == RT_SYM && (o->opnd_value.v_sym->s_flags & S_UNDEF))
-        return SFR_NONE;
+    const value_t &v = o->opnd_value;
+    if (v.v_rtype == RT_SYM &&
+        (v.v_sym->s_flags & S_UNDEF || (v.v_sym->s_value.v_rtype == RT_PSECT && !psect_is_abs(v.v_sym->s_value.v_sym))))
+        return SFR_NONE;   // a name as such
     const place_t p = place_of(o);
     if (p.kind == place_t::ADDRESS)
         return sfr_idAt(p.at);

@@ -19,12 +19,6 @@ constexpr int64_t NOP_WORD = 0xFFFF;
 
 uint32_t errata_nops;
 
-bool errata_is_nop(const op_t *op)
-{
-    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next &&
-           op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == NOP_WORD;
-}
-
 static op_t *new_nop()
 {
     op_t *op = op_new();
@@ -77,7 +71,7 @@ static op_t *link_nop(op_t *where)
 }
 
 // The NOP at `op`, or a new one in front of it, or `op` if there is no room.
-static op_t *nop_at(op_t *op) { return errata_is_nop(op) || !has_room(op) ? op : link_nop(op->op_prev); }
+static op_t *nop_at(op_t *op) { return op_is_nop_word(op) || !has_room(op) ? op : link_nop(op->op_prev); }
 
 static op_t *link_bra(op_t *where, op_t *label)
 {
@@ -133,7 +127,7 @@ static void errata_psect(symbol_t *psect)
         case T_RETLW: {
             op_t *at = skip_definitions(op->op_next);
             next =
-                at->op_type == T_DB && !errata_is_nop(at) ? link_nop(op) : nop_at(at);   // labels of data stay at the data
+                at->op_type == T_DB && !op_is_nop_word(at) ? link_nop(op) : nop_at(at);   // labels of data stay at the data
             break;
         }
         case T_NAME:
@@ -141,7 +135,7 @@ static void errata_psect(symbol_t *psect)
                 if (op->op_next->op_type == 0)
                     return;
                 op_t *at = skip_definitions(op->op_next);
-                if (at->op_type == T_DB && !errata_is_nop(at))
+                if (at->op_type == T_DB && !op_is_nop_word(at))
                     break;
                 next = nop_at(at);
                 if (next != at)
@@ -149,14 +143,14 @@ static void errata_psect(symbol_t *psect)
             }
             break;
         case T_DB:
-            if (errata_is_nop(op))
+            if (op_is_nop_word(op))
                 errata_nops++;
             break;
         case T_GOTO:
         case T_CALL: {
             op_t *t = op_is_simple(op) ? op->op_opnd1.opnd_value.v_sym->s_defop : nullptr;
             op_t *at = t ? skip_definitions(t->op_next) : nullptr;
-            if (!t || errata_is_nop(at) || !has_room(at))
+            if (!t || op_is_nop_word(at) || !has_room(at))
                 break;
             mend_skip(t, link_nop(t));
             next = op->op_next;

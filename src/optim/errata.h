@@ -8,6 +8,5 @@
 struct op_t;
 struct symbol_t;
 
-bool errata_is_nop(const op_t *op);   // data of the one word 0xFFFF, whoever wrote it
 void errata_run(vec_t<symbol_t *> psects);
 extern uint32_t errata_nops;   // NOPs counted so far in the run

@@ -117,6 +117,6 @@ static op_t *hoist_common_beginning(op_t *c)
 void hoist_walk(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0;)
-        op = op->op_type == T_BCC && op_free(op) && op_landing(op) && !after_skip(op) ? hoist_common_beginning(op)
-                                                                                      : op->op_next;
+        op = op->op_type == T_BCC && op_free(op) && op_landing(op) && !op_may_not_run(op) ? hoist_common_beginning(op)
+                                                                                          : op->op_next;
 }

@@ -176,7 +176,7 @@ rivals_t index_rivals(op_t *jump, uint64_t from)
     r.jump = jump;
     r.from = from;
     r.order = ORDER_LAST;
-    r.deep = after_skip(p);
+    r.deep = op_may_not_run(p);
     r.left = op_is_code(p) && (!r.deep || op_is_skip(index_before(p, true))) ? MOST_RIVALS : 0;
     if (r.left > 0) {
         r.key = key_of(jump, r.deep);

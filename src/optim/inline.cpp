@@ -21,7 +21,6 @@
 #include "common/xalloc.h"
 #include "optim/changes.h"
 #include "optim/edit.h"
-#include "optim/errata.h"
 #include "optim/node.h"
 #include "optim/report.h"
 #include "optim/stack.h"
@@ -75,10 +74,12 @@ static bool no(const char *why)
 static const char *differs_in_copy(const op_t *op)
 {
     switch (op->op_type) {
+    case T_DS:
     case T_ORG: return "it holds ds, org or align";
+    case T_DB: return op_is_nop_word(op) ? nullptr : "it holds data";   // which may return, or be a skip
     case T_RETURN: return op->op_subop == TPL_RETFIE ? "it holds a retfie" : nullptr;
     case T_RETLW:
-        return after_skip(op) && !is_indirect(op) ? "it holds a retlw behind a skip" : nullptr;   // two instructions
+        return op_may_not_run(op) && !is_indirect(op) ? "it holds a retlw behind a skip" : nullptr;   // two instructions
     default: return nullptr;
     }
 }
@@ -87,10 +88,8 @@ static const char *differs_in_copy(const op_t *op)
 static const char *spoils_body(const op_t *op)
 {
     switch (op->op_type) {
-    case T_DS:
     case T_ALIGN: return "it holds ds, org or align";
     case T_RCALL: return "it holds an rcall";
-    case T_DB: return errata_is_nop(op) ? nullptr : "it holds data";
     case T_BRA:
     case T_BCC:
     case T_GOTO: {
@@ -283,7 +282,7 @@ static bool is_candidate(const call_t *call)
 {
     if (call->op->op_type != T_CALL)
         return false;
-    if (after_skip(call->op))
+    if (op_may_not_run(call->op))
         return no("it stands behind a skip");
     return call_ok(call) || (opt.auto_inline && auto_ok(call));
 }

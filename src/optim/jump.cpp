@@ -66,16 +66,12 @@ static op_t *goto_behind(op_t *b)
     return g->op_type == T_GOTO && op_free(g) ? g : nullptr;
 }
 
-// The same, with a BTFSC that always runs.
-static op_t *sure_goto_behind(op_t *b) { return after_skip(b) ? nullptr : goto_behind(b); }
-
 // The rules.
 
 // Code behind an unconditional transfer. The transfer goes on to the other rules.
 static op_t *j1(op_t *op)
 {
-    if (!after_skip(op))
-        edit_delete_behind(op, op_ends_dead_code, "J1", CNT_UNREACHABLE);
+    edit_delete_behind(op, op_ends_dead_code, "J1", CNT_UNREACHABLE);
     return nullptr;
 }
 
@@ -85,7 +81,7 @@ static op_t *j2(op_t *b)
     if (!op_is_return(b->op_next))
         return nullptr;
     op_t *r = b->op_next, *w = r->op_next;
-    if (!sets_tested_bit(w, b) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT) || after_skip(b))
+    if (!sets_tested_bit(w, b) || !op_same(r, w->op_next) || ((b->op_subop ^ w->op_subop) & TPL_INVERT))
         return nullptr;
     opt_fired("J2", CNT_SKIPS_OVER, b);
     edit_delete(b);
@@ -97,7 +93,7 @@ static op_t *delete_skip_and_goto(opt_rule_t rule, op_t *b, op_t *g)
 {
     op_t *next = g->op_next, *before = b->op_prev;
     opt_fired(rule, CNT_SKIPS_OVER, b);
-    if (!after_skip(b))
+    if (!op_may_not_run(b))
         edit_delete(g);
     else
         next = g;
@@ -188,7 +184,7 @@ static bool may_be_skipped(const op_t *op)
 // btfsc b / goto L / one instruction / L:
 static op_t *j5(op_t *b)
 {
-    op_t *g = sure_goto_behind(b);
+    op_t *g = goto_behind(b);
     op_t *over = g ? following(g) : nullptr;
     if (!over || over->op_type == 0 || op_landing(g) != following(over) || !may_be_skipped(over))
         return nullptr;
@@ -198,7 +194,7 @@ static op_t *j5(op_t *b)
 // btfsc b / goto L / btfsc c / goto L
 static op_t *j6(op_t *b)
 {
-    op_t *g = sure_goto_behind(b);
+    op_t *g = goto_behind(b);
     if (!g || g->op_next->op_type != T_BTFSC)
         return nullptr;
     op_t *h = g->op_next->op_next;
@@ -210,7 +206,7 @@ static op_t *j6(op_t *b)
 // btfsc b / goto L / return
 static op_t *j7(op_t *b)
 {
-    op_t *g = sure_goto_behind(b);
+    op_t *g = goto_behind(b);
     if (!g || !op_is_return(g->op_next) || !op_free(g->op_next))
         return nullptr;
     op_t *r = g->op_next;
@@ -256,7 +252,7 @@ static bool comes_back(const op_t *op)
 // btfsc b / goto L, and at L the bit is given the value that it has when the goto runs
 static op_t *j8(op_t *b)
 {
-    op_t *g = sure_goto_behind(b), *w = g ? op_landing(g) : nullptr;
+    op_t *g = goto_behind(b), *w = g ? op_landing(g) : nullptr;
     if (!w || !sets_tested_bit(w, b) || !((b->op_subop ^ w->op_subop) & TPL_INVERT) || comes_back(w))
         return nullptr;
     opt_fired("J8", CNT_SKIPS_OVER, b);
@@ -275,7 +271,7 @@ static op_t *j9(op_t *c)
         return nullptr;
     size_once();
     if (!fits_cond_branch(int64_t{s->s_defop->op_offs} - int64_t{c->op_offs} - 2) ||
-        (after_skip(c) && !stays_short(c, s->s_defop)))
+        (op_may_not_run(c) && !stays_short(c, s->s_defop)))
         return nullptr;
     opt_fired("J9", CNT_JUMPS_TO_JUMPS, c);
     edit_point_at(c, s);
@@ -285,7 +281,7 @@ static op_t *j9(op_t *c)
 // goto L / goto L
 static op_t *j10(op_t *g)
 {
-    if (!op_same(following(g), g) || after_skip(g))
+    if (!op_same(following(g), g))
         return nullptr;
     opt_fired("J10", CNT_REDUNDANT_OPS, g);
     op_t *next = g->op_next;
@@ -340,7 +336,7 @@ static op_t *j13(op_t *g)
 // goto L / L:
 static op_t *j14(op_t *g)
 {
-    if (!op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next || after_skip(g))
+    if (!op_is_simple(g) || g->op_next->op_type != T_NAME || symbol_of(g)->s_defop != g->op_next)
         return nullptr;
     opt_fired("J14", CNT_JUMPS_TO_NEXT, g);
     op_t *next = g->op_next;
@@ -358,8 +354,8 @@ static op_t *j15(op_t *g)
         !op_is_simple(g2) || !op_landing(h) || op_landing(h) != op_landing(g2))
         return nullptr;
     op_t *p = g->op_prev, *q = g2->op_prev;
-    if (p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || after_skip(p) || after_skip(q) ||
-        (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !same_steady_bit(p, q))
+    if (p->op_type != T_BTFSC || q->op_type != T_BTFSC || !op_free(p) || op_may_not_run(p) || op_may_not_run(q) ||
+        (p->op_subop ^ q->op_subop) != TPL_INVERT || p->op_dest != q->op_dest || !op_same_operands(p, q))
         return nullptr;
     opt_fired("J15", CNT_MOTIONS, g);
     symbol_t *old = label->op_sym;
@@ -424,14 +420,14 @@ static bool holds_together(const op_t *a, const op_t *b) { return a->op_flags & 
 // The block behind the jump's label moves to the jump
 static op_t *j16(op_t *g)
 {
-    if (!op_is_simple(g) || after_skip(g))
+    if (!op_is_simple(g))
         return nullptr;
     op_t *label = symbol_of(g)->s_defop;
     if (!label || label->op_psect != st.psect)
         return nullptr;
     op_t *e = before_labels(label);
     op_t *b = e->op_next;
-    if (!op_is_transfer(e) || after_skip(e) || (!label_begins(b, "int_fun") && !label_begins(b->op_next, "int_fun")))
+    if (!op_is_transfer(e) || op_may_not_run(e) || (!label_begins(b, "int_fun") && !label_begins(b->op_next, "int_fun")))
         return nullptr;
     op_t *s = past_labels(b);
     if (!st.saves)
@@ -445,7 +441,7 @@ static op_t *j16(op_t *g)
     const op_t *end = last;
     while (end->op_type == T_NAME)
         end = end->op_prev;
-    if (!op_is_transfer(end) || after_skip(end) || holds_together(e, s) || holds_together(end, last->op_next))
+    if (!op_is_transfer(end) || op_may_not_run(end) || holds_together(e, s) || holds_together(end, last->op_next))
         return nullptr;   // control runs on behind the block, or the block belongs to its neighbours
     opt_fired("J16", CNT_MOTIONS, g);
     opt_count(CNT_JUMPS_TO_NEXT);
@@ -466,20 +462,23 @@ static op_t *j16(op_t *g)
     return next;
 }
 
-// The rules of a node in the order in which they are tried. J1 leaves its node to those behind it.
+// The rules of a node in the order in which they are tried. J1 leaves its node to those behind it. What a skip may pass over
+// has fewer of them: it can't go, and control comes to what stands behind it.
 using jump_rule_t = op_t *(op_t *op);
-static jump_rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const branch_rules[] = {j9},
-                          *const return_rules[] = {j1}, *const goto_rules[] = {j1,  j10, j11,       j12,       j13,      j14,
-                                                                               j15, j16, tails_j17, tails_j18, tails_j19};
+static jump_rule_t *const test_rules[] = {j2, j3, j4, j5, j6, j7, j8}, *const skipped_test_rules[] = {j3, j4},
+                          *const branch_rules[] = {j9}, *const return_rules[] = {j1},
+                          *const goto_rules[] = {j1, j10, j11, j12, j13, j14, j16, tails_j17, tails_j18, tails_j19},
+                          *const skipped_goto_rules[] = {j11, j12, j13, j15};
 
 static std::span<jump_rule_t *const> rules_of(const op_t *op)
 {
+    using rules_t = std::span<jump_rule_t *const>;
     switch (op->op_type) {
-    case T_BTFSC: return test_rules;
+    case T_BTFSC: return op_may_not_run(op) ? rules_t(skipped_test_rules) : rules_t(test_rules);
     case T_BCC: return branch_rules;
     case T_RETURN:
-    case T_RETLW: return return_rules;
-    case T_GOTO: return goto_rules;
+    case T_RETLW: return op_may_not_run(op) ? rules_t() : rules_t(return_rules);
+    case T_GOTO: return op_may_not_run(op) ? rules_t(skipped_goto_rules) : rules_t(goto_rules);
     default: return {};
     }
 }
@@ -528,7 +527,7 @@ unsigned jump_delete_dead_chains(symbol_t *psect, bool backward)
         if (!label_is_unused(op) || !list_delete_label(op))
             continue;
         gone++;
-        if (!op_is_transfer(before) || !op_free(before))
+        if (!op_is_transfer(before) || !op_free(before) || op_may_not_run(before))
             continue;
         j1(before);
         next = backward ? before : before->op_next;

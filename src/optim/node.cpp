@@ -8,6 +8,14 @@
 #include "common/stringcache.h"
 #include "optim/pointers.h"
 
+static bool is_data(const op_t *op) { return op->op_type == T_DB || op->op_type == T_DS; }
+
+bool op_is_nop_word(const op_t *op)
+{
+    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next &&
+           op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == 0xFFFF;
+}
+
 // Psects.
 
 bool psect_shares(const symbol_t *a, const symbol_t *b)
@@ -32,7 +40,7 @@ bool psect_runs_on(const symbol_t *psect)
     for (; op_is_silent(last); last = last->op_prev)
         if (last->op_type == T_NAME && vec_size(op_more(last)->op_refs) > 0)
             return true;
-    if (last->op_type == T_DB || last->op_type == T_DS)
+    if (is_data(last))
         return data_may_run(last);
     return last->op_type != 0 && !op_ends_way(last);
 }
@@ -67,10 +75,11 @@ bool op_ends_dead_code(const op_t *op)
 // Of a banked register the number has to be its whole address.
 static bool is_volatile_register(const opnd_t *o)
 {
-    if (o->opnd_kind != OPND_DATA)
+    const memrange_t *registers = chip_current()->c_volsfrs;
+    if (o->opnd_kind != OPND_DATA || !registers)
         return false;
     const place_t p = place_of(o);
-    return (p.kind == place_t::ADDRESS || p.kind == place_t::BANKED) && range_contains(chip_current()->c_volsfrs, p.at);
+    return (p.kind == place_t::ADDRESS || p.kind == place_t::BANKED) && range_contains(registers, p.at);
 }
 
 bool op_marked(const op_t *op)
@@ -98,29 +107,51 @@ bool op_barrier(const op_t *op)
     }
 }
 
-// It isn't behind a transfer, or something leads to a label there.
-bool data_may_run(const op_t *data)
+static bool has_branch_to(const op_t *label)
 {
-    const op_t *op = data->op_prev;
-    for (; op_is_silent(op) || op->op_type == T_DB || op->op_type == T_DS; op = op->op_prev)
-        if (op->op_type == T_NAME && op_more(op)->op_refs)
-            for (const op_t *ref : op_more(op)->op_refs)
-                if (op_is_branch(ref))
-                    return true;
-    return op->op_type != 0 && !op_ends_way(op);
+    for (const op_t *ref : op_more(label)->op_refs)
+        if (op_is_branch(ref))
+            return true;
+    return false;
+}
+
+static const op_t *before_silent(const op_t *op)
+{
+    op = op->op_prev;
+    while (op && op_is_silent(op))
+        op = op->op_type == T_NAME ? before_labels(const_cast<op_t *>(op)) : op->op_prev;
+    return op;
+}
+
+// It isn't behind a transfer that always runs, or something leads to a label there. Data before the transfer may be a skip if
+// they may run themselves, and so on.
+bool data_may_run(const op_t *op)
+{
+    constexpr int MOST_BLOCKS = 8;   // of data with a transfer between them
+    for (int blocks = 0; blocks < MOST_BLOCKS; blocks++) {
+        for (op = op->op_prev; op_is_silent(op) || is_data(op); op = op->op_prev)
+            if (op->op_type == T_NAME && has_branch_to(op))
+                return true;
+        if (op->op_type == 0)
+            return false;
+        if ((!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op))
+            return true;
+        op = before_silent(op);
+        if (!is_data(op))
+            return false;
+    }
+    return true;
 }
 
 bool op_may_not_run(const op_t *op)
 {
-    if (after_skip(op))
-        return true;
-    do
-        op = op->op_prev;
-    while (op_is_silent(op));
-    return (op->op_type == T_DB || op->op_type == T_DS) && data_may_run(op);
+    op = before_silent(op);
+    if (!op || op->op_type == 0)
+        return op && skip_at_end;
+    return op_is_skip(op) || (is_data(op) && !op_is_nop_word(op) && data_may_run(op));
 }
 
-bool op_ends_way(const op_t *op) { return (op_is_transfer(op) || op->op_type == T_BRA) && !after_skip(op); }
+bool op_ends_way(const op_t *op) { return (op_is_transfer(op) || op->op_type == T_BRA) && !op_may_not_run(op); }
 
 bool op_is_branch(const op_t *op)
 {

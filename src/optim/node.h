@@ -33,6 +33,7 @@ bool op_is_code(const op_t *op);          // an instruction that counts: nothing
 bool op_marked(const op_t *op);           // marked as volatile, or its register is one that the chip says changes by itself
 bool op_volatile(const op_t *op);         // that, or it goes through a file select
 bool op_barrier(const op_t *op);
+bool op_is_nop_word(const op_t *op);   // data of the one word 0xFFFF, whoever wrote it
 bool op_may_not_run(const op_t *op);   // behind a skip, or behind data among code, whose last word may be one
 bool data_may_run(const op_t *data);   // control may come to it
 bool op_ends_way(const op_t *op);      // control never goes on behind it

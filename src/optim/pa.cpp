@@ -146,7 +146,7 @@ static bool pa_join(const op_t *n)
     const op_t *before = n->op_prev;
     while (op_is_silent(before))
         before = before->op_prev;
-    return (before->op_type != 0 && after_skip(before)) || is_open_label(n);
+    return (before->op_type != 0 && op_may_not_run(before)) || is_open_label(n);
 }
 
 static bool contested(const op_t *n) { return pa_join(n) && pa(n)->pa_refs != 1; }
@@ -213,7 +213,7 @@ static uint32_t bytes(const op_t *run, uint32_t length)
 // How much of the run may be cut out at best: `length` if all of it may. No node of it may have a flag of `mask`.
 static uint32_t valid_part(const op_t *run, uint32_t length, uint32_t mask)
 {
-    if (after_skip(run))
+    if (op_may_not_run(run))
         return 0;
     const op_t *v = run;
     for (uint32_t i = 0; i < length; i++, v = v->op_next) {

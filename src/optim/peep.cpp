@@ -363,7 +363,7 @@ static bool b1(op_t *b)
         drop(b);
         g = before;
         before = g->op_prev;
-        if (g->op_type != T_GOTO || before->op_type != T_BTFSC || !op_free(before) || after_skip(before) ||
+        if (g->op_type != T_GOTO || before->op_type != T_BTFSC || !op_free(before) || op_may_not_run(before) ||
             !is_idle_test(before, g))
             before = nullptr;
     }

@@ -224,7 +224,7 @@ static const op_t *next_arm(const op_t *label)
         } else if (op_is_code(op)) {
             if (!passes)
                 return op;
-            passes = (!op_is_transfer(op) && op->op_type != T_BRA) || after_skip(op);
+            passes = (!op_is_transfer(op) && op->op_type != T_BRA) || op_may_not_run(op);
         }
     }
     return nullptr;

@@ -4,6 +4,8 @@
 // J18 makes nothing that J12 takes back, or the two would go on for ever.
 #include "optim/tails.h"
 
+#include <algorithm>
+
 #include "code/ops.h"
 #include "common/stringcache.h"
 #include "optim/edit.h"
@@ -15,8 +17,11 @@
 bool codecov_seen, opt_plain_search;
 
 // In code that repeats itself all the way back each comparison would go back to its beginning. A part of a tail is a tail, so
-// one has a greatest length, and the rivals of a `goto` share a number of pairs that they may be compared by.
-constexpr unsigned LONGEST_TAIL = 200, MOST_PAIRS = 2000;
+// one has a greatest length, and the rivals of a `goto` share a number of pairs that they may be compared by. Where tails are
+// long and no rule takes them, in thousands of blocks of the same few instructions, that is still too much for each `goto`: so
+// pairs that lead to nothing are paid from what the run has for them, to which each `goto` adds a little.
+constexpr unsigned LONGEST_TAIL = 200, MOST_PAIRS = 2000, PAIRS_A_GOTO = 20;
+static uint64_t pairs_left = 1'000'000;
 
 // What matched last is the beginning of the tail.
 struct tail_t {
@@ -51,13 +56,13 @@ static op_t *merge(opt_rule_t rule, const tail_t &t, bool count_deleted)
 // A tail before a goto, and before the label that it leads to
 op_t *tails_j17(op_t *g)
 {
-    if (codecov_seen || !op_is_simple(g) || after_skip(g))
+    if (codecov_seen || !op_is_simple(g))
         return nullptr;
     op_t *label = g->op_opnd1.opnd_value.v_sym->s_defop;
     if (!label)
         return nullptr;
     const tail_t t = compare_tails(g, label, false);
-    return t.length > 0 && !after_skip(t.a) ? merge("J17", t, true) : nullptr;
+    return t.length > 0 && !op_may_not_run(t.a) ? merge("J17", t, true) : nullptr;
 }
 
 // Whether the tail at the other goto may take over from the one before `g`.
@@ -79,7 +84,7 @@ static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(con
 {
     const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
     *pairs += t.length + 1;
-    return t.length > 0 && !after_skip(t.a) && accepts(t) ? t : tail_t{};
+    return t.length > 0 && !op_may_not_run(t.a) && accepts(t) ? t : tail_t{};
 }
 
 static tail_t plain_search(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
@@ -100,20 +105,23 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
     tail_t best = {};
     rivals_t rivals = index_rivals(g, from);
     unsigned pairs = 0;
-    for (op_t *c; pairs < MOST_PAIRS && (c = index_next(&rivals));) {
+    pairs_left += PAIRS_A_GOTO;
+    const uint64_t most = std::min<uint64_t>(MOST_PAIRS, pairs_left);
+    for (op_t *c; pairs < most && (c = index_next(&rivals));) {
         const tail_t t = rival_tail(g, c, skip_labels, accepts, &pairs);
         if (t.length > 0) {
             best = t;
             rivals.order = c->op_order;
         }
     }
+    pairs_left -= std::min<uint64_t>(pairs - best.length, pairs_left);
     return best;
 }
 
 // A tail before a goto, and before another goto to the same place
 op_t *tails_j18(op_t *g)
 {
-    if (codecov_seen || after_skip(g))
+    if (codecov_seen)
         return nullptr;
     const tail_t t = best_rival(g, 0, true, j18_accepts);
     return t.length > 0 ? merge("J18", t, false) : nullptr;
@@ -126,7 +134,7 @@ static bool falls_into(const op_t *op, bool or_skipped)
     for (op = op->op_prev;; op = op->op_prev) {
         if (op->op_type == 0 || op->op_type == T_NAME)
             return true;
-        if (op_is_transfer(op) && !after_skip(op))
+        if (op_is_transfer(op) && !op_may_not_run(op))
             return false;
         if (op_is_transfer(op) && or_skipped)
             return true;
@@ -138,7 +146,7 @@ static bool j19_accepts(const tail_t &t) { return falls_into(t.a, false) && fall
 // The same with a goto further down, label by label
 op_t *tails_j19(op_t *g)
 {
-    if (after_skip(g))
+    if (g->op_prev->op_type == T_NAME)
         return nullptr;
     const tail_t t = best_rival(g, g->op_order, false, j19_accepts);
     return t.length > 0 ? merge("J19", t, true) : nullptr;
