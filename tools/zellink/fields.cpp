@@ -81,6 +81,25 @@ static void check_range(zl_linker &l, const zl_module &m, const zl_piece &p, uin
                     e.name + " " + zo_infix(e.value) + " is " + number(value) + ", where " + number(limit) + " is the most");
 }
 
+// What a check of the whole program has to know beside the bytes.
+static void note_use(zl_linker &l, const zl_piece &p, const zo_text &text, uint64_t offset, unsigned word, const zl_sum &sum,
+                     const std::vector<int64_t> &mentions, const std::vector<uint8_t> &data)
+{
+    const uint64_t address = zl_address(p) + offset, at = offset - text.offset;
+    if (address >= l.target.rom_size)
+        return;
+    if (p.x.space == ZL_PROGRAM && sum.data && sum.value >= 0 && word && has_file_operand(word))
+        l.operands[static_cast<uint32_t>(address)] = static_cast<uint32_t>(sum.value);
+    if (p.x.space == ZL_PROGRAM && address % 2 == 0 && at + 2 <= data.size()) {
+        const zo_form form = zo_decode(std::span(data).subspan(at), 0, l.target.wide).form;
+        if (form == ZO_CALL || form == ZO_GOTO || form == ZO_REL8 || form == ZO_REL11)
+            return;
+    }
+    for (int64_t value : mentions)
+        if (value >= 0 && value < static_cast<int64_t>(l.target.rom_size))
+            l.mentions.insert(static_cast<uint32_t>(value));
+}
+
 // The begin of the instruction of which a field is part: its second and third word begin with 0xF.
 static uint64_t instruction_offset(const zl_piece &p, const zo_text &text, const zo_reloc_entry &e)
 {
@@ -102,9 +121,10 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
     if (kind == ZO_BAD_KIND || bits == 0 || bytes > 4 || e.offset + bytes > data.size())
         return zl_complain(l, p, offset, zo_format("damaged object file: relocation of type 0x%02X", e.type));
     const size_t faults = l.messages.size();
-    zl_sum sum =
-        zl_evaluate(l, m, &p, offset,
-                    kind == ZO_COMPLEX ? e.value : zo_expr{{kind == ZO_ADD_PSECT ? ZO_OP_PSECT : ZO_OP_SYMBOL, 0, e.name}});
+    std::vector<int64_t> mentions;
+    zl_sum sum = zl_evaluate(
+        l, m, &p, offset,
+        kind == ZO_COMPLEX ? e.value : zo_expr{{kind == ZO_ADD_PSECT ? ZO_OP_PSECT : ZO_OP_SYMBOL, 0, e.name}}, &mentions);
     uint64_t word = 0;
     for (unsigned i = 0; i < bytes; i++)
         word |= uint64_t{data[e.offset + i]} << 8 * i;
@@ -112,10 +132,12 @@ static void patch(zl_linker &l, const zl_module &m, const zl_piece &p, const zo_
     sum.value = static_cast<int64_t>(static_cast<uint64_t>(sum.value) + (word & mask));
     const bool instruction =
         p.x.space == ZL_PROGRAM && (zl_address(p) + text.offset + e.offset) % 2 == 0 && e.offset + 2u <= data.size();
+    const unsigned whole = instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0;
     if (l.messages.size() == faults)
-        check_fit(l,
-                  {m, p, offset, e, bits, word & mask, instruction ? data[e.offset] | unsigned{data[e.offset + 1]} << 8 : 0},
-                  sum);
+        check_fit(l, {m, p, offset, e, bits, word & mask, whole}, sum);
+    if (kind != ZO_COMPLEX && sum.code)
+        mentions = {sum.value};
+    note_use(l, p, text, offset, whole, sum, mentions, data);
     word = (word & ~mask) | (static_cast<uint64_t>(sum.value) & mask);
     for (unsigned i = 0; i < bytes; i++)
         data[e.offset + i] = static_cast<uint8_t>(word >> 8 * i);

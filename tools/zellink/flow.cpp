@@ -243,6 +243,7 @@ zl_flow zl_take_apart(const zl_linker &l)
     take_bytes(f);
     const records_t records = read_records(f);
     std::set<uint32_t> entries = records.functions, passed;
+    f.pointed = records.pointed;
     const auto survey = [&](uint32_t from) {
         entries.insert(from);
         walk(

@@ -16,8 +16,8 @@
 enum { GOOD = 0, FAULTY = 1, UNUSABLE = 2 };
 
 static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj... library.a...\n"
-                                 "  -o FILE                   the program; .bin is raw binary, all else Intel HEX\n"
-                                 "  --format=hex|bin          its format, whatever its name\n"
+                                 "  -o FILE                   the program; .bin is raw binary, .elf ELF, else Intel HEX\n"
+                                 "  --format=hex|bin|elf      its format, whatever its name\n"
                                  "  -mcpu=CHIP                the chip, if it isn't to be that of the objects\n"
                                  "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
                                  "  --class=NAME=lo-hi[,...]  memory of a class; all addresses are hexadecimal bytes\n"
@@ -26,6 +26,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --keep=NAME               but not this psect, or that of this symbol\n"
                                  "  --map=FILE                tell what lies where\n"
                                  "  --callgraph               tell who calls whom, with bytes and stack\n"
+                                 "  --check                   look for wrong banks, lost code and unsaved registers\n"
                                  "  --quiet                   no table of memory\n"
                                  "  --ver                     the version\n"
                                  "  @FILE                     more of these words from a link file\n";
@@ -122,13 +123,19 @@ int main(int argc, char **argv)
         zl_complain(l, "", "the objects are for " + objects_chip + ", not for " + target.name, true);
     zl_link(l, sources);
     std::string report;
-    if (!zl_failed(l) && options.call_graph)
-        report = zl_call_graph(l, zl_take_apart(l));
+    if (!zl_failed(l) && (options.call_graph || options.check)) {
+        const zl_flow flow = zl_take_apart(l);
+        report = zl_call_graph(l, flow);
+        if (options.check)
+            zl_check(l, flow);
+        if (!options.call_graph)
+            report.clear();
+    }
     print(l.messages);
     if (zl_failed(l))
         return FAULTY;
-    if (!write_file(options.output, options.format == "bin" ? zl_binary(l) : zl_hex(l)) ||
-        (!options.map.empty() && !write_file(options.map, zl_map(l))))
+    const auto program = options.format == "bin" ? zl_binary : options.format == "elf" ? zl_elf : zl_hex;
+    if (!write_file(options.output, program(l)) || (!options.map.empty() && !write_file(options.map, zl_map(l))))
         return UNUSABLE;
     return told(stdout, ((options.quiet ? "" : zl_memory_table(l)) + report).c_str(), GOOD);
 }

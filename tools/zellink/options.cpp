@@ -59,7 +59,7 @@ static bool set_psect(zl_options &o, const std::string &value)
 static bool set_format(zl_options &o, const std::string &value)
 {
     o.format = value;
-    return value == "hex" || value == "bin";
+    return value == "hex" || value == "bin" || value == "elf";
 }
 
 static bool set_keep(zl_options &o, const std::string &value) { return o.keep.insert(value), !value.empty(); }
@@ -68,6 +68,7 @@ static bool set_chip(zl_options &o, const std::string &value) { return !(o.chip 
 static bool set_chip_file(zl_options &o, const std::string &value) { return !(o.chip_file = value).empty(); }
 static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
 static bool set_call_graph(zl_options &o, const std::string &) { return o.call_graph = true; }
+static bool set_check(zl_options &o, const std::string &) { return o.check = true; }
 static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
 
 static const struct {
@@ -76,9 +77,10 @@ static const struct {
     const char *form;
 } rows[] = {
     {"--callgraph", set_call_graph, ""},
+    {"--check", set_check, ""},
     {"--chipinfo=", set_chip_file, "FILE"},
     {"--class=", set_class, "NAME=lo-hi[,lo-hi], in hexadecimal"},
-    {"--format=", set_format, "hex or bin"},
+    {"--format=", set_format, "hex, bin or elf"},
     {"--gc", set_gc, ""},
     {"--keep=", set_keep, "NAME of a psect or symbol"},
     {"--map=", set_map, "FILE"},
@@ -151,17 +153,14 @@ static std::string set_option(zl_options &o, const std::string &word)
     return "unknown option " + word;
 }
 
-static std::string choose_format(zl_options &o)
+static std::string format_by_name(const std::string &output)
 {
-    const size_t slash = o.output.rfind('/'), dot = o.output.rfind('.');
+    const size_t slash = output.rfind('/'), dot = output.rfind('.');
     std::string ending =
-        dot == std::string::npos || (slash != std::string::npos && dot < slash) ? "" : o.output.substr(dot + 1);
+        dot == std::string::npos || (slash != std::string::npos && dot < slash) ? "" : output.substr(dot + 1);
     std::transform(ending.begin(), ending.end(), ending.begin(),
                    [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    if (!o.format.empty())
-        return "";
-    o.format = ending == "bin" ? "bin" : "hex";
-    return ending == "elf" ? "no format goes by the ending .elf: name the output .hex or .bin, or say --format=" : "";
+    return ending == "bin" || ending == "elf" ? ending : "hex";
 }
 
 std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version)
@@ -189,5 +188,7 @@ std::string zl_parse_options(const std::vector<std::string> &arguments, zl_optio
         return "no object files given";
     if (o.output.empty())
         return "no output given: name it with -o";
-    return choose_format(o);
+    if (o.format.empty())
+        o.format = format_by_name(o.output);
+    return "";
 }

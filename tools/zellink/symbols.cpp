@@ -68,7 +68,7 @@ uint64_t zl_address(const zl_piece &p) { return p.group ? p.group->address + p.b
 
 static zl_sum piece_value(const zl_piece &p)
 {
-    return {static_cast<int64_t>(zl_address(p) / p.x.delta), p.x.space == ZL_DATA};
+    return {static_cast<int64_t>(zl_address(p) / p.x.delta), p.x.space == ZL_DATA, p.x.space == ZL_PROGRAM};
 }
 
 bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_piece **piece)
@@ -79,7 +79,8 @@ bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_pie
         sum.value += at->value;
         if (!at->alias) {
             if (at->piece)
-                sum = {sum.value + piece_value(*at->piece).value, at->piece->x.space == ZL_DATA};
+                sum = {sum.value + piece_value(*at->piece).value, at->piece->x.space == ZL_DATA,
+                       at->piece->x.space == ZL_PROGRAM};
             if (piece)
                 *piece = at->piece;
             return true;
@@ -153,9 +154,14 @@ static zl_sum leaf(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t
 }
 
 // The reader has seen to it that an expression leaves one value, so the stack is never empty.
-zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_expr &expr)
+zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_expr &expr,
+                   std::vector<int64_t> *mentions)
 {
     std::vector<zl_sum> stack;
+    const auto used = [&](const zl_sum &sum) {
+        if (sum.code && mentions)
+            mentions->push_back(sum.value);
+    };
     std::string fault;
     const auto told = [&] {
         if (!fault.empty())
@@ -164,6 +170,7 @@ zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t
     };
     for (const zo_token &t : expr) {
         if (t.op == ZO_OP_LOW || t.op == ZO_OP_HIGH || t.op == ZO_OP_NOT || t.op == ZO_OP_NEG) {
+            used(stack.back());
             const int64_t v = stack.back().value;
             stack.back() = {t.op == ZO_OP_LOW    ? v & 255
                             : t.op == ZO_OP_HIGH ? v >> 8 & 255
@@ -174,7 +181,12 @@ zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t
             const zl_sum a = stack.back(), b = stack[stack.size() - 2];
             stack.resize(stack.size() - 2);
             // An address stays one under sums only; the distance of two is a number.
-            zl_sum r{0, (t.op == ZO_OP_ADD && a.data != b.data) || (t.op == ZO_OP_SUB && a.data && !b.data)};
+            const auto address = [&](bool left, bool right) {
+                return (t.op == ZO_OP_ADD && left != right) || (t.op == ZO_OP_SUB && left && !right);
+            };
+            zl_sum r{0, address(a.data, b.data), address(a.code, b.code)};
+            if (!r.code)
+                used(a), used(b);
             if (!apply(t.op, a.value, b.value, r.value))
                 fault = "division by 0 in " + zo_infix(expr);
             stack.push_back(r);
@@ -183,5 +195,6 @@ zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t
         }
         told();
     }
+    used(stack.back());
     return stack.back();
 }

@@ -6,7 +6,7 @@
 // `output` writes it, and `map` tells what lies where. `link` is their order, `options` the command line.
 //
 // `flow` takes the linked code apart into functions; `calls` makes the call graph of them, and lays the areas of functions that
-// FNCONF asks for over each other.
+// FNCONF asks for over each other; `check` looks for slips that only the whole program shows.
 //
 // Places in records are bytes; addresses of psects and symbols count in units of the psect's delta. Nothing here throws or
 // stops: what is wrong is told in `messages`, and the link goes on, so that one run tells everything.
@@ -97,7 +97,7 @@ struct zl_options {
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
     std::set<std::string> keep;                  // psects and symbols that gc leaves in
-    bool gc = false, quiet = false, call_graph = false;
+    bool gc = false, quiet = false, call_graph = false, check = false;
 };
 
 // An undefined symbol is told at the first few places that use it, and then by their number.
@@ -118,6 +118,9 @@ struct zl_linker {
     std::map<uint32_t, zl_page> image{};   // by address / 256
     std::vector<const zl_piece *> left_out{};
     zl_missing missing{};
+    std::map<uint32_t, uint32_t>
+        operands{};                  // of instructions of program memory: which data address the file operand means
+    std::set<uint32_t> mentions{};   // places in program memory whose address is used but for a branch or call
     bool has_start = false;
     uint32_t start = 0;
 };
@@ -175,7 +178,8 @@ uint64_t zl_rounded(uint64_t at, uint64_t boundary);
 // symbols
 struct zl_sum {
     int64_t value;
-    bool data;   // a data address
+    bool data;           // a data address
+    bool code = false;   // an address of program memory
 };
 void zl_define_all(zl_linker &l, zl_module &m);
 const zl_symbol *zl_find(const zl_linker &l, const zl_module &m, const std::string &name);   // null if there is none
@@ -183,8 +187,10 @@ const zl_symbol *zl_find(const zl_linker &l, const zl_module &m, const std::stri
 bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_piece **piece = nullptr);
 uint64_t zl_address(const zl_piece &p);   // bytes
 bool zl_is_value(const zo_symbol &s);     // neither a line, a file nor something undefined
-// What an expression at a place of a piece comes to; 0 and a message if it has no value.
-zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_expr &expr);
+// What an expression at a place of a piece comes to; 0 and a message if it has no value. `mentions` gets the addresses of program
+// memory that it is made of.
+zl_sum zl_evaluate(zl_linker &l, const zl_module &m, const zl_piece *p, uint64_t offset, const zo_expr &expr,
+                   std::vector<int64_t> *mentions = nullptr);
 
 // place
 uint8_t zl_memory(uint8_t space);   // spaces that share the program's addresses are ZL_PROGRAM
@@ -225,6 +231,7 @@ struct zl_flow {
     std::map<uint32_t, std::string> names{};   // of places in program memory
     std::map<uint32_t, zl_function> functions{};
     std::vector<zl_root> roots{};
+    std::set<uint32_t> pointed{};   // functions that records tell to be called by address
 };
 // Where control goes from an instruction.
 struct zl_next {
@@ -258,9 +265,13 @@ void zl_overlay(zl_linker &l, zl_areas &areas, const zl_flow &f);   // gives eac
 void zl_add_areas(zl_linker &l, const zl_areas &areas);             // as a module of their own
 std::string zl_call_graph(zl_linker &l, const zl_flow &f);          // complains of what doesn't fit the stack
 
+// check. Warns of what may be wrong in the program, and complains of what is.
+void zl_check(zl_linker &l, const zl_flow &f);
+
 // output
 std::string zl_hex(const zl_linker &l);
 std::string zl_binary(const zl_linker &l);
+std::string zl_elf(const zl_linker &l);   // in a file of its own
 
 // map
 std::string zl_memory_table(const zl_linker &l);
