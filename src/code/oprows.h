@@ -34,7 +34,7 @@ constexpr op_row_t instr(const char *name, uint16_t token, uint16_t subop, uint8
 
 // clang-format off
 inline constexpr op_row_t op_rows[] = {
-    // 0: operators and radix words
+    // Operators and radix words
     plain("nul", T_NUL, 8), plain("float24", T_UNARY, OPC_FLOAT24), plain("normalize32", T_UNARY, OPC_NORMALIZE32),
     plain("defined", T_DEFINED), plain("low", T_UNARY, OPC_LOW), plain("high", T_UNARY, OPC_HIGH),
     plain("highword", T_UNARY, OPC_HIGHWORD), plain("seg", T_UNARY, OPC_SEG), plain("mod", T_DIV, OPC_MOD),
@@ -45,7 +45,7 @@ inline constexpr op_row_t op_rows[] = {
     plain("<", T_RELOP, OPC_LT), plain("<=", T_RELOP, OPC_LE), plain("not", T_NOT, OPC_NOT), plain("^", T_AND, OPC_XOR),
     plain("&", T_AND, OPC_AND), plain("and", T_AND, OPC_AND), plain("|", T_AND, OPC_OR),
     plain("hex", T_RADIXWORD, 16), plain("dec", T_RADIXWORD, 10), plain("oct", T_RADIXWORD, 8),
-    // 33: instructions
+    // Instructions
     instr("addwf", T_ADDWF, 0x2400, CDZON),
     instr("addwfc", T_ADDWF, 0x2000, CDZON, ST_C),
     instr("andwf", T_ANDWF, 0x1400, ZN),
@@ -145,10 +145,10 @@ inline constexpr op_row_t op_rows[] = {
     instr("movss", T_MOVSS, 0xEB80),
     instr("pushl", T_PUSHL, 0xEA00),
     instr("subulnk", T_ADDULNK, 0xE9C0),
-    // 132: operand words
+    // Operand words
     word("w", DEST_W), word("f", DEST_F), word("b", ACCESS_B), word("c", ACCESS_C), word("a", ACCESS_A),
     word("", ACCESS_NONE),
-    // 138: directives
+    // Directives
     word("banksel", T_BANKSEL), word("pagesel", T_PAGESEL), word("public", T_PUBLIC), word("extrn", T_EXTRN),
     word("global", T_GLOBAL), word("end", T_END), word("org", T_ORG), word("equ", T_EQU), word("set", T_SET),
     word("db", T_DB, 1), word("dw", T_DB, 2), word("ddw", T_DB, 4), word("df", T_DF, 4), word("ds", T_DS),

@@ -1,6 +1,6 @@
 // ops: the words of the language and the instruction table.
 //
-// One constant table (oprows.h) of 202 rows holds every word that the statement look-up knows: operators, mnemonics, operand words,
+// One constant table (oprows.h) holds every word that the statement look-up knows: operators, mnemonics, operand words,
 // directives. For an instruction it is also the opcode template and the status bits that it reads and writes. The order
 // of rows decides between synonyms: the first row of a token and template gives the name that is printed back.
 // Three small tables serve the scanner's other modes.
