@@ -1,5 +1,5 @@
 #!/bin/sh
-# Assembles every example and shows the object file of one.
+# Assembles every example, shows the object file of one, links it and runs it in the simulator.
 set -eu
 bin=$(cd "$1" && pwd)
 out=$(cd "$(dirname "$0")/.." && pwd)/build/examples
@@ -14,3 +14,10 @@ echo
 echo "The object file of examples/blink.as, as zelobj prints it:"
 echo
 "$bin/zelobj" "$out/blink.obj"
+
+echo
+echo "Linked, checked as a whole, and run in the simulator against examples/blink.test:"
+echo
+cd "$out"
+"$bin/zellink" --check -o blink.hex blink.obj
+"$bin/zelsim" --script=../../examples/blink.test blink.obj
