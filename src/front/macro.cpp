@@ -63,6 +63,7 @@ constexpr unsigned char LITERAL_MARKER = 0, LOCAL_BIT = 0x80, TENTH = LOCAL_BIT;
 struct text_t {
     char *s;
     size_t length, room;
+    size_t solid;   // its first bytes, that cut_blanks leaves: a selector may look like a blank
 };
 
 static struct {
@@ -86,6 +87,7 @@ static void put_marker(unsigned char selector)
 {
     put(&ms.body, MACRO_MARKER);
     put(&ms.body, static_cast<char>(selector == '\n' ? TENTH : selector));
+    ms.body.solid = ms.body.length;
 }
 
 // A character of the source into the body.
@@ -108,7 +110,7 @@ static const char *end_of_word(const char *p)
 
 static void cut_blanks(text_t *t)
 {
-    while (t->length > 0 && is_blank(t->s[t->length - 1]))
+    while (t->length > t->solid && is_blank(t->s[t->length - 1]))
         t->length--;
 }
 
@@ -383,7 +385,7 @@ static void macro_capture(macro_t *m, names_t *locals)
     unsigned depth = 1;
     bool too_long = false;
     ms.arg_highest = 0;
-    ms.body.length = 0;
+    ms.body.length = ms.body.solid = 0;
     for (capture_t result = GO_ON; result != BODY_ENDS;) {
         lex_skip_line();
         const char *line = lex_line_rest();
@@ -400,7 +402,7 @@ static void macro_capture(macro_t *m, names_t *locals)
             too_long = true;
         }
         if (too_long)
-            ms.body.length = 0;
+            ms.body.length = ms.body.solid = 0;
     }
     lex_skip_line();
     ms.capturing = false;
