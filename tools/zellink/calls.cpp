@@ -142,7 +142,8 @@ static std::string tree(const graph_t &g, const std::vector<unsigned> &depth, no
         const line_t line = open.back();
         open.pop_back();
         const zl_function &fn = *g.functions[line.node];
-        const std::string name = std::string(2 * std::min(line.indent, 40u), ' ') + (line.jump ? "-> " : "") + fn.name;
+        const std::string name =
+            std::string(2 * std::min<size_t>(line.indent, 40), ' ') + (line.jump ? "-> " : "") + fn.name;
         out += zo_format("%-40s %6u bytes  stack %u%s\n", name.c_str(), fn.bytes, depth[line.node],
                          shown[line.node] && !fn.calls.empty() ? ", as above" : "");
         if (shown[line.node])

@@ -144,7 +144,7 @@ static void put_sleb(std::string &out, int64_t value)
     out += static_cast<char>(value & 0x7F);
 }
 
-enum : char { EXTENDED = 0, COPY = 1, ADVANCE_LINE = 3, SET_FILE = 4, END_SEQUENCE = 1, SET_ADDRESS = 2 };
+constexpr char EXTENDED = 0, COPY = 1, ADVANCE_LINE = 3, SET_FILE = 4, END_SEQUENCE = 1, SET_ADDRESS = 2;
 
 static void set_address(std::string &out, uint64_t address)
 {

@@ -120,7 +120,7 @@ static void complain_undefined(zl_linker &l, const zl_module &m, const zl_piece 
 {
     std::set<std::string> &places = l.missing[name];
     std::string place = p ? zl_line_of(*p, offset) : m.name;
-    if (place.empty())
+    if (p && place.empty())
         place = m.name + '\n' + p->x.name + '\n' + std::to_string(offset);
     const std::string text =
         "undefined symbol " + zl_quoted(name) + ": add the object that defines it, and declare it `global` there";
