@@ -16,7 +16,7 @@ cd "$scratch"
 "$scratch/zel8/$version/bin/zellink" --quiet -o t.hex t.obj
 grep -q '^:0600000005' t.hex || { echo "installation: no code in t.hex" >&2; exit 1; }
 "$scratch/zel8/$version/bin/zelrun" --steps 100 t.as >/dev/null
-"$scratch/zel8/$version/bin/zelsim" --quiet --start=start --until=start t.obj
+"$scratch/zel8/$version/bin/zelsim" --quiet --start=0 --until=2 t.obj
 for tool in aszel8 zellink zelsim; do
     for file in man/man1/$tool.1 bash-completion/completions/$tool; do
         [ -s "$scratch/zel8/share/$file" ] || { echo "installation: no share/$file" >&2; exit 1; }

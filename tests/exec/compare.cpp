@@ -144,7 +144,7 @@ static outcome_t perform(const program_t &p, const std::string &way, uint64_t li
     for (uint32_t at = 0; at < s.data.size(); at++)
         if (in_ranges(t.banks, at) || at <= t.common.hi)
             s.data[at] = static_cast<uint8_t>((at * 2654435761u + 12345) >> 11);
-    s.data[s.tblptr + 1] = TABLE >> 8;   // code, which moves, isn't read as data
+    s.data[s.tblptr + 1] = TABLE_ADDRESS >> 8;   // code, which moves, isn't read as data
     for (const char *name : {"PORTA", "PORTB", "LATA", "LATB", "LATC"})
         sim_watch(s, target_sfr(t, name));
     interrupts_t interrupts;

@@ -363,7 +363,7 @@ static void prologue(gen_t &g)
     g.pieces.push_back(text +
                        "\tpsect\tarrays,class=BANK3,space=1,delta=1\narray:\tds\t64\n"
                        "\tpsect\ttables,class=CONST,abs,ovrld,delta=1\n\torg\t" +
-                       std::to_string(TABLE) +
+                       std::to_string(TABLE_ADDRESS) +
                        "\ntable:\n\tdb\t3,1,4,1,5,9,2,6,5,3\n"
                        "\tpsect\tresetVec,class=RESETVEC,reloc=2,delta=1\n\tgoto\tmain\n\tcallstack\t1\n\tglobal\tmain\n");
 }

@@ -32,7 +32,7 @@ extern const char *const hand_idioms[];
 extern const size_t hand_idiom_count;
 
 // Where every program has a table of constants, and the table pointer at the beginning.
-constexpr uint32_t TABLE = 0x7000;
+constexpr uint32_t TABLE_ADDRESS = 0x7000;
 
 // The line that begins another module; what is linked are all of them. An interrupt's handler stands in the psect of that name,
 // at address 8, and its memory are the last 8 bytes of the access bank.
