@@ -519,27 +519,6 @@ void note_uses(const registers_t &r, const zo_code &c, uint32_t file, std::set<u
     }
 }
 
-// All instructions that control reaches from a place, those of functions that are called among them if `deep`.
-template <typename V> void go_through(const zl_flow &f, uint32_t from, bool deep, const V &visit)
-{
-    std::set<uint32_t> seen{from};
-    std::vector<uint32_t> open{from};
-    while (!open.empty()) {
-        const uint32_t at = open.back();
-        open.pop_back();
-        const zo_code c = zl_code_at(f, at);
-        if (!c.name)
-            continue;
-        zl_next n = zl_next_of(f, at, c);
-        visit(at, c, n);
-        if (deep && n.calls)
-            n.to.push_back(n.callee);
-        for (uint32_t to : n.to)
-            if (seen.insert(to).second)
-                open.push_back(to);
-    }
-}
-
 void checker::check_interrupt(const zl_root &root)
 {
     const target_t &t = l.target;
@@ -574,7 +553,7 @@ void checker::check_interrupt(const zl_root &root)
                 note_first(to, at);
             });
         if (n.calls)
-            go_through(f, n.callee, true, [&](uint32_t place, const zo_code &code, const zl_next &) {
+            zl_walk(f, n.callee, true, [&](uint32_t place, const zo_code &code, const zl_next &) {
                 perform(
                     t, r, code, has_file(code) ? file_address(place, code) : NOWHERE,
                     [](uint32_t) { return token_t{MIXED}; },
@@ -615,7 +594,7 @@ void checker::check_interrupt(const zl_root &root)
     std::set<uint32_t> uses{r.w, r.status};
     for (const zl_root &other : f.roots)
         if (other.entry != root.entry)
-            go_through(f, other.entry, true, [&](uint32_t at, const zo_code &c, const zl_next &) {
+            zl_walk(f, other.entry, true, [&](uint32_t at, const zo_code &c, const zl_next &) {
                 note_uses(r, c, has_file(c) ? file_address(at, c) : NOWHERE, uses);
             });
     for (const auto &[place, name] : kept) {

@@ -113,29 +113,6 @@ std::string zl_place_name(const zl_flow &f, uint32_t at)
 
 // Functions.
 
-// Calls `visit` with each instruction that control reaches from `from`, those of functions that it calls among them if `deep`.
-// `leaves` tells of an address that it is another function's begin.
-template <typename V, typename L>
-static void walk(const zl_flow &f, uint32_t from, bool deep, const V &visit, const L &leaves)
-{
-    std::set<uint32_t> seen{from};
-    std::vector<uint32_t> open{from};
-    while (!open.empty()) {
-        const uint32_t at = open.back();
-        open.pop_back();
-        const zo_code c = zl_code_at(f, at);
-        if (!c.name)
-            continue;
-        zl_next n = zl_next_of(f, at, c);
-        visit(at, c, n);
-        if (deep && n.calls)
-            n.to.push_back(n.callee);
-        for (uint32_t to : n.to)
-            if (!leaves(to) && seen.insert(to).second)
-                open.push_back(to);
-    }
-}
-
 static bool meant_for(const zl_flow &f, uint32_t vector, const char *class_name)
 {
     if (vector >= f.owner.size() || !f.owner[vector])
@@ -246,7 +223,7 @@ zl_flow zl_take_apart(const zl_linker &l)
     f.pointed = records.pointed;
     const auto survey = [&](uint32_t from) {
         entries.insert(from);
-        walk(
+        zl_walk(
             f, from, true,
             [&](uint32_t at, const zo_code &, const zl_next &n) {
                 passed.insert(at);

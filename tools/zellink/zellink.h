@@ -243,6 +243,30 @@ struct zl_next {
 zl_flow zl_take_apart(const zl_linker &l);
 zo_code zl_code_at(const zl_flow &f, uint32_t address);   // `name` is null where there is no instruction
 zl_next zl_next_of(const zl_flow &f, uint32_t address, const zo_code &c);
+
+// Calls `visit` with each instruction that control reaches from `from`, those of functions that it calls among them if `deep`.
+// `leaves` tells of an address that it is another function's begin.
+template <typename V, typename L = bool (*)(uint32_t)>
+void zl_walk(
+    const zl_flow &f, uint32_t from, bool deep, const V &visit, const L &leaves = [](uint32_t) { return false; })
+{
+    std::set<uint32_t> seen{from};
+    std::vector<uint32_t> open{from};
+    while (!open.empty()) {
+        const uint32_t at = open.back();
+        open.pop_back();
+        const zo_code c = zl_code_at(f, at);
+        if (!c.name)
+            continue;
+        zl_next n = zl_next_of(f, at, c);
+        visit(at, c, n);
+        if (deep && n.calls)
+            n.to.push_back(n.callee);
+        for (uint32_t to : n.to)
+            if (!leaves(to) && seen.insert(to).second)
+                open.push_back(to);
+    }
+}
 bool zl_function_address(const zl_flow &f, const zl_module &m, const std::string &name, uint32_t &address);
 std::string zl_place_name(const zl_flow &f, uint32_t address);   // a label, a label and an offset, or a number
 // The address that a one-byte file operand has, if the instruction has one and addresses the access bank; else UINT32_MAX.
