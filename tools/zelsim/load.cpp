@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include <unistd.h>
+
 #include "zellink.h"
 
 enum : unsigned { HEX_DATA, HEX_END, HEX_SEGMENT, HEX_SEGMENT_START, HEX_UPPER, HEX_START, HEX_TYPES };
@@ -216,6 +218,8 @@ std::vector<std::string> load_program(const load_request &request, program_t &p)
         return load_objects(request, p);
     if (request.inputs.size() > 1)
         return {*plain + ": a linked program is run alone"};
+    if (access(plain->c_str(), R_OK) != 0)
+        return {*plain + ": can't read the file: " + strerror(errno)};
     if (request.chip.empty())
         return {*plain + ": it doesn't tell its chip: name it with -mcpu="};
     std::string error = load_target(request, request.chip, p.target);
