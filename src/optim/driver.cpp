@@ -340,6 +340,7 @@ static void optimise_phase()
         for (symbol_t *psect : st.code_psects)
             opt_psect(psect);
     }
+    pa_keep_names();
     opt_trace_counters();
 }
 

@@ -74,6 +74,7 @@ static struct {
     uint32_t next_id, next_psect;
     uint64_t steps;
     bool surveyed;
+    vec_t<symbol_t *> names;   // of the procedures and of their ends
     hash_of<const char *, const char *> texts;
     textbuf_t text;
     length_t *lengths;   // of the group that is evaluated
@@ -524,7 +525,17 @@ static op_t *link_new_label(const char *name, op_t *where, const op_t *like)
     sym_link(op->op_sym);
     op_insert_after(where, op);
     op->op_sym->s_owner = op->op_psect;
+    if (!st.names)
+        st.names = vec_make<symbol_t *>();
+    vec_add(st.names, op->op_sym);
     return op;
+}
+
+void pa_keep_names()
+{
+    if (st.names)
+        for (symbol_t *s : st.names)
+            s->s_flags = (s->s_flags & ~uint64_t{S_GLOBAL}) | S_LOCAL;
 }
 
 // What takes the place of a run: a jump or a call to the procedure, linked before the run.
