@@ -10,7 +10,7 @@ _zelsim() {
         ;;
     *)
         compopt -o filenames 2>/dev/null
-        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(hex|bin|obj|a)' -- "$cur"))
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(hex|bin|elf|obj|a)' -- "$cur"))
         ;;
     esac
 }

@@ -1,5 +1,5 @@
-// Any bytes at all as a program or a script. What begins with ":" is a HEX file, which then runs for a while on the chip with
-// the most, its units and table of vectors; all else is read as a script.
+// Any bytes at all as a program or a script. What begins with ":" is a HEX file, and with 0x7F ELF; it then runs for a while on
+// the chip with the most, its units and table of vectors. All else is read as a script.
 #include <algorithm>
 #include <filesystem>
 
@@ -29,11 +29,14 @@ void target_run(std::string_view input)
 {
     settings_t settings;
     std::map<uint32_t, uint8_t> bytes;
-    if (!input.starts_with(':')) {
-        read_script("script", std::string(input), settings);
-        return;
-    }
-    read_hex(std::string(input), bytes);   // what was read ahead of an error runs, too
+    program_t names;
+    std::string told;
+    if (input.starts_with('\x7F'))
+        read_elf(input, names, bytes, told);
+    else if (input.starts_with(':'))
+        read_hex(std::string(input), bytes);   // what was read ahead of an error runs, too
+    else
+        return static_cast<void>(read_script("script", std::string(input), settings));
     std::vector<uint8_t> program(chip.rom_size, 0xFF);
     for (const auto &[at, byte] : bytes)
         if (at < program.size())

@@ -2,7 +2,7 @@
 //
 // A psect is a section; one that leaves gaps, as an absolute one may, is several of the same name. Memory that only the program
 // fills is told without bytes. Data memory has addresses of its own, from 0x800000 on, since program memory begins at 0, too.
-// There is no number for the family, so that the machine is EM_NONE. `.debug_line` has the lines of all modules, in the form of
+// There is no number for the family, so that the machine is EM_NONE, and a note tells the chip. `.debug_line` has the lines of all modules, in the form of
 // DWARF 3, as one program for each module; each of its rows gives the whole address.
 #include <algorithm>
 
@@ -10,7 +10,7 @@
 
 constexpr uint32_t DATA_BASE = 0x800000;
 enum : uint32_t { HEADER = 52, PROGRAM_HEADER = 32, SECTION_HEADER = 40 };
-enum : uint32_t { PROGBITS = 1, SYMTAB = 2, STRTAB = 3, NOBITS = 8, SHF_WRITE = 1, SHF_ALLOC = 2, SHF_EXEC = 4 };
+enum : uint32_t { PROGBITS = 1, SYMTAB = 2, STRTAB = 3, NOTE = 7, NOBITS = 8, SHF_WRITE = 1, SHF_ALLOC = 2, SHF_EXEC = 4 };
 constexpr uint16_t ABSOLUTE = 0xFFF1;
 
 struct elf_section_t {
@@ -210,6 +210,18 @@ static std::string line_table(const zl_linker &l)
     return out;
 }
 
+// The chip, as a note of an owner "ZEL8".
+static std::string chip_note(const zl_linker &l)
+{
+    std::string out, chip = l.target.name + '\0';
+    put(out, 5, 4);
+    put(out, chip.size(), 4);
+    put(out, 1, 4);
+    out += {'Z', 'E', 'L', '8', 0, 0, 0, 0};
+    chip.resize((chip.size() + 3) & ~size_t{3});
+    return out + chip;
+}
+
 std::string zl_elf(const zl_linker &l)
 {
     std::vector<elf_section_t> sections{{"", 0, 0, 0, 0, ""}};
@@ -219,6 +231,8 @@ std::string zl_elf(const zl_linker &l)
     add_data(l, sections);
     if (std::string lines = line_table(l); !lines.empty())
         sections.push_back({".debug_line", PROGBITS, 0, 0, 0, std::move(lines)});
+    sections.push_back({".note.chip", NOTE, 0, 0, 0, chip_note(l)});
+    sections.back().align = 4;
     add_symbols(l, sections);
     sections.push_back({".shstrtab", STRTAB, 0, 0, 0, ""});
     std::vector<uint32_t> names;

@@ -1,4 +1,4 @@
-// load: a program's bytes, from one file of a flasher's formats or from objects.
+// load: a program's bytes, from one file of a flasher's formats, from an ELF file or from objects.
 //
 // HEX files come from any linker, so all record types are known, and each record is checked: its length, its checksum and
 // what its type asks for. What lies outside of program memory, configuration and the like, is for the chip, not for the run.
@@ -8,8 +8,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include <unistd.h>
 
 #include "zellink.h"
 
@@ -108,22 +106,33 @@ static bool known(const target_t &t, uint32_t address)
     return address < t.rom_size || in(t.config) || in(t.idloc) || in(t.eeprom);
 }
 
-static std::string load_bytes(const std::string &path, bool is_hex, program_t &p)
+static std::string load_file(const load_request &request, const std::string &path, const std::string &format, program_t &p)
 {
-    std::string text;
+    std::string text, chip;
     std::map<uint32_t, uint8_t> bytes;
     std::string error = read_file(path, text);
-    if (error.empty() && is_hex)
+    if (error.empty() && format == "hex")
         error = read_hex(text, bytes);
-    for (uint32_t i = 0; !is_hex && i < text.size() && i < p.target.rom_size; i++)
+    if (error.empty() && format == "elf")
+        error = read_elf(text, p, bytes, chip);
+    if (!request.chip.empty())
+        chip = request.chip;
+    if (error.empty() && chip.empty())
+        error = "it doesn't tell its chip: name it with -mcpu=";
+    if (!error.empty())
+        return path + ": " + error;
+    if (error = load_target(request, chip, p.target); !error.empty())
+        return error;
+    for (uint32_t i = 0; format == "bin" && i < text.size() && i < p.target.rom_size; i++)
         bytes[i] = static_cast<uint8_t>(text[i]);
+    p.bytes.assign(p.target.rom_size, 0xFF);
     for (const auto &[at, byte] : bytes) {
-        if (error.empty() && !known(p.target, at))
-            error = zo_format("0x%X is outside of the memory of chip %s", at, p.target.name.c_str());
+        if (!known(p.target, at))
+            return path + zo_format(": 0x%X is outside of the memory of chip %s", at, p.target.name.c_str());
         if (at < p.bytes.size())
             p.bytes[at] = byte;
     }
-    return error;
+    return "";
 }
 
 // Names and lines of what was linked.
@@ -211,20 +220,15 @@ static std::string ending(const std::string &path)
 
 std::vector<std::string> load_program(const load_request &request, program_t &p)
 {
-    const auto is = [](const std::string &path, const char *what) { return ending(path) == what; };
-    const auto plain = std::find_if(request.inputs.begin(), request.inputs.end(),
-                                    [&](const std::string &path) { return is(path, "hex") || is(path, "bin"); });
+    const auto is_plain = [](const std::string &path) {
+        const std::string format = ending(path);
+        return format == "hex" || format == "bin" || format == "elf";
+    };
+    const auto plain = std::find_if(request.inputs.begin(), request.inputs.end(), is_plain);
     if (plain == request.inputs.end())
         return load_objects(request, p);
     if (request.inputs.size() > 1)
         return {*plain + ": a linked program is run alone"};
-    if (access(plain->c_str(), R_OK) != 0)
-        return {*plain + ": can't read the file: " + strerror(errno)};
-    if (request.chip.empty())
-        return {*plain + ": it doesn't tell its chip: name it with -mcpu="};
-    std::string error = load_target(request, request.chip, p.target);
-    p.bytes.assign(p.target.rom_size, 0xFF);
-    if (error.empty() && !(error = load_bytes(*plain, is(*plain, "hex"), p)).empty())
-        error = *plain + ": " + error;
+    const std::string error = load_file(request, *plain, ending(*plain), p);
     return error.empty() ? std::vector<std::string>{} : std::vector<std::string>{error};
 }

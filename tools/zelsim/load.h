@@ -1,5 +1,7 @@
-// load: what is run. Reads Intel HEX and raw binary, and links objects, which also tell names and source lines.
+// load: what is run. Reads Intel HEX, raw binary and ELF, and links objects; the last two also tell names and source lines.
 #pragma once
+
+#include <string_view>
 
 #include "target.h"
 
@@ -25,8 +27,12 @@ struct load_request {
     std::string chip, chip_file;   // empty if not told
 };
 
-// One HEX file, one binary file, or objects and archives. Gives back what is wrong, a line each; empty if nothing is.
+// One HEX, binary or ELF file, or objects and archives. Gives back what is wrong, a line each; empty if nothing is.
 std::vector<std::string> load_program(const load_request &request, program_t &program);
 
 // The bytes of a HEX file by address. Gives back an error text with the line, empty on success.
 std::string read_hex(const std::string &text, std::map<uint32_t, uint8_t> &bytes);
+
+// The bytes of an ELF file by address, its chip, if it tells one, and its names and lines into `program`. Gives back an error
+// text, empty on success. In a file of its own.
+std::string read_elf(std::string_view file, program_t &program, std::map<uint32_t, uint8_t> &bytes, std::string &chip);

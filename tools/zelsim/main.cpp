@@ -14,7 +14,7 @@
 enum { GOOD = 0, FAILED = 1, FAULT = 2, UNUSABLE = 3 };
 
 static const char usage_text[] =
-    "usage: zelsim [option...] app.hex | app.bin | file.obj... library.a...\n"
+    "usage: zelsim [option...] app.hex | app.bin | app.elf | file.obj... library.a...\n"
     "  -mcpu=CHIP                the chip; objects tell it themselves\n"
     "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
     "  --start=LABEL             begin there, not at reset; labels may be hexadecimal addresses\n"

@@ -165,7 +165,7 @@ std::string read_settings(const std::vector<std::string> &arguments, settings_t 
             return zo_format("wrong value \"%s\" of %s: it is ", value.c_str(), name.c_str()) + row->value;
     }
     if (s.inputs.empty())
-        return "nothing to run: name a HEX or binary file, or objects";
+        return "nothing to run: name a HEX, binary or ELF file, or objects";
     if (s.script.empty())
         return "";
     std::ifstream in(s.script, std::ios::binary);
