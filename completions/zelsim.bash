@@ -4,7 +4,7 @@ _zelsim() {
     local cur=${COMP_WORDS[COMP_CWORD]}
     case $cur in
     -*)
-        COMPREPLY=($(compgen -W "-mcpu= --chipinfo= --coverage= --exit= --help --irq= --limit= --port= --profile --quiet
+        COMPREPLY=($(compgen -W "-mcpu= --chipinfo= --coverage= --debug --exit= --help --irq= --limit= --port= --profile --quiet
             --script= --start= --stdin= --stdout= --strict --trace --until= --vcd= --vectors --ver --xinst" -- "$cur"))
         [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
         ;;

@@ -14,6 +14,7 @@ need ninja-build ninja
 need pkg-config pkg-config
 need libminizip-dev /usr/include/minizip/zip.h
 need nlohmann-json3-dev /usr/include/nlohmann/json.hpp
+need libedit-dev /usr/include/editline/readline.h
 need unzip unzip
 need clang-format clang-format
 need clang-tidy clang-tidy

@@ -5,10 +5,13 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
+
+#include <editline/readline.h>
+#include <unistd.h>
 
 #include "common/streams.h"
-#include "observe.h"
-#include "script.h"
+#include "debug.h"
 #include "zelobj.h"
 
 enum { GOOD = 0, FAILED = 1, FAULT = 2, UNUSABLE = 3 };
@@ -28,23 +31,13 @@ static const char usage_text[] =
     "  --stdin=REGISTER          standard input goes to this serial unit\n"
     "  --stdout=REGISTER         what this serial unit sends goes to standard output\n"
     "  --script=FILE             inputs and expectations\n"
+    "  --debug                   commands from the terminal, \"help\" tells them\n"
     "  --trace[=FILE]            each instruction\n"
     "  --profile[=FILE]          cycles by label and line\n"
     "  --vcd=FILE                waves of ports and registers\n"
     "  --coverage=FILE           which lines were run, in the form of lcov\n"
     "  --quiet                   nothing at the end of a run that succeeds\n"
     "  --ver                     the version\n";
-
-struct session_t {
-    settings_t settings;
-    program_t program;
-    sim_t sim;
-    devices_t devices;
-    observe_t observe;
-    watch_t watch;
-    uint32_t until = UINT32_MAX;
-    bool at_until = false;
-};
 
 static int told(const char *text) { return fputs(text, stdout) < 0 || fflush(stdout) != 0 ? int{UNUSABLE} : int{GOOD}; }
 
@@ -101,120 +94,6 @@ static bool write_output(const std::string &path, const std::string &text)
     return close_output(path, f);
 }
 
-// Registers that the chip has, and memory; all else isn't there.
-static void mark_absent(sim_t &s)
-{
-    const target_t &t = *s.target;
-    ranges_t there = t.banks;
-    there.push_back(t.common);
-    for (const auto &[name, at] : t.sfr)
-        there.push_back({at, at});
-    std::vector<bool> known(s.mask + 1u, false);
-    for (const range_t &r : there)
-        for (uint32_t at = r.lo; at <= r.hi && at <= s.mask; at++)
-            known[at] = true;
-    for (uint32_t at = 0; at <= s.mask; at++)
-        if (!known[at] && s.role[at] == R_PLAIN)
-            s.role[at] = R_ABSENT;
-}
-
-static std::string prepare_serial(session_t &x)
-{
-    const auto unit = [&](const std::string &name) { return devices_find_serial(x.devices, x.sim, name); };
-    const std::string &in = x.settings.input_register, &out = x.settings.output_register;
-    if (!in.empty() && !unit(in))
-        return in + ": it isn't a register of a serial unit";
-    if (!out.empty() && !unit(out))
-        return out + ": it isn't a register of a serial unit";
-    if (!in.empty())
-        unit(in)->from = stdin;
-    if (!out.empty())
-        unit(out)->to = stdout;
-    return "";
-}
-
-// What the settings name has to be there.
-static std::string prepare(session_t &x)
-{
-    settings_t &settings = x.settings;
-    sim_t &s = x.sim;
-    sim_init(s, x.program.target, x.program.bytes);
-    mark_absent(s);
-    s.log_tables = false;
-    s.strict = settings.strict;
-    s.extended = settings.xinst;
-    if (!settings.start.empty() && !code_address(x.program, settings.start, s.pc))
-        return settings.start + ": no such label or address of code to start at";
-    if (!settings.until.empty() && !code_address(x.program, settings.until, x.until))
-        return settings.until + ": no such label or address of code to end at";
-    if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, x.devices.exit_at))
-        return settings.exit_register + ": no such register to exit by";
-    x.devices.use_table = settings.vectors && x.program.target.vectors_at[0];
-    if (settings.vectors && !x.devices.use_table)
-        return "chip " + x.program.target.name + " has no table of vectors";
-    devices_init(x.devices, s);
-    for (const sim_input &input : settings.events)
-        if (std::string error = devices_add_input(x.devices, s, input); !error.empty())
-            return error;
-    for (expectation_t &e : settings.expectations) {
-        if (!e.text.empty() && !devices_find_serial(x.devices, s, e.name))
-            return e.where + ": " + e.name + ": it isn't a register of a serial unit";
-        if (e.text.empty() && !data_address(x.program, e.name, e.address))
-            return e.where + ": " + e.name + ": no such register, label of data or address";
-    }
-    return prepare_serial(x);
-}
-
-static bool all_expected(const session_t &x)
-{
-    const auto &all = x.settings.expectations;
-    bool at_end = false;
-    for (const expectation_t &e : all)
-        at_end |= e.before == 0;
-    return !all.empty() && !at_end && x.watch.done == all.size();
-}
-
-// Instruction by instruction, up to the next thing that is due.
-static void go_watched(session_t &x)
-{
-    sim_t &s = x.sim;
-    do {
-        const uint32_t at = s.pc;
-        const uint64_t began = s.cycles;
-        sim_step(s);
-        observe_step(x.observe, x.program, x.devices, s, at, began);
-        watch_update(x.watch, x.settings, x.devices, s);
-        x.at_until = s.pc == x.until;
-    } while (s.cycles < s.deadline && s.stop == SIM_RUNS && !x.at_until && !all_expected(x));
-}
-
-static void run(session_t &x)
-{
-    sim_t &s = x.sim;
-    const settings_t &settings = x.settings;
-    const bool watched = x.until != UINT32_MAX || !settings.expectations.empty() || !settings.trace.empty() ||
-                         !settings.profile.empty() || !settings.vcd.empty() || !settings.coverage.empty();
-    if (watched)
-        observe_begin(x.observe, x.program, x.devices, s);
-    for (;;) {
-        const uint64_t limit = std::min(settings.limit, watch_deadline(x.watch, settings));
-        devices_service(x.devices, s, limit);
-        watch_update(x.watch, settings, x.devices, s);
-        if (all_expected(x) || (s.stop != SIM_RUNS && !x.devices.asleep))
-            return;
-        if (s.cycles >= limit)
-            return sim_halt(s, SIM_LIMIT, "");
-        if (x.devices.asleep)
-            continue;
-        if (watched)
-            go_watched(x);
-        else
-            sim_go(s);
-        if (x.at_until)
-            return;
-    }
-}
-
 // Tells why the run ended, and gives back the exit status.
 static int finish(session_t &x)
 {
@@ -253,18 +132,44 @@ static int finish(session_t &x)
     return status;
 }
 
+// A command for the debugger: edited, with history, on a terminal; else a plain line, which is shown.
+static bool read_command(std::string &line)
+{
+    static const char prompt[] = "(zelsim) ";
+    if (!isatty(STDIN_FILENO)) {
+        const bool more = static_cast<bool>(std::getline(std::cin, line));
+        if (more)
+            printf("%s%s\n", prompt, line.c_str());
+        return more;
+    }
+    char *typed = nullptr;
+    do
+        errno = 0;
+    while (!(typed = readline(prompt)) && errno == EINTR);   // Ctrl-C gives up the line
+    line = typed ? typed : "";
+    if (!line.empty())
+        add_history(typed);
+    free(typed);
+    if (!typed)
+        puts("");
+    return typed != nullptr;
+}
+
 static int simulate(session_t &x)
 {
     const settings_t &settings = x.settings;
     if (!open_output(settings.trace, x.observe.trace) || !open_output(settings.vcd, x.observe.vcd))
         return UNUSABLE;
-    run(x);
+    if (x.settings.debug)
+        debug_run(x, read_command);
+    else
+        session_run(x);
     bool good = close_output(settings.trace, x.observe.trace);
     good &= close_output(settings.vcd, x.observe.vcd);
     good &= settings.profile.empty() || write_output(settings.profile, observe_profile(x.observe, x.program));
     good &= settings.coverage.empty() || write_output(settings.coverage, observe_coverage(x.observe, x.program));
     good &= fflush(stdout) == 0;
-    const int status = finish(x);
+    const int status = x.settings.debug ? int{GOOD} : finish(x);
     return good ? status : int{UNUSABLE};
 }
 
@@ -290,6 +195,6 @@ int main(int argc, char **argv)
         complain(text);
     if (!errors.empty())
         return UNUSABLE;
-    error = prepare(x);
+    error = session_prepare(x);
     return error.empty() ? simulate(x) : complain(error);
 }

@@ -115,6 +115,7 @@ static const struct {
 } rows[] = {
     {"--chipinfo=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.chip_file, v); }, "FILE"},
     {"--coverage=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.coverage, v); }, "FILE"},
+    {"--debug", ALONE, [](settings_t &s, const std::string &) { return s.debug = true; }, ""},
     {"--exit=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.exit_register, v); }, "REGISTER"},
     {"--irq=", VALUE, set_irq, "SOURCE@cycle"},
     {"--limit=", VALUE, set_limit, "a number of cycles"},
@@ -164,6 +165,8 @@ std::string read_settings(const std::vector<std::string> &arguments, settings_t 
         if (!row->set(s, value))
             return zo_format("wrong value \"%s\" of %s: it is ", value.c_str(), name.c_str()) + row->value;
     }
+    if (s.debug && !s.input_register.empty())
+        return "--debug reads commands from standard input: give the serial unit its text by the command send, not by --stdin";
     if (s.inputs.empty())
         return "nothing to run: name a HEX, binary or ELF file, or objects";
     if (s.script.empty())

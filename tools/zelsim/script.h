@@ -22,7 +22,7 @@ struct settings_t {
     std::string input_register, output_register;
     std::string trace, profile, vcd, coverage;   // files; "-" is the standard output
     uint64_t limit = 300'000'000;                // cycles
-    bool strict = false, xinst = false, vectors = false, quiet = false;
+    bool strict = false, xinst = false, vectors = false, quiet = false, debug = false;
     bool help = false, version = false;
     std::vector<sim_input> events;
     std::vector<expectation_t> expectations;

@@ -654,6 +654,7 @@ static inline void step(sim_t &s)
 }
 
 void sim_step(sim_t &s) { step(s); }
+[[gnu::cold]] void sim_poke(sim_t &s, uint32_t address, uint8_t byte) { write_special(s, address, byte); }
 
 void sim_go(sim_t &s)
 {

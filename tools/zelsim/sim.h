@@ -88,6 +88,7 @@ struct sim_t {
 void sim_init(sim_t &sim, const target_t &target, const std::vector<uint8_t> &program);
 void sim_watch(sim_t &sim, uint32_t address);                 // its accesses go into the log
 void sim_patch(sim_t &sim, uint32_t address, uint8_t byte);   // changes program memory
+void sim_poke(sim_t &sim, uint32_t address, uint8_t byte);    // as an instruction would write it
 void sim_step(sim_t &sim);
 sim_stop sim_run(sim_t &sim, uint64_t limit);   // limit in instructions
 void sim_go(sim_t &sim);                        // until `deadline`, or until it stops
