@@ -348,7 +348,7 @@ void zl_overlay(zl_linker &l, zl_areas &areas, const zl_flow &f)
 void zl_add_areas(zl_linker &l, const zl_areas &areas)
 {
     static const zo_file none;
-    l.modules.push_back({"areas of functions", &none, {}, {}, {}});
+    l.modules.push_back({"areas of functions", "", &none, {}, {}, {}});
     zl_module &m = l.modules.back();
     zl_piece &p = m.pieces[areas.psect];
     p.flags = ZO_F_GLOBAL;

@@ -66,7 +66,7 @@ std::string zl_archive_members(std::span<const uint8_t> bytes, std::vector<zl_me
     return "";
 }
 
-static bool read_file(const std::string &path, std::vector<uint8_t> &bytes)
+bool zl_read_file(const std::string &path, std::vector<uint8_t> &bytes)
 {
     FILE *const f = fopen(path.c_str(), "rb");
     if (!f)
@@ -105,8 +105,8 @@ void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source>
 {
     for (const std::string &path : paths) {
         zl_source source;
-        source.name = path;
-        if (!read_file(path, source.bytes)) {
+        source.name = source.path = path;
+        if (!zl_read_file(path, source.bytes)) {
             messages.push_back({path, zo_format("can't read the file: %s", strerror(errno)), false});
             continue;
         }
@@ -119,7 +119,7 @@ void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source>
                 messages.push_back({path, error, false});
             for (const zl_member &m : members) {
                 const uint8_t *const begin = source.bytes.data() + m.at;
-                add({path + "(" + m.name + ")", {begin, begin + m.size}, {}, true, false}, sources, messages);
+                add({path + "(" + m.name + ")", path, {begin, begin + m.size}, {}, true, false}, sources, messages);
             }
         } else {
             add(std::move(source), sources, messages);

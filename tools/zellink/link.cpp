@@ -48,7 +48,7 @@ static void add_areas(zl_linker &l)
     if (!l.draft) {
         zl_linker draft{l.options, l.target, true};
         for (const zl_module &m : l.modules)
-            draft.modules.push_back({m.name, m.file, {}, {}, {}});
+            draft.modules.push_back({m.name, m.path, m.file, {}, {}, {}});
         link_all(draft);
         zl_overlay(l, areas, zl_take_apart(draft));
     }
@@ -78,7 +78,7 @@ void zl_link(zl_linker &l, const std::deque<zl_source> &sources)
 {
     for (const zl_source &s : sources)
         if (s.wanted)
-            l.modules.push_back({s.name, &s.file, {}, {}, {}});
+            l.modules.push_back({s.name, s.path, &s.file, {}, {}, {}});
     link_all(l);
 }
 
@@ -87,7 +87,7 @@ std::vector<std::string> link_modules(const std::vector<link_module> &sources, c
     const zl_options options;
     zl_linker l{options, target};
     for (const link_module &source : sources) {
-        l.modules.push_back({source.name, &source.file, {}, {}, {}});
+        l.modules.push_back({source.name, source.name, &source.file, {}, {}, {}});
         if (const std::string &why = source.file.error; !source.file.decoded())
             zl_complain(l, source.name, why.empty() ? "a record can't be decoded" : why);
     }

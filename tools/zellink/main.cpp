@@ -24,6 +24,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --psect=NAME=address      address of a psect\n"
                                  "  --gc                      leave out psects that nothing reaches\n"
                                  "  --keep=NAME               but not this psect, or that of this symbol\n"
+                                 "  --listing                 finish the listings of -L with final numbers\n"
                                  "  --map=FILE                tell what lies where\n"
                                  "  --callgraph               tell who calls whom, with bytes and stack\n"
                                  "  --check                   look for wrong banks, lost code and unsaved registers\n"
@@ -52,13 +53,21 @@ static bool same_file(const std::string &a, const std::string &b)
     return whole(a) == whole(b) || std::filesystem::equivalent(a, b, ignored);   // links to one file have two names
 }
 
+// Empty, or why the file may not be written.
+static std::string overwritten(const std::string &out, const std::vector<std::string> &inputs)
+{
+    for (const std::string &in : inputs)
+        if (same_file(out, in))
+            return "output " + zl_quoted(out) + " would overwrite input " + zl_quoted(in);
+    return "";
+}
+
 // Empty, or why an output may not be written there.
 static std::string conflict(const zl_options &o)
 {
     for (const std::string &out : {o.output, o.map})
-        for (const std::string &in : o.inputs)
-            if (!out.empty() && same_file(out, in))
-                return "output " + zl_quoted(out) + " would overwrite input " + zl_quoted(in);
+        if (std::string error = out.empty() ? "" : overwritten(out, o.inputs); !error.empty())
+            return error;
     return !o.map.empty() && same_file(o.map, o.output) ? "program and map are the same file" : "";
 }
 
@@ -131,11 +140,27 @@ int main(int argc, char **argv)
         if (!options.call_graph)
             report.clear();
     }
+    std::vector<zl_listing> listings;
+    if (options.listing && !zl_failed(l))
+        listings = zl_listings(l);
     print(l.messages);
     if (zl_failed(l))
         return FAULTY;
+    std::vector<std::string> others = options.inputs;
+    others.insert(others.end(), {options.output, options.map});
+    for (const zl_listing &listing : listings)
+        others.push_back(listing.relocs);
+    for (const zl_listing &listing : listings)
+        if (!overwritten(listing.path, others).empty()) {
+            fprintf(stderr, "zellink: error: listing %s is also another file of this link\n",
+                    zl_quoted(listing.path).c_str());
+            return UNUSABLE;
+        }
     const auto program = options.format == "bin" ? zl_binary : options.format == "elf" ? zl_elf : zl_hex;
     if (!write_file(options.output, program(l)) || (!options.map.empty() && !write_file(options.map, zl_map(l))))
         return UNUSABLE;
+    for (const zl_listing &listing : listings)
+        if (!write_file(listing.path, listing.text))
+            return UNUSABLE;
     return told(stdout, ((options.quiet ? "" : zl_memory_table(l)) + report).c_str(), GOOD);
 }

@@ -69,6 +69,7 @@ static bool set_chip_file(zl_options &o, const std::string &value) { return !(o.
 static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
 static bool set_call_graph(zl_options &o, const std::string &) { return o.call_graph = true; }
 static bool set_check(zl_options &o, const std::string &) { return o.check = true; }
+static bool set_listing(zl_options &o, const std::string &) { return o.listing = true; }
 static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
 
 static const struct {
@@ -83,6 +84,7 @@ static const struct {
     {"--format=", set_format, "hex, bin or elf"},
     {"--gc", set_gc, ""},
     {"--keep=", set_keep, "NAME of a psect or symbol"},
+    {"--listing", set_listing, ""},
     {"--map=", set_map, "FILE"},
     {"--psect=", set_psect, "NAME=address, in hexadecimal"},
     {"--quiet", set_quiet, ""},

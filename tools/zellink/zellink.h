@@ -3,7 +3,8 @@
 // A link goes through the files of this folder in this order: `input` reads objects and archives, `reach` takes the members
 // that are needed and leaves out what nothing reaches, `psects` joins what modules give of a psect, `symbols` knows names and
 // works out expressions, `place` gives addresses, `fields` fills in what the assembler left open and makes the image,
-// `output` writes it, and `map` tells what lies where. `link` is their order, `options` the command line.
+// `output` writes it, `map` tells what lies where, and `listing` finishes the listings of the modules. `link` is their order,
+// `options` the command line.
 //
 // `flow` takes the linked code apart into functions; `calls` makes the call graph of them, and lays the areas of functions that
 // FNCONF asks for over each other; `check` looks for slips that only the whole program shows.
@@ -74,6 +75,7 @@ using zl_symbols = std::unordered_map<std::string_view, zl_symbol>;
 
 struct zl_module {
     std::string name;   // file, or archive(member)
+    std::string path;   // of the file
     const zo_file *file = nullptr;
     std::map<std::string, zl_piece> pieces;
     std::vector<zl_piece *> order;
@@ -97,7 +99,7 @@ struct zl_options {
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
     std::set<std::string> keep;                  // psects and symbols that gc leaves in
-    bool gc = false, quiet = false, call_graph = false, check = false;
+    bool gc = false, quiet = false, call_graph = false, check = false, listing = false;
 };
 
 // An undefined symbol is told at the first few places that use it, and then by their number.
@@ -135,11 +137,12 @@ std::string zl_quoted(const std::string &name);
 
 // input. The files in the order of the command line; archives with all their members.
 struct zl_source {
-    std::string name;
+    std::string name, path;       // archive(member), and its file
     std::vector<uint8_t> bytes;   // what the records look into
     zo_file file;
     bool member = false, wanted = true;   // of an archive: wanted only if something needs it
 };
+bool zl_read_file(const std::string &path, std::vector<uint8_t> &bytes);   // false: errno tells why
 void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources,
                     std::vector<zl_message> &messages);
 // The members of an archive as `ar` makes it: name and place in `bytes`. Gives back an error text, empty on success.
@@ -300,6 +303,12 @@ std::string zl_elf(const zl_linker &l);   // in a file of its own
 // map
 std::string zl_memory_table(const zl_linker &l);
 std::string zl_map(const zl_linker &l);
+
+// listing. The listings of the modules that have one, with final numbers; complains of those that can't be finished.
+struct zl_listing {
+    std::string path, relocs, text;   // relocs: the file that it is made of
+};
+std::vector<zl_listing> zl_listings(zl_linker &l);
 
 // options. Gives back an error text, empty on success; `help` and `version` are then set if that is what was asked for.
 std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version);
