@@ -12,6 +12,10 @@
 #include "zellink.h"
 
 using node_t = uint32_t;   // the number of a function, in order of addresses
+
+namespace
+{
+
 struct graph_t {
     std::vector<const zl_function *> functions;
     std::map<uint32_t, node_t> number;
@@ -19,6 +23,8 @@ struct graph_t {
     std::vector<node_t> callers_first;   // outside of knots
     std::vector<node_t> knot;            // the same for those that reach each other
 };
+
+}   // namespace
 
 static void add_edge(graph_t &g, node_t a, node_t b)
 {
@@ -250,12 +256,17 @@ zl_areas zl_wanted_areas(zl_linker &l)
     return areas;
 }
 
+namespace
+{
+
 // Begins and ends of areas by function. A function that is reached again, behind more than before, moves up with all it leads to.
 struct layout_t {
     const graph_t &g;
     std::vector<uint64_t> size, start;   // of an area
     uint64_t end = 0;                    // of all so far
 };
+
+}   // namespace
 
 // Places what `root` reaches at `base` and above.
 static void lay(layout_t &y, node_t root, uint64_t base)

@@ -13,6 +13,9 @@ enum : uint32_t { HEADER = 52, PROGRAM_HEADER = 32, SECTION_HEADER = 40 };
 enum : uint32_t { PROGBITS = 1, SYMTAB = 2, STRTAB = 3, NOTE = 7, NOBITS = 8, SHF_WRITE = 1, SHF_ALLOC = 2, SHF_EXEC = 4 };
 constexpr uint16_t ABSOLUTE = 0xFFF1;
 
+namespace
+{
+
 struct elf_section_t {
     std::string name;
     uint32_t type, flags, address, size;
@@ -20,6 +23,8 @@ struct elf_section_t {
     uint32_t link = 0, info = 0, entry = 0, align = 1;
     const zl_group *group = nullptr;
 };
+
+}   // namespace
 
 static void put(std::string &out, uint64_t value, unsigned bytes)
 {
@@ -75,12 +80,17 @@ static void add_data(const zl_linker &l, std::vector<elf_section_t> &sections)
 
 // Symbols.
 
+namespace
+{
+
 struct elf_symbol_t {
     std::string_view name;
     uint32_t value;
     uint16_t section;
     bool global;
 };
+
+}   // namespace
 
 static uint16_t section_of(const std::vector<elf_section_t> &sections, const zl_group *group, uint32_t value)
 {

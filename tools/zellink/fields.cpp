@@ -21,6 +21,9 @@ static std::string number(int64_t value)
     return value < 0 ? std::to_string(value) : zo_format("0x%llX", static_cast<unsigned long long>(value));
 }
 
+namespace
+{
+
 struct field_t {
     const zl_module &module;
     const zl_piece &piece;
@@ -30,6 +33,8 @@ struct field_t {
     uint64_t stood;   // what was in the field
     unsigned word;    // two bytes at the field, 0 if it isn't at the begin of an instruction
 };
+
+}   // namespace
 
 // What a field refers to. A place in a psect goes by the name that it has, if it has one.
 static std::string described(const zl_linker &l, const field_t &f)

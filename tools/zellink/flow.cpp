@@ -134,12 +134,18 @@ bool zl_function_address(const zl_flow &f, const zl_module &m, const std::string
 }
 
 using edges_t = std::set<std::pair<uint32_t, uint32_t>>;
+
+namespace
+{
+
 struct records_t {
     std::set<uint32_t> functions, roots, pointed;
     edges_t calls, breaks;
     std::map<uint32_t, uint16_t> signatures;
     std::set<std::pair<uint32_t, uint32_t>> indirect;   // function, signature
 };
+
+}   // namespace
 
 static records_t read_records(const zl_flow &f)
 {

@@ -113,9 +113,8 @@ const zo_listreloc *names_of(const zl_module &m)
 // Empty, or why the file is no relocation listing.
 std::string fault_of(const zo_file &file)
 {
-    const bool listing = std::any_of(file.records.begin(), file.records.end(), [](const zo_record &r) {
-        return r.type == ZO_LR_TEXT || r.type == ZO_LR_RELOC;
-    });
+    const bool listing = std::any_of(file.records.begin(), file.records.end(),
+                                     [](const zo_record &r) { return r.type == ZO_LR_TEXT || r.type == ZO_LR_RELOC; });
     if (!listing)
         return "no relocation listing";
     return file.decoded() && file.records.back().type == ZO_END ? "" : "a damaged relocation listing";

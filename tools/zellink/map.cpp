@@ -3,12 +3,17 @@
 
 #include "zellink.h"
 
+namespace
+{
+
 struct region_t {
     std::string name;
     uint8_t memory;
     ranges_t ranges;
     bool always;   // shown even if nothing is in it
 };
+
+}   // namespace
 
 static std::vector<region_t> regions(const zl_linker &l)
 {
@@ -77,11 +82,16 @@ static void list_psects(const zl_linker &l, std::string &out)
     }
 }
 
+namespace
+{
+
 struct entry_t {
     std::string_view name, psect, module;
     int64_t value;
     uint8_t space;   // absolute values come behind all addresses
 };
+
+}   // namespace
 
 static std::vector<entry_t> symbols_of(const zl_linker &l)
 {

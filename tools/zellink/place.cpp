@@ -98,6 +98,9 @@ zl_class zl_class_of(const zl_linker &l, const zl_group &g)
 
 // Units: a psect with those that follow it by `with`.
 
+namespace
+{
+
 struct unit_t {
     std::vector<std::pair<zl_group *, uint64_t>> members;   // offset from the begin
     uint64_t size = 0, boundary = 1, limit = UINT64_MAX;
@@ -105,6 +108,8 @@ struct unit_t {
     bool fixed = false;
     uint64_t capacity = 0;   // bytes that it could choose from
 };
+
+}   // namespace
 
 static void add_member(unit_t &u, zl_group &g)
 {

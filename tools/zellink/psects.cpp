@@ -42,12 +42,17 @@ static void collect_text(zl_piece &p, const zo_text &text)
     }
 }
 
+namespace
+{
+
 // A condition that the assembler left open, with the place where it stands.
 struct condition_t {
     const zl_piece *piece;
     uint64_t offset;
     const zo_expr *condition;
 };
+
+}   // namespace
 
 static void collect_line(zl_piece &p, const zo_symbol &s, const std::string *file)
 {

@@ -11,10 +11,15 @@
 
 // Members.
 
+namespace
+{
+
 struct names_t {
     std::set<std::string_view> globals, locals;
     std::vector<std::string_view> used;
 };
+
+}   // namespace
 
 static names_t names_of(const zo_file &file)
 {

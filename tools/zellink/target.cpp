@@ -35,6 +35,9 @@ static std::string upper(std::string text)
     return text;
 }
 
+namespace
+{
+
 struct attribute_t {
     std::string key, value;
 };
@@ -42,6 +45,8 @@ struct section_t {
     std::string name;   // empty for the lines ahead of the first section
     std::vector<attribute_t> attributes;
 };
+
+}   // namespace
 
 static std::vector<section_t> read_sections(const std::string &path)
 {

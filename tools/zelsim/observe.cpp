@@ -41,11 +41,16 @@ std::string place_text(const program_t &p, uint32_t at)
 
 // Waves.
 
+namespace
+{
+
 struct wave_t {
     std::string name;
     unsigned bits;
     uint32_t value;
 };
+
+}   // namespace
 
 static std::vector<wave_t> signals(const devices_t &d, const sim_t &s)
 {
@@ -126,10 +131,15 @@ void observe_step(observe_t &o, const program_t &p, const devices_t &d, const si
 
 // Reports.
 
+namespace
+{
+
 struct share_t {
     std::string name;
     uint64_t count = 0, cycles = 0;
 };
+
+}   // namespace
 
 static std::string share_table(const std::map<std::string, share_t> &shares, uint64_t total, const char *title)
 {

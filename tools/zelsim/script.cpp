@@ -105,7 +105,12 @@ static bool set_limit(settings_t &s, const std::string &value)
     return number(value, 10, UINT64_MAX / 4, s.limit) && s.limit;
 }
 
+namespace
+{
+
 enum form_t { ALONE, VALUE, OPTIONAL };
+
+}   // namespace
 
 static const struct {
     const char *word;

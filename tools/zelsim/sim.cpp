@@ -19,7 +19,12 @@
 
 #include "zelobj.h"
 
+namespace
+{
+
 enum where_t : uint8_t { FIXED, BANKED, INDEXED };
+
+}   // namespace
 
 static sim_op decode(const sim_t &s, uint32_t at);
 
@@ -203,9 +208,14 @@ static void write(sim_t &s, uint32_t at, unsigned value)
 
 static unsigned zn(unsigned r) { return ((r & 255) == 0 ? ST_Z : 0) | (r & 128 ? ST_N : 0); }
 
+namespace
+{
+
 struct result_t {
     unsigned value, bits, changed;
 };   // changed: the status bits that take the value of bits
+
+}   // namespace
 
 static result_t add(unsigned a, unsigned b, unsigned carry)
 {
@@ -240,6 +250,9 @@ static void multiply(sim_t &s, unsigned a)
 
 // Handlers: of the byte group, which have a file operand and a destination.
 
+namespace
+{
+
 enum byte_op_t {
     IORWF,
     ANDWF,
@@ -259,6 +272,8 @@ enum byte_op_t {
     RLNCF,
     SWAPF
 };
+
+}   // namespace
 
 template <byte_op_t OP> static result_t combine(unsigned f, unsigned w, unsigned c)
 {
@@ -306,7 +321,12 @@ template <unsigned STEP, bool ZERO> static void step_and_skip(sim_t &s, const si
 
 // Of the group with a file operand alone.
 
+namespace
+{
+
 enum compare_t { LESS, EQUAL, GREATER, ZERO };
+
+}   // namespace
 
 template <compare_t C> static void compare_and_skip(sim_t &s, const sim_op &op)
 {
@@ -332,7 +352,12 @@ static void op_negf(sim_t &s, const sim_op &op)
 
 // Of bits; `second` is the bit.
 
+namespace
+{
+
 enum bit_op_t { TOGGLE, SET, CLEAR };
+
+}   // namespace
 
 template <bit_op_t OP> static void bit_op(sim_t &s, const sim_op &op)
 {
