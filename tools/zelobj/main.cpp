@@ -3,6 +3,7 @@
 // Exit status: 0 if all is well, 1 if a file is malformed, 2 for wrong usage or a file that cannot be read or written.
 #include "zelobj.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -32,6 +33,22 @@ static bool read_file(const char *path, std::vector<uint8_t> &bytes)
     bool good = !ferror(f);
     fclose(f);
     return good;
+}
+
+// What a file is that isn't of records at all; empty for one that begins as an object file does.
+static std::string foreign(const std::vector<uint8_t> &bytes)
+{
+    if (bytes.size() >= ZO_HEAD && bytes[1] <= 2 && bytes[2] == ZO_IDENT)
+        return "";
+    const std::string_view text{reinterpret_cast<const char *>(bytes.data()), bytes.size()};
+    const char *is = text.empty()                    ? "the file is empty"
+                     : text.starts_with("!<arch>\n") ? "an archive: take its members out with `ar x`"
+                     : text.starts_with("\x7F"
+                                        "ELF")
+                         ? "an ELF file: readelf and nm show it"
+                     : text.starts_with(":") ? "it looks like Intel HEX"
+                                             : "it doesn't begin with an IDENT record";
+    return std::string("not an object file or relocation listing of this assembler: ") + is;
 }
 
 int main(int argc, char **argv)
@@ -66,6 +83,11 @@ int main(int argc, char **argv)
         if (!read_file(argv[i], bytes)) {
             fprintf(stderr, "zelobj: %s: %s\n", argv[i], strerror(errno));
             status = 2;
+            continue;
+        }
+        if (const std::string why = foreign(bytes); !why.empty()) {
+            fprintf(stderr, "zelobj: %s: %s\n", argv[i], why.c_str());
+            status = std::max(status, 1);
             continue;
         }
         zo_file file = zo_read(bytes);
