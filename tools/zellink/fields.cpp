@@ -53,7 +53,7 @@ static std::string described(const zl_linker &l, const field_t &f)
 
 static void check_fit(zl_linker &l, const field_t &f, zl_sum sum)
 {
-    const std::string what = described(l, f) + " is " + number(sum.value);
+    const auto what = [&] { return described(l, f) + " is " + number(sum.value); };   // it looks through all symbols
     const int64_t top = int64_t{1} << f.bits, half = top / 2;
     if (sum.data && f.bits == 8 && f.word && has_file_operand(f.word) && sum.value >= 0) {
         const uint64_t address = static_cast<uint64_t>(sum.value);
@@ -61,20 +61,21 @@ static void check_fit(zl_linker &l, const field_t &f, zl_sum sum)
         const bool reached = address <= UINT32_MAX && in_ranges({t.common, t.sfr_common}, static_cast<uint32_t>(address));
         if (!(f.word & 0x100) && !reached)
             zl_complain(l, f.piece, f.offset,
-                        what + ", outside of the access bank, which the instruction addresses: select the bank and let the "
-                               "operand be banked (\",b\"), or put the psect into class COMRAM");
+                        what() +
+                            ", outside of the access bank, which the instruction addresses: select the bank and let the "
+                            "operand be banked (\",b\"), or put the psect into class COMRAM");
         else if (address >= (t.wide ? 0x4000 : 0x1000))
-            zl_complain(l, f.piece, f.offset, what + ", no address of data memory");
+            zl_complain(l, f.piece, f.offset, what() + ", no address of data memory");
     } else if (f.bits == 11) {   // only branches have such a field: a distance in words
         if (sum.value < -half || sum.value >= half)
             zl_complain(l, f.piece, f.offset,
-                        what + zo_format(", farther than the branch reaches, %lld to %lld words: take "
-                                         "`goto` or `call`",
-                                         static_cast<long long>(-half), static_cast<long long>(half - 1)));
+                        what() + zo_format(", farther than the branch reaches, %lld to %lld words: take "
+                                           "`goto` or `call`",
+                                           static_cast<long long>(-half), static_cast<long long>(half - 1)));
     } else if (sum.value < -half || sum.value >= top) {
-        zl_complain(
-            l, f.piece, f.offset,
-            what + zo_format(", which doesn't fit into %u bit%s: take a part of it, as low() does", f.bits, plural(f.bits)));
+        zl_complain(l, f.piece, f.offset,
+                    what() + zo_format(", which doesn't fit into %u bit%s: take a part of it, as low() does", f.bits,
+                                       plural(f.bits)));
     }
 }
 
