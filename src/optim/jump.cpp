@@ -55,8 +55,8 @@ static bool same_steady_bit(const op_t *a, const op_t *b)
 // Whether `w` gives the bit that `b` tests a value, and both may be left out.
 static bool sets_tested_bit(const op_t *w, const op_t *b)
 {
-    return w->op_type == T_BCF && (w->op_subop | TPL_INVERT) == TPL_BCF && same_steady_bit(b, w) &&
-           !((b->op_flags | w->op_flags) & OPF_VOLATILE);
+    return w->op_type == T_BCF && (w->op_subop | TPL_INVERT) == TPL_BCF && same_steady_bit(b, w) && !op_marked(b) &&
+           !op_marked(w);
 }
 
 // The `goto` directly behind a BTFSC, free.
