@@ -21,3 +21,10 @@ echo
 cd "$out"
 "$bin/zellink" --check -o blink.hex blink.obj
 "$bin/zelsim" --script=../../examples/blink.test blink.obj
+
+echo
+echo "A product of eight modules, examples/console: linked, checked, its tests run, and a session at its serial port:"
+echo
+cd ../../examples/console
+make -s BIN="$bin" OUT="$out/console" all check coverage
+head -5 "$out/console/session.out"
