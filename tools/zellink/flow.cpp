@@ -30,7 +30,8 @@ uint32_t zl_access_address(const target_t &t, const zo_code &c)
 {
     if (c.banked || (c.form != ZO_FILE_ACC && c.form != ZO_FILE_DEST && c.form != ZO_FILE_BIT))
         return UINT32_MAX;
-    return c.a <= t.common.hi ? c.a : (t.sfr_common.hi & ~255u) | c.a;
+    const uint32_t half = c.a <= (t.common.hi & 255u) ? t.common.hi : t.sfr_common.hi;   // memory needn't begin at 0
+    return (half & ~255u) | c.a;
 }
 
 static bool writes_pcl(const target_t &t, const zo_code &c)
