@@ -32,7 +32,7 @@ compare() {
     fi
 }
 
-cp "$examples"/* "$work" && cd "$work" || exit 1
+cp "$examples"/*.as "$examples"/*.inc "$work" && cd "$work" || exit 1
 for source in *.as; do
     compare "$source" " -mcpu=ZEL8K10" "$source"
     compare "$source" " -mcpu=ZEL8K10" "$source" -O
