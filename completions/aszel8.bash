@@ -48,13 +48,15 @@ _aszel8() {
         _aszel8_files --cfgdata= "${cur#*=}" '*.cfgdata'
         [[ disabled == "${cur#*=}"* ]] && COMPREPLY+=(--cfgdata=disabled)
         ;;
-    --edf=* | --opt-report=* | --udf=*) _aszel8_files "${cur%%=*}=" "${cur#*=}" '*' ;;
+    --depfile=* | --edf=* | --opt-report=* | --udf=*) _aszel8_files "${cur%%=*}=" "${cur#*=}" '*' ;;
+    --include=*) COMPREPLY=($(compgen -P --include= -d -- "${cur#*=}")) ;;
     -[Cc]?*) _aszel8_files "${cur:0:2}" "${cur:2}" '*.ini' ;;
     -[EeLlOo]?*) _aszel8_files "${cur:0:2}" "${cur:2}" '*' ;;
     -*)
         COMPREPLY=($(compgen -W "-mcpu= -ver= -auto_inline -no_inline -no_pa -no_trans
             -A -B -C -E -F -H -I -L -O -R -T -V -W -X
-            --cfgdata= --cmode= --disl= --edf= --emax= --errata= --lib --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
+            --cfgdata= --cmode= --define= --depfile= --deptarget= --disl= --edf= --emax= --errata= --help --include= --lib
+            --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
             --udf= --ver --xinst" -- "$cur"))
         ;;
     @*) _aszel8_files @ "${cur#@}" '*' ;;

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "chip/cfgdata.h"
+#include "code/ops.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/number.h"
@@ -25,6 +26,7 @@
 #include "env/cmode.h"
 #include "env/html.h"
 #include "env/qvdebug.h"
+#include "front/lexutil.h"
 #include "options.h"
 
 constexpr const char *PRODUCT = "ZEL8 Assembler";
@@ -34,7 +36,7 @@ static struct {
     int argc;
     char **argv;
     int first_errors = -1;   // what standard error was before the first -E<file>
-    const char *obj_file, *list_file;
+    const char *obj_file, *list_file, *dep_target;
     const char *version = "";   // of -ver=
 } command;
 
@@ -375,6 +377,107 @@ static void option_qvdebug(const char *list)
     debug_log_args(command.argc, command.argv);
 }
 
+static bool has_value(const char *option, const char *value)
+{
+    if (!*value)
+        alert_text("E", "%s needs a value", option);
+    return *value;
+}
+
+static void option_include(const char *dir)
+{
+    if (!has_value("--include=", dir))
+        return;
+    if (!asked.include_dirs)
+        asked.include_dirs = vec_make<const char *>();
+    vec_add(asked.include_dirs, dir);
+}
+
+// Whether the scanner takes it for the name of a symbol, whatever a statement expects.
+static bool is_symbol_name(const char *name)
+{
+    const size_t length = strlen(name);
+    if (!lex_is_letter(*name) || *name == '$')
+        return false;
+    for (const char *s = name; *s; s++)
+        if (!lex_is_letter(*s) && !lex_is_digit(*s) && *s != '@')
+            return false;
+    return (*name == '_' && length > 1 && name[1] != '_') || !op_lookup_keyword(name, length);
+}
+
+// A decimal number, or a hexadecimal one with 0x; either with a sign.
+static bool read_value(const char *text, int64_t *value)
+{
+    const bool negative = *text == '-';
+    text += negative;
+    uint64_t n;
+    const char *rest = scan_digits(text, strncasecmp(text, "0x", 2) == 0 ? 16 : 10, &n);
+    *value = static_cast<int64_t>(negative ? 0 - n : n);
+    return rest && !*rest;
+}
+
+static void option_define(const char *text)
+{
+    if (!has_value("--define=", text))
+        return;
+    const char *equals = strchr(text, '=');
+    define_t *d = xnew<define_t>();
+    d->name = equals ? cache_substring(text, static_cast<size_t>(equals - text)) : text;
+    d->value = 1;
+    if (!is_symbol_name(d->name)) {
+        alert_text("E", "--define=%s: \"%s\" can't be the name of a symbol", text, d->name);
+    } else if (equals && !read_value(equals + 1, &d->value)) {
+        alert_text("E", "--define=%s: the value has to be a number, decimal or with 0x", text);
+    } else {
+        if (!asked.defines)
+            asked.defines = vec_make<const define_t *>();
+        vec_add(asked.defines, d);
+    }
+}
+
+static void option_depfile(const char *file)
+{
+    if (has_value("--depfile=", file))
+        asked.dep_file = file;
+}
+
+static void option_deptarget(const char *name)
+{
+    if (has_value("--deptarget=", name))
+        command.dep_target = name;
+}
+
+static void option_help(const char *)
+{
+    fputs("usage: aszel8 -mcpu=CHIP [option...] file...      or: aszel8 @FILE, with these words in the file\n"
+          "  -mcpu=CHIP            the chip; -CFILE or -cFILE: its file, if it isn't to be that of the installation\n"
+          "  --cfgdata=FILE        what config statements need\n"
+          "  --maxizel, --xinst    all memory that addresses reach; the extended instruction set\n"
+          "  -OFILE                name of the object file, or with -A of the assembly text\n"
+          "  -A                    assembly text instead of an object file\n"
+          "  -L, -LFILE            a listing; its page: -FLINES, -TCOLUMNS, -ver=TEXT; numbers in hexadecimal: -H\n"
+          "  -C                    a cross-reference\n"
+          "  -V                    lines of the source for a debugger\n"
+          "  --depfile=FILE        what was read, as a rule for Make; --deptarget=NAME: the target that it names\n"
+          "  --include=DIR         where includes are looked for that aren't found as they are told\n"
+          "  --define=NAME[=N]     a symbol; 1 without a number\n"
+          "  -no_trans, --cmode=MODE   instructions as written; a source for another tool\n"
+          "  -O                    optimise; -no_pa, -no_inline, -auto_inline, -BLABEL, --opt=WORDS steer that\n"
+          "  --opt-report=FILE     what the optimiser did; --errata=N: chip errors to work around\n"
+          "  -WN, -WN!             warnings of level N and above; and they make the exit status 1\n"
+          "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
+          "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
+          "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
+          "  --ver, --help         the version, this text\n"
+          "An option is one word, its value behind it: -Omain.obj. A bare -O optimises. Options come first.\n",
+          stdout);
+    if (fflush(stdout) != 0) {
+        perror("standard output");
+        alert_stop(1);
+    }
+    alert_stop(0);
+}
+
 static void option_lib(const char *) { asked.lib_paths = true; }
 static void option_maxizel(const char *) { asked.maxizel = true; }
 static void option_xinst(const char *) { asked.xinst = true; }
@@ -408,6 +511,11 @@ static const struct {
     {"qvdebug=", false, option_qvdebug},
     {"xinst", true, option_xinst},
     {"cfgdata=", false, option_cfgdata},
+    {"include=", false, option_include},
+    {"define=", false, option_define},
+    {"depfile=", false, option_depfile},
+    {"deptarget=", false, option_deptarget},
+    {"help", true, option_help},
 };
 // clang-format on
 
@@ -435,6 +543,7 @@ static void settle_names()
 {
     const char *source = asked.src_files[0];
     asked.obj_file = command.obj_file ? command.obj_file : with_extension(source, asked.asm_output ? "opt" : "obj");
+    asked.dep_target = command.dep_target ? command.dep_target : asked.obj_file;
     asked.list_file = command.list_file ? command.list_file : with_extension(source, "lst");
     asked.rlf_file = with_extension(asked.list_file, "rlf");
     asked.crf_file = with_extension(source, "crf");

@@ -14,6 +14,12 @@
 // Bits of the mask of --errata=.
 enum : uint32_t { ERRATA_NOPS = 0x4001, ERRATA_NO_PA = 0x0011, ERRATA_NOP2 = 0x20000 };
 
+// A symbol that the command line defines.
+struct define_t {
+    const char *name;
+    int64_t value;
+};
+
 struct options_t {
     const char *chip_name;            // upper case
     const char *user_chipinfo_path;   // -C<path>
@@ -26,6 +32,11 @@ struct options_t {
     const char *list_file, *rlf_file;   // listing, relocation listing
     const char *crf_file;               // cross-reference file
     const char *report_file;            // --opt-report=; null for none
+    const char *dep_file;               // --depfile=; null for none
+    const char *dep_target;             // what it tells of: --deptarget=, or the object file
+
+    vec_t<const char *> include_dirs;   // --include=: searched in this order; may be null
+    vec_t<const define_t *> defines;    // --define=, in their order; may be null
 
     bool asm_output;                               // -A: assembly text, not an object file
     bool auto_inline;                              // -auto_inline

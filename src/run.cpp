@@ -26,6 +26,7 @@
 #include "common/srcpos.h"
 #include "common/xalloc.h"
 #include "env/catalogue.h"
+#include "env/depfile.h"
 #include "env/html.h"
 #include "env/qvdebug.h"
 #include "front/cond.h"
@@ -67,10 +68,26 @@ static void load_chip()
         chip_maximise(chip);
 }
 
+// They belong to this module alone, and the source may say the same again, or change them by `set`.
+static void define_symbols()
+{
+    for (const define_t *d : opt.defines) {
+        symbol_t *s = sym_enter(d->name, 0);
+        if (!(s->s_flags & S_UNDEF) && s->s_flags & S_GLOBAL) {
+            alert_text("E", "--define=%s: the assembler defines this symbol itself", d->name);
+            continue;
+        }
+        s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
+        s->s_flags |= S_SET;
+        s->s_value = value_const(d->value);
+    }
+}
+
 static void parse_sources()
 {
     program_init();
     sym_init();
+    define_symbols();
     tlab_init();
     lex_init();
     yyparse();
@@ -165,6 +182,22 @@ static void write_report()
         no_report();
 }
 
+static void write_dependencies()
+{
+    if (!opt.dep_file)
+        return;
+    if (opt.user_chipinfo_path)
+        depfile_add(opt.user_chipinfo_path);
+    FILE *to = open_output(opt.dep_file);
+    if (to)
+        depfile_write(to, opt.dep_target);
+    if (to && guard_close(to))
+        return;
+    guard_perror(opt.dep_file);
+    const srcpos_nowhere_t nowhere;
+    alert_msg(461, "dependency", opt.dep_file);
+}
+
 void run_start(int argc, char **argv)
 {
     static const alert_services_t services = {catalogue_path, stop, catalogue_text, catalogue_length};
@@ -215,6 +248,7 @@ int run_assemble()
         write_object(with_rlf);
     }
     write_report();
+    write_dependencies();
     crossref_close();
     HTML_close();
     debug_finish();

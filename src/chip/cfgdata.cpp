@@ -31,6 +31,7 @@
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
+#include "env/depfile.h"
 
 constexpr int CTRL_Z = 0x1A;
 enum : size_t { LINE_SIZE = 1024, ENDLESS_LINE = 1 << 20 };
@@ -319,6 +320,8 @@ static void load()
     if (!st.enabled || st.is_ready)
         return;
     FILE *in = fopen(st.cfg_filename, "r");
+    if (in)
+        depfile_add(st.cfg_filename);
     if (in)
         guard_input(fileno(in));
     if (!in || !parse(in))

@@ -22,19 +22,18 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <initializer_list>
 #include <strings.h>
 #include <unistd.h>
 
 #include "code/crossref.h"
 #include "common/alert.h"
-#include "common/fileguard.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
 #include "front/macro.h"
+#include "front/sources.h"
 #include "options.h"
 
 yylval_t yylval;
@@ -139,13 +138,9 @@ static bool read_more(input_ctx_t *c)
     return false;
 }
 
-// Opens `name` for `c` and reads the first block, so that a directory or a failing device shows at once.
-static bool open_and_read(input_ctx_t *c, const char *name)
+// Reads the first block of an open file, so that a failing device shows at once.
+static bool read_first(input_ctx_t *c, int fd)
 {
-    int fd = open(name, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    guard_input(fd);
     keep_room(c, 0, BLOCK);
     ssize_t n = read(fd, c->buf, c->capacity - 1);
     if (n < 0) {
@@ -201,20 +196,13 @@ static void cant_open(const char *name)
 bool lex_open(const char *name)
 {
     input_ctx_t *c = next_context();
-    // Names that came from a system without regard to case may be spelt otherwise on the disk.
-    const char *dir = cache_dirname(name), *last = cache_basename(name), *dot = strrchr(last, '.');
-    const char *stem = dot ? cache_substring(last, static_cast<size_t>(dot - last)) : last;
-    const char *tries[] = {name, cache_lower(last), cache_upper(last), dot ? cache_concat(stem, cache_lower(dot)) : nullptr};
-    bool opened = open_and_read(c, name);
-    int why = errno;
-    for (int i = 1; !opened && i < 4; i++)
-        if (tries[i])
-            opened = open_and_read(c, dir ? cache_printf("%s/%s", dir, tries[i]) : tries[i]);
-    if (!opened) {
-        errno = why;
+    const char *path = name;
+    const int fd = source_open(&path, lx.depth > 0);
+    if (fd < 0 || !read_first(c, fd)) {
         cant_open(name);
         return false;
     }
+    name = path;
     crossref_file(name);
     c->ctx_file = cache_string(name);
     c->fresh = true;

@@ -1,0 +1,62 @@
+// A name is opened from the working directory, not from that of the file that includes it. Names that came from a system without
+// regard to case may be spelt otherwise on the disk, so some spellings are tried. What an `include` names is then looked for in the
+// same way in each folder of --include=.
+#include "front/sources.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common/fileguard.h"
+#include "common/stringcache.h"
+#include "env/depfile.h"
+#include "options.h"
+
+static int open_file(const char *path)
+{
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    struct stat info;
+    if (fd < 0)
+        return -1;
+    if (fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {   // a directory opens and can't be read
+        close(fd);
+        errno = EISDIR;
+        return -1;
+    }
+    guard_input(fd);
+    depfile_add(cache_string(path));
+    return fd;
+}
+
+static int open_spelt(const char *name)
+{
+    const char *dir = cache_dirname(name), *last = cache_basename(name), *dot = strrchr(last, '.');
+    const char *stem = dot ? cache_substring(last, static_cast<size_t>(dot - last)) : last;
+    const char *others[] = {cache_lower(last), cache_upper(last), dot ? cache_concat(stem, cache_lower(dot)) : nullptr};
+    int fd = open_file(name);
+    const int why = errno;
+    for (const char *other : others)
+        if (fd < 0 && other)
+            fd = open_file(dir ? cache_printf("%s/%s", dir, other) : other);
+    errno = why;
+    return fd;
+}
+
+int source_open(const char **name, bool included)
+{
+    int fd = open_spelt(*name);
+    if (fd >= 0 || !included || **name == '/')
+        return fd;
+    const int why = errno;
+    for (const char *dir : opt.include_dirs) {
+        const char *path = cache_printf("%s/%s", dir, *name);
+        if ((fd = open_spelt(path)) >= 0) {
+            *name = path;
+            return fd;
+        }
+    }
+    errno = why;
+    return -1;
+}
