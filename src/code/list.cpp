@@ -26,7 +26,6 @@ static struct {
     op_t *free_nodes;                             // chained through op_prev
     uint32_t last_id;
     uint32_t moves;                         // nodes that were unlinked intact, or linked behind a label
-    uint32_t removed_at;                    // where the last reference was removed from a label's
     vec_t<const char *> pending_comments;   // null, or not empty
     FILE *summary_comments;                 // null until there is one
 } st;
@@ -290,20 +289,23 @@ op_t *op_past_silent(op_t *op)
     return op;
 }
 
-// The label that a jump or call leads to; null for all other kinds.
-static op_t *label_of(const op_t *op)
+static bool names_its_target(const op_t *op)
 {
     switch (op->op_type) {
     case T_BRA:
     case T_BCC:
     case T_RCALL:
     case T_GOTO:
-    case T_CALL: {
-        const value_t *v = &op->op_opnd1.opnd_value;
-        return v->v_rtype == RT_SYM && v->v_sym ? v->v_sym->s_defop : nullptr;
+    case T_CALL: return true;
+    default: return false;
     }
-    default: return nullptr;
-    }
+}
+
+// The label that a jump or call leads to; null for all other kinds.
+static op_t *label_of(const op_t *op)
+{
+    const value_t *v = &op->op_opnd1.opnd_value;
+    return names_its_target(op) && v->v_rtype == RT_SYM && v->v_sym ? v->v_sym->s_defop : nullptr;
 }
 
 op_t *op_target(const op_t *node)
@@ -327,11 +329,19 @@ void op_set_position(const op_t *node)
 
 // References.
 
+// A node may have become another kind since it was entered, one that has something else there.
+static void note_ref_at(op_t *ref, uint32_t at)
+{
+    if (names_its_target(ref))
+        ref->op_ref_at = at;
+}
+
 void op_add_new_ref(op_t *ref, op_t *label_node)
 {
     vec_t<op_t *> &refs = op_more(label_node)->op_refs;
     if (!refs)
         refs = vec_make<op_t *>(4);
+    note_ref_at(ref, vec_size(refs));
     vec_add(refs, ref);
 }
 
@@ -342,21 +352,25 @@ void op_add_ref(op_t *ref, op_t *label_node)
         op_add_new_ref(ref, label_node);
 }
 
-// Walks go forward or backward, and what goes next mostly stands beside what went last. The order of references counts for
-// nothing, so that the last one takes the place.
+// Thousands may lead to one label, so nobody looks for a reference that is where it was entered. The order of references
+// counts for nothing, so that the last one takes the place.
 void op_remove_ref(op_t *ref, op_t *label_node)
 {
     const vec_t<op_t *> refs = op_more(label_node)->op_refs;
     const uint32_t count = vec_size(refs);
-    uint32_t below = st.removed_at < count ? st.removed_at : count, above = below;
-    while (below > 0 || above < count)
-        for (const uint32_t i : {above < count ? above++ : count, below > 0 ? --below : count})
-            if (i < count && vec_elementAt(refs, i) == ref) {
-                vec_setAt(refs, vec_elementAt(refs, count - 1), i);
-                vec_pop(refs);
-                st.removed_at = i;
-                return;
-            }
+    if (count == 0)
+        return;
+    auto at = static_cast<uint32_t>(ref->op_ref_at);
+    if (at >= count || vec_elementAt(refs, at) != ref) {
+        const int64_t found = vec_indexOf(refs, ref);
+        if (found < 0)
+            return;
+        at = static_cast<uint32_t>(found);
+    }
+    op_t *last = vec_elementAt(refs, count - 1);
+    vec_setAt(refs, last, at);
+    vec_pop(refs);
+    note_ref_at(last, at);
 }
 
 void list_build_refs(symbol_t *psect)

@@ -60,6 +60,7 @@ struct alignas(64) op_t {
         const char *op_text;    // MESSG, TITLE, INCLUDE
         uint64_t op_tlab;       // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
         data_item_t *op_data;   // DB
+        uint64_t op_ref_at;     // jumps and calls: where they stand in op_refs of their label, if they still do
     };
     union {                  // scratch of the optimiser's modules:
         uint64_t op_order;   // grows along the list, with gaps

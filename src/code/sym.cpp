@@ -122,6 +122,12 @@ static slot_t *slot_of(const symbol_t *s, uint32_t *tag)
     return find_slot(s->s_name, len, s->s_hash, *tag);
 }
 
+void sym_rename(symbol_t *s, const char *name)
+{
+    s->s_name = name;
+    s->s_hash = hash_name(name, strlen(name));
+}
+
 void sym_link(symbol_t *s)
 {
     uint32_t tag;

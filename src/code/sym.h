@@ -152,18 +152,20 @@ symbol_t *sym_new(const char *name);   // a record in no table, whose value is a
 symbol_t *sym_newlabel();              // anonymous, in no table; "L%u" of a number that no name of the program made so uses
 symbol_t *sym_define_abs(const char *name, int64_t value);
 symbol_t *sym_clone(const symbol_t *s);   // a copy of every field, in no table
-void sym_link(symbol_t *s);               // into the table, hiding any record of the name and space
-void sym_unlink(symbol_t *s);             // out of the table, showing what it hid
-void sym_free(symbol_t *s);               // a record that is in no table and that nothing points to
-uint32_t sym_last_seqno();                // of the record made last: those that come have higher ones
-size_t sym_longest_name();                // characters, of all names entered
-uint32_t sym_bucket(const char *name);    // 0 to 60492
-vec_t<symbol_t *> sym_slot_order();       // all records of the table, in bucket order; a new vector
-vec_t<symbol_t *> sym_name_order();       // the same records by name, ties by s_seqno, for assembly text
-vec_t<symbol_t *> psect_order();          // psects as the object file has them; message 783
-fn_t *sym_fn(symbol_t *s);                // s_fn, made at first use
-set_t *sym_set_new();                     // a set of symbols by name, ties by s_seqno
-inline void sym_add_ref(symbol_t *s)      // s_refs + 1, stopping at REFS_KEEP
+// Of a record that is in no table, which is found by its name once it is linked.
+void sym_rename(symbol_t *s, const char *name);
+void sym_link(symbol_t *s);              // into the table, hiding any record of the name and space
+void sym_unlink(symbol_t *s);            // out of the table, showing what it hid
+void sym_free(symbol_t *s);              // a record that is in no table and that nothing points to
+uint32_t sym_last_seqno();               // of the record made last: those that come have higher ones
+size_t sym_longest_name();               // characters, of all names entered
+uint32_t sym_bucket(const char *name);   // 0 to 60492
+vec_t<symbol_t *> sym_slot_order();      // all records of the table, in bucket order; a new vector
+vec_t<symbol_t *> sym_name_order();      // the same records by name, ties by s_seqno, for assembly text
+vec_t<symbol_t *> psect_order();         // psects as the object file has them; message 783
+fn_t *sym_fn(symbol_t *s);               // s_fn, made at first use
+set_t *sym_set_new();                    // a set of symbols by name, ties by s_seqno
+inline void sym_add_ref(symbol_t *s)     // s_refs + 1, stopping at REFS_KEEP
 {
     if (s->s_refs != REFS_KEEP)
         s->s_refs++;

@@ -136,9 +136,11 @@ void tlab_to_labels()
                 op->op_type = T_NAME;
                 op->op_opnd1.opnd_value = {};
                 op->op_sym = s;
+                const char *name;
                 do
-                    s->s_name = cache_printf("?t%u", ++count);
-                while (sym_find(s->s_name));   // the program may have such a name
+                    name = cache_printf("?t%u", ++count);
+                while (sym_find(name));   // the program may have such a name
+                sym_rename(s, name);
                 s->s_fn = nullptr;
                 s->s_owner = list->psect;
                 s->s_flags &= ~static_cast<uint64_t>(S_UNDEF);
