@@ -33,7 +33,7 @@ done
 
 # The same for the tools: table, tool, chapter.
 while read -r table tool chapter; do
-    words=$(sed -n '/^} rows\[\] = {/,/^}/s/^    {"\(-[a-z-]*=*\)",.*/\1/p' "$top/tools/$tool/$table.cpp")
+    words=$(sed -n '/^} rows\[\] = {/,/^}/s/^    {"\(-[a-zA-Z0#,-]*=*\)",.*/\1/p' "$top/tools/$tool/$table.cpp")
     [ "$(wc -w <<<"$words")" -ge 9 ] || complain "no table of options of $tool found"
     for word in $words; do
         grep -q -- "^| .*\`$word" "$top/docs/manual/$chapter.md" || complain "manual: no $word of $tool"
@@ -42,6 +42,7 @@ while read -r table tool chapter; do
         "$tool" --help | grep -q -- "  .*$word" || complain "help: no $word of $tool"
     done
 done <<<"options zellink linking
+options zel8 driver
 script zelsim simulating"
 
 printf '\tnop\n' >t.as

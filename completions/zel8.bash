@@ -1,0 +1,20 @@
+# Bash completion for zel8.
+_zel8() {
+    local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]}
+    local chip=$cur
+    COMPREPLY=()
+    if [[ $cur == = ]]; then chip= prev=-mcpu; elif [[ $prev == = ]]; then prev=${COMP_WORDS[COMP_CWORD - 2]}; fi
+    case $prev in
+    -mcpu) COMPREPLY=($(compgen -W "$("$1" --list-chips 2>/dev/null)" -- "${chip^^}")) ;;
+    -I) COMPREPLY=($(compgen -d -- "$cur")) ;;
+    *)
+        case $cur in
+        -*) COMPREPLY=($(compgen -W "-c -S -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
+        *) COMPREPLY=($(compgen -f -- "$cur")) ;;
+        esac
+        ;;
+    esac
+    [[ ${COMPREPLY[0]} == *[=,-] ]] && compopt -o nospace 2>/dev/null
+}
+
+complete -o filenames -F _zel8 zel8

@@ -1,0 +1,66 @@
+// zel8: assembles and links, with the options that compilers have.
+//
+// Exit status: 0, 1 if a source or the program is wrong or a file can't be written, 2 for wrong usage.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include "common/streams.h"
+#include "zel8.h"
+
+namespace fs = std::filesystem;
+
+static const char help_text[] = "usage: zel8 -mcpu=CHIP [option...] file...\n"
+                                "  -mcpu=CHIP              the chip\n"
+                                "  -c, -S, -fsyntax-only   objects; assembly text; messages alone. Otherwise all is linked\n"
+                                "  -o FILE                 the output; of a program .hex, .bin or .elf\n"
+                                "  -I DIR, -D NAME[=N], -U NAME   where includes are; symbols\n"
+                                "  -O0, -O, -Os, -g        optimise: not, yes, for space; lines for a debugger\n"
+                                "  -Wall, -Wextra, -w      more warnings, all, none\n"
+                                "  -Werror, -Wno-N         warnings fail the run; message N is silenced\n"
+                                "  -MD, -MMD, -MF FILE, -MT NAME, -MP   rules for Make beside the objects\n"
+                                "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
+                                "  -j N                    so many sources at a time\n"
+                                "  -v, -###                show the commands; and don't run them\n"
+                                "  --list-chips, --print-search-dirs, --version, --help\n"
+                                "  @FILE                   more of these words from a file\n";
+
+static std::string chips(const fs::path &data)
+{
+    std::set<std::string> names;
+    std::error_code error;
+    for (const auto &file : fs::directory_iterator(data / "ini", error)) {
+        std::ifstream in(file.path());
+        for (std::string line; std::getline(in, line);)
+            if (line.starts_with("[") && line.find(']') != std::string::npos)
+                names.insert(line.substr(1, line.find(']') - 1));
+    }
+    std::string text;
+    for (const std::string &name : names)
+        text += name + "\n";
+    return text;
+}
+
+int main(int argc, char **argv)
+{
+    if (!streams_complete())
+        return 2;
+    z8_options o;
+    if (const std::string error = z8_parse({argv + 1, argv + argc}, o); !error.empty()) {
+        fprintf(stderr, "zel8: error: %s\n", error.c_str());
+        return 2;
+    }
+    std::error_code ignored;
+    const fs::path bin = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+    const fs::path data = bin.parent_path() / "zel" / "dat";
+    std::string text;
+    switch (o.what) {
+    case z8_options::WORK: return z8_run(o, bin);
+    case z8_options::HELP: text = help_text; break;
+    case z8_options::VERSION: text = "zel8 " ZELLINK_VERSION "\n"; break;
+    case z8_options::CHIPS: text = chips(data); break;
+    case z8_options::DIRECTORIES: text = "programs: " + bin.string() + "\ndata: " + data.string() + "\n"; break;
+    }
+    return fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0;
+}

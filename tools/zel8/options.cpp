@@ -1,0 +1,254 @@
+// options: the words of the command line. What isn't known is an error, with the nearest word that is.
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+#include "zel8.h"
+
+enum : size_t { FILE_DEPTH = 8, FAR = 3 };
+
+using value_t = const std::string &;
+
+static std::string split_words(std::vector<std::string> &to, std::string_view list)
+{
+    while (true) {
+        const size_t comma = list.find(',');
+        to.emplace_back(list.substr(0, comma));
+        if (comma == std::string_view::npos)
+            return "";
+        list.remove_prefix(comma + 1);
+    }
+}
+
+static std::string set_define(z8_options &o, value_t value)
+{
+    const size_t equals = std::min(value.find('='), value.size());
+    o.defines.emplace_back(value.substr(0, equals), value.substr(equals));
+    return "";
+}
+
+static std::string undefine(z8_options &o, value_t value)
+{
+    std::erase_if(o.defines, [&](const auto &d) { return d.first == value; });
+    return "";
+}
+
+static std::string set_jobs(z8_options &o, value_t value)
+{
+    const char *end = value.data() + value.size();
+    const auto [rest, error] = std::from_chars(value.data(), end, o.jobs);
+    return error == std::errc() && rest == end && o.jobs > 0 ? "" : "-j needs a number of processes, not " + value;
+}
+
+static std::string silence(z8_options &o, value_t value)
+{
+    if (value.find_first_not_of("0123456789") != std::string::npos)
+        return "-Wno- needs the number of a message, not " + value;
+    o.assembler.push_back("--msgdisable=" + value);
+    return "";
+}
+
+static std::string optimise(z8_options &o, bool on, bool space)
+{
+    std::erase_if(o.assembler, [](const std::string &w) { return w == "-O" || w == "--opt=space"; });
+    if (on)
+        o.assembler.push_back("-O");
+    if (space)
+        o.assembler.push_back("--opt=space");
+    return "";
+}
+
+// How a word takes its value.
+enum form_t { BARE, BEHIND, BEHIND_OR_NEXT };
+
+// clang-format off
+static const struct {
+    const char *word;
+    form_t form;
+    std::string (*set)(z8_options &, value_t);
+} rows[] = {
+    {"-mcpu=", BEHIND, [](z8_options &o, value_t v) { o.chip = v; return std::string(); }},
+    {"-o", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.output = v; return std::string(); }},
+    {"-c", BARE, [](z8_options &o, value_t) { o.only_assemble = true; return std::string(); }},
+    {"-S", BARE, [](z8_options &o, value_t) { o.text = true; return std::string(); }},
+    {"-fsyntax-only", BARE, [](z8_options &o, value_t) { o.only_check = true; return std::string(); }},
+    {"-I", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.assembler.push_back("--include=" + v); return std::string(); }},
+    {"-D", BEHIND_OR_NEXT, set_define},
+    {"-U", BEHIND_OR_NEXT, undefine},
+    {"-O0", BARE, [](z8_options &o, value_t) { return optimise(o, false, false); }},
+    {"-O", BARE, [](z8_options &o, value_t) { return optimise(o, true, false); }},
+    {"-Os", BARE, [](z8_options &o, value_t) { return optimise(o, true, true); }},
+    {"-g", BARE, [](z8_options &o, value_t) { o.assembler.push_back("-V"); return std::string(); }},
+    {"-Wall", BARE, [](z8_options &o, value_t) { o.level = std::min(o.level, -4); return std::string(); }},
+    {"-Wextra", BARE, [](z8_options &o, value_t) { o.level = -9; return std::string(); }},
+    {"-Werror", BARE, [](z8_options &o, value_t) { o.werror = true; return std::string(); }},
+    {"-Wno-", BEHIND, silence},
+    {"-Wa,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.assembler, v); }},
+    {"-Wl,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.linker, v); }},
+    {"-w", BARE, [](z8_options &o, value_t) { o.assembler.push_back("--msgdisable=0"); return std::string(); }},
+    {"-MD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
+    {"-MMD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
+    {"-MP", BARE, [](z8_options &o, value_t) { o.phony = true; return std::string(); }},
+    {"-MF", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.dep_file = v; return std::string(); }},
+    {"-MT", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.dep_target = v; return std::string(); }},
+    {"-j", BEHIND_OR_NEXT, set_jobs},
+    {"-v", BARE, [](z8_options &o, value_t) { o.verbose = true; return std::string(); }},
+    {"-###", BARE, [](z8_options &o, value_t) { o.dry = true; return std::string(); }},
+    {"--help", BARE, [](z8_options &o, value_t) { o.what = z8_options::HELP; return std::string(); }},
+    {"--version", BARE, [](z8_options &o, value_t) { o.what = z8_options::VERSION; return std::string(); }},
+    {"--list-chips", BARE, [](z8_options &o, value_t) { o.what = z8_options::CHIPS; return std::string(); }},
+    {"--print-search-dirs", BARE, [](z8_options &o, value_t) { o.what = z8_options::DIRECTORIES; return std::string(); }},
+};
+// clang-format on
+
+static size_t distance(std::string_view a, std::string_view b)
+{
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); j++)
+        row[j] = j;
+    for (size_t i = 1; i <= a.size(); i++) {
+        size_t corner = row[0];
+        row[0] = i;
+        for (size_t j = 1; j <= b.size(); j++) {
+            const size_t changed = corner + (a[i - 1] != b[j - 1]);
+            corner = row[j];
+            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+static std::string unknown(const std::string &word)
+{
+    const size_t equals = word.find('=');
+    const std::string_view name = std::string_view(word).substr(0, equals == std::string::npos ? equals : equals + 1);
+    const char *nearest = nullptr;
+    size_t least = std::min<size_t>(FAR, name.size() / 2 + 1);
+    for (const auto &row : rows)
+        if (const size_t d = name.size() < 40 ? distance(name, row.word) : FAR; d < least) {
+            least = d;
+            nearest = row.word;
+        }
+    return "unknown option " + word + (nearest ? std::string("; did you mean ") + nearest + "?" : "");
+}
+
+// The row that takes the word: one that is the whole of it, or else the longest that begins it and takes a value.
+static std::string set_option(z8_options &o, const std::vector<std::string> &words, size_t &i)
+{
+    const std::string &word = words[i];
+    const auto *found = static_cast<decltype(&rows[0])>(nullptr);
+    for (const auto &row : rows) {
+        if (row.form == BARE ? word == row.word : word.starts_with(row.word))
+            if (!found || std::string_view(row.word).size() > std::string_view(found->word).size())
+                found = &row;
+    }
+    if (!found)
+        return unknown(word);
+    std::string value = found->form == BARE ? "" : word.substr(std::string_view(found->word).size());
+    if (found->form == BEHIND_OR_NEXT && value.empty() && i + 1 < words.size())
+        value = words[++i];
+    if (found->form != BARE && value.empty())
+        return std::string(found->word) + " needs a value";
+    return found->set(o, value);
+}
+
+// The words of a file: parted by white space, with quotes around one that holds some and a backslash ahead of any character.
+static std::string read_words(const std::string &path, std::vector<std::string> &words)
+{
+    std::ifstream in(path, std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    if (!in || std::filesystem::is_directory(path))
+        return "can't read option file " + path;
+    std::string word;
+    bool some = false;
+    char quote = 0;
+    for (size_t i = 0; i < text.size(); i++) {
+        const char c = text[i];
+        if (c == '\\' && i + 1 < text.size()) {
+            word += text[++i];
+            some = true;
+        } else if (quote ? c == quote : c == '"' || c == '\'') {
+            quote = quote ? '\0' : c;
+            some = true;
+        } else if (quote || !(c == ' ' || (c >= '\t' && c <= '\r'))) {
+            word += c;
+            some = true;
+        } else if (some) {
+            words.push_back(word);
+            word.clear();
+            some = false;
+        }
+    }
+    if (some)
+        words.push_back(word);
+    return quote ? "option file " + path + ": a quote isn't closed" : "";
+}
+
+static std::string expand(const std::vector<std::string> &from, std::vector<std::string> &to, size_t depth)
+{
+    for (const std::string &word : from) {
+        if (word.size() < 2 || word[0] != '@') {
+            to.push_back(word);
+            continue;
+        }
+        if (depth == FILE_DEPTH)
+            return "option files name each other more than 8 deep";
+        std::vector<std::string> words;
+        if (std::string error = read_words(word.substr(1), words); !error.empty())
+            return error;
+        if (std::string error = expand(words, to, depth + 1); !error.empty())
+            return error;
+    }
+    return "";
+}
+
+std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o)
+{
+    std::vector<std::string> words;
+    if (std::string error = expand(arguments, words, 0); !error.empty())
+        return error;
+    for (size_t i = 0; i < words.size() && o.what == z8_options::WORK; i++) {
+        if (words[i].empty())
+            return "an empty word stands where a file is wanted";
+        if (words[i][0] != '-')
+            o.inputs.push_back(words[i]);
+        else if (std::string error = set_option(o, words, i); !error.empty())
+            return error;
+    }
+    return o.what == z8_options::WORK ? z8_check(o) : "";
+}
+
+bool z8_is_source(const std::string &path)
+{
+    const std::string extension = std::filesystem::path(path).extension();
+    return extension == ".as" || extension == ".asm" || extension == ".s" || extension == ".AS" || extension == ".ASM";
+}
+
+std::string z8_check(const z8_options &o)
+{
+    if (o.inputs.empty())
+        return "no files given";
+    if (o.chip.empty())
+        return "no chip given: name it with -mcpu=; --list-chips shows which there are";
+    const bool links = !o.only_assemble && !o.text && !o.only_check;
+    size_t sources = 0;
+    for (const std::string &input : o.inputs) {
+        if (input.ends_with(".S"))
+            return input + " would have to go through a preprocessor, which zel8 doesn't run";
+        sources += z8_is_source(input);
+        if (!links && !z8_is_source(input))
+            return input + " is no source, and nothing is linked here";
+        std::error_code ignored;
+        for (const std::string &out : {o.output, o.dep_file})
+            if (!out.empty() && (out == input || std::filesystem::equivalent(out, input, ignored)))
+                return "output " + out + " would overwrite input " + input;
+    }
+    if (!links && sources > 1 && (!o.output.empty() || !o.dep_file.empty() || !o.dep_target.empty()))
+        return "-o, -MF and -MT name one file, and there are several sources";
+    if (o.deps && links)
+        return "-MD goes with -c: each object has its own dependencies";
+    return "";
+}
