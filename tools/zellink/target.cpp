@@ -160,15 +160,44 @@ std::string target_read(const std::string &path, const std::string &chip, target
     return sane ? "" : path + ": chip " + chip + " isn't told completely";
 }
 
+static const char *const data_folders[] = {"/../zel/dat/", "/../dat/", "/../../zel/dat/"};
+
 std::string target_find(const std::string &bin, const std::string &chip, target_t &t)
 {
     const std::string name = lower(chip), family = name.starts_with("zel") ? name.substr(3) : name, own = name + ".ini",
                       shared = family.starts_with('8') ? "zelc-8.ini" : "zelc.ini";
-    for (const char *dat : {"/../zel/dat/", "/../dat/", "/../../zel/dat/"})
+    for (const char *dat : data_folders)
         for (const std::string &file : {"ini/" + own, own, shared})
             if (const std::string path = bin + dat + file; std::ifstream(path).good())
                 return target_read(path, chip, t);
     return "the installation has no file for chip " + chip;
+}
+
+// CSETTING:mask:name follows its CWORD:address, CVALUE:value:name its setting.
+static void read_switches(std::istream &in, target_t &t)
+{
+    switch_bits_t bits;
+    std::string setting;
+    for (std::string line; std::getline(in, line);) {
+        std::replace(line.begin(), line.end(), ':', ',');
+        const std::vector<std::string> p = parts(line);
+        if (p.size() > 1 && p[0] == "CWORD")
+            bits.address = hex(p[1]);
+        else if (p.size() > 2 && p[0] == "CSETTING") {
+            bits.mask = static_cast<uint8_t>(hex(p[1]));
+            setting = upper(p[2]);
+        } else if (p.size() > 2 && p[0] == "CVALUE" && p[2] == "ON" && bits.mask) {
+            bits.on = static_cast<uint8_t>(hex(p[1]));
+            t.switches[setting] = bits;
+        }
+    }
+}
+
+void target_switches(const std::string &bin, target_t &t)
+{
+    for (const char *dat : data_folders)
+        if (std::ifstream in(bin + dat + "cfgdata/" + lower(t.name) + ".cfgdata"); in)
+            return read_switches(in, t);
 }
 
 bool in_ranges(const ranges_t &ranges, uint32_t address)

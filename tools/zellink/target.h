@@ -18,6 +18,12 @@ struct sfr_bits_t {
     uint8_t low = 0, bits = 0;   // bits is 0 for a field that isn't there
 };
 
+// A setting of the configuration words that is on or off.
+struct switch_bits_t {
+    uint32_t address = 0;
+    uint8_t mask = 0, on = 0;   // on: the value of the bits
+};
+
 struct target_t {
     std::string name;
     bool wide = false;         // data addresses have 14 bits, not 12
@@ -30,16 +36,20 @@ struct target_t {
     ranges_t changing;                     // registers that change by themselves
     std::map<std::string, uint16_t> sfr;   // address by upper-case name
     std::map<std::string, sfr_bits_t> fields;
-    std::map<std::string, unsigned> sources;   // of interrupts: the number in the table of vectors
-    std::array<uint16_t, 3> vectors_at{};      // registers of the table's address, low one first; 0 if there are none
-    std::array<uint8_t, 3> vectors_reset{};    // what they hold after reset
-    sfr_bits_t status_low, status_high;        // tell which interrupts run
+    std::map<std::string, unsigned> sources;         // of interrupts: the number in the table of vectors
+    std::array<uint16_t, 3> vectors_at{};            // registers of the table's address, low one first; 0 if there are none
+    std::array<uint8_t, 3> vectors_reset{};          // what they hold after reset
+    std::map<std::string, switch_bits_t> switches;   // by setting, if target_switches found the chip's file
+    sfr_bits_t status_low, status_high;              // tell which interrupts run
 };
 
 // The chip of that name in the installation that has the directory `bin`, or in one file, in which its section may be found by
 // the end of its name. Gives back an error text, empty on success.
 std::string target_find(const std::string &bin, const std::string &chip, target_t &target);
 std::string target_read(const std::string &path, const std::string &chip, target_t &target);
+
+// Reads the switches from the installation's file of configuration data, if there is one.
+void target_switches(const std::string &bin, target_t &target);
 
 bool in_ranges(const ranges_t &ranges, uint32_t address);
 uint16_t target_sfr(const target_t &target, const std::string &name);       // 0 if the chip has no such register

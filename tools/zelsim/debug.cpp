@@ -161,7 +161,7 @@ static void show_end(const debugger_t &d)
         {SIM_SLEEP, "sleep"}, {SIM_LIMIT, "the limit of cycles"}, {SIM_EXIT, "exit"}};
     const session_t &x = d.x;
     const auto name = names.find(x.sim.stop);
-    printf("the program has ended: %s\n", x.at_until               ? "the label of --until"
+    printf("the program has ended: %s\n", x.at_until               ? "by --until"
                                           : x.sim.stop == SIM_RUNS ? "all is as expected"
                                           : name == names.end()    ? x.sim.why.c_str()
                                                                    : name->second);

@@ -1,7 +1,7 @@
 // load: a program's bytes, from one file of a flasher's formats, from an ELF file or from objects.
 //
 // HEX files come from any linker, so all record types are known, and each record is checked: its length, its checksum and
-// what its type asks for. What lies outside of program memory, configuration and the like, is for the chip, not for the run.
+// what its type asks for.
 #include "load.h"
 
 #include <algorithm>
@@ -97,7 +97,10 @@ static std::string read_file(const std::string &path, std::string &text)
 
 static std::string load_target(const load_request &request, const std::string &chip, target_t &target)
 {
-    return request.chip_file.empty() ? target_find(request.bin, chip, target) : target_read(request.chip_file, chip, target);
+    std::string error =
+        request.chip_file.empty() ? target_find(request.bin, chip, target) : target_read(request.chip_file, chip, target);
+    target_switches(request.bin, target);
+    return error;
 }
 
 static bool known(const target_t &t, uint32_t address)
@@ -129,8 +132,7 @@ static std::string load_file(const load_request &request, const std::string &pat
     for (const auto &[at, byte] : bytes) {
         if (!known(p.target, at))
             return path + zo_format(": 0x%X is outside of the memory of chip %s", at, p.target.name.c_str());
-        if (at < p.bytes.size())
-            p.bytes[at] = byte;
+        (at < p.bytes.size() ? p.bytes[at] : p.others[at]) = byte;
     }
     return "";
 }
@@ -199,8 +201,8 @@ static std::vector<std::string> load_objects(const load_request &request, progra
         messages = l.messages;
         for (const auto &[number, page] : l.image)
             for (uint32_t i = 0; i < page.bytes.size(); i++)
-                if (const uint32_t at = number * 256 + i; page.owner[i] && at < p.bytes.size())
-                    p.bytes[at] = page.bytes[i];
+                if (const uint32_t at = number * 256 + i; page.owner[i])
+                    (at < p.bytes.size() ? p.bytes[at] : p.others[at]) = page.bytes[i];
         note_symbols(l, p);
         note_lines(l, p);
     }
@@ -231,4 +233,13 @@ std::vector<std::string> load_program(const load_request &request, program_t &p)
         return {*plain + ": a linked program is run alone"};
     const std::string error = load_file(request, *plain, ending(*plain), p);
     return error.empty() ? std::vector<std::string>{} : std::vector<std::string>{error};
+}
+
+bool program_switch(const program_t &p, const std::string &setting)
+{
+    const auto bits = p.target.switches.find(setting);
+    if (bits == p.target.switches.end())
+        return false;
+    const auto byte = p.others.find(bits->second.address);
+    return byte != p.others.end() && (byte->second & bits->second.mask) == bits->second.on;
 }

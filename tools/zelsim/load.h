@@ -14,6 +14,7 @@ struct source_line {
 struct program_t {
     target_t target;
     std::vector<uint8_t> bytes;               // of program memory, 0xFF where nothing was put
+    std::map<uint32_t, uint8_t> others;       // what lies outside of it: configuration and the like
     std::map<uint32_t, std::string> labels;   // of code, by byte address
     std::map<std::string, uint32_t> code;     // byte address by name
     std::map<std::string, uint32_t> data;     // data address by name
@@ -29,6 +30,10 @@ struct load_request {
 
 // One HEX, binary or ELF file, or objects and archives. Gives back what is wrong, a line each; empty if nothing is.
 std::vector<std::string> load_program(const load_request &request, program_t &program);
+
+// Whether the program's configuration words have this setting on. One that the image doesn't hold, or of which the chip's files
+// tell nothing, is off.
+bool program_switch(const program_t &program, const std::string &setting);
 
 // The bytes of a HEX file by address. Gives back an error text with the line, empty on success.
 std::string read_hex(const std::string &text, std::map<uint32_t, uint8_t> &bytes);

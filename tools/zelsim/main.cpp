@@ -22,10 +22,11 @@ static const char usage_text[] =
     "  --chipinfo=FILE           the chip's file, if it isn't to be that of the installation\n"
     "  --start=LABEL             begin there, not at reset; labels may be hexadecimal addresses\n"
     "  --until=LABEL             end there\n"
+    "  --until=REGISTER=text     end when this serial unit has sent the text\n"
     "  --limit=N                 cycles after which the run has failed, else 300000000\n"
     "  --exit=REGISTER           a write to it ends the run with that exit status\n"
     "  --strict                  a write to memory that isn't there is a fault\n"
-    "  --xinst, --vectors        as the configuration bits XINST and VECTORS\n"
+    "  --xinst, --vectors        as the configuration settings, for a program that doesn't have them\n"
     "  --port=PORT=value@cycle   what the pins of a port are held at from then on\n"
     "  --irq=SOURCE@cycle        sets the interrupt flag SOURCEIF\n"
     "  --stdin=REGISTER          standard input goes to this serial unit\n"
@@ -102,9 +103,14 @@ static int finish(session_t &x)
     const std::string place = place_text(x.program, s.pc);
     std::string why;
     int status = GOOD;
-    switch (s.stop) {
+    switch (x.at_until ? SIM_RUNS : s.stop) {
     case SIM_SLEEP: why = "sleep, on to " + place; break;
-    case SIM_RUNS: why = (x.at_until ? "reached " : "all is as expected, at ") + place; break;
+    case SIM_RUNS:
+        why = (!x.at_until       ? "all is as expected, at "
+               : s.pc == x.until ? "reached "
+                                 : x.settings.until_register + " has sent the text, at ") +
+              place;
+        break;
     case SIM_EXIT:
         status = x.devices.exit_status;
         why = zo_format("exit status %d, on to ", status) + place;

@@ -100,6 +100,20 @@ static bool set_irq(settings_t &s, const std::string &value)
     return true;
 }
 
+static std::string split(const std::string &line, std::vector<std::string> &words);
+
+static bool set_until(settings_t &s, const std::string &value)
+{
+    const size_t equals = value.find('=');
+    std::vector<std::string> words;
+    if (equals == std::string::npos)
+        return set_text(s.until, value);
+    if (!split('"' + value.substr(equals + 1) + '"', words).empty() || words.size() != 1)
+        return false;
+    s.until_register = upper(value.substr(0, equals));
+    return set_text(s.until_text, words[0].substr(1));
+}
+
 static bool set_limit(settings_t &s, const std::string &value)
 {
     return number(value, 10, UINT64_MAX / 4, s.limit) && s.limit;
@@ -135,7 +149,7 @@ static const struct {
      "REGISTER"},
     {"--strict", ALONE, [](settings_t &s, const std::string &) { return s.strict = true; }, ""},
     {"--trace", OPTIONAL, [](settings_t &s, const std::string &v) { return set_text(s.trace, v); }, "FILE"},
-    {"--until=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.until, v); }, "LABEL or address"},
+    {"--until=", VALUE, set_until, "LABEL, address, or REGISTER and text"},
     {"--vcd=", VALUE, [](settings_t &s, const std::string &v) { return set_text(s.vcd, v); }, "FILE"},
     {"--vectors", ALONE, [](settings_t &s, const std::string &) { return s.vectors = true; }, ""},
     {"--xinst", ALONE, [](settings_t &s, const std::string &) { return s.xinst = true; }, ""},
@@ -275,6 +289,10 @@ static std::string script_line(const std::vector<std::string> &w, const std::str
         return line_expect(w, where, s);
     if (w[0] == "port" || w[0] == "irq" || w[0] == "send")
         return line_event(w, s);
+    if (w[0] == "until" && w.size() == 3 && w[2][0] == '"') {
+        s.until_register = upper(w[1]);
+        return set_text(s.until_text, w[2].substr(1)) ? "" : "an empty text is always there";
+    }
     for (const char *word : {"start", "until", "limit", "exit", "strict", "xinst", "vectors"})
         if (w[0] == word)
             for (const auto &row : rows)

@@ -19,6 +19,7 @@ struct settings_t {
     std::vector<std::string> inputs;
     std::string chip, chip_file, script;
     std::string start, until, exit_register;
+    std::string until_register, until_text;   // of a serial unit, and what it sends; empty for none
     std::string input_register, output_register;
     std::string trace, profile, vcd, coverage;   // files; "-" is the standard output
     uint64_t limit = 300'000'000;                // cycles

@@ -26,11 +26,15 @@ static void mark_absent(sim_t &s)
 static std::string prepare_serial(session_t &x)
 {
     const auto unit = [&](const std::string &name) { return devices_find_serial(x.devices, x.sim, name); };
-    const std::string &in = x.settings.input_register, &out = x.settings.output_register;
+    const std::string &in = x.settings.input_register, &out = x.settings.output_register, &last = x.settings.until_register;
     if (!in.empty() && !unit(in))
         return in + ": it isn't a register of a serial unit";
     if (!out.empty() && !unit(out))
         return out + ": it isn't a register of a serial unit";
+    x.until_unit = last.empty() ? nullptr : unit(last);
+    x.until_seen = 0;
+    if (!last.empty() && !x.until_unit)
+        return last + ": it isn't a register of a serial unit";
     if (!in.empty())
         unit(in)->from = stdin;
     if (!out.empty())
@@ -47,15 +51,16 @@ std::string session_prepare(session_t &x)
     mark_absent(s);
     s.log_tables = false;
     s.strict = settings.strict;
-    s.extended = settings.xinst;
+    s.extended = settings.xinst || program_switch(x.program, "XINST");
     if (!settings.start.empty() && !code_address(x.program, settings.start, s.pc))
         return settings.start + ": no such label or address of code to start at";
     if (!settings.until.empty() && !code_address(x.program, settings.until, x.until))
         return settings.until + ": no such label or address of code to end at";
     if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, x.devices.exit_at))
         return settings.exit_register + ": no such register to exit by";
-    x.devices.use_table = settings.vectors && x.program.target.vectors_at[0];
-    if (settings.vectors && !x.devices.use_table)
+    const bool vectors = settings.vectors || program_switch(x.program, "VECTORS");
+    x.devices.use_table = vectors && x.program.target.vectors_at[0];
+    if (vectors && !x.devices.use_table)
         return "chip " + x.program.target.name + " has no table of vectors";
     devices_init(x.devices, s);
     for (const sim_input &input : settings.events)
@@ -79,6 +84,16 @@ static bool all_expected(const session_t &x)
     return !all.empty() && !at_end && x.watch.done == all.size();
 }
 
+static bool text_sent(session_t &x)
+{
+    if (!x.until_unit)
+        return false;
+    const std::string &sent = x.until_unit->sent, &text = x.settings.until_text;
+    const size_t from = x.until_seen - std::min(x.until_seen, text.size() - 1);
+    x.until_seen = sent.size();
+    return sent.find(text, from) != std::string::npos;
+}
+
 bool session_settle(session_t &x)
 {
     sim_t &s = x.sim;
@@ -86,6 +101,8 @@ bool session_settle(session_t &x)
         const uint64_t limit = std::min(x.settings.limit, watch_deadline(x.watch, x.settings));
         devices_service(x.devices, s, limit);
         watch_update(x.watch, x.settings, x.devices, s);
+        if (x.at_until = text_sent(x); x.at_until)
+            return false;
         if (all_expected(x) || (s.stop != SIM_RUNS && !x.devices.asleep))
             return false;
         if (s.cycles >= limit)

@@ -12,6 +12,8 @@ struct session_t {
     observe_t observe;
     watch_t watch;
     uint32_t until = UINT32_MAX;
+    devices_serial *until_unit = nullptr;   // whose text ends the run; null for none
+    size_t until_seen = 0;                  // how much of what it sent has been looked at
     bool at_until = false;
 };
 
