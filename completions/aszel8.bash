@@ -39,6 +39,8 @@ _aszel8() {
     case $cur in
     -mcpu=*) COMPREPLY=($(compgen -P -mcpu= -W "$(_aszel8_chips "$1")" -- "$(tr '[:lower:]' '[:upper:]' <<<"${cur#*=}")")) ;;
     --opt=*) _aszel8_words --opt= "${cur#*=}" "debug space speed" ;;
+    --diagnostics=*) COMPREPLY=($(compgen -P --diagnostics= -W "plain rich" -- "${cur#*=}")) ;;
+    --color=*) COMPREPLY=($(compgen -P --color= -W "auto always never" -- "${cur#*=}")) ;;
     --cmode=*) _aszel8_words --cmode= "${cur#*=}" "ost zcc zcce zmasm zmlink zmlib cxi vcc" ;;
     --qvdebug=*)
         _aszel8_words --qvdebug= "${cur#*=}" "default on out: sdb dwarf zip zip: alerts adt num: debug:
@@ -55,7 +57,7 @@ _aszel8() {
     -*)
         COMPREPLY=($(compgen -W "-mcpu= -ver= -auto_inline -no_inline -no_pa -no_trans
             -A -B -C -E -F -H -I -L -O -R -T -V -W -X
-            --cfgdata= --cmode= --define= --depfile= --deptarget= --disl= --edf= --emax= --errata= --help --include= --lib
+            --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --help --include= --lib
             --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
             --udf= --ver --xinst" -- "$cur"))
         ;;

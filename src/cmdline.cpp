@@ -26,6 +26,7 @@
 #include "env/cmode.h"
 #include "env/html.h"
 #include "env/qvdebug.h"
+#include "front/diagnostics.h"
 #include "front/lexutil.h"
 #include "options.h"
 
@@ -215,6 +216,7 @@ static void lost_error_file(const char *file)
 static void option_e(const char *arg)
 {
     const char *rest = arg + 2;
+    diagnostics_stay_plain();
     if (!*rest) {
         asked.structured = 1;
     } else if (rest[0] >= '0' && rest[0] <= '9' && !rest[1]) {
@@ -447,6 +449,18 @@ static void option_deptarget(const char *name)
         command.dep_target = name;
 }
 
+static void option_diagnostics(const char *form)
+{
+    if (!diagnostics_set_form(form))
+        alert_text("E", "--diagnostics=%s: the forms are plain and rich", form);
+}
+
+static void option_color(const char *when)
+{
+    if (!diagnostics_set_color(when))
+        alert_text("E", "--color=%s: it is auto, always or never", when);
+}
+
 static void option_help(const char *)
 {
     fputs("usage: aszel8 -mcpu=CHIP [option...] file...      or: aszel8 @FILE, with these words in the file\n"
@@ -467,6 +481,7 @@ static void option_help(const char *)
           "  -WN, -WN!             warnings of level N and above; and they make the exit status 1\n"
           "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
           "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
+          "  --diagnostics=plain|rich, --color=auto|always|never   messages as a line, or with the source\n"
           "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
           "  --ver, --help         the version, this text\n"
           "An option is one word, its value behind it: -Omain.obj. A bare -O optimises. Options come first.\n",
@@ -515,6 +530,8 @@ static const struct {
     {"define=", false, option_define},
     {"depfile=", false, option_depfile},
     {"deptarget=", false, option_deptarget},
+    {"diagnostics=", false, option_diagnostics},
+    {"color=", false, option_color},
     {"help", true, option_help},
 };
 // clang-format on

@@ -30,6 +30,7 @@
 #include "env/html.h"
 #include "env/qvdebug.h"
 #include "front/cond.h"
+#include "front/diagnostics.h"
 #include "front/lexutil.h"
 #include "front/statement.h"
 #include "optim/changes.h"
@@ -202,6 +203,7 @@ void run_start(int argc, char **argv)
 {
     static const alert_services_t services = {catalogue_path, stop, catalogue_text, catalogue_length};
     alert_set_services(&services);
+    diagnostics_start();
     alert_set_formats("%f: %l: (%n) %s (error)", "%f: %l: (%n) %s (warning)", "%f: %l: %s");
     cmdline_collect(&argc, &argv);
     srcpos.cur_file = "";

@@ -67,6 +67,7 @@ static const char no_line_text[] = "Non line specific message";
 static struct {
     const alert_services_t *services;
     void (*log)(const char *line);
+    bool (*show)(const alert_report_t *report);
     bool ready;   // the formats are set and the catalogue is loaded
     vec_t<alert_record_t *> own, primary, override_texts;
     vec_t<uint32_t> actions;
@@ -91,6 +92,7 @@ static struct {
 
 void alert_set_services(const alert_services_t *services) { st.services = services; }
 void alert_set_log(void (*log)(const char *line)) { st.log = log; }
+void alert_set_show(bool (*show)(const alert_report_t *report)) { st.show = show; }
 
 void alert_stop(int status)
 {
@@ -335,7 +337,7 @@ static void put_number(int64_t n)
     put(digits);
 }
 
-static void write_line()
+static void write_line(alert_severity_t severity, unsigned number, const char *text)
 {
     if (st.length == LINE_LIMIT - 1)
         st.length--;
@@ -343,7 +345,11 @@ static void write_line()
     st.line[st.length] = '\0';
     if (st.log)
         st.log(st.line);
-    fwrite(st.line, 1, st.length, stderr);
+    const bool nowhere = st.no_line || !st.file;
+    const alert_report_t report = {
+        severity, number, text, nowhere ? "" : st.file, !nowhere && st.line_pointer ? *st.line_pointer : 0, st.line};
+    if (!st.show || !st.show(&report))
+        fwrite(st.line, 1, st.length, stderr);
     fflush(stderr);
 }
 
@@ -421,8 +427,20 @@ static void put_plain(alert_form_t form)
         put(" (warning)");
 }
 
-static void write_message(alert_form_t form, unsigned number, const char *format, va_list args)
+static alert_form_t form_of(alert_type_t type)
 {
+    return type == FATAL || type == ERROR ? ERROR_FORM : type == MESSAGE ? MESSAGE_FORM : WARNING_FORM;
+}
+
+static alert_severity_t severity_of(alert_type_t type)
+{
+    static constexpr alert_severity_t by_form[FORMS] = {ALERT_ERROR, ALERT_WARNING, ALERT_MESSAGE};
+    return type == FATAL ? ALERT_FATAL : by_form[form_of(type)];
+}
+
+static void write_message(alert_type_t type, unsigned number, const char *format, va_list args)
+{
+    const alert_form_t form = form_of(type);
     size_t n = 0;
     st.text[0] = '\0';
     if (!st.structured && form != MESSAGE_FORM)
@@ -433,7 +451,7 @@ static void write_message(alert_form_t form, unsigned number, const char *format
         put_structured(st.formats[form], number);
     else
         put_plain(form);
-    write_line();
+    write_line(severity_of(type), number, st.text + n);
 }
 
 // ---- Reports
@@ -464,9 +482,8 @@ static int report(unsigned number, va_list args)
         count_error();
     if (m.type == WARNING)
         st.warnings++;
-    alert_form_t form = m.type == FATAL || m.type == ERROR ? ERROR_FORM : m.type == MESSAGE ? MESSAGE_FORM : WARNING_FORM;
     const char *text = st.bare && !takes_arguments_of(m.text, "") ? cache_escape(m.text, "%", '%') : m.text;
-    write_message(form, number, text, args);
+    write_message(m.type, number, text, args);
     if (m.type == FATAL)
         alert_stop(1);
     return 1;
@@ -542,8 +559,7 @@ static int report_text(unsigned number, bool hook, const char *kind, const char 
         return 0;
     if (hook)
         call_hook();
-    alert_form_t form = type == FATAL || type == ERROR ? ERROR_FORM : type == MESSAGE ? MESSAGE_FORM : WARNING_FORM;
-    write_message(form, number, format, args);
+    write_message(type, number, format, args);
     if (type == FATAL)
         alert_stop(1);
     return 1;
@@ -577,7 +593,10 @@ void alert_print(const char *format, ...)
     int n = vsnprintf(st.line, LINE_LIMIT, format, args);
     va_end(args);
     st.length = n < 0 ? 0 : strlen(st.line);
-    write_line();
+    const bool before = st.no_line;
+    st.no_line = true;
+    write_line(ALERT_MESSAGE, 0, st.line);
+    st.no_line = before;
 }
 
 // ---- Settings

@@ -19,6 +19,18 @@ struct alert_services_t {
 void alert_set_services(const alert_services_t *services);   // must outlive the run; without it: no catalogue, and exit()
 // Has each finished line, newline included, handed to `log` as well; null ends that.
 void alert_set_log(void (*log)(const char *line));
+// What a line that is about to be written was made of. `file` is "" and `line` 0 where it shows none.
+enum alert_severity_t { ALERT_FATAL, ALERT_ERROR, ALERT_WARNING, ALERT_MESSAGE };
+struct alert_report_t {
+    alert_severity_t severity;
+    unsigned number;    // 0: none
+    const char *text;   // without its number
+    const char *file;
+    int64_t line;
+    const char *whole;   // the line, newline included
+};
+// Asks `show` to write each message in a form of its own; where it returns false, the line is written. Null ends that.
+void alert_set_show(bool (*show)(const alert_report_t *report));
 [[noreturn]] void alert_stop(int status);   // ends the run through services->stop
 
 int alert_msg(unsigned number, ...);      // at the current position

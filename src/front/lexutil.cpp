@@ -22,7 +22,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
 #include <strings.h>
 #include <unistd.h>
 
@@ -32,6 +31,7 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "front/chars.h"
 #include "front/macro.h"
 #include "front/sources.h"
 #include "options.h"
@@ -66,42 +66,15 @@ static struct {
     input_ctx_t stack[LEX_MAX_DEPTH];
     unsigned depth;   // contexts on the stack
     const char *at;
-    const char *line_end;   // the newline of the current line
+    const char *line;       // the current line, also when it has been used up
+    const char *line_end;   // its newline
+    const char *token;      // the token scanned last, which may be of an earlier line
     bool ended;             // all input has been read
     uint32_t src_next;      // source file to open
     unsigned radix;         // of numbers that don't tell it
     bool list_on;           // listing is on here. Nothing asks for it: the listing shows the code lists as a whole
     bool list_expand;       // and stays on in expansions
 } lx;
-
-// Character classes.
-enum : uint8_t { C_UPPER = 0x01, C_LOWER = 0x02, C_DIGIT = 0x04, C_BLANK = 0x08, C_HEX = 0x10, C_AT = 0x20 };
-constexpr uint8_t C_LETTER = C_UPPER | C_LOWER;
-constexpr uint8_t C_WORD = C_LETTER | C_DIGIT | C_AT;   // may follow in a word
-
-struct class_table_t {
-    uint8_t of[256] = {};
-    constexpr class_table_t()
-    {
-        for (int c = 'A'; c <= 'Z'; c++)
-            of[c] |= C_UPPER;
-        for (int c = 'a'; c <= 'z'; c++)
-            of[c] |= C_LOWER;
-        for (int c = '0'; c <= '9'; c++)
-            of[c] |= C_DIGIT | C_HEX;
-        for (int c = 'A'; c <= 'F'; c++)
-            of[c] |= C_HEX;
-        for (int c = 'a'; c <= 'f'; c++)
-            of[c] |= C_HEX;
-        for (unsigned char c : {'$', '?', '_'})
-            of[c] = C_LOWER;
-        for (unsigned char c : {'\t', '\f', ' '})
-            of[c] = C_BLANK;   // what separates tokens; CR and backspace don't
-        of[int{'@'}] = C_AT;
-    }
-};
-static constexpr class_table_t classes;
-static inline uint8_t class_of(char c) { return classes.of[static_cast<unsigned char>(c)]; }
 
 // Files and lines.
 
@@ -351,6 +324,7 @@ static bool lex_fill()
             return false;
         }
     }
+    lx.line = lx.at;
     find_markers(lx.at, lx.line_end);
     if (c->text)
         return true;
@@ -389,6 +363,30 @@ const char *lex_line_rest() { return lx.at || (!lx.ended && lex_fill()) ? lx.at 
 const char *lex_line_rest_here() { return lx.at; }
 
 void lex_set_line_rest(const char *at) { lx.at = at; }
+
+bool lex_line(lex_line_t *line)
+{
+    if (lx.depth == 0 || !lx.line)
+        return false;
+    *line = {lx.line, static_cast<size_t>(lx.line_end - lx.line), 0, 0};
+    if (lx.token < lx.line || lx.token > lx.line_end)
+        return true;
+    line->token = static_cast<size_t>(lx.token - lx.line);
+    line->token_length = lx.at > lx.token && lx.at <= lx.line_end ? static_cast<size_t>(lx.at - lx.token) : 1;
+    return true;
+}
+
+unsigned lex_origins(lex_origin_t origins[LEX_MAX_DEPTH])
+{
+    unsigned n = 0, frame = 0;
+    for (unsigned i = lx.depth; i-- > 0;)
+        if (lx.stack[i].text)
+            origins[n++] = macro_place(frame++, lx.stack[i].text);
+    for (unsigned i = lx.depth; i-- > 1;)
+        if (!lx.stack[i].text)
+            origins[n++] = {nullptr, lx.stack[i - 1].ctx_file, lx.stack[i - 1].ctx_line};
+    return n;
+}
 
 bool lex_is_letter(char c) { return class_of(c) & C_LETTER; }
 bool lex_is_digit(char c) { return class_of(c) & C_DIGIT; }
@@ -605,6 +603,7 @@ int yylex()
         if (!lx.at && (lx.ended || !lex_fill()))
             return -1;
         const char c = *lx.at, next = c == '\n' ? c : lx.at[1];
+        lx.token = lx.at;
         int token;
         switch (c) {
         case ' ':

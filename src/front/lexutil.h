@@ -74,6 +74,20 @@ bool lex_in_expansion();            // whether the current line is of such a tex
 const char *lex_line_rest();        // what is left of the current line, or the next line; ends in a newline. Null: no input
 const char *lex_line_rest_here();   // the same, but null when the current line is used up
 void lex_set_line_rest(const char *at);
-bool lex_is_letter(char c);   // may begin a word
+// For messages: the line being read, with what macros put in, and its last token. False behind the end of all input.
+struct lex_line_t {
+    const char *text;
+    size_t length;   // without its end
+    size_t token, token_length;
+};
+bool lex_line(lex_line_t *line);
+// And where that line comes from, inside out: the expansions that it lies in, then the includes.
+struct lex_origin_t {
+    const char *macro;   // null: an include
+    const char *file;    // of the line in the macro's definition, or of the include
+    int64_t line;        // 0: not known
+};
+unsigned lex_origins(lex_origin_t origins[LEX_MAX_DEPTH]);   // how many
+bool lex_is_letter(char c);                                  // may begin a word
 bool lex_is_digit(char c);
 bool lex_is_hex(char c);

@@ -38,11 +38,13 @@ struct macro_t {
     definition_place_t m_place;      // where its text begins, as messages show it
     const char *m_body;              // lines, each ended by a newline
     size_t m_length;                 // of the body, bytes
+    vec_t<uint32_t> m_dropped;       // where in the body a line isn't kept, `local`; null: nowhere
     vec_t<const char *> m_list;      // irp: the elements
     const char *m_chars;             // irpc: the characters
     int64_t m_count;                 // rept: rounds left. irp, irpc: index of the current element
     uint16_t m_nparams, m_nlocals;   // arguments to read at a call; local names
     macro_kind_t m_kind;
+    bool m_within;   // the definition is text of an expansion, so its place is that of a call
 };
 
 struct macro_frame_t {
@@ -222,6 +224,19 @@ const char *macro_subst(unsigned char selector)
     return vec_elementAt(f->mf_args, selector == TENTH ? 9 : selector - 1u);
 }
 
+lex_origin_t macro_place(unsigned depth, const char *behind)
+{
+    const macro_t *m = ms.stack[ms.top - depth].mf_macro;
+    if (m->m_within)
+        return {m->m_name, m->m_place.file, 0};
+    int64_t line = m->m_place.line;
+    for (const char *s = m->m_body; s < behind; s++)
+        line += *s == '\n';
+    for (const uint32_t at : m->m_dropped)
+        line += at < static_cast<size_t>(behind - m->m_body);
+    return {m->m_name, m->m_place.file, line};
+}
+
 // Definition.
 
 // Names in force while a body is read: its parameters, or its local names.
@@ -397,6 +412,11 @@ static void macro_capture(macro_t *m, names_t *locals)
             break;
         }
         result = capture_line(line, &depth, locals, m->m_name);
+        if (result == DROP_LINE) {
+            if (!m->m_dropped)
+                m->m_dropped = vec_make<uint32_t>();
+            vec_add(m->m_dropped, static_cast<uint32_t>(ms.body.length));
+        }
         if (ms.body.length > LONGEST_BODY && !too_long) {
             alert_text("E", "macro \"%s\": body of more than %zu bytes", m->m_name, LONGEST_BODY);
             too_long = true;
@@ -473,6 +493,7 @@ static macro_t *block(macro_kind_t kind, const char *name)
     m->m_kind = kind;
     m->m_name = name;
     m->m_place = {srcpos.cur_file, srcpos.cur_line};
+    m->m_within = lex_in_expansion();
     return m;
 }
 
