@@ -17,8 +17,9 @@ struct comparison_t {
     std::string difference;                      // where they first differ; empty: nowhere
     size_t accesses = 0;                         // to watched registers, that are the same
     uint64_t plain_steps = 0, other_steps = 0;   // done where both were last the same
+    bool ended = false;                          // `plain` sleeps, or jumps to itself
 };
 // Runs both, `plain` for so many instructions. What has to be the same: at each write to a watched register, the accesses so
-// far and data memory; when `plain` sleeps, the pointer registers and the stack, too. The stack of `other` may hold fewer
+// far, data memory and the registers that aren't watched; at the end of `plain`, the pointer registers and the stack, too. The stack of `other` may hold fewer
 // addresses before, and up to `deeper` more.
 comparison_t compare_runs(sim_t &plain, sim_t &other, uint64_t steps, unsigned deeper, const data_names_t &names);

@@ -70,8 +70,9 @@ static std::string load(sim_t &sim, const std::vector<std::string> &options)
 
 static void watch(sim_t &sim, bool changing)
 {
+    const bool by_name = !changing || st.target.changing.empty();
     for (const auto &[name, address] : st.target.sfr)
-        if ((name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address <= sim.mask)
+        if (by_name && (name.starts_with("LAT") || name.starts_with("DIR") || name == "STX") && address <= sim.mask)
             sim_watch(sim, address);
     for (uint32_t at = 0; changing && at <= sim.mask; at++)
         if (in_ranges(st.target.changing, at))
@@ -104,7 +105,9 @@ static int show_comparison(sim_t &plain, sim_t &other, uint64_t steps, const std
     if (c.difference.empty())
         printf("ports, memory and stack agree: %zu access%s in %llu instructions, %llu with the options, then %s\n",
                c.accesses, c.accesses == 1 ? "" : "es", number(c.plain_steps), number(c.other_steps),
-               plain.stop == SIM_SLEEP ? "sleep" : "none up to the limit of steps");
+               plain.stop == SIM_SLEEP ? "sleep"
+               : c.ended               ? "a jump to itself"
+                                       : "none up to the limit of steps");
     else
         printf("after %zu equal access%s, at instruction %llu (%llu without the options): %s\n", c.accesses,
                c.accesses == 1 ? "" : "es", number(other.steps), number(plain.steps), c.difference.c_str());
