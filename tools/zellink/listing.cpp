@@ -137,10 +137,10 @@ std::vector<zl_listing> zl_listings(zl_linker &l)
         };
         std::filesystem::path folder;
         std::vector<uint8_t> bytes;
-        if (!zl_read_file(names->relocs, bytes)) {
+        if (!zo_read_file(names->relocs, bytes)) {
             bytes.clear();
             folder = std::filesystem::path(m.path).parent_path();
-            if (folder.empty() || !zl_read_file(folder / names->relocs, bytes)) {
+            if (folder.empty() || !zo_read_file(folder / names->relocs, bytes)) {
                 fail("can't read its relocation listing " + zl_quoted(names->relocs));
                 continue;
             }

@@ -142,15 +142,8 @@ struct zl_source {
     zo_file file;
     bool member = false, wanted = true;   // of an archive: wanted only if something needs it
 };
-bool zl_read_file(const std::string &path, std::vector<uint8_t> &bytes);   // false: errno tells why
 void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources,
                     std::vector<zl_message> &messages);
-// The members of an archive as `ar` makes it: name and place in `bytes`. Gives back an error text, empty on success.
-struct zl_member {
-    std::string name;
-    size_t at, size;
-};
-std::string zl_archive_members(std::span<const uint8_t> bytes, std::vector<zl_member> &members);
 
 // reach
 void zl_choose_members(std::deque<zl_source> &sources);

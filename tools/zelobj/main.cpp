@@ -1,4 +1,4 @@
-// zelobj: prints object files and relocation listing files, or checks them.
+// zelobj: prints object files, the members of archives, and relocation listing files, or checks them.
 //
 // Exit status: 0 if all is well, 1 if a file is malformed, 2 for wrong usage or a file that cannot be read or written.
 #include "zelobj.h"
@@ -22,27 +22,14 @@ static int usage(FILE *to, int status)
     return written < 0 || fflush(to) != 0 ? 2 : status;
 }
 
-static bool read_file(const char *path, std::vector<uint8_t> &bytes)
-{
-    FILE *f = fopen(path, "rb");
-    if (!f)
-        return false;
-    uint8_t buffer[65536];
-    for (size_t n; (n = fread(buffer, 1, sizeof buffer, f)) != 0;)
-        bytes.insert(bytes.end(), buffer, buffer + n);
-    bool good = !ferror(f);
-    fclose(f);
-    return good;
-}
-
 // What a file is that isn't of records at all; empty for one that begins as an object file does.
-static std::string foreign(const std::vector<uint8_t> &bytes)
+static std::string foreign(std::span<const uint8_t> bytes)
 {
     if (bytes.size() >= ZO_HEAD && bytes[1] <= 2 && bytes[2] == ZO_IDENT)
         return "";
     const std::string_view text{reinterpret_cast<const char *>(bytes.data()), bytes.size()};
-    const char *is = text.empty()                    ? "the file is empty"
-                     : text.starts_with("!<arch>\n") ? "an archive: take its members out with `ar x`"
+    const char *is = text.empty()           ? "the file is empty"
+                     : zo_is_archive(bytes) ? "an archive in an archive"
                      : text.starts_with("\x7F"
                                         "ELF")
                          ? "an ELF file: readelf and nm show it"
@@ -51,23 +38,76 @@ static std::string foreign(const std::vector<uint8_t> &bytes)
     return std::string("not an object file or relocation listing of this assembler: ") + is;
 }
 
+namespace
+{
+
+struct request_t {
+    zo_style style;
+    bool verify = false;
+    bool several = false;   // objects: each is shown under its name
+};
+
+}   // namespace
+
+// 0, or the exit status for what is wrong with it.
+static int show(const request_t &request, const zo_member &object)
+{
+    std::vector<std::string> problems;
+    if (const std::string why = foreign(object.bytes); !why.empty()) {
+        problems.push_back(why);
+    } else if (const zo_file file = zo_read(object.bytes); request.verify) {
+        problems = zo_verify(file);
+    } else {
+        const std::string text = zo_print(file, request.style);
+        printf("%s%s%s%s", request.several ? object.name.c_str() : "", request.several ? ":\n" : "", text.c_str(),
+               request.several ? "\n" : "");
+        for (size_t k = 0; k < file.records.size(); k++)
+            if (const zo_record &r = file.records[k]; !r.error.empty())
+                problems.push_back(zo_format("record %zu (%s): %s", k + 1, zo_type_name(r.type), r.error.c_str()));
+        if (!file.error.empty())
+            problems.push_back(file.error);
+    }
+    fflush(stdout);
+    for (const std::string &p : problems)
+        fprintf(stderr, "zelobj: %s: %s\n", object.name.c_str(), p.c_str());
+    return problems.empty() ? 0 : 1;
+}
+
+static int show_file(request_t request, const std::string &path)
+{
+    std::vector<uint8_t> bytes;
+    if (!zo_read_file(path, bytes)) {
+        fprintf(stderr, "zelobj: %s: %s\n", path.c_str(), strerror(errno));
+        return 2;
+    }
+    request.several = request.several || zo_is_archive(bytes);
+    std::vector<zo_member> objects;
+    const std::string error = zo_members(path, bytes, objects);
+    int status = 0;
+    for (const zo_member &object : objects)
+        status = std::max(status, show(request, object));
+    if (error.empty())
+        return status;
+    fprintf(stderr, "zelobj: %s: %s\n", path.c_str(), error.c_str());
+    return 1;
+}
+
 int main(int argc, char **argv)
 {
     if (!streams_complete())
         return 2;
-    zo_style style;
-    bool verify = false;
+    request_t request;
     int i = 1;
     for (; i < argc && argv[i][0] == '-'; i++) {
-        std::string_view option = argv[i];
+        const std::string_view option = argv[i];
         if (option == "--verify")
-            verify = true;
+            request.verify = true;
         else if (option == "--no-disassembly")
-            style.disassembly = false;
+            request.style.disassembly = false;
         else if (option == "--offsets")
-            style.offsets = true;
+            request.style.offsets = true;
         else if (option == "--wide")
-            style.wide = true;
+            request.style.wide = true;
         else if (option == "--help")
             return usage(stdout, 0);
         else
@@ -75,41 +115,12 @@ int main(int argc, char **argv)
     }
     if (i == argc)
         return usage(stderr, 2);
+    request.several = argc - i > 1;
 
     int status = 0;
-    bool several = argc - i > 1;
-    for (; i < argc; i++) {
-        std::vector<uint8_t> bytes;
-        if (!read_file(argv[i], bytes)) {
-            fprintf(stderr, "zelobj: %s: %s\n", argv[i], strerror(errno));
-            status = 2;
-            continue;
-        }
-        if (const std::string why = foreign(bytes); !why.empty()) {
-            fprintf(stderr, "zelobj: %s: %s\n", argv[i], why.c_str());
-            status = std::max(status, 1);
-            continue;
-        }
-        zo_file file = zo_read(bytes);
-        std::vector<std::string> problems;
-        if (verify) {
-            problems = zo_verify(file);
-        } else {
-            std::string text = zo_print(file, style);
-            printf("%s%s%s%s", several ? argv[i] : "", several ? ":\n" : "", text.c_str(), several ? "\n" : "");
-            for (size_t k = 0; k < file.records.size(); k++)
-                if (const zo_record &r = file.records[k]; !r.error.empty())
-                    problems.push_back(zo_format("record %zu (%s): %s", k + 1, zo_type_name(r.type), r.error.c_str()));
-            if (!file.error.empty())
-                problems.push_back(file.error);
-        }
-        fflush(stdout);
-        for (const std::string &p : problems)
-            fprintf(stderr, "zelobj: %s: %s\n", argv[i], p.c_str());
-        if (!problems.empty() && status == 0)
-            status = 1;
-    }
-    if (ferror(stdout)) {   // each file's output has been flushed
+    for (; i < argc; i++)
+        status = std::max(status, show_file(request, argv[i]));
+    if (ferror(stdout)) {   // each object's output has been flushed
         fputs("zelobj: can't write the output\n", stderr);
         status = 2;
     }

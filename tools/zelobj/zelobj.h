@@ -191,6 +191,18 @@ struct zo_file {
 
 // The buffer must stay as long as the raw bodies are looked at.
 zo_file zo_read(std::span<const uint8_t> bytes);
+
+// archive. An object in a file: the file's name, for a member "archive(member)", and the bytes, in the buffer of the file.
+struct zo_member {
+    std::string name;
+    std::span<const uint8_t> bytes;
+};
+bool zo_read_file(const std::string &path, std::vector<uint8_t> &bytes);   // false: errno tells why
+bool zo_is_archive(std::span<const uint8_t> bytes);
+// The file itself, or the members of an archive as `ar` makes it. Gives back an error text, empty on success; members in front of
+// the damage are there.
+std::string zo_members(const std::string &path, std::span<const uint8_t> bytes, std::vector<zo_member> &members);
+
 const char *zo_type_name(uint8_t type);   // "TEXT" and so on; type 1 to 23
 
 // What is wrong with a file, a line each with the record's number and name; empty if nothing is.

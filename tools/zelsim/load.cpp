@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "zellink.h"
@@ -81,20 +80,6 @@ std::string read_hex(const std::string &text, std::map<uint32_t, uint8_t> &bytes
     return ended ? "" : "no end record: the file isn't whole";
 }
 
-static std::string read_file(const std::string &path, std::string &text)
-{
-    FILE *const f = fopen(path.c_str(), "rb");
-    char buffer[65536];
-    size_t n = 0;
-    while (f && (n = fread(buffer, 1, sizeof buffer, f)) != 0)
-        text.append(buffer, n);
-    const bool good = f && !ferror(f);
-    const int reason = errno;
-    if (f)
-        fclose(f);
-    return good ? "" : zo_format("can't read the file: %s", strerror(reason));
-}
-
 static std::string load_target(const load_request &request, const std::string &chip, target_t &target)
 {
     std::string error =
@@ -111,9 +96,10 @@ static bool known(const target_t &t, uint32_t address)
 
 static std::string load_file(const load_request &request, const std::string &path, const std::string &format, program_t &p)
 {
-    std::string text, chip;
+    std::vector<uint8_t> content;
+    std::string error = zo_read_file(path, content) ? "" : zo_format("can't read the file: %s", strerror(errno)), chip;
+    const std::string text(content.begin(), content.end());
     std::map<uint32_t, uint8_t> bytes;
-    std::string error = read_file(path, text);
     if (error.empty() && format == "hex")
         error = read_hex(text, bytes);
     if (error.empty() && format == "elf")
