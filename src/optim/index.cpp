@@ -55,7 +55,10 @@ static uint64_t node_number(const op_t *op)
                mix(operand_number(&op->op_opnd1), operand_number(&op->op_opnd2)));
 }
 
-// Of a `goto` with the instruction before it; `deep`: and the skip before that, without which the instruction is no tail.
+// Whether what stands before `p` counts as well: a skip, without which `p` is no tail, or anything before another `goto`.
+static bool is_deep(op_t *p) { return p->op_type == T_GOTO || op_is_skip(index_before(p, true)); }
+
+// Of a `goto` with the instruction before it; `deep`: and with what stands before that.
 static uint64_t key_of(op_t *jump, bool deep)
 {
     op_t *p = index_before(jump, true);
@@ -67,7 +70,7 @@ static uint64_t key_of(op_t *jump, bool deep)
 static void note(op_t *jump)
 {
     op_t *p = index_before(jump, true);
-    const int keys = !op_is_code(p) ? 0 : op_is_skip(index_before(p, true)) ? 2 : 1;
+    const int keys = !op_is_code(p) ? 0 : is_deep(p) ? 2 : 1;
     xreserve(st.entries, st.count, st.count + 2, st.room, 1024u);
     for (int deep = 0; deep < keys; deep++)
         st.entries[st.count++] = {jump, jump->op_id, 0, key_of(jump, deep), jump->op_order};
@@ -113,10 +116,10 @@ static void enter(op_t *jump)
 
 void index_close() { st.psect = nullptr; }
 
-// It may be news of the next two nodes.
+// It may be news of the next three nodes.
 void index_touch(op_t *op)
 {
-    for (int i = 0; st.psect && i < 2 && op; i++, op = op->op_next) {
+    for (int i = 0; st.psect && i < 3 && op; i++, op = op->op_next) {
         op = past_labels(op);
         if (op->op_type == T_GOTO && op->op_psect == st.psect)
             enter(op);
@@ -176,8 +179,8 @@ rivals_t index_rivals(op_t *jump, uint64_t from)
     r.jump = jump;
     r.from = from;
     r.order = ORDER_LAST;
-    r.deep = op_may_not_run(p);
-    r.left = op_is_code(p) && (!r.deep || op_is_skip(index_before(p, true))) ? MOST_RIVALS : 0;
+    r.deep = op_may_not_run(p) || (from == 0 && p->op_type == T_GOTO);   // no tail by itself
+    r.left = op_is_code(p) && (!r.deep || is_deep(p)) ? MOST_RIVALS : 0;
     if (r.left > 0) {
         r.key = key_of(jump, r.deep);
         begin_chain(&r);

@@ -24,9 +24,9 @@ struct rivals_t {
     uint32_t *link;   // of the entry to be looked at next
     uint32_t left;    // that may still be told
     uint8_t chain;
-    bool deep;   // the skip before the instruction counts as well
+    bool deep;   // what stands before the instruction counts as well
 };
-rivals_t index_rivals(op_t *jump, uint64_t from);
-op_t *index_next(rivals_t *r);   // null: no more
+rivals_t index_rivals(op_t *jump, uint64_t from);   // from 0 on: a `goto` alone makes no tail
+op_t *index_next(rivals_t *r);                      // null: no more
 
 constexpr uint64_t ORDER_LAST = uint64_t{1} << 62;   // above every position
