@@ -60,25 +60,13 @@ static std::string upper(std::string text)
 static bool find_code(const debugger_t &d, const std::string &text, uint32_t &at)
 {
     const program_t &p = d.x.program;
-    const size_t colon = text.rfind(':'), plus = text.rfind('+');
-    if (colon == std::string::npos) {
-        uint32_t offset = 0;
-        if (code_address(p, text, at))
-            return true;
-        return plus != std::string::npos && code_address(p, text.substr(0, plus), at) &&
-               hex_value(text.substr(plus + 1), 0x1FFFFF, offset) && (at += offset, at % 2 == 0);
-    }
     const source_line *const here = line_at(p, d.x.sim.pc);
-    const source_line wanted{colon  ? text.substr(0, colon)
-                             : here ? here->file
-                                    : "",
-                             static_cast<uint32_t>(strtoul(text.c_str() + colon + 1, nullptr, 10))};
-    const auto found =
-        std::find_if(p.lines.begin(), p.lines.end(), [&](const auto &entry) { return entry.second == wanted; });
-    if (found == p.lines.end())
-        return false;
-    at = found->first;
-    return true;
+    const size_t plus = text.rfind('+');
+    uint32_t offset = 0;
+    if (code_address(p, here && text.starts_with(':') ? here->file + text : text, at))
+        return true;
+    return plus != std::string::npos && code_address(p, text.substr(0, plus), at) &&
+           hex_value(text.substr(plus + 1), 0x1FFFFF, offset) && (at += offset, at % 2 == 0);
 }
 
 static uint8_t value_of(const debugger_t &d, uint32_t at) { return devices_peek(d.x.devices, d.x.sim, at); }

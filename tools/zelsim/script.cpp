@@ -59,8 +59,24 @@ bool data_address(const program_t &p, const std::string &name, uint32_t &at)
     return at <= most;
 }
 
+// The first line from the wanted one on that has code.
+static bool line_address(const program_t &p, const source_line &wanted, uint32_t &at)
+{
+    uint32_t best = UINT32_MAX;
+    for (const auto &[from, line] : p.lines)
+        if (line.file == wanted.file && line.line >= wanted.line && line.line < best) {
+            best = line.line;
+            at = from;
+        }
+    return best != UINT32_MAX;
+}
+
 bool code_address(const program_t &p, const std::string &name, uint32_t &at)
 {
+    uint64_t line = 0;
+    if (const size_t colon = name.rfind(':'); colon != std::string::npos && !p.code.contains(name))
+        return number(name.substr(colon + 1), 10, UINT32_MAX - 1, line) &&
+               line_address(p, {name.substr(0, colon), static_cast<uint32_t>(line)}, at);
     return address(p, p.code, name, p.target.rom_size - 1, at) && at % 2 == 0;
 }
 
