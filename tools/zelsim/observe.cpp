@@ -96,6 +96,24 @@ static void show_waves(observe_t &o, const devices_t &d, const sim_t &s)
         o.waves.push_back(signal.value);
 }
 
+// A call within a call of the same function is a part of that.
+static void add_frame(const observe_t &o, size_t i, std::map<uint32_t, uint64_t> &whole)
+{
+    const auto same = [&](const observe_t::frame &f) { return f.entry == o.frames[i].entry; };
+    if (std::none_of(o.frames.begin(), o.frames.begin() + static_cast<std::ptrdiff_t>(i), same))
+        whole[o.frames[i].entry] += o.now - o.frames[i].began;
+}
+
+// Whatever moves the depth of the return stack: calls, interrupts, returns, the program itself.
+static void follow_calls(observe_t &o, const program_t &p, const sim_t &s)
+{
+    o.now = s.cycles;
+    for (; o.frames.size() > s.depth; o.frames.pop_back())
+        add_frame(o, o.frames.size() - 1, o.whole);
+    while (o.frames.size() < s.depth)
+        o.frames.push_back({label_at(p, s.pc).first, s.cycles});
+}
+
 void observe_begin(observe_t &o, const program_t &p, const devices_t &d, const sim_t &s)
 {
     o.counts.assign(p.bytes.size() / 2 + 1, 0);
@@ -115,6 +133,7 @@ void observe_step(observe_t &o, const program_t &p, const devices_t &d, const si
     const size_t word = std::min<size_t>(at / 2, o.counts.size() - 1);
     o.counts[word]++;
     o.cycles[word] += s.cycles - began;
+    follow_calls(o, p, s);
     if (o.trace && at + 1 < s.program.size()) {
         const std::span<const uint8_t> code(s.program.data() + at, s.program.size() - at);
         std::string label;
@@ -137,23 +156,27 @@ namespace
 struct share_t {
     std::string name;
     uint64_t count = 0, cycles = 0;
+    uint64_t whole = 0;   // with all that is called; 0 if it was never called
 };
 
 }   // namespace
 
-static std::string share_table(const std::map<std::string, share_t> &shares, uint64_t total, const char *title)
+static std::string share_table(const std::map<std::string, share_t> &shares, uint64_t total, bool calls)
 {
     std::vector<share_t> sorted;
     for (const auto &[key, share] : shares)
         if (share.cycles)
             sorted.push_back(share);
     std::stable_sort(sorted.begin(), sorted.end(), [](const share_t &a, const share_t &b) { return a.cycles > b.cycles; });
-    std::string out = zo_format("%12s %6s %12s  %s\n", "cycles", "%", "times", title);
-    for (const share_t &x : sorted)
-        out += zo_format("%12llu %6.1f %12llu  ", static_cast<unsigned long long>(x.cycles),
-                         100.0 * static_cast<double>(x.cycles) / static_cast<double>(total),
-                         static_cast<unsigned long long>(x.count)) +
-               x.name + "\n";
+    std::string out =
+        zo_format("%12s %6s %12s", "cycles", "%", "times") + (calls ? "   with calls  from label\n" : "  line\n");
+    for (const share_t &x : sorted) {
+        const unsigned long long cycles = x.cycles, count = x.count, whole = x.whole;
+        out += zo_format("%12llu %6.1f %12llu", cycles, 100.0 * static_cast<double>(cycles) / static_cast<double>(total),
+                         count);
+        out += calls ? zo_format(" %12s", whole ? zo_format("%llu", whole).c_str() : "-") : "";
+        out += "  " + x.name + "\n";
+    }
     return out;
 }
 
@@ -161,7 +184,9 @@ std::string observe_profile(const observe_t &o, const program_t &p)
 {
     std::map<std::string, share_t> functions, lines;
     uint64_t total = 0;
-    std::string last_line;
+    std::map<uint32_t, uint64_t> whole = o.whole;
+    for (size_t i = 0; i < o.frames.size(); i++)
+        add_frame(o, i, whole);
     for (uint32_t word = 0; word < o.counts.size(); word++) {
         const uint32_t at = word * 2;
         const auto [from, label] = label_at(p, at);
@@ -169,6 +194,8 @@ std::string observe_profile(const observe_t &o, const program_t &p)
         function.name = label.empty() ? "(no label)" : label;
         if (at == from)
             function.count = o.counts[word];
+        if (const auto called = whole.find(at); called != whole.end() && at == from)
+            function.whole = called->second;
         function.cycles += o.cycles[word];
         total += o.cycles[word];
         const source_line *const line = line_at(p, at);
@@ -179,7 +206,7 @@ std::string observe_profile(const observe_t &o, const program_t &p)
         share.cycles += o.cycles[word];
     }
     total = std::max<uint64_t>(total, 1);
-    return share_table(functions, total, "from label") + "\n" + share_table(lines, total, "line");
+    return share_table(functions, total, true) + "\n" + share_table(lines, total, false);
 }
 
 std::string observe_coverage(const observe_t &o, const program_t &p)

@@ -9,7 +9,14 @@
 struct observe_t {
     FILE *trace = nullptr, *vcd = nullptr;   // null: not wanted
     std::vector<uint64_t> counts, cycles;    // by word address
-    std::vector<uint32_t> waves;             // what was last shown, by signal
+    struct frame {
+        uint32_t entry;   // address of its label
+        uint64_t began;
+    };
+    std::vector<frame> frames;            // calls and interrupts that haven't returned, the innermost last
+    std::map<uint32_t, uint64_t> whole;   // cycles of those that have, by the address of their label
+    uint64_t now = 0;                     // cycles so far
+    std::vector<uint32_t> waves;          // what was last shown, by signal
 };
 
 void observe_begin(observe_t &o, const program_t &program, const devices_t &devices, const sim_t &sim);
