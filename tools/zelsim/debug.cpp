@@ -22,7 +22,8 @@ struct stop_t {
     bool watch;
     uint32_t address;
     std::string name;
-    uint8_t value = 0;   // of what is watched
+    bool wide = false;    // two bytes are watched
+    uint16_t value = 0;   // of what is watched
     std::string left{}, relation{};
     uint8_t right = 0;   // of the condition; no `left`: none
 };
@@ -71,6 +72,18 @@ static bool find_code(const debugger_t &d, const std::string &text, uint32_t &at
 
 static uint8_t value_of(const debugger_t &d, uint32_t at) { return devices_peek(d.x.devices, d.x.sim, at); }
 
+// A register, label or address, or with ":2" behind it the two bytes from there on, low one first.
+static bool find_data(const debugger_t &d, const std::string &name, uint32_t &at, bool &wide)
+{
+    wide = name.ends_with(":2");
+    return data_address(d.x.program, wide ? name.substr(0, name.size() - 2) : name, at) && at + wide <= d.x.sim.mask;
+}
+
+static uint16_t value_of(const debugger_t &d, uint32_t at, bool wide)
+{
+    return static_cast<uint16_t>(value_of(d, at) | (wide ? value_of(d, at + 1) << 8 : 0));
+}
+
 static void say_place(const char *what) { printf("%s: no such label, address or line with code\n", what); }
 static void say_name(const char *what) { printf("%s: no such register, label of data or address\n", what); }
 
@@ -81,8 +94,9 @@ static void show_value(const debugger_t &d, const std::string &name)
     uint32_t at = 0;
     if (name == "pc" || name == "PC") {
         printf("pc = %s\n", place_text(d.x.program, d.x.sim.pc).c_str());
-    } else if (data_address(d.x.program, name, at)) {
-        printf("%s (0x%03X) = 0x%02X %u", name.c_str(), at, value_of(d, at), value_of(d, at));
+    } else if (bool wide = false; find_data(d, name, at, wide)) {
+        const unsigned value = value_of(d, at, wide);
+        printf("%s (0x%03X) = 0x%0*X %u", name.c_str(), at, wide ? 4 : 2, value, value);
         std::map<unsigned, std::string> fields;
         for (const auto &[field, f] : t.fields)
             if (t.sfr.contains(upper(name)) && f.address == at && f.bits)
@@ -177,10 +191,12 @@ static bool stopped(debugger_t &d, std::string &why)
             why = zo_format("breakpoint %u, ", stop.number);
             return true;
         }
-        const uint8_t value = stop.watch ? value_of(d, stop.address) : stop.value, before = stop.value;
+        const uint16_t value = stop.watch ? value_of(d, stop.address, stop.wide) : stop.value, before = stop.value;
+        const int digits = stop.wide ? 4 : 2;
         stop.value = value;
         if (value != before && holds(d, stop)) {
-            why = zo_format("watchpoint %u, ", stop.number) + stop.name + zo_format(" 0x%02X, was 0x%02X, ", value, before);
+            why = zo_format("watchpoint %u, ", stop.number) + stop.name +
+                  zo_format(" 0x%0*X, was 0x%0*X, ", digits, value, digits, before);
             return true;
         }
     }
@@ -194,7 +210,7 @@ template <typename F> static void go(debugger_t &d, const F &done)
         return show_end(d);
     std::string why;
     for (stop_t &stop : d.stops)
-        stop.value = stop.watch ? value_of(d, stop.address) : stop.value;   // `set` is no change
+        stop.value = stop.watch ? value_of(d, stop.address, stop.wide) : stop.value;   // `set` is no change
     interrupted = 0;
     do {
         d.goes = session_step(d.x);
@@ -294,12 +310,13 @@ static void do_break(debugger_t &d, const words_t &w)
 static void do_watch(debugger_t &d, const words_t &w)
 {
     stop_t stop{d.last_number + 1, true, 0, w.size() > 1 ? w[1] : ""};
-    if (!data_address(d.x.program, stop.name, stop.address))
+    if (!find_data(d, stop.name, stop.address, stop.wide))
         return say_name(w.size() < 2 ? "watch NAME" : w[1].c_str());
     if (!condition(d, w, 2, stop))
         return;
-    stop.value = value_of(d, stop.address);
-    printf("watchpoint %u on %s (0x%03X), which is 0x%02X\n", ++d.last_number, w[1].c_str(), stop.address, stop.value);
+    stop.value = value_of(d, stop.address, stop.wide);
+    printf("watchpoint %u on %s (0x%03X), which is 0x%0*X\n", ++d.last_number, w[1].c_str(), stop.address, stop.wide ? 4 : 2,
+           stop.value);
     d.stops.push_back(stop);
 }
 
@@ -444,7 +461,8 @@ static const struct {
 } commands[] = {
     {"break", "b", "[PLACE] [if NAME == value]", "stop there; PLACE: label, label+offset, address, FILE:LINE, :LINE",
      do_break},
-    {"watch", "w", "NAME [if NAME == value]", "stop when a byte changes; NAME: register, label, address", do_watch},
+    {"watch", "w", "NAME [if NAME == value]", "stop when it changes; NAME: register, label, address; NAME:2: two bytes",
+     do_watch},
     {"delete", "d", "[number]", "a stop, or all", do_delete},
     {"info", "i", "[registers]", "the stops, or the core's registers", do_info},
     {"continue", "c", "", "up to a stop, the end, or Ctrl-C", do_continue},
