@@ -452,7 +452,7 @@ static void option_deptarget(const char *name)
 static void option_diagnostics(const char *form)
 {
     if (!diagnostics_set_form(form))
-        alert_text("E", "--diagnostics=%s: the forms are plain and rich", form);
+        alert_text("E", "--diagnostics=%s: the forms are plain, rich and json", form);
 }
 
 static void option_color(const char *when)
@@ -481,7 +481,7 @@ static void option_help(const char *)
           "  -WN, -WN!             warnings of level N and above; and they make the exit status 1\n"
           "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
           "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
-          "  --diagnostics=plain|rich, --color=auto|always|never   messages as a line, or with the source\n"
+          "  --diagnostics=plain|rich|json, --color=auto|always|never   how messages look\n"
           "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
           "  --ver, --help         the version, this text\n"
           "An option is one word, its value behind it: -Omain.obj. A bare -O optimises. Options come first.\n",

@@ -149,6 +149,7 @@ static const op_row_t *find_row(const op_row_t (&rows)[ROWS], const word_index_t
 const op_row_t *op_lookup_control(const char *word, size_t len) { return find_row(control_rows, control_index, word, len); }
 const op_row_t *op_lookup_listopt(const char *word, size_t len) { return find_row(listopt_rows, listopt_index, word, len); }
 const op_row_t *op_lookup_switch(const char *word, size_t len) { return find_row(switch_rows, switch_index, word, len); }
+std::span<const op_row_t> op_psectflags() { return psectflag_rows; }
 const op_row_t *op_lookup_psectflag(const char *word, size_t len)
 {
     return find_row(psectflag_rows, psectflag_index, word, len);

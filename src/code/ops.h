@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 
 #include "code/expr.h"
 
@@ -102,6 +103,7 @@ const op_row_t *op_lookup_control(const char *word, size_t len);   // the contro
 const op_row_t *op_lookup_listopt(const char *word, size_t len);   // options of list and nolist
 const op_row_t *op_lookup_switch(const char *word, size_t len);    // asmopt on, off, push, pop
 const op_row_t *op_lookup_psectflag(const char *word, size_t len);
+std::span<const op_row_t> op_psectflags();
 
 // Message 849 if the chip lacks the instructions of this token.
 void op_check_arch(token_t token);

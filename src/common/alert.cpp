@@ -595,7 +595,7 @@ void alert_print(const char *format, ...)
     st.length = n < 0 ? 0 : strlen(st.line);
     const bool before = st.no_line;
     st.no_line = true;
-    write_line(ALERT_MESSAGE, 0, st.line);
+    write_line(ALERT_BARE, 0, st.line);
     st.no_line = before;
 }
 

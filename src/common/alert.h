@@ -20,7 +20,7 @@ void alert_set_services(const alert_services_t *services);   // must outlive the
 // Has each finished line, newline included, handed to `log` as well; null ends that.
 void alert_set_log(void (*log)(const char *line));
 // What a line that is about to be written was made of. `file` is "" and `line` 0 where it shows none.
-enum alert_severity_t { ALERT_FATAL, ALERT_ERROR, ALERT_WARNING, ALERT_MESSAGE };
+enum alert_severity_t { ALERT_FATAL, ALERT_ERROR, ALERT_WARNING, ALERT_MESSAGE, ALERT_BARE };   // BARE: alert_print
 struct alert_report_t {
     alert_severity_t severity;
     unsigned number;    // 0: none

@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -26,17 +27,21 @@
 #include "common/srcpos.h"
 #include "front/chars.h"
 #include "front/lexutil.h"
+#include "front/suggest.h"
 
-enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH };
+using json = nlohmann::ordered_json;
+
+enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH, FORM_JSON };
 enum color_t { COLOR_AUTO, COLOR_ALWAYS, COLOR_NEVER };
 
-constexpr unsigned NO_MEMORY = 296, TOO_MANY = 1;           // messages that are shown bare: the second comes behind another one
-constexpr unsigned UNKNOWN_WORD[] = {223, 788, 794, 844, 876, 968};   // messages about the word that was scanned last
-constexpr size_t WIDTH = 160;                               // bytes shown of a line
-constexpr unsigned ORIGINS_SHOWN = 8;
+constexpr unsigned NO_MEMORY = 296, TOO_MANY = 1;   // messages that are shown bare: the second comes behind another one
+constexpr unsigned SYNTAX_ERROR = 876, UNDEFINED_SYMBOL = 800;
+constexpr unsigned LAST_WORD[] = {223, 788, 794, 844, 876, 968};   // messages about the word that was scanned last
+constexpr size_t WIDTH = 160;                                      // bytes shown of a line
+constexpr size_t NOTES_SHOWN = 8;
 constexpr off_t LARGEST_FILE = off_t{1} << 26;
 
-// A line of a source, and bytes of it that are marked; length 0: none.
+// A line of a source, "" if it isn't known, and bytes of it that are marked; length 0: none.
 struct excerpt_t {
     std::string text;
     size_t at, length;
@@ -47,6 +52,7 @@ static struct {
     color_t color;
     bool plain_asked;
     std::map<std::string, std::vector<std::string>> files;   // lines by name
+    json pending;                                            // an object that is to be written; null: none
 } st;
 
 // Lines.
@@ -115,7 +121,7 @@ static std::string_view quoted_word(std::string_view text)
 
 static void mark(excerpt_t *e, const alert_report_t *r, const lex_line_t *being_read)
 {
-    const bool last_word = std::find(std::begin(UNKNOWN_WORD), std::end(UNKNOWN_WORD), r->number) != std::end(UNKNOWN_WORD);
+    const bool last_word = std::find(std::begin(LAST_WORD), std::end(LAST_WORD), r->number) != std::end(LAST_WORD);
     if (last_word && being_read) {
         e->at = being_read->token;
         e->length = being_read->token_length;
@@ -141,13 +147,18 @@ static bool is_colored()
 
 static const char *color_of(alert_severity_t severity)
 {
-    return !is_colored() ? "" : severity == ALERT_MESSAGE ? "\33[1;36m" : severity == ALERT_WARNING ? "\33[1;35m" : "\33[1;31m";
+    return !is_colored()               ? ""
+           : severity == ALERT_MESSAGE ? "\33[1;36m"
+           : severity == ALERT_WARNING ? "\33[1;35m"
+                                       : "\33[1;31m";
 }
 
 static const char *color_end() { return is_colored() ? "\33[0m" : ""; }
 
 static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
 {
+    if (e.text.empty())
+        return;
     size_t from = e.length > 0 && e.at + e.length > WIDTH ? e.at - std::min(e.at, WIDTH / 2) : 0;
     while (from < e.text.size() && is_tail(e.text[from]))
         from++;
@@ -172,48 +183,147 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
         fprintf(stderr, "      | %s\n", below.c_str());
 }
 
-static void write_origin(const lex_origin_t &o)
+// A message with all that belongs to it.
+
+struct remark_t {
+    std::string text, file;
+    int64_t line;
+    excerpt_t excerpt;
+};
+
+struct diagnostic_t {
+    alert_severity_t severity;
+    unsigned number;
+    remark_t main;
+    std::vector<remark_t> notes;
+};
+
+static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_line_t &being_read)
 {
-    fputs(o.file, stderr);
-    if (o.line > 0)
-        fprintf(stderr, ": %lld", static_cast<long long>(o.line));
-    if (o.macro)
-        fprintf(stderr, ": in the expansion of \"%s\"\n", o.macro);
-    else
-        fputs(": included here\n", stderr);
+    lex_origin_t origins[LEX_MAX_DEPTH];
+    const unsigned count = lex_origins(origins);
+    const char *outermost = nullptr;
+    for (unsigned i = 0; i < count; i++) {
+        const lex_origin_t &o = origins[i];
+        if (o.macro)
+            outermost = o.macro;
+        d->notes.push_back(
+            {o.macro ? "in the expansion of \"" + std::string(o.macro) + '"' : "included here", o.file, o.line, {}});
+    }
+    if (!outermost)
+        return;
+    if (d->main.excerpt.length == 0)
+        mark_word(&d->main.excerpt, outermost);   // which is called there
+    excerpt_t *e = &d->notes[0].excerpt;
+    e->text.assign(being_read.text, being_read.length);
+    mark(e, r, &being_read);
 }
+
+static void note_meant(diagnostic_t *d, const lex_line_t *being_read)
+{
+    std::string_view word = quoted_word(d->main.text);
+    std::string meant;
+    if (d->number == UNDEFINED_SYMBOL)
+        meant = suggest_symbol(word);
+    else if (d->number == SYNTAX_ERROR && being_read)
+        meant = suggest_keyword({being_read->text, being_read->length}, being_read->token, &word);
+    if (!meant.empty())
+        d->notes.push_back({'"' + std::string(word) + "\": did you mean \"" + meant + "\"?", "", 0, {}});
+}
+
+static diagnostic_t gather(const alert_report_t *r)
+{
+    diagnostic_t d = {r->severity, r->number, {r->text, r->file, r->line, {}}, {}};
+    if (r->number == TOO_MANY)
+        return d;   // it comes behind another message, which has it all
+    lex_line_t being_read;
+    const bool reading = is_line_being_read(r, &being_read);
+    excerpt_t *e = &d.main.excerpt;
+    if (reading && !lex_in_expansion()) {
+        e->text.assign(being_read.text, being_read.length);
+        mark(e, r, &being_read);
+    } else if (line_of_file(r->file, r->line, &e->text)) {
+        mark(e, r, nullptr);
+    }
+    if (reading)
+        note_origins(&d, r, being_read);
+    note_meant(&d, reading ? &being_read : nullptr);
+    return d;
+}
+
+// Rich.
 
 static void write_rich(const alert_report_t *r)
 {
+    const diagnostic_t d = gather(r);
     const char *color = color_of(r->severity);
     const int length = static_cast<int>(strcspn(r->whole, "\n"));
     fprintf(stderr, "%s%.*s%s\n", color, length, r->whole, color_end());
-    lex_line_t being_read;
-    const bool reading = is_line_being_read(r, &being_read), expanded = reading && lex_in_expansion();
-    lex_origin_t origins[LEX_MAX_DEPTH];
-    const unsigned count = reading ? lex_origins(origins) : 0;
-    excerpt_t e = {"", 0, 0};
-    if (reading && !expanded) {
-        e.text.assign(being_read.text, being_read.length);
-        mark(&e, r, &being_read);
-    } else if (line_of_file(r->file, r->line, &e.text)) {
-        mark(&e, r, nullptr);
-        for (unsigned i = 0; e.length == 0 && i < count; i++)   // the outermost expansion is called here
-            if (origins[i].macro && (i + 1 == count || !origins[i + 1].macro))
-                mark_word(&e, origins[i].macro);
+    write_excerpt(d.main.excerpt, r->line, color);
+    size_t told = 0;
+    for (const remark_t &n : d.notes) {
+        if (told++ == NOTES_SHOWN) {
+            fprintf(stderr, "... %zu more\n", d.notes.size() - NOTES_SHOWN);
+            break;
+        }
+        if (!n.file.empty())
+            fprintf(stderr, "%s: ", n.file.c_str());
+        if (n.line > 0)
+            fprintf(stderr, "%lld: ", static_cast<long long>(n.line));
+        fprintf(stderr, "%s\n", n.text.c_str());
+        write_excerpt(n.excerpt, n.line, color);
     }
-    if (!e.text.empty())
-        write_excerpt(e, r->line, color);
-    for (unsigned i = 0; i < count && i < ORIGINS_SHOWN; i++) {
-        write_origin(origins[i]);
-        if (i > 0 || !expanded)
-            continue;
-        e = {std::string(being_read.text, being_read.length), 0, 0};
-        mark(&e, r, &being_read);
-        write_excerpt(e, origins[i].line, color);
+}
+
+// JSON. What explains a message comes as a message of its own behind it, so an object is written when the next one begins.
+
+static void put_place(json *j, const remark_t &n)
+{
+    (*j)["text"] = n.text;
+    if (!n.file.empty())
+        (*j)["file"] = n.file;
+    if (n.line > 0)
+        (*j)["line"] = n.line;
+    if (n.excerpt.length > 0) {
+        (*j)["column"] = n.excerpt.at + 1;
+        (*j)["length"] = n.excerpt.length;
     }
-    if (count > ORIGINS_SHOWN)
-        fprintf(stderr, "... %u more\n", count - ORIGINS_SHOWN);
+    if (!n.excerpt.text.empty())
+        (*j)["source"] = n.excerpt.text;
+}
+
+static void end_json()
+{
+    if (st.pending.is_null())
+        return;
+    const std::string text =
+        st.pending.dump(-1, ' ', false, json::error_handler_t::replace) + '\n';   // names may have any bytes
+    st.pending = json();
+    fwrite(text.data(), 1, text.size(), stderr);
+    fflush(stderr);
+}
+
+static void write_json(const alert_report_t *r)
+{
+    static constexpr const char *severities[] = {"fatal", "error", "warning", "message", "message"};
+    diagnostic_t d = gather(r);
+    const size_t end = d.main.text.find_last_not_of('\n');
+    d.main.text.resize(end == std::string::npos ? 0 : end + 1);
+    if (d.severity == ALERT_MESSAGE && d.number == 0 && !st.pending.is_null()) {
+        json note;
+        put_place(&note, d.main);
+        st.pending["notes"].push_back(note);
+        return;
+    }
+    end_json();
+    st.pending = {{"severity", severities[d.severity]}, {"number", d.number}};
+    put_place(&st.pending, d.main);
+    st.pending["notes"] = json::array();
+    for (const remark_t &n : d.notes) {
+        json note;
+        put_place(&note, n);
+        st.pending["notes"].push_back(note);
+    }
 }
 
 static form_t form()
@@ -228,23 +338,29 @@ static form_t form()
 
 static bool show(const alert_report_t *r)
 {
-    if (r->number == NO_MEMORY || r->number == TOO_MANY || form() == FORM_PLAIN)
-        return false;
-    write_rich(r);
-    return true;
+    const form_t as = r->number == NO_MEMORY ? FORM_PLAIN : form();
+    if (as != FORM_JSON)
+        end_json();
+    if (as != FORM_PLAIN)
+        (as == FORM_JSON ? write_json : write_rich)(r);
+    return as != FORM_PLAIN;
 }
 
-void diagnostics_start() { alert_set_show(show); }
+void diagnostics_start()
+{
+    alert_set_show(show);
+    atexit(end_json);
+}
 
 bool diagnostics_set_form(const char *form)
 {
-    if (strcmp(form, "plain") == 0)
-        st.form = FORM_PLAIN;
-    else if (strcmp(form, "rich") == 0)
-        st.form = FORM_RICH;
-    else
-        return false;
-    return true;
+    static constexpr const char *words[] = {"plain", "rich", "json"};
+    for (int i = 0; i < 3; i++)
+        if (strcmp(form, words[i]) == 0) {
+            st.form = static_cast<form_t>(FORM_PLAIN + i);
+            return true;
+        }
+    return false;
 }
 
 bool diagnostics_set_color(const char *when)

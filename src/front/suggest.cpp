@@ -1,0 +1,144 @@
+// A word is near if it takes two changes to get there: a character more, less or another one, or two neighbours swapped. Short
+// words have to be nearer, as everything is near to them. Of those that are equally near, the one counts that begins alike for
+// longer, and then the first in the order of the alphabet, so that a program always gets the same answer.
+//
+// A search goes through all symbols; so that a program with many errors stays fast, only the first errors get one.
+#include "front/suggest.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "code/oprows.h"
+#include "code/sym.h"
+#include "front/chars.h"
+
+constexpr size_t LONGEST = 64;   // of the words that are compared
+constexpr unsigned SEARCHES = 100;
+
+struct search_t {
+    std::string_view word;
+    bool fold;   // case doesn't matter
+    unsigned best;
+    std::string_view found;
+};
+
+static char folded(char c, bool fold) { return fold && c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
+// How many changes lead from one word to the other, but at most `limit` + 1.
+static unsigned distance(std::string_view a, std::string_view b, bool fold, unsigned limit)
+{
+    const size_t apart = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
+    if (apart > limit || a.size() > LONGEST || b.size() > LONGEST)
+        return limit + 1;
+    unsigned rows[3][LONGEST + 1];   // the row before the last one, the last one, this one, in turn
+    for (unsigned j = 0; j <= b.size(); j++)
+        rows[0][j] = j;
+    for (size_t i = 1; i <= a.size(); i++) {
+        unsigned *row = rows[i % 3];
+        const unsigned *last = rows[(i + 2) % 3], *before = rows[(i + 1) % 3];
+        row[0] = static_cast<unsigned>(i);
+        for (size_t j = 1; j <= b.size(); j++) {
+            const char c = folded(a[i - 1], fold), d = folded(b[j - 1], fold);
+            row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (c != d)});
+            if (i > 1 && j > 1 && c == folded(b[j - 2], fold) && folded(a[i - 2], fold) == d)
+                row[j] = std::min(row[j], before[j - 2] + 1);
+        }
+    }
+    return std::min(rows[a.size() % 3][b.size()], limit + 1);
+}
+
+static bool may_search()
+{
+    static unsigned searches;
+    return searches < SEARCHES && ++searches;
+}
+
+static search_t search_for(std::string_view word, bool fold)
+{
+    const unsigned limit = word.size() < 2 ? 0 : word.size() < 5 ? 1 : 2;
+    return {word, fold, limit + 1, {}};
+}
+
+static size_t alike(std::string_view a, std::string_view b)
+{
+    size_t n = 0;
+    while (n < a.size() && n < b.size() && a[n] == b[n])
+        n++;
+    return n;
+}
+
+static void offer(search_t *s, std::string_view candidate)
+{
+    if (s->best == 0)
+        return;
+    const unsigned d = distance(s->word, candidate, s->fold, s->best);
+    const size_t now = alike(s->word, candidate), before = alike(s->word, s->found);
+    const bool first = now > before || (now == before && candidate < s->found);
+    if (d > 0 && (d < s->best || (d == s->best && !s->found.empty() && first))) {
+        s->best = d;
+        s->found = candidate;
+    }
+}
+
+static void offer_symbols(search_t *s, uint64_t mask, uint64_t flags)
+{
+    const vec_t<symbol_t *> all = sym_slot_order();
+    for (const symbol_t *symbol : all)
+        if ((symbol->s_flags & mask) == flags && *symbol->s_name != '?')
+            offer(s, symbol->s_name);
+    vec_destroy(all.raw);
+}
+
+std::string suggest_symbol(std::string_view word)
+{
+    if (!may_search())
+        return "";
+    search_t s = search_for(word, false);
+    offer_symbols(&s, S_SPACE_MASK | S_MACRO | S_UNDEF, 0);
+    return std::string(s.found);
+}
+
+static bool is_known(std::string_view word)
+{
+    if (op_lookup_keyword(word.data(), word.size()) || op_lookup_psectflag(word.data(), word.size()))
+        return true;
+    const symbol_t *s = sym_find(word.data(), word.size());
+    return s && (!(s->s_flags & S_UNDEF) || s->s_flags & S_GLOBAL);
+}
+
+// The word that begins at `at`, or the last one in front of it.
+static std::string_view word_at(std::string_view line, size_t at, bool in_front)
+{
+    size_t end = std::min(at, line.size());
+    while (in_front && end > 0 && !(class_of(line[end - 1]) & C_WORD))
+        end--;
+    size_t begin = end;
+    while (in_front && begin > 0 && class_of(line[begin - 1]) & C_WORD)
+        begin--;
+    while (!in_front && end < line.size() && class_of(line[end]) & C_WORD)
+        end++;
+    return line.substr(begin, end - begin);
+}
+
+std::string suggest_keyword(std::string_view line, size_t at, std::string_view *word)
+{
+    search_t nearest = {};
+    for (const bool in_front : {true, false}) {
+        const std::string_view here = word_at(line, at, in_front);
+        if (here.empty() || !(class_of(here.front()) & C_LETTER) || is_known(here))
+            continue;
+        if (!may_search())
+            break;
+        search_t s = search_for(here, true);
+        for (const op_row_t &row : op_rows)
+            offer(&s, row.name);
+        for (const op_row_t &row : op_psectflags())
+            offer(&s, row.name);
+        s.fold = false;
+        offer_symbols(&s, S_SPACE_MASK | S_MACRO, S_MACRO);
+        if (!s.found.empty() && (nearest.found.empty() || s.best < nearest.best))
+            nearest = s;
+    }
+    *word = nearest.word;
+    return std::string(nearest.found);
+}
