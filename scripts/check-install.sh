@@ -19,7 +19,7 @@ grep -q '^:0600000005' t.hex || { echo "installation: no code in t.hex" >&2; exi
 "$scratch/zel8/$version/bin/zelsim" --quiet --start=0 --until=2 t.obj
 "$scratch/zel8/$version/bin/zel8" -mcpu=ZEL8K10 -c -o u.obj t.as
 cmp t.obj u.obj
-for tool in aszel8 zellink zelsim zel8; do
+for tool in aszel8 zellink zelobj zelsim zel8; do
     for file in man/man1/$tool.1 bash-completion/completions/$tool; do
         [ -s "$scratch/zel8/share/$file" ] || { echo "installation: no share/$file" >&2; exit 1; }
     done

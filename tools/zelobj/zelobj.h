@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -207,6 +208,49 @@ const char *zo_type_name(uint8_t type);   // "TEXT" and so on; type 1 to 23
 
 // What is wrong with a file, a line each with the record's number and name; empty if nothing is.
 std::vector<std::string> zo_verify(const zo_file &file);
+
+// elf. Reads on from a place. Behind the end, all is 0 and `bad` is set.
+struct zo_cursor {
+    std::string_view bytes;
+    size_t at = 0;
+    bool bad = false;
+
+    uint32_t number(unsigned count);      // of so many bytes, at most 4
+    std::string_view text();              // up to a 0, which is taken, too
+    std::string_view part(size_t size);   // so many bytes
+};
+enum : uint32_t { ZO_ELF_PROGBITS = 1, ZO_ELF_SYMTAB = 2, ZO_ELF_NOTE = 7, ZO_ELF_NOBITS = 8 };   // types of sections
+enum : uint32_t { ZO_ELF_ALLOC = 2, ZO_ELF_EXECUTABLE = 4 };                                      // their flags
+enum : uint32_t { ZO_ELF_ABSOLUTE = 0xFFF1 };                                                     // as a symbol's section
+enum : uint32_t { ZO_ELF_DATA = 0x800000 };                                                       // where data memory begins
+struct zo_elf_section {
+    std::string_view name;
+    uint32_t type, flags, address, size, link;
+    std::string_view bytes;   // none of a section that has none in the file
+};
+struct zo_elf_symbol {
+    std::string_view name;   // never empty
+    uint32_t value, section;
+    bool global;
+};
+struct zo_elf {   // looks into the file's bytes
+    std::vector<zo_elf_section> sections;
+    std::vector<zo_elf_symbol> symbols;   // defined ones
+};
+bool zo_is_elf(std::string_view file);
+std::string zo_read_elf(std::string_view file, zo_elf &elf);   // an error text, empty on success
+
+// tables, for people.
+std::string zo_symbol_table(const zo_file &file, bool by_address);   // else by name
+std::string zo_symbol_table(const zo_elf &elf, bool by_address);
+struct zo_size {
+    std::string psect, class_name;   // of a linked program: "program", "data", or "settings" for configuration and the like
+    uint64_t bytes;
+};
+std::vector<zo_size> zo_sizes(const zo_file &file);   // of psects that aren't empty
+std::vector<zo_size> zo_sizes(const zo_elf &elf);
+std::string zo_size_table(const std::vector<zo_size> &sizes);    // psects, and the sums of classes
+std::string zo_class_table(const std::vector<zo_size> &sizes);   // these alone
 
 struct zo_style {
     bool offsets = false;      // file offsets of records
