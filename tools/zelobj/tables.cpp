@@ -31,15 +31,16 @@ static std::string table_of(std::vector<row_t> &rows, bool by_address)
     });
     std::string out = "   value  kind       symbol                    psect\n";
     for (const row_t &r : rows)
-        out += zo_format("%8s  %-9s  %-24s  %s\n", r.rank == NO_VALUE ? "" : zo_format("%X", r.value).c_str(), r.kind.c_str(),
-                         zo_name(std::string(r.name)).c_str(), r.psect.c_str());
+        out += zo_format("%8s  %-9s  %-24s  %s\n", r.rank == NO_VALUE ? "" : zo_format("%X", r.value).c_str(),
+                         r.kind.c_str(), zo_name(std::string(r.name)).c_str(), r.psect.c_str());
     return out;
 }
 
 static row_t row_of(const zo_symbol &s)
 {
     const auto row = [&](const char *kind) {
-        return row_t{s.psect.empty() ? NUMBER : ADDRESS, s.psect, s.value, s.name, kind, s.psect.empty() ? "-" : zo_name(s.psect)};
+        return row_t{s.psect.empty() ? NUMBER : ADDRESS,      s.psect, s.value, s.name, kind,
+                     s.psect.empty() ? "-" : zo_name(s.psect)};
     };
     switch (s.flags) {
     case ZO_S_GLOBAL: return row("global");
@@ -128,9 +129,9 @@ std::vector<zo_size> zo_sizes(const zo_elf &elf)
     for (const zo_elf_section &s : elf.sections)
         if (s.flags & ZO_ELF_ALLOC)
             sizes.push_back({std::string(s.name),
-                             s.address >= ZO_ELF_DATA        ? "data"
+                             s.address >= ZO_ELF_DATA      ? "data"
                              : s.flags & ZO_ELF_EXECUTABLE ? "program"
-                                                             : "settings",
+                                                           : "settings",
                              s.size});
     return sizes;
 }
