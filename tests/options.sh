@@ -42,6 +42,7 @@ while read -r table tool chapter; do
         "$tool" --help | grep -q -- "  .*$word" || complain "help: no $word of $tool"
     done
 done <<<"options zellink linking
+main zelobj products
 options zel8 driver
 script zelsim simulating"
 
