@@ -174,6 +174,12 @@ static void put(zl_linker &l, const zl_piece &p, uint64_t offset, const std::vec
             return zl_complain(l, p, offset + i,
                                zo_format("psect %s of %s has bytes at 0x%X already: move one of them",
                                          zl_quoted(owner->x.name).c_str(), owner->module->name.c_str(), at));
+        if (owner == &p && !p.group->overlaid && page->bytes[at % 256] != data[i])
+            return zl_complain(
+                l, p, offset + i,
+                zo_format("other bytes of the psect are at 0x%X already: what stands before an `org` has run over "
+                          "its place, or the `org` goes back: move one of them",
+                          at));
         owner = &p;
         page->bytes[at % 256] = data[i];
     }
