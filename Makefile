@@ -2,7 +2,7 @@
 JOBS ?= 2
 RELEASE = build/release/bin
 
-.PHONY: demo run-example check build deps install bench fuzz coverage clean
+.PHONY: demo run-example check build deps install uninstall package bench fuzz coverage clean
 
 demo: build
 	@sh scripts/demo.sh $(RELEASE)
@@ -32,8 +32,17 @@ build: deps
 deps:
 	@sh scripts/install-deps.sh
 
+PREFIX ?= /usr/local
 install: build
-	cmake --install build/release --prefix $${PREFIX:-/opt/zel8}
+	cmake --install build/release --prefix $(PREFIX)
+
+# What the last `make install` put there. DESTDIR counts for both.
+uninstall:
+	cmake --build --preset release --target uninstall
+
+# A tarball and a Debian package, in build/release.
+package: build
+	cd build/release && cpack
 
 bench: build
 	cmake --build --preset release --target bench

@@ -18,6 +18,8 @@ need libedit-dev /usr/include/editline/readline.h
 need unzip unzip
 need clang-format clang-format
 need clang-tidy clang-tidy
+need meson meson
+need cmark-gfm cmark-gfm
 need libgtest-dev /usr/include/gtest/gtest.h
 
 [ -n "$missing" ] || exit 0

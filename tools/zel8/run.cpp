@@ -217,7 +217,7 @@ static int rename_outputs(const z8_options &o)
     return 0;
 }
 
-static std::vector<std::string> assembler_words(const z8_options &o, const std::string &bin)
+static std::vector<std::string> assembler_words(const z8_options &o, const std::string &bin, const fs::path &source)
 {
     std::vector<std::string> words{bin + "/aszel8", "-mcpu=" + o.chip,
                                    "-W" + std::to_string(o.level) + (o.werror ? "!" : "")};
@@ -225,6 +225,8 @@ static std::vector<std::string> assembler_words(const z8_options &o, const std::
         words.push_back("-A");
     for (const auto &[name, value] : o.defines)
         words.push_back("--define=" + name + value);
+    if (source.has_parent_path())   // build systems run in another folder than the source's
+        words.push_back("--include=" + source.parent_path().string());
     words.insert(words.end(), o.assembler.begin(), o.assembler.end());
     return words;
 }
@@ -246,7 +248,7 @@ static int run_all(const z8_options &o, const std::string &bin)
             continue;
         }
         job_t job;
-        job.words = assembler_words(o, bin);
+        job.words = assembler_words(o, bin, input);
         const std::string stem = fs::path(input).stem();
         std::string object;
         if (o.only_check) {

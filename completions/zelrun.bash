@@ -1,0 +1,16 @@
+# Bash completion for zelrun: options ahead of the source, and the source.
+
+_zelrun() {
+    local cur=${COMP_WORDS[COMP_CWORD]}
+    case $cur in
+    -*)
+        COMPREPLY=($(compgen -W "--compare --lines --mcpu --steps" -- "$cur"))
+        ;;
+    *)
+        compopt -o filenames 2>/dev/null
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(as|asm|s)' -- "$cur"))
+        ;;
+    esac
+}
+
+complete -F _zelrun zelrun
