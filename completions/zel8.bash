@@ -9,7 +9,7 @@ _zel8() {
     -I) COMPREPLY=($(compgen -d -- "$cur")) ;;
     *)
         case $cur in
-        -*) COMPREPLY=($(compgen -W "-c -S -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
+        -*) COMPREPLY=($(compgen -W "-c -S -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --explain= --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
         *) COMPREPLY=($(compgen -f -- "$cur")) ;;
         esac
         ;;

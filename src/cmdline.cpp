@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <strings.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "env/explain.h"
 #include "env/html.h"
 #include "env/qvdebug.h"
 #include "front/diagnostics.h"
@@ -330,15 +332,31 @@ static void option_edf(const char *file)
 
 static void option_emax(const char *n) { alert_set_emax(static_cast<unsigned>(scan_decimal(n))); }
 
-static void option_version(const char *)
+[[noreturn]] static void end_output()
 {
-    printf("\nProduct:\t%s\nComponent:\t%s\nVersion:\t%s%c\nBuild date:\t%s\nRelease:\t%s\nBuild number:\t%s\n", PRODUCT,
-           "assembler", ASZEL8_VERSION, ' ', BUILD_DATE, "release", BUILD_STAMP);
     if (fflush(stdout) != 0) {
         perror("standard output");
         alert_stop(1);
     }
     alert_stop(0);
+}
+
+static void option_version(const char *)
+{
+    printf("\nProduct:\t%s\nComponent:\t%s\nVersion:\t%s%c\nBuild date:\t%s\nRelease:\t%s\nBuild number:\t%s\n", PRODUCT,
+           "assembler", ASZEL8_VERSION, ' ', BUILD_DATE, "release", BUILD_STAMP);
+    end_output();
+}
+
+static void option_explain(const char *number)
+{
+    uint64_t n;
+    const char *rest = scan_digits(number, 10, &n);
+    const std::string text = rest && !*rest ? explanation(n) : "";
+    if (text.empty())
+        alert_text("F", "--explain=%s: there is no message of this number", number);
+    fputs(text.c_str(), stdout);
+    end_output();
 }
 
 // Two spellings of each word count, and no mixture of them.
@@ -482,15 +500,12 @@ static void option_help(const char *)
           "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
           "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
           "  --diagnostics=plain|rich|json, --color=auto|always|never   how messages look\n"
+          "  --explain=N           what message N means, an example, the remedy\n"
           "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
           "  --ver, --help         the version, this text\n"
           "An option is one word, its value behind it: -Omain.obj. A bare -O optimises. Options come first.\n",
           stdout);
-    if (fflush(stdout) != 0) {
-        perror("standard output");
-        alert_stop(1);
-    }
-    alert_stop(0);
+    end_output();
 }
 
 static void option_lib(const char *) { asked.lib_paths = true; }
@@ -532,6 +547,7 @@ static const struct {
     {"deptarget=", false, option_deptarget},
     {"diagnostics=", false, option_diagnostics},
     {"color=", false, option_color},
+    {"explain=", false, option_explain},
     {"help", true, option_help},
 };
 // clang-format on

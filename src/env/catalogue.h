@@ -8,6 +8,9 @@
 // The embedded copy, generated from dat/en_msgs.txt when the program is built.
 extern const uint32_t catalogue_length;   // bytes
 extern const unsigned char catalogue_text[];
+// docs/manual/message-list.md in the same way; see explain.h.
+extern const uint32_t explanations_length;
+extern const unsigned char explanations_text[];
 
 // The path of the catalogue to load: the first that exists of the installation's data directory, the directory "dat" beside
 // the executable's directory, the working directory, and a temporary copy of the embedded text. What isn't a regular

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <unistd.h>
 
 #include "common/streams.h"
 #include "zel8.h"
@@ -23,6 +24,7 @@ static const char help_text[] = "usage: zel8 -mcpu=CHIP [option...] file...\n"
                                 "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
                                 "  -j N                    so many sources at a time\n"
                                 "  -v, -###                show the commands; and don't run them\n"
+                                "  --explain=N             what message N means, an example, the remedy\n"
                                 "  --list-chips, --print-search-dirs, --version, --help\n"
                                 "  @FILE                   more of these words from a file\n";
 
@@ -60,6 +62,10 @@ int main(int argc, char **argv)
     case z8_options::HELP: text = help_text; break;
     case z8_options::VERSION: text = "zel8 " ZELLINK_VERSION "\n"; break;
     case z8_options::CHIPS: text = chips(data); break;
+    case z8_options::EXPLAIN:
+        execl((bin / "aszel8").c_str(), "aszel8", o.assembler[0].c_str(), nullptr);
+        perror("aszel8");
+        return 1;
     case z8_options::DIRECTORIES: text = "programs: " + bin.string() + "\ndata: " + data.string() + "\n"; break;
     }
     return fputs(text.c_str(), stdout) < 0 || fflush(stdout) != 0;

@@ -61,6 +61,13 @@ static std::string optimise(z8_options &o, bool on, bool space)
     return "";
 }
 
+static std::string explain(z8_options &o, value_t number)
+{
+    o.what = z8_options::EXPLAIN;
+    o.assembler = {"--explain=" + number.substr(number[0] == '=')};
+    return "";
+}
+
 // How a word takes its value.
 enum form_t { BARE, BEHIND, BEHIND_OR_NEXT };
 
@@ -97,6 +104,7 @@ static const struct {
     {"-j", BEHIND_OR_NEXT, set_jobs},
     {"-v", BARE, [](z8_options &o, value_t) { o.verbose = true; return std::string(); }},
     {"-###", BARE, [](z8_options &o, value_t) { o.dry = true; return std::string(); }},
+    {"--explain", BEHIND_OR_NEXT, explain},
     {"--help", BARE, [](z8_options &o, value_t) { o.what = z8_options::HELP; return std::string(); }},
     {"--version", BARE, [](z8_options &o, value_t) { o.what = z8_options::VERSION; return std::string(); }},
     {"--list-chips", BARE, [](z8_options &o, value_t) { o.what = z8_options::CHIPS; return std::string(); }},

@@ -17,7 +17,7 @@ struct z8_options {
     unsigned jobs = 0;
     bool only_assemble = false, text = false, only_check = false, werror = false;
     bool deps = false, phony = false, verbose = false, dry = false;
-    enum what_t { WORK, HELP, VERSION, CHIPS, DIRECTORIES } what = WORK;
+    enum what_t { WORK, HELP, VERSION, CHIPS, DIRECTORIES, EXPLAIN } what = WORK;
 };
 
 // Empty, or what is wrong with the words.
