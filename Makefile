@@ -2,7 +2,7 @@
 JOBS ?= 2
 RELEASE = build/release/bin
 
-.PHONY: demo run-example check build deps install uninstall package bench fuzz coverage clean
+.PHONY: demo run-example check build deps install uninstall package check-package bench fuzz coverage clean
 
 demo: build
 	@sh scripts/demo.sh $(RELEASE)
@@ -43,6 +43,10 @@ uninstall:
 # A tarball and a Debian package, in build/release.
 package: build
 	cd build/release && cpack
+
+# What lintian and a fresh system say of it. As root, with debootstrap.
+check-package: package
+	sh scripts/check-package.sh build/release/zel8_*.deb
 
 bench: build
 	cmake --build --preset release --target bench
