@@ -5,7 +5,8 @@
 // PCL all is pinned up to the next label that something leads to, since the jump may lead anywhere there (arms of two
 // instructions are usual), and over it as long as there is code to come that nothing but such a jump can lead to: behind a
 // jump, with no label or one that nobody uses. From there on what is pinned are arms of one instruction that follow each other.
-// A label that is used as a number may well be a plain function, so at least two arms or such code have to follow there.
+// A label that is used as a number may well be a plain function, so at least two arms or such code have to follow there. Behind
+// a global label, and behind an org of an absolute psect, a table may be another program's: there it has to be plain.
 //
 // An operand that is no sum of a place and a number pins the psects of all places in it if it is a jump's.
 #include "optim/pins.h"
@@ -198,12 +199,26 @@ static bool is_arm(const op_t *op)
     }
 }
 
-static bool begins_table(op_t *label)
+// Whether two jumps or values that differ, or three, follow each other without a label: nobody writes that but for a table.
+static bool is_plainly_table(const op_t *first)
 {
-    if (!(label->op_sym->s_flags & S_TAKEN))
+    const op_t *second = first->op_next;
+    if (second->op_type != first->op_type || first->op_type == T_RETURN || first->op_type == T_DB)
         return false;
-    const op_t *first = op_past_silent(label);
-    return is_arm(first) && is_arm(op_past_silent(first->op_next));
+    return !op_same(first, second) || second->op_next->op_type == first->op_type;
+}
+
+// `place`: a label, or an org.
+static bool begins_table(op_t *place)
+{
+    const op_t *first = op_past_silent(place->op_next);
+    if (!is_arm(first))
+        return false;
+    if (place->op_type == T_ORG)
+        return psect_is_abs(place->op_psect) && is_plainly_table(first);
+    if (place->op_sym->s_flags & S_TAKEN)
+        return is_arm(op_past_silent(first->op_next));
+    return (place->op_sym->s_flags & S_GLOBAL) && is_plainly_table(first);
 }
 
 static bool is_led_to(const op_t *label)
@@ -262,6 +277,8 @@ static void pin_tables(code_list_t *list)
             pin(op);
         else
             run = NONE;
+        if (op->op_type == T_ORG && begins_table(op))
+            run = ARMS;
         if (op_writes_pcl(op) || op->op_type == T_CALLW) {
             pin(op);
             run = op->op_type == T_CALLW ? ARMS : ANYTHING;
