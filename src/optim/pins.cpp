@@ -98,8 +98,11 @@ static void find_places()
     st.count = 0;
     for (const code_list_t *list : psect_list)
         for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
-            if (op->op_type == T_EQU || op->op_type == T_SET)
-                continue;   // it counts where it is used
+            if (op->op_type == T_EQU || op->op_type == T_SET) {   // it counts where it is used, perhaps in another module
+                if (op->op_opnd1.opnd_value.v_sym->s_flags & S_GLOBAL && !value_has_here(&op->op_opnd2.opnd_value))
+                    note_operand(op, &op->op_opnd2.opnd_value, true);
+                continue;
+            }
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
                 note_operand(op, &op->op_opnd1.opnd_value, true);
             if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
