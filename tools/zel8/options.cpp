@@ -2,13 +2,12 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string_view>
 
 #include "zel8.h"
+#include "zelobj.h"
 
-enum : size_t { FILE_DEPTH = 8, FAR = 3 };
+enum : size_t { FAR = 3 };
 
 using value_t = const std::string &;
 
@@ -163,60 +162,10 @@ static std::string set_option(z8_options &o, const std::vector<std::string> &wor
     return found->set(o, value);
 }
 
-// The words of a file: parted by white space, with quotes around one that holds some and a backslash ahead of any character.
-static std::string read_words(const std::string &path, std::vector<std::string> &words)
-{
-    std::ifstream in(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (!in || std::filesystem::is_directory(path))
-        return "can't read option file " + path;
-    std::string word;
-    bool some = false;
-    char quote = 0;
-    for (size_t i = 0; i < text.size(); i++) {
-        const char c = text[i];
-        if (c == '\\' && i + 1 < text.size()) {
-            word += text[++i];
-            some = true;
-        } else if (quote ? c == quote : c == '"' || c == '\'') {
-            quote = quote ? '\0' : c;
-            some = true;
-        } else if (quote || !(c == ' ' || (c >= '\t' && c <= '\r'))) {
-            word += c;
-            some = true;
-        } else if (some) {
-            words.push_back(word);
-            word.clear();
-            some = false;
-        }
-    }
-    if (some)
-        words.push_back(word);
-    return quote ? "option file " + path + ": a quote isn't closed" : "";
-}
-
-static std::string expand(const std::vector<std::string> &from, std::vector<std::string> &to, size_t depth)
-{
-    for (const std::string &word : from) {
-        if (word.size() < 2 || word[0] != '@') {
-            to.push_back(word);
-            continue;
-        }
-        if (depth == FILE_DEPTH)
-            return "option files name each other more than 8 deep";
-        std::vector<std::string> words;
-        if (std::string error = read_words(word.substr(1), words); !error.empty())
-            return error;
-        if (std::string error = expand(words, to, depth + 1); !error.empty())
-            return error;
-    }
-    return "";
-}
-
 std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o)
 {
     std::vector<std::string> words;
-    if (std::string error = expand(arguments, words, 0); !error.empty())
+    if (std::string error = zo_expand(arguments, words, "option file"); !error.empty())
         return error;
     for (size_t i = 0; i < words.size() && o.what == z8_options::WORK; i++) {
         if (words[i].empty())

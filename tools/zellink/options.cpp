@@ -1,11 +1,7 @@
 // options: the command line, and link files, which hold the same words.
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 #include "zellink.h"
-
-enum : size_t { FILE_DEPTH = 8, WORDS_MAX = 100000 };
 
 // A hexadecimal number, with or without 0x.
 static bool hex_number(std::string_view text, uint32_t &number)
@@ -91,57 +87,6 @@ static const struct {
     {"-mcpu=", set_chip, "CHIP"},
 };
 
-// The words of a link file: parted by white space, with "..." around one that holds some; `#` begins a comment.
-static std::string read_words(const std::string &path, std::vector<std::string> &words)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    if (!in)
-        return "can't read link file " + zl_quoted(path);
-    std::string word;
-    bool quoted = false, some = false;
-    for (size_t i = 0; i <= text.size(); i++) {
-        const char c = i < text.size() ? text[i] : '\n';
-        if (quoted && i == text.size())
-            return "link file " + zl_quoted(path) + ": a quote isn't closed";
-        if (c == '"') {
-            quoted = !quoted;
-            some = true;
-        } else if (quoted || !(c == ' ' || (c >= '\t' && c <= '\r') || (c == '#' && !some))) {
-            word += c;
-            some = true;
-        } else {
-            if (some)
-                words.push_back(word);
-            word.clear();
-            some = false;
-            if (c == '#')
-                i = std::min(text.find('\n', i), text.size());
-        }
-    }
-    return "";
-}
-
-static std::string expand(const std::vector<std::string> &from, std::vector<std::string> &to, size_t depth)
-{
-    for (const std::string &word : from) {
-        if (to.size() >= WORDS_MAX)
-            return "too many words on the command line";
-        if (word.size() < 2 || word[0] != '@') {
-            to.push_back(word);
-            continue;
-        }
-        if (depth == FILE_DEPTH)
-            return zo_format("link files name each other more than %zu deep", size_t{FILE_DEPTH});
-        std::vector<std::string> words;
-        if (std::string error = read_words(word.substr(1), words); !error.empty())
-            return error;
-        if (std::string error = expand(words, to, depth + 1); !error.empty())
-            return error;
-    }
-    return "";
-}
-
 static std::string set_option(zl_options &o, const std::string &word)
 {
     for (const auto &row : rows) {
@@ -168,7 +113,7 @@ static std::string format_by_name(const std::string &output)
 std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version)
 {
     std::vector<std::string> words;
-    if (std::string error = expand(arguments, words, 0); !error.empty())
+    if (std::string error = zo_expand(arguments, words, "link file"); !error.empty())
         return error;
     for (size_t i = 0; i < words.size(); i++) {
         const std::string &word = words[i];

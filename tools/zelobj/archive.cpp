@@ -9,7 +9,7 @@
 
 constexpr size_t AR_MAGIC = 8, AR_HEAD = 60, AR_NAME = 16, AR_SIZE = 48, AR_DIGITS = 10;
 
-static std::string_view text_of(std::span<const uint8_t> bytes)
+std::string_view zo_view(std::span<const uint8_t> bytes)
 {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
@@ -29,13 +29,13 @@ static bool decimal(std::string_view text, size_t &number)
 
 bool zo_is_archive(std::span<const uint8_t> bytes)
 {
-    const std::string_view text = text_of(bytes);
+    const std::string_view text = zo_view(bytes);
     return text.starts_with("!<arch>\n") || text.starts_with("!<thin>\n");
 }
 
 std::string zo_members(const std::string &path, std::span<const uint8_t> bytes, std::vector<zo_member> &members)
 {
-    const std::string_view all = text_of(bytes);
+    const std::string_view all = zo_view(bytes);
     if (!zo_is_archive(bytes)) {
         members.push_back({path, bytes});
         return "";
@@ -58,11 +58,11 @@ std::string zo_members(const std::string &path, std::span<const uint8_t> bytes, 
         if (name == "/" || name == "/SYM64/" || name == "__.SYMDEF" || name == "__.SYMDEF SORTED")
             continue;
         if (name == "//") {
-            long_names = text_of(body);
+            long_names = zo_view(body);
             continue;
         }
         if (name.starts_with("#1/") && decimal(name.substr(3), number) && number <= size) {
-            name = text_of(body.first(number));
+            name = zo_view(body.first(number));
             name.resize(strlen(name.c_str()));
             body = body.subspan(number);
         } else if (name.size() > 1 && name.starts_with("/")) {

@@ -9,33 +9,6 @@
 
 enum : uint32_t { SECTION_HEADER = 40, SYMBOL = 16 };
 
-uint32_t zo_cursor::number(unsigned count)
-{
-    uint32_t value = 0;
-    for (unsigned i = 0; i < count; i++, at++) {
-        bad |= at >= bytes.size();
-        value |= bad ? 0u : uint32_t{static_cast<uint8_t>(bytes[at])} << 8 * i;
-    }
-    return value;
-}
-
-std::string_view zo_cursor::text()
-{
-    const size_t end = std::min(bytes.find('\0', at), bytes.size());
-    bad |= end >= bytes.size();
-    const std::string_view found = bad ? "" : bytes.substr(at, end - at);
-    at = end + 1;
-    return found;
-}
-
-std::string_view zo_cursor::part(size_t size)
-{
-    bad |= at > bytes.size() || size > bytes.size() - at;
-    const std::string_view found = bad ? "" : bytes.substr(at, size);
-    at += size;
-    return found;
-}
-
 namespace
 {
 
@@ -47,7 +20,7 @@ struct name_table {
     {
         zo_cursor c{bytes, at};
         name = c.text();
-        if (c.bad || name.size() > most)
+        if (c.bad() || name.size() > most)
             return false;
         most -= name.size();
         return true;
@@ -64,7 +37,7 @@ static bool read_sections(std::string_view file, std::vector<zo_elf_section> &se
     const uint32_t size = head.number(2), count = head.number(2), table = head.number(2);
     std::vector<uint32_t> names;
     size_t most = file.size();
-    for (uint32_t i = 0; i < count && !head.bad; i++) {
+    for (uint32_t i = 0; i < count && !head.bad(); i++) {
         zo_cursor c{file, at + size_t{i} * SECTION_HEADER};
         names.push_back(c.number(4));
         zo_elf_section s{"", c.number(4), c.number(4), c.number(4), 0, 0, ""};
@@ -73,11 +46,12 @@ static bool read_sections(std::string_view file, std::vector<zo_elf_section> &se
         s.link = c.number(4);
         if (s.type && s.type != ZO_ELF_NOBITS)
             s.bytes = body.part(s.size);
-        head.bad |= c.bad || body.bad || s.bytes.size() > most;
-        most -= head.bad ? 0 : s.bytes.size();
+        if (c.bad() || body.bad() || s.bytes.size() > most)
+            return false;
+        most -= s.bytes.size();
         sections.push_back(s);
     }
-    if (head.bad || size != SECTION_HEADER || table >= sections.size())
+    if (head.bad() || size != SECTION_HEADER || table >= sections.size())
         return false;
     name_table texts{sections[table].bytes};
     for (size_t i = 0; i < sections.size(); i++)

@@ -1,9 +1,8 @@
 // From bytes to records.
 //
 // A file is a run of frames: length, type, body. Frames are read first and strictly, for a wrong length makes nonsense of
-// all that follows. A body is decoded with a cursor that never passes its end: a read beyond it gives zeros and leaves a
-// reason in the cursor, and the decoder need only look at that once it is done. Loops over entries end at the first
-// reason, and each turn takes at least one byte, so that no body can hold them up.
+// all that follows. A body is decoded with a cursor, whose reason for a fault the decoder looks at once it is done. Loops over
+// entries end at the first reason, and each turn takes at least one byte, so that no body can hold them up.
 //
 // Postfix code is checked as it is read: the depth of the stack that it would need is counted, and code that takes more
 // than there is, or leaves more or less than one value, is an error. Whoever gets a zo_expr can rely on it.
@@ -52,78 +51,38 @@ unsigned zo_field_bits(uint8_t type) { return zo_field_in_bits(type) ? type & 15
 namespace
 {
 
-struct cursor {
-    std::span<const uint8_t> left;
-    std::string error;
+uint8_t byte(zo_cursor &c) { return static_cast<uint8_t>(c.number(1)); }
+uint16_t half(zo_cursor &c) { return static_cast<uint16_t>(c.number(2)); }
+uint32_t word(zo_cursor &c) { return c.number(4); }
+std::string string(zo_cursor &c) { return std::string(c.text()); }
 
-    bool more() const { return error.empty() && !left.empty(); }
-
-    void fail(std::string reason)
-    {
-        if (error.empty())
-            error = std::move(reason);
-        left = {};
-    }
-
-    uint32_t number(size_t bytes)
-    {
-        if (left.size() < bytes) {
-            fail("body ends inside a number");
-            return 0;
-        }
-        uint32_t n = 0;
-        for (size_t i = 0; i < bytes; i++)
-            n |= static_cast<uint32_t>(left[i]) << (8 * i);
-        left = left.subspan(bytes);
-        return n;
-    }
-    uint8_t byte() { return static_cast<uint8_t>(number(1)); }
-    uint16_t half() { return static_cast<uint16_t>(number(2)); }
-    uint32_t word() { return number(4); }
-
-    std::string string()
-    {
-        auto nul = std::find(left.begin(), left.end(), 0);
-        if (nul == left.end()) {
-            fail("string without terminator");
-            return {};
-        }
-        std::string s(left.begin(), nul);
-        left = left.subspan(s.size() + 1);
-        return s;
-    }
-
-    bool zeros(size_t bytes)   // all of them 0
-    {
-        bool zero = true;
-        for (size_t i = 0; i < bytes; i++)
-            zero = byte() == 0 && zero;
-        return zero;
-    }
-};
+bool zeros(zo_cursor &c, size_t bytes)   // all of them 0
+{
+    return c.part(bytes).find_first_not_of('\0') == std::string_view::npos;
+}
 
 // Postfix code up to the byte `stop`, which is taken too. `lasts[d]` gets the number of tokens read when the stack's
 // depth was last d, so that the caller can tell where each value of several ends.
-zo_expr read_tokens(cursor &c, uint8_t stop, unsigned values, size_t *lasts)
+zo_expr read_tokens(zo_cursor &c, uint8_t stop, unsigned values, size_t *lasts)
 {
     zo_expr expr;
     unsigned depth = 0;
     for (;;) {
-        if (c.left.empty()) {
+        if (!c.more()) {
             c.fail("postfix code without terminator");
             return {};
         }
-        zo_token t = {c.byte(), 0, {}};
+        zo_token t = {byte(c), 0, {}};
         if (t.op == stop)
             break;
         unsigned takes = 0;
         switch (t.op) {
-        case ZO_OP_CONST: t.number = c.word(); break;
+        case ZO_OP_CONST: t.number = word(c); break;
         case ZO_OP_PSECT:
         case ZO_OP_SEG_PSECT:
         case ZO_OP_SYMBOL:
         case ZO_OP_SEG_SYMBOL:
-        case ZO_OP_DEFINED: t.name = c.string(); break;
+        case ZO_OP_DEFINED: t.name = string(c); break;
         case ZO_OP_LOW:
         case ZO_OP_HIGH:
         case ZO_OP_NOT:
@@ -154,23 +113,23 @@ zo_expr read_tokens(cursor &c, uint8_t stop, unsigned values, size_t *lasts)
     return expr;
 }
 
-zo_expr read_expr(cursor &c)
+zo_expr read_expr(zo_cursor &c)
 {
     size_t lasts[2];
     return read_tokens(c, ZO_OP_END, 1, lasts);
 }
 
-zo_reloc_entry read_reloc(cursor &c)
+zo_reloc_entry read_reloc(zo_cursor &c)
 {
-    zo_reloc_entry e = {c.half(), c.byte(), {}, {}, {}};
+    zo_reloc_entry e = {half(c), byte(c), {}, {}, {}};
     switch (zo_field_kind(e.type)) {
     case ZO_ADD_PSECT:
-    case ZO_ADD_SYMBOL: e.name = c.string(); break;
+    case ZO_ADD_SYMBOL: e.name = string(c); break;
     case ZO_COMPLEX: e.value = read_expr(c); break;
     case ZO_CHECK: {
-        if (c.byte() != ZO_OP_CHECK)
+        if (byte(c) != ZO_OP_CHECK)
             c.fail("range check without its opener");
-        e.name = c.string();
+        e.name = string(c);
         size_t lasts[3] = {};
         zo_expr both = read_tokens(c, ZO_OP_CHECK_END, 2, lasts);
         if (c.error.empty()) {   // the value is all up to where it stood alone for the last time
@@ -185,26 +144,26 @@ zo_reloc_entry read_reloc(cursor &c)
     return e;
 }
 
-zo_fninfo_entry read_fninfo(cursor &c)
+zo_fninfo_entry read_fninfo(zo_cursor &c)
 {
-    zo_fninfo_entry e = {c.byte(), {}, {}, 0, 0};
+    zo_fninfo_entry e = {byte(c), {}, {}, 0, 0};
     switch (e.subcode) {
     case ZO_FNCALL:
     case ZO_FNARG:
     case ZO_FNBREAK:
-        e.function = c.string();
-        e.name = c.string();
+        e.function = string(c);
+        e.name = string(c);
         break;
     case ZO_FNINDIR:
-        e.function = c.string();
-        e.number = c.half();
+        e.function = string(c);
+        e.number = half(c);
         break;
     case ZO_FNADDR:
-    case ZO_FNROOT: e.function = c.string(); break;
+    case ZO_FNROOT: e.function = string(c); break;
     case ZO_FNSIZE:
-        e.function = c.string();
-        e.number = c.word();
-        e.autosize = c.word();
+        e.function = string(c);
+        e.number = word(c);
+        e.autosize = word(c);
         break;
     default: c.fail(zo_format("unknown FNINFO subcode %u", e.subcode));
     }
@@ -214,55 +173,55 @@ zo_fninfo_entry read_fninfo(cursor &c)
 // Braced initialisers run left to right, so that the fields below are read in the order in which they are written.
 void read_body(zo_record &r)
 {
-    cursor c = {r.raw, {}};
+    zo_cursor c{zo_view(r.raw)};
     switch (r.type) {
     case ZO_IDENT: {
         zo_ident b = {};
         for (uint8_t &o : b.order)
-            o = c.byte();
-        b.chip = c.string();
-        b.major = c.byte();
-        b.minor = c.byte();
+            o = byte(c);
+        b.chip = string(c);
+        b.major = byte(c);
+        b.minor = byte(c);
         r.body = b;
         break;
     }
-    case ZO_PSECT: r.body = zo_psect{c.half(), c.string()}; break;
+    case ZO_PSECT: r.body = zo_psect{half(c), string(c)}; break;
     case ZO_XPSECT: {
         zo_xpsect b = {};
-        b.size = c.word();
-        b.reloc = c.half();
-        b.reserved = !c.zeros(2);
-        b.space = c.byte();
-        b.delta = c.byte();
-        b.reserved = !c.zeros(2) || b.reserved;
-        b.name = c.string();
-        b.class_name = c.string();
-        b.with = c.string();
+        b.size = word(c);
+        b.reloc = half(c);
+        b.reserved = !zeros(c, 2);
+        b.space = byte(c);
+        b.delta = byte(c);
+        b.reserved = !zeros(c, 2) || b.reserved;
+        b.name = string(c);
+        b.class_name = string(c);
+        b.with = string(c);
         r.body = b;
         break;
     }
     case ZO_PSECTLIM: {
         zo_psectlim b = {};
-        b.limit = c.half();
-        b.reserved = !c.zeros(14);
-        b.name = c.string();
+        b.limit = half(c);
+        b.reserved = !zeros(c, 14);
+        b.name = string(c);
         r.body = b;
         break;
     }
     case ZO_PSECTBOUND:
-        r.body = zo_psectbound{c.byte(), c.half(), c.word(), c.word(), c.byte(), c.byte(), c.string(), c.string()};
+        r.body = zo_psectbound{byte(c), half(c), word(c), word(c), byte(c), byte(c), string(c), string(c)};
         break;
     case ZO_SYM: {
         zo_sym b;
         while (c.more())
-            b.symbols.push_back(zo_symbol{c.word(), c.half(), c.string(), c.string()});
+            b.symbols.push_back(zo_symbol{word(c), half(c), string(c), string(c)});
         r.body = b;
         break;
     }
     case ZO_TEXT: {
-        zo_text b = {c.word(), c.string(), {}};
-        b.data.assign(c.left.begin(), c.left.end());
-        c.left = {};
+        zo_text b = {word(c), string(c), {}};
+        const std::string_view data = c.rest();
+        b.data.assign(data.begin(), data.end());
         r.body = b;
         break;
     }
@@ -273,7 +232,7 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_SIGNAT: r.body = zo_signat{c.half(), c.string()}; break;
+    case ZO_SIGNAT: r.body = zo_signat{half(c), string(c)}; break;
     case ZO_FNINFO: {
         zo_fninfo b;
         while (c.more())
@@ -281,35 +240,32 @@ void read_body(zo_record &r)
         r.body = b;
         break;
     }
-    case ZO_FNCONF: r.body = zo_fnconf{{c.string(), c.string(), c.string()}, c.half()}; break;
+    case ZO_FNCONF: r.body = zo_fnconf{{string(c), string(c), string(c)}, half(c)}; break;
     case ZO_FNALIGN: {
-        zo_fnalign b = {c.half(), {}};
+        zo_fnalign b = {half(c), {}};
         while (c.more())
-            b.names.push_back(c.string());
+            b.names.push_back(string(c));
         r.body = b;
         break;
     }
     case ZO_DABS: {
         zo_dabs b;
         while (c.more())
-            b.entries.push_back(zo_dabs_entry{c.byte(), c.word(), c.word(), c.string()});
+            b.entries.push_back(zo_dabs_entry{byte(c), word(c), word(c), string(c)});
         r.body = b;
         break;
     }
-    case ZO_START: r.body = zo_start{c.word(), c.string()}; break;
-    case ZO_END: r.body = zo_end{!c.zeros(2)}; break;
-    case ZO_LISTRELOC: r.body = zo_listreloc{c.string(), c.string()}; break;
+    case ZO_START: r.body = zo_start{word(c), string(c)}; break;
+    case ZO_END: r.body = zo_end{!zeros(c, 2)}; break;
+    case ZO_LISTRELOC: r.body = zo_listreloc{string(c), string(c)}; break;
     case ZO_COND_EXPR: r.body = zo_cond_expr{read_expr(c)}; break;
-    case ZO_LR_TEXT:
-        r.body = zo_lr_text{std::string(c.left.begin(), c.left.end())};
-        c.left = {};
-        break;
+    case ZO_LR_TEXT: r.body = zo_lr_text{std::string(c.rest())}; break;
     case ZO_LR_RELOC: {
         zo_lr_reloc b = {};
-        b.base = c.word();
-        b.reserved = !c.zeros(1);
-        b.type = c.byte();
-        uint8_t columns = c.byte();
+        b.base = word(c);
+        b.reserved = !zeros(c, 1);
+        b.type = byte(c);
+        uint8_t columns = byte(c);
         b.columns = columns & 15;
         b.value = read_expr(c);
         if (zo_field_kind(b.type) != ZO_COMPLEX)
@@ -320,10 +276,10 @@ void read_body(zo_record &r)
     case ZO_SEGMENT:
     case ZO_XSYM:
     case ZO_SEGSTART:
-    case ZO_UNKNOWN: c.left = {}; break;
+    case ZO_UNKNOWN: c.rest(); break;
     }
-    if (!c.left.empty())
-        c.fail(zo_format("%zu bytes too many", c.left.size()));
+    if (c.more())
+        c.fail(zo_format("%zu bytes too many", c.bytes.size() - c.at));
     if (!c.error.empty()) {
         r.error = c.error;
         r.body = zo_other{};

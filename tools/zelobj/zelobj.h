@@ -193,12 +193,32 @@ struct zo_file {
 // The buffer must stay as long as the raw bodies are looked at.
 zo_file zo_read(std::span<const uint8_t> bytes);
 
+// cursor. Reads on from a place. Behind the end, all is 0 and `error` is set.
+struct zo_cursor {
+    std::string_view bytes;
+    size_t at = 0;
+    std::string error = {};   // why a read failed first; else empty
+
+    bool bad() const { return !error.empty(); }
+    bool more() const { return !bad() && at < bytes.size(); }
+    void fail(std::string reason);
+    uint32_t number(unsigned count);      // of so many bytes, at most 4
+    std::string_view text();              // up to a 0, which is taken, too
+    std::string_view part(size_t size);   // so many bytes
+    std::string_view rest();
+};
+
+// words. Puts the words of the files named in it as `@FILE` in their places. `what` such a file is called in an error text, which
+// is given back, empty on success.
+std::string zo_expand(const std::vector<std::string> &from, std::vector<std::string> &to, const std::string &what);
+
 // archive. An object in a file: the file's name, for a member "archive(member)", and the bytes, in the buffer of the file.
 struct zo_member {
     std::string name;
     std::span<const uint8_t> bytes;
 };
 bool zo_read_file(const std::string &path, std::vector<uint8_t> &bytes);   // false: errno tells why
+std::string_view zo_view(std::span<const uint8_t> bytes);                  // as characters
 bool zo_is_archive(std::span<const uint8_t> bytes);
 // The file itself, or the members of an archive as `ar` makes it. Gives back an error text, empty on success; members in front of
 // the damage are there.
@@ -209,16 +229,7 @@ const char *zo_type_name(uint8_t type);   // "TEXT" and so on; type 1 to 23
 // What is wrong with a file, a line each with the record's number and name; empty if nothing is.
 std::vector<std::string> zo_verify(const zo_file &file);
 
-// elf. Reads on from a place. Behind the end, all is 0 and `bad` is set.
-struct zo_cursor {
-    std::string_view bytes;
-    size_t at = 0;
-    bool bad = false;
-
-    uint32_t number(unsigned count);      // of so many bytes, at most 4
-    std::string_view text();              // up to a 0, which is taken, too
-    std::string_view part(size_t size);   // so many bytes
-};
+// elf
 enum : uint32_t { ZO_ELF_PROGBITS = 1, ZO_ELF_SYMTAB = 2, ZO_ELF_NOTE = 7, ZO_ELF_NOBITS = 8 };   // types of sections
 enum : uint32_t { ZO_ELF_ALLOC = 2, ZO_ELF_EXECUTABLE = 4 };                                      // their flags
 enum : uint32_t { ZO_ELF_ABSOLUTE = 0xFFF1 };                                                     // as a symbol's section

@@ -12,7 +12,7 @@ static uint64_t leb(zo_cursor &c, unsigned *bits = nullptr)
     uint64_t value = 0;
     unsigned shift = 0;
     uint32_t byte = 0x80;
-    for (; byte & 0x80 && !c.bad; shift += 7) {
+    for (; byte & 0x80 && !c.bad(); shift += 7) {
         byte = c.number(1);
         value |= shift < 64 ? uint64_t{byte & 0x7F} << shift : 0u;
     }
@@ -64,14 +64,14 @@ static bool read_head(zo_cursor &c, uint32_t version, line_head &h)
     h.operands.assign(1, 0);
     for (uint32_t i = 1; i < h.opcodes; i++)
         h.operands.push_back(c.number(1));
-    while (!c.bad && !c.text().empty())   // folders
+    while (!c.bad() && !c.text().empty())   // folders
         ;
-    for (std::string_view file = c.text(); !c.bad && !file.empty(); file = c.text()) {
+    for (std::string_view file = c.text(); !c.bad() && !file.empty(); file = c.text()) {
         h.files.emplace_back(file);
         for (unsigned i = 0; i < 3; i++)
             leb(c);
     }
-    return !c.bad && h.range;
+    return !c.bad() && h.range;
 }
 
 struct line_state {
@@ -86,13 +86,14 @@ static bool run_lines(zo_cursor c, const line_head &h, program_t &p, size_t &mos
     line_state s;
     const auto row = [&] {
         const std::string &file = h.files[s.file < h.files.size() ? s.file : 0];
-        c.bad |= file.size() > most;
-        most -= c.bad ? 0 : file.size();
-        if (!c.bad && !file.empty())
+        if (file.size() > most)
+            return c.fail("names are longer than all files");
+        most -= file.size();
+        if (!file.empty())
             p.lines[s.address] = {file, s.line};
         s.begin = std::min(s.begin, s.address);
     };
-    while (c.at < c.bytes.size() && !c.bad) {
+    while (c.more()) {
         const uint32_t opcode = c.number(1);
         if (opcode >= h.opcodes) {
             s.address += (opcode - h.opcodes) / h.range * h.least;
@@ -125,7 +126,7 @@ static bool run_lines(zo_cursor c, const line_head &h, program_t &p, size_t &mos
                 leb(c);
         }
     }
-    return !c.bad;
+    return !c.bad();
 }
 
 static bool read_lines(std::string_view bytes, program_t &p)
@@ -137,7 +138,8 @@ static bool read_lines(std::string_view bytes, program_t &p)
         const uint32_t version = unit.number(2), length = unit.number(4);
         zo_cursor head{unit.part(length)};
         line_head h{};
-        if (c.bad || unit.bad || version < 2 || version > 4 || !read_head(head, version, h) || !run_lines(unit, h, p, most))
+        if (c.bad() || unit.bad() || version < 2 || version > 4 || !read_head(head, version, h) ||
+            !run_lines(unit, h, p, most))
             return false;
     }
     return true;
