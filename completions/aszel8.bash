@@ -39,7 +39,7 @@ _aszel8() {
     case $cur in
     -mcpu=*) COMPREPLY=($(compgen -P -mcpu= -W "$(_aszel8_chips "$1")" -- "$(tr '[:lower:]' '[:upper:]' <<<"${cur#*=}")")) ;;
     --opt=*) _aszel8_words --opt= "${cur#*=}" "debug space speed" ;;
-    --diagnostics=*) COMPREPLY=($(compgen -P --diagnostics= -W "plain rich json" -- "${cur#*=}")) ;;
+    --diagnostics=*) COMPREPLY=($(compgen -P --diagnostics= -W "plain rich json sarif" -- "${cur#*=}")) ;;
     --color=*) COMPREPLY=($(compgen -P --color= -W "auto always never" -- "${cur#*=}")) ;;
     --cmode=*) _aszel8_words --cmode= "${cur#*=}" "ost zcc zcce zmasm zmlink zmlib cxi vcc" ;;
     --qvdebug=*)

@@ -167,7 +167,7 @@ void cmdline_collect(int *argc, char ***argv)
             const int why = errno;
             alert_msg(1217, file);
             errno = why;
-            perror(file);
+            guard_perror(file);
             *argc = 1;
             return;
         }
@@ -470,7 +470,7 @@ static void option_deptarget(const char *name)
 static void option_diagnostics(const char *form)
 {
     if (!diagnostics_set_form(form))
-        alert_text("E", "--diagnostics=%s: the forms are plain, rich and json", form);
+        alert_text("E", "--diagnostics=%s: the forms are plain, rich, json and sarif", form);
 }
 
 static void option_color(const char *when)
@@ -499,7 +499,7 @@ static void option_help(const char *)
           "  -WN, -WN!             warnings of level N and above; and they make the exit status 1\n"
           "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
           "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
-          "  --diagnostics=plain|rich|json, --color=auto|always|never   how messages look\n"
+          "  --diagnostics=plain|rich|json|sarif, --color=auto|always|never   how messages look\n"
           "  --explain=N           what message N means, an example, the remedy\n"
           "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
           "  --ver, --help         the version, this text\n"

@@ -13,6 +13,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 
 #include "common/xalloc.h"
 
@@ -37,6 +38,7 @@ static struct {
     file_id_t *inputs;
     output_t *outputs;
     size_t input_count, input_room, output_count, output_room;
+    void (*tell)(const char *line);
     const char *refusal;   // why the last output was refused; null if it wasn't
 } st;
 
@@ -200,6 +202,17 @@ bool guard_allows(const char *path)
     return stat(path, &info) != 0 || !S_ISREG(info.st_mode) || is_free({info.st_dev, info.st_ino});
 }
 
-void guard_perror(const char *path) { fprintf(stderr, "%s: %s\n", path, st.refusal ? st.refusal : strerror(errno)); }
+void guard_set_tell(void (*tell)(const char *line)) { st.tell = tell; }
+
+void guard_perror(const char *path)
+{
+    const int why = errno;   // messages behind it show that, too
+    const std::string line = std::string(path) + ": " + (st.refusal ? st.refusal : strerror(why));
+    if (st.tell)
+        st.tell(line.c_str());
+    else
+        fprintf(stderr, "%s\n", line.c_str());
+    errno = why;
+}
 
 bool guard_refused() { return st.refusal; }

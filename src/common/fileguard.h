@@ -19,7 +19,8 @@ FILE *guard_open(const char *path, const char *mode, void (*lost)(const char *pa
 bool guard_close(FILE *stream);
 // Whether the file of that name may be written: false, with errno set, where guard_open would refuse.
 bool guard_allows(const char *path);
-// As perror, knowing more of a refusal.
+// As perror, knowing more of a refusal. What is set by guard_set_tell gets the line, without its end.
 void guard_perror(const char *path);
+void guard_set_tell(void (*tell)(const char *line));
 // Whether the last guard_open or guard_allows, or the loss of an output, was a refusal.
 bool guard_refused();

@@ -37,6 +37,12 @@ static explained_t find_section(uint64_t number)
 
 std::string_view explanation_body(uint64_t number) { return find_section(number).body; }
 
+std::string_view explanation_text(uint64_t number)
+{
+    const std::string_view heading = find_section(number).heading;
+    return heading.substr(std::min(heading.size(), heading.find(' ', heading.find(' ') + 1) + 1));
+}
+
 // "800 E text" as "(800) text", and what it is.
 static std::string title(std::string_view heading)
 {

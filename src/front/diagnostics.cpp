@@ -17,21 +17,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <unistd.h>
 #include <vector>
 
 #include "common/alert.h"
+#include "common/fileguard.h"
 #include "common/srcpos.h"
 #include "front/chars.h"
 #include "front/lexutil.h"
+#include "front/messagelog.h"
 #include "front/suggest.h"
 
-using json = nlohmann::ordered_json;
-
-enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH, FORM_JSON };
+enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH, FORM_JSON, FORM_SARIF };
 enum color_t { COLOR_AUTO, COLOR_ALWAYS, COLOR_NEVER };
 
 constexpr unsigned NO_MEMORY = 296, TOO_MANY = 1;   // messages that are shown bare: the second comes behind another one
@@ -41,18 +40,11 @@ constexpr size_t WIDTH = 160;                                      // bytes show
 constexpr size_t NOTES_SHOWN = 8;
 constexpr off_t LARGEST_FILE = off_t{1} << 26;
 
-// A line of a source, "" if it isn't known, and bytes of it that are marked; length 0: none.
-struct excerpt_t {
-    std::string text;
-    size_t at, length;
-};
-
 static struct {
     form_t form;
     color_t color;
     bool plain_asked;
     std::map<std::string, std::vector<std::string>> files;   // lines by name
-    json pending;                                            // an object that is to be written; null: none
 } st;
 
 // Lines.
@@ -185,19 +177,6 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
 
 // A message with all that belongs to it.
 
-struct remark_t {
-    std::string text, file;
-    int64_t line;
-    excerpt_t excerpt;
-};
-
-struct diagnostic_t {
-    alert_severity_t severity;
-    unsigned number;
-    remark_t main;
-    std::vector<remark_t> notes;
-};
-
 static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_line_t &being_read)
 {
     lex_origin_t origins[LEX_MAX_DEPTH];
@@ -219,21 +198,27 @@ static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_lin
     mark(e, r, &being_read);
 }
 
+// A suggestion is a fix where no other one is as near, in a line that is shown as it stands in its file.
 static void note_meant(diagnostic_t *d, const lex_line_t *being_read)
 {
-    std::string_view word = quoted_word(d->main.text);
-    std::string meant;
+    suggestion_t s;
     if (d->number == UNDEFINED_SYMBOL)
-        meant = suggest_symbol(word);
+        s = suggest_symbol(quoted_word(d->main.text));
     else if (d->number == SYNTAX_ERROR && being_read)
-        meant = suggest_keyword({being_read->text, being_read->length}, being_read->token, &word);
-    if (!meant.empty())
-        d->notes.push_back({'"' + std::string(word) + "\": did you mean \"" + meant + "\"?", "", 0, {}});
+        s = suggest_keyword({being_read->text, being_read->length}, being_read->token);
+    if (s.meant.empty())
+        return;
+    d->notes.push_back({'"' + s.word + "\": did you mean \"" + s.meant + "\"?", "", 0, {}});
+    excerpt_t place = d->main.excerpt;
+    place.length = 0;
+    mark_word(&place, s.word);
+    if (s.certain && place.length > 0 && !lex_in_expansion())
+        d->fixes.push_back({place.at, place.length, s.meant});
 }
 
 static diagnostic_t gather(const alert_report_t *r)
 {
-    diagnostic_t d = {r->severity, r->number, {r->text, r->file, r->line, {}}, {}};
+    diagnostic_t d = {r->severity, r->number, {r->text, r->file, r->line, {}}, {}, {}};
     if (r->number == TOO_MANY)
         return d;   // it comes behind another message, which has it all
     lex_line_t being_read;
@@ -275,57 +260,6 @@ static void write_rich(const alert_report_t *r)
     }
 }
 
-// JSON. What explains a message comes as a message of its own behind it, so an object is written when the next one begins.
-
-static void put_place(json *j, const remark_t &n)
-{
-    (*j)["text"] = n.text;
-    if (!n.file.empty())
-        (*j)["file"] = n.file;
-    if (n.line > 0)
-        (*j)["line"] = n.line;
-    if (n.excerpt.length > 0) {
-        (*j)["column"] = n.excerpt.at + 1;
-        (*j)["length"] = n.excerpt.length;
-    }
-    if (!n.excerpt.text.empty())
-        (*j)["source"] = n.excerpt.text;
-}
-
-static void end_json()
-{
-    if (st.pending.is_null())
-        return;
-    const std::string text =
-        st.pending.dump(-1, ' ', false, json::error_handler_t::replace) + '\n';   // names may have any bytes
-    st.pending = json();
-    fwrite(text.data(), 1, text.size(), stderr);
-    fflush(stderr);
-}
-
-static void write_json(const alert_report_t *r)
-{
-    static constexpr const char *severities[] = {"fatal", "error", "warning", "message", "message"};
-    diagnostic_t d = gather(r);
-    const size_t end = d.main.text.find_last_not_of('\n');
-    d.main.text.resize(end == std::string::npos ? 0 : end + 1);
-    if (d.severity == ALERT_MESSAGE && d.number == 0 && !st.pending.is_null()) {
-        json note;
-        put_place(&note, d.main);
-        st.pending["notes"].push_back(note);
-        return;
-    }
-    end_json();
-    st.pending = {{"severity", severities[d.severity]}, {"number", d.number}};
-    put_place(&st.pending, d.main);
-    st.pending["notes"] = json::array();
-    for (const remark_t &n : d.notes) {
-        json note;
-        put_place(&note, n);
-        st.pending["notes"].push_back(note);
-    }
-}
-
 static form_t form()
 {
     if (st.form != FORM_DEFAULT)
@@ -336,26 +270,47 @@ static form_t form()
     return !st.plain_asked && isatty(STDERR_FILENO) ? FORM_RICH : FORM_PLAIN;
 }
 
+static log_form_t log_form()
+{
+    const form_t as = form();
+    return as == FORM_JSON ? LOG_JSON : as == FORM_SARIF ? LOG_SARIF : LOG_NONE;
+}
+
+static void end_log() { log_end(log_form()); }
+
 static bool show(const alert_report_t *r)
 {
-    const form_t as = r->number == NO_MEMORY ? FORM_PLAIN : form();
-    if (as != FORM_JSON)
-        end_json();
-    if (as != FORM_PLAIN)
-        (as == FORM_JSON ? write_json : write_rich)(r);
-    return as != FORM_PLAIN;
+    if (r->number == NO_MEMORY) {
+        end_log();
+        return false;
+    }
+    if (log_form() != LOG_NONE)
+        log_add(log_form(), gather(r));
+    else if (form() == FORM_RICH)
+        write_rich(r);
+    return form() != FORM_PLAIN;
+}
+
+// A line of the system.
+static void tell(const char *line)
+{
+    if (log_form() == LOG_NONE)
+        fprintf(stderr, "%s\n", line);
+    else
+        log_add(log_form(), {ALERT_BARE, 0, {line, "", 0, {}}, {}, {}});
 }
 
 void diagnostics_start()
 {
     alert_set_show(show);
-    atexit(end_json);
+    guard_set_tell(tell);
+    atexit(end_log);
 }
 
 bool diagnostics_set_form(const char *form)
 {
-    static constexpr const char *words[] = {"plain", "rich", "json"};
-    for (int i = 0; i < 3; i++)
+    static constexpr const char *words[] = {"plain", "rich", "json", "sarif"};
+    for (int i = 0; i < 4; i++)
         if (strcmp(form, words[i]) == 0) {
             st.form = static_cast<form_t>(FORM_PLAIN + i);
             return true;

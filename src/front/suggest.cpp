@@ -20,6 +20,7 @@ struct search_t {
     bool fold;   // case doesn't matter
     unsigned best;
     std::string_view found;
+    bool rivals;   // another word is as near
 };
 
 static char folded(char c, bool fold) { return fold && c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
@@ -56,7 +57,7 @@ static bool may_search()
 static search_t search_for(std::string_view word, bool fold)
 {
     const unsigned limit = word.size() < 2 ? 0 : word.size() < 5 ? 1 : 2;
-    return {word, fold, limit + 1, {}};
+    return {word, fold, limit + 1, {}, false};
 }
 
 static size_t alike(std::string_view a, std::string_view b)
@@ -73,8 +74,11 @@ static void offer(search_t *s, std::string_view candidate)
         return;
     const unsigned d = distance(s->word, candidate, s->fold, s->best);
     const size_t now = alike(s->word, candidate), before = alike(s->word, s->found);
+    if (d == s->best && candidate != s->found)
+        s->rivals = true;
     const bool first = now > before || (now == before && candidate < s->found);
     if (d > 0 && (d < s->best || (d == s->best && !s->found.empty() && first))) {
+        s->rivals = s->rivals && d == s->best;
         s->best = d;
         s->found = candidate;
     }
@@ -89,13 +93,18 @@ static void offer_symbols(search_t *s, uint64_t mask, uint64_t flags)
     vec_destroy(all.raw);
 }
 
-std::string suggest_symbol(std::string_view word)
+static suggestion_t as_suggestion(const search_t &s)
+{
+    return {std::string(s.word), std::string(s.found), s.best == 1 && !s.rivals};
+}
+
+suggestion_t suggest_symbol(std::string_view word)
 {
     if (!may_search())
-        return "";
+        return {};
     search_t s = search_for(word, false);
     offer_symbols(&s, S_SPACE_MASK | S_MACRO | S_UNDEF, 0);
-    return std::string(s.found);
+    return as_suggestion(s);
 }
 
 static bool is_known(std::string_view word)
@@ -120,7 +129,7 @@ static std::string_view word_at(std::string_view line, size_t at, bool in_front)
     return line.substr(begin, end - begin);
 }
 
-std::string suggest_keyword(std::string_view line, size_t at, std::string_view *word)
+suggestion_t suggest_keyword(std::string_view line, size_t at)
 {
     search_t nearest = {};
     for (const bool in_front : {true, false}) {
@@ -139,6 +148,5 @@ std::string suggest_keyword(std::string_view line, size_t at, std::string_view *
         if (!s.found.empty() && (nearest.found.empty() || s.best < nearest.best))
             nearest = s;
     }
-    *word = nearest.word;
-    return std::string(nearest.found);
+    return as_suggestion(nearest);
 }

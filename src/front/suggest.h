@@ -4,8 +4,11 @@
 #include <string>
 #include <string_view>
 
-// A symbol of the program, of this spelling or nearly so. "": none is near.
-std::string suggest_symbol(std::string_view word);
+struct suggestion_t {
+    std::string word, meant;   // what was written, and what was probably meant; meant "": nothing is near
+    bool certain = false;      // one change leads there, and to no other word
+};
+suggestion_t suggest_symbol(std::string_view word);   // a symbol of the program
 // For a line with a syntax error: the word of the language, or the macro, that the word in front of `at`, or the one there, was
-// probably meant to be, if the word itself is nothing. *word becomes that word.
-std::string suggest_keyword(std::string_view line, size_t at, std::string_view *word);
+// probably meant to be, if the word itself is nothing.
+suggestion_t suggest_keyword(std::string_view line, size_t at);

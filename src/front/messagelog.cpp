@@ -1,0 +1,200 @@
+// What explains a message comes as a message of its own behind it, without a number. So a message is kept until the next one
+// begins. A SARIF log is one object, and is written when the run ends.
+//
+// JSON counts columns in bytes; SARIF in characters, and its files are URIs.
+#include "front/messagelog.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string_view>
+
+#include "env/explain.h"
+
+using json = nlohmann::ordered_json;
+
+static struct {
+    std::optional<diagnostic_t> pending;
+    json results = json::array(), rules = json::array();
+    bool failed, ended;
+} st;
+
+static void write_text(const json &j, int indent)
+{
+    const std::string text = j.dump(indent, ' ', false, json::error_handler_t::replace) + '\n';   // names may have any bytes
+    fwrite(text.data(), 1, text.size(), stderr);
+    fflush(stderr);
+}
+
+// JSON.
+
+static void put_place(json *j, const remark_t &n)
+{
+    (*j)["text"] = n.text;
+    if (!n.file.empty())
+        (*j)["file"] = n.file;
+    if (n.line > 0)
+        (*j)["line"] = n.line;
+    if (n.excerpt.length > 0) {
+        (*j)["column"] = n.excerpt.at + 1;
+        (*j)["length"] = n.excerpt.length;
+    }
+    if (!n.excerpt.text.empty())
+        (*j)["source"] = n.excerpt.text;
+}
+
+static void write_json(const diagnostic_t &d)
+{
+    static constexpr const char *severities[] = {"fatal", "error", "warning", "message", "message"};
+    json j = {{"severity", severities[d.severity]}, {"number", d.number}};
+    put_place(&j, d.main);
+    j["notes"] = json::array();
+    for (const remark_t &n : d.notes) {
+        json note;
+        put_place(&note, n);
+        j["notes"].push_back(note);
+    }
+    for (const fix_t &f : d.fixes)
+        j["fixes"].push_back({{"column", f.at + 1}, {"length", f.length}, {"text", f.text}});
+    write_text(j, -1);
+}
+
+// SARIF.
+
+static std::string uri(std::string_view file)
+{
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string to = file.starts_with('/') ? "file://" : "";
+    for (const char c : file) {
+        const unsigned byte = static_cast<unsigned char>(c);
+        if (byte < 0x80 && (isalnum(c) || strchr("/-._~", c)))
+            to += c;
+        else
+            to += {'%', digits[byte >> 4], digits[byte & 15]};
+    }
+    return to;
+}
+
+// The column, from 1, of a byte; it may stand behind the line's end.
+static size_t column(std::string_view line, size_t at)
+{
+    const size_t within = std::min(at, line.size());
+    const auto starts = std::count_if(line.begin(), line.begin() + within, [](char c) { return (c & 0xC0) != 0x80; });
+    return static_cast<size_t>(starts) + (at - within) + 1;
+}
+
+static json region(const std::string &text, int64_t line, size_t at, size_t length)
+{
+    json j = {{"startLine", line}};
+    if (length > 0) {
+        j["startColumn"] = column(text, at);
+        j["endColumn"] = column(text, at + length);
+    }
+    return j;
+}
+
+static json artifact(const std::string &file) { return {{"uri", uri(file)}}; }
+
+static json location(const remark_t &n)
+{
+    json j;
+    j["artifactLocation"] = artifact(n.file);
+    if (n.line > 0) {
+        j["region"] = region(n.excerpt.text, n.line, n.excerpt.at, n.excerpt.length);
+        if (!n.excerpt.text.empty())
+            j["region"]["snippet"] = {{"text", n.excerpt.text}};
+    }
+    return {{"physicalLocation", j}};
+}
+
+static size_t rule_index(unsigned number)
+{
+    const std::string id = std::to_string(number);
+    const auto found = std::find_if(st.rules.begin(), st.rules.end(), [&](const json &rule) { return rule["id"] == id; });
+    const size_t index = static_cast<size_t>(found - st.rules.begin());
+    if (found == st.rules.end())
+        st.rules.push_back({{"id", id},
+                            {"shortDescription", {{"text", explanation_text(number)}}},
+                            {"help", {{"text", explanation(number)}, {"markdown", explanation_body(number)}}}});
+    return index;
+}
+
+static json sarif_fix(const diagnostic_t &d, const fix_t &f)
+{
+    const json replacement = {{"deletedRegion", region(d.main.excerpt.text, d.main.line, f.at, f.length)},
+                              {"insertedContent", {{"text", f.text}}}};
+    const json change = {{"artifactLocation", artifact(d.main.file)}, {"replacements", json::array({replacement})}};
+    return {{"description", {{"text", "write \"" + f.text + '"'}}}, {"artifactChanges", json::array({change})}};
+}
+
+static void add_result(const diagnostic_t &d)
+{
+    static constexpr const char *levels[] = {"error", "error", "warning", "note", "note"};
+    json j;
+    if (!explanation_text(d.number).empty()) {
+        j["ruleId"] = std::to_string(d.number);
+        j["ruleIndex"] = rule_index(d.number);
+    }
+    j["level"] = levels[d.severity];
+    std::string text = d.main.text;
+    for (const remark_t &n : d.notes)
+        if (n.file.empty())
+            text += '\n' + n.text;
+    j["message"] = {{"text", text}};
+    if (!d.main.file.empty())
+        j["locations"] = json::array({location(d.main)});
+    for (const remark_t &n : d.notes)
+        if (!n.file.empty()) {
+            json related = location(n);
+            related["message"] = {{"text", n.text}};
+            j["relatedLocations"].push_back(related);
+        }
+    for (const fix_t &f : d.fixes)
+        j["fixes"].push_back(sarif_fix(d, f));
+    st.results.push_back(j);
+    st.failed |= d.severity == ALERT_FATAL;
+}
+
+static void write_sarif()
+{
+    const json driver = {{"name", "aszel8"}, {"version", ASZEL8_VERSION}, {"rules", st.rules}};
+    const json invocation = {{"executionSuccessful", !st.failed && alert_exit_status() == 0}};
+    const json run = {{"tool", {{"driver", driver}}},
+                      {"columnKind", "unicodeCodePoints"},
+                      {"invocations", json::array({invocation})},
+                      {"results", st.results}};
+    const json log = {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
+                      {"version", "2.1.0"},
+                      {"runs", json::array({run})}};
+    write_text(log, 2);
+}
+
+static void end_pending(log_form_t form)
+{
+    if (st.pending)
+        (form == LOG_SARIF ? add_result : write_json)(*st.pending);
+    st.pending.reset();
+}
+
+void log_add(log_form_t form, diagnostic_t d)
+{
+    const size_t end = d.main.text.find_last_not_of('\n');
+    d.main.text.resize(end == std::string::npos ? 0 : end + 1);
+    if (d.severity == ALERT_MESSAGE && d.number == 0 && st.pending) {
+        st.pending->notes.push_back(d.main);
+        return;
+    }
+    end_pending(form);
+    st.pending = std::move(d);
+}
+
+void log_end(log_form_t form)
+{
+    end_pending(form);
+    if (form == LOG_SARIF && !st.ended)
+        write_sarif();
+    st.ended = true;
+}
