@@ -166,9 +166,8 @@ static void write_sarif()
                       {"columnKind", "unicodeCodePoints"},
                       {"invocations", json::array({invocation})},
                       {"results", st.results}};
-    const json log = {{"$schema", "https://json.schemastore.org/sarif-2.1.0.json"},
-                      {"version", "2.1.0"},
-                      {"runs", json::array({run})}};
+    const json log = {
+        {"$schema", "https://json.schemastore.org/sarif-2.1.0.json"}, {"version", "2.1.0"}, {"runs", json::array({run})}};
     write_text(log, 2);
 }
 
