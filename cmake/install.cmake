@@ -16,7 +16,7 @@ endforeach()
 
 # For build systems.
 install(DIRECTORY share/cmake DESTINATION share)
-install(DIRECTORY share/bazel DESTINATION share/zel8)
+install(DIRECTORY share/bazel editors DESTINATION share/zel8 PATTERN node_modules EXCLUDE)
 configure_file(cmake/zel8.pc.in zel8.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/zel8.pc DESTINATION share/pkgconfig)
 
