@@ -12,7 +12,9 @@ foreach(tool IN LISTS TOOLS)
     install(FILES ${LINKS}/${tool} DESTINATION bin)
     install(FILES docs/${tool}.1 DESTINATION share/man/man1)
     install(FILES completions/${tool}.bash DESTINATION share/bash-completion/completions RENAME ${tool})
+    install(FILES completions/zel8.fish DESTINATION share/fish/vendor_completions.d RENAME ${tool}.fish)
 endforeach()
+install(FILES completions/_zel8 DESTINATION share/zsh/vendor-completions)
 
 # For build systems.
 install(DIRECTORY share/cmake DESTINATION share)

@@ -4,7 +4,7 @@ _zelrun() {
     local cur=${COMP_WORDS[COMP_CWORD]}
     case $cur in
     -*)
-        COMPREPLY=($(compgen -W "--compare --lines --mcpu --steps" -- "$cur"))
+        COMPREPLY=($(compgen -W "--compare --help --lines --mcpu --steps" -- "$cur"))
         ;;
     *)
         compopt -o filenames 2>/dev/null

@@ -13,6 +13,13 @@
 #include "compare.h"
 #include "tools.h"
 
+static const char help_text[] = "usage: zelrun [option...] source.as [assembler option]...\n"
+                                "  --compare      run it without and with the options, and tell where they first differ\n"
+                                "  --steps N      end after so many instructions, else 2000000\n"
+                                "  --lines N      show so many lines, else 20\n"
+                                "  --mcpu CHIP    the chip, else ZEL8K10\n"
+                                "  --help         this text\n";
+
 static void print_log(const sim_t &s, uint64_t lines)
 {
     const uint16_t serial = target_sfr(*s.target, "STX");
@@ -127,10 +134,10 @@ int main(int argc, char **argv)
             st.settings[argv[i]] = argv[i + 1], i++;
         else
             break;
+    if (i < argc && strcmp(argv[i], "--help") == 0)
+        return fputs(help_text, stdout) < 0 || fflush(stdout) != 0;
     if (i >= argc || argv[i][0] == '-')
-        return fprintf(stderr,
-                       "usage: zelrun [--compare] [--steps n] [--lines n] [--mcpu chip] source.as [assembler option]...\n"),
-               2;
+        return fputs(help_text, stderr), 2;
     st.source = argv[i];   // includes are found from the directory of the source
     const std::vector<std::string> options(argv + i + 1, argv + argc);
     char directory[] = "/tmp/zelrun.XXXXXX";
