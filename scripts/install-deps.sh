@@ -7,6 +7,7 @@ need() {   # package, then a command or a file that shows that it is there
     command -v "$2" >/dev/null 2>&1 || [ -e "$2" ] || missing="$missing $1"
 }
 need g++ g++
+need cpp cpp
 need clang clang++
 need libclang-rt-14-dev /usr/lib/llvm-14/lib/clang
 need cmake cmake

@@ -39,7 +39,7 @@ static struct {
     int argc;
     char **argv;
     int first_errors = -1;   // what standard error was before the first -E<file>
-    const char *obj_file, *list_file, *dep_target;
+    const char *obj_file, *object_name, *list_file, *dep_target;
     const char *version = "";   // of -ver=
 } command;
 
@@ -467,6 +467,18 @@ static void option_deptarget(const char *name)
         command.dep_target = name;
 }
 
+static void option_object_name(const char *name)
+{
+    if (has_value("--object-name=", name))
+        command.object_name = name;
+}
+
+static void option_source_name(const char *name)
+{
+    if (has_value("--source-name=", name))
+        asked.source_name = name;
+}
+
 static void option_diagnostics(const char *form)
 {
     if (!diagnostics_set_form(form))
@@ -491,6 +503,7 @@ static void option_help(const char *)
           "  -C                    a cross-reference\n"
           "  -V                    lines of the source for a debugger\n"
           "  --depfile=FILE        what was read, as a rule for Make; --deptarget=NAME: the target that it names\n"
+          "  --source-name=NAME, --object-name=NAME   what they are known as, if they lie elsewhere\n"
           "  --include=DIR         where includes are looked for that aren't found as they are told\n"
           "  --define=NAME[=N]     a symbol; 1 without a number\n"
           "  -no_trans, --cmode=MODE   instructions as written; a source for another tool\n"
@@ -545,6 +558,8 @@ static const struct {
     {"define=", false, option_define},
     {"depfile=", false, option_depfile},
     {"deptarget=", false, option_deptarget},
+    {"object-name=", false, option_object_name},
+    {"source-name=", false, option_source_name},
     {"diagnostics=", false, option_diagnostics},
     {"color=", false, option_color},
     {"explain=", false, option_explain},
@@ -574,9 +589,10 @@ static const char *with_extension(const char *name, const char *extension)
 // Every file that is written lies beside the first source unless an option says otherwise.
 static void settle_names()
 {
-    const char *source = asked.src_files[0];
+    const char *source = asked.source_name ? asked.source_name : asked.src_files[0];
     asked.obj_file = command.obj_file ? command.obj_file : with_extension(source, asked.asm_output ? "opt" : "obj");
-    asked.dep_target = command.dep_target ? command.dep_target : asked.obj_file;
+    asked.object_name = command.object_name ? command.object_name : asked.obj_file;
+    asked.dep_target = command.dep_target ? command.dep_target : asked.object_name;
     asked.list_file = command.list_file ? command.list_file : with_extension(source, "lst");
     asked.rlf_file = with_extension(asked.list_file, "rlf");
     asked.crf_file = with_extension(source, "crf");

@@ -27,13 +27,16 @@ struct options_t {
     char **src_files;   // the file arguments
     uint32_t src_count;
 
+    const char *source_name;   // --source-name=: what the source is known as, or null
+
     // Names of outputs, those that no option tells beside the first source. Null without a source.
     const char *obj_file;               // object file, or assembly text
+    const char *object_name;            // what it will be known as: --object-name=, or obj_file
     const char *list_file, *rlf_file;   // listing, relocation listing
     const char *crf_file;               // cross-reference file
     const char *report_file;            // --opt-report=; null for none
     const char *dep_file;               // --depfile=; null for none
-    const char *dep_target;             // what it tells of: --deptarget=, or the object file
+    const char *dep_target;             // what it tells of: --deptarget=, or object_name
 
     vec_t<const char *> include_dirs;   // --include=: searched in this order; may be null
     vec_t<const define_t *> defines;    // --define=, in their order; may be null

@@ -146,9 +146,9 @@ static void write_assembly()
     if (!to || !guard_close(to)) {
         const int why = errno;
         const srcpos_nowhere_t nowhere;
-        alert_msg(1220, opt.obj_file);
+        alert_msg(1220, opt.object_name);
         errno = why;
-        guard_perror(opt.obj_file);
+        guard_perror(opt.object_name);
     }
 }
 
@@ -156,9 +156,9 @@ static void write_object(bool with_rlf)
 {
     FILE *to = open_output(opt.obj_file);
     if (!to) {
-        guard_perror(opt.obj_file);
+        guard_perror(opt.object_name);
         const srcpos_nowhere_t nowhere;
-        alert_msg(1222, opt.obj_file);
+        alert_msg(1222, opt.object_name);
         return;
     }
     obj_write(to, with_rlf);

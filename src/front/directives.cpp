@@ -160,6 +160,10 @@ static bool d_hash(uint16_t)
         srcpos.src_stale = true;
         if (file)
             srcpos.cur_file = srcpos.src_file = cache_string(file);
+        if (opt.source_name) {   // nobody wants to hear of lines of what the preprocessor made, not even behind an include
+            srcpos.phys_line = srcpos.cur_line;
+            srcpos.phys_file = srcpos.cur_file;
+        }
     }
     return true;
 }

@@ -138,6 +138,8 @@ static input_ctx_t *next_context()
     input_ctx_t *c = &lx.stack[lx.depth];
     if (lx.depth > 0) {
         c[-1].ctx_line = srcpos.phys_line;
+        if (opt.source_name)
+            c[-1].ctx_file = srcpos.phys_file;
         // Where `#` told a file, the way back leads to the file that was read. One that `file` told stays in force.
         c[-1].ctx_src_file = srcpos.src_file == srcpos.cur_file ? c[-1].ctx_file : srcpos.src_file;
         c[-1].ctx_list = lx.list_on;
@@ -224,7 +226,7 @@ static bool lex_pop()
     if (lx.src_next >= opt.src_count)
         return false;
     const char *name = cache_string(opt.src_files[lx.src_next++]);
-    srcpos.src_file = name;
+    srcpos.src_file = opt.source_name ? opt.source_name : name;
     return lex_open(name);
 }
 

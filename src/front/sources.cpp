@@ -14,7 +14,8 @@
 #include "env/depfile.h"
 #include "options.h"
 
-static int open_file(const char *path)
+// Dependencies tell of it as `told`.
+static int open_file(const char *path, const char *told)
 {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
     struct stat info;
@@ -26,7 +27,7 @@ static int open_file(const char *path)
         return -1;
     }
     guard_input(fd);
-    depfile_add(cache_string(path));
+    depfile_add(cache_string(told));
     return fd;
 }
 
@@ -35,17 +36,24 @@ static int open_spelt(const char *name)
     const char *dir = cache_dirname(name), *last = cache_basename(name), *dot = strrchr(last, '.');
     const char *stem = dot ? cache_substring(last, static_cast<size_t>(dot - last)) : last;
     const char *others[] = {cache_lower(last), cache_upper(last), dot ? cache_concat(stem, cache_lower(dot)) : nullptr};
-    int fd = open_file(name);
+    int fd = open_file(name, name);
     const int why = errno;
     for (const char *other : others)
-        if (fd < 0 && other)
-            fd = open_file(dir ? cache_printf("%s/%s", dir, other) : other);
+        if (fd < 0 && other) {
+            const char *path = dir ? cache_printf("%s/%s", dir, other) : other;
+            fd = open_file(path, path);
+        }
     errno = why;
     return fd;
 }
 
 int source_open(const char **name, bool included)
 {
+    if (!included && opt.source_name) {   // what a preprocessor made stands for what it was made of
+        const int made = open_file(*name, opt.source_name);
+        *name = opt.source_name;
+        return made;
+    }
     int fd = open_spelt(*name);
     if (fd >= 0 || !included || **name == '/')
         return fd;

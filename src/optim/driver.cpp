@@ -364,7 +364,7 @@ static void note_skip_at_end(symbol_t *psect)
 // Its name is read back from assembly text, so there it has no characters that no name has.
 static symbol_t *errata_counter()
 {
-    std::string name = opt.obj_file;
+    std::string name = opt.object_name;
     if (opt.asm_output)
         for (char &c : name)
             if (!isalnum(static_cast<unsigned char>(c)) && !strchr("$?_@", c))

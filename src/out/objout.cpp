@@ -168,7 +168,7 @@ static void obj_fnconf()
 
 void obj_write(FILE *to, bool with_rlf)
 {
-    rec_file_begin(to, opt.obj_file);
+    rec_file_begin(to, opt.object_name);
     inline_symbols();
     obj_text_init();
     obj_sym_init();

@@ -3,8 +3,6 @@
 // Exit status: 0, 1 if a source or the program is wrong or a file can't be written, 2 for wrong usage.
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <set>
 #include <unistd.h>
 
 #include "common/streams.h"
@@ -12,37 +10,25 @@
 
 namespace fs = std::filesystem;
 
-static const char help_text[] = "usage: zel8 -mcpu=CHIP [option...] file...\n"
-                                "  -mcpu=CHIP              the chip\n"
-                                "  -c, -S, -fsyntax-only   objects; assembly text; messages alone. Otherwise all is linked\n"
-                                "  -o FILE                 the output; of a program .hex, .bin or .elf\n"
-                                "  -I DIR, -D NAME[=N], -U NAME   where includes are; symbols\n"
-                                "  -O0, -O, -Os, -g        optimise: not, yes, for space; lines for a debugger\n"
-                                "  -Wall, -Wextra, -w      more warnings, all, none\n"
-                                "  -Werror, -Wno-N         warnings fail the run; message N is silenced\n"
-                                "  -MD, -MMD, -MF FILE, -MT NAME, -MP   rules for Make beside the objects\n"
-                                "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
-                                "  -j N                    so many sources at a time\n"
-                                "  -v, -###                show the commands; and don't run them\n"
-                                "  --explain=N             what message N means, an example, the remedy\n"
-                                "  --list-chips, --print-search-dirs, --version, --help\n"
-                                "  @FILE                   more of these words from a file\n";
-
-static std::string chips(const fs::path &data)
-{
-    std::set<std::string> names;
-    std::error_code error;
-    for (const auto &file : fs::directory_iterator(data / "ini", error)) {
-        std::ifstream in(file.path());
-        for (std::string line; std::getline(in, line);)
-            if (line.starts_with("[") && line.find(']') != std::string::npos)
-                names.insert(line.substr(1, line.find(']') - 1));
-    }
-    std::string text;
-    for (const std::string &name : names)
-        text += name + "\n";
-    return text;
-}
+static const char help_text[] =
+    "usage: zel8 -mcpu=CHIP [option...] file...      a file - is standard input\n"
+    "  -mcpu=CHIP              the chip\n"
+    "  --chipinfo=FILE         its file, if it isn't to be that of the installation\n"
+    "  -E, -c, -S, -fsyntax-only   preprocessed text; objects; assembly text; messages alone. Otherwise\n"
+    "                          all is linked\n"
+    "  -x LANG                 of the files behind it: assembler, assembler-with-cpp, none: by their names\n"
+    "  -o FILE                 the output; of a program .hex, .bin or .elf\n"
+    "  -I DIR, -D NAME[=N], -U NAME   where includes are; symbols\n"
+    "  -O0, -O, -Os, -g        optimise: not, yes, for space; lines for a debugger\n"
+    "  -Wall, -Wextra, -w      more warnings, all, none\n"
+    "  -Werror, -Wno-N         warnings fail the run; message N is silenced\n"
+    "  -MD, -MMD, -MF FILE, -MT NAME, -MP   rules for Make beside the objects\n"
+    "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
+    "  -j N                    so many sources at a time\n"
+    "  -v, -###                show the commands; and don't run them\n"
+    "  --explain=N             what message N means, an example, the remedy\n"
+    "  --list-chips, --print-search-dirs, --version, --help\n"
+    "  @FILE                   more of these words from a file\n";
 
 int main(int argc, char **argv)
 {
@@ -56,12 +42,16 @@ int main(int argc, char **argv)
     std::error_code ignored;
     const fs::path bin = fs::read_symlink("/proc/self/exe", ignored).parent_path();
     const fs::path data = bin.parent_path() / "zel" / "dat";
+    if (const std::string error = o.what == z8_options::WORK ? z8_chip_unknown(o, bin) : ""; !error.empty()) {
+        fprintf(stderr, "zel8: error: %s\n", error.c_str());
+        return 2;
+    }
     std::string text;
     switch (o.what) {
     case z8_options::WORK: return z8_run(o, bin);
     case z8_options::HELP: text = help_text; break;
     case z8_options::VERSION: text = "zel8 " ZELLINK_VERSION "\n"; break;
-    case z8_options::CHIPS: text = chips(data); break;
+    case z8_options::CHIPS: text = z8_chip_list(data); break;
     case z8_options::EXPLAIN:
         execl((bin / "aszel8").c_str(), "aszel8", o.assembler[0].c_str(), nullptr);
         perror("aszel8");

@@ -25,6 +25,7 @@ static std::string split_words(std::vector<std::string> &to, std::string_view li
 static std::string set_define(z8_options &o, value_t value)
 {
     const size_t equals = std::min(value.find('='), value.size());
+    std::erase_if(o.undefines, [&](const std::string &name) { return name == value.substr(0, equals); });
     o.defines.emplace_back(value.substr(0, equals), value.substr(equals));
     return "";
 }
@@ -32,6 +33,7 @@ static std::string set_define(z8_options &o, value_t value)
 static std::string undefine(z8_options &o, value_t value)
 {
     std::erase_if(o.defines, [&](const auto &d) { return d.first == value; });
+    o.undefines.push_back(value);
     return "";
 }
 
@@ -48,6 +50,13 @@ static std::string silence(z8_options &o, value_t value)
         return "-Wno- needs the number of a message, not " + value;
     o.assembler.push_back("--msgdisable=" + value);
     return "";
+}
+
+static std::string set_language(z8_options &o, value_t value)
+{
+    o.language = value;
+    const bool known = value == "assembler" || value == "assembler-with-cpp" || value == "none";
+    return known ? "" : "-x: the languages are assembler, assembler-with-cpp and none, not " + value;
 }
 
 static std::string optimise(z8_options &o, bool on, bool space)
@@ -76,12 +85,15 @@ static const struct {
     form_t form;
     std::string (*set)(z8_options &, value_t);
 } rows[] = {
+    {"-E", BARE, [](z8_options &o, value_t) { o.only_preprocess = true; return std::string(); }},
+    {"-x", BEHIND_OR_NEXT, set_language},
+    {"--chipinfo=", BEHIND, [](z8_options &o, value_t v) { o.chip_file = v; return std::string(); }},
     {"-mcpu=", BEHIND, [](z8_options &o, value_t v) { o.chip = v; return std::string(); }},
     {"-o", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.output = v; return std::string(); }},
     {"-c", BARE, [](z8_options &o, value_t) { o.only_assemble = true; return std::string(); }},
     {"-S", BARE, [](z8_options &o, value_t) { o.text = true; return std::string(); }},
     {"-fsyntax-only", BARE, [](z8_options &o, value_t) { o.only_check = true; return std::string(); }},
-    {"-I", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.assembler.push_back("--include=" + v); return std::string(); }},
+    {"-I", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.folders.push_back(v); return std::string(); }},
     {"-D", BEHIND_OR_NEXT, set_define},
     {"-U", BEHIND_OR_NEXT, undefine},
     {"-O0", BARE, [](z8_options &o, value_t) { return optimise(o, false, false); }},
@@ -94,7 +106,7 @@ static const struct {
     {"-Wno-", BEHIND, silence},
     {"-Wa,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.assembler, v); }},
     {"-Wl,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.linker, v); }},
-    {"-w", BARE, [](z8_options &o, value_t) { o.assembler.push_back("--msgdisable=0"); return std::string(); }},
+    {"-w", BARE, [](z8_options &o, value_t) { o.silent = true; return std::string(); }},
     {"-MD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
     {"-MMD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
     {"-MP", BARE, [](z8_options &o, value_t) { o.phony = true; return std::string(); }},
@@ -128,18 +140,25 @@ static size_t distance(std::string_view a, std::string_view b)
     return row[b.size()];
 }
 
+std::string z8_meant(const std::string &word, const std::vector<std::string> &words)
+{
+    const std::string *nearest = nullptr;
+    size_t least = std::min<size_t>(FAR, word.size() / 2 + 1);
+    for (const std::string &other : words)
+        if (const size_t d = word.size() < 40 ? distance(word, other) : size_t{FAR}; d < least) {
+            least = d;
+            nearest = &other;
+        }
+    return nearest ? "; did you mean " + *nearest + "?" : "";
+}
+
 static std::string unknown(const std::string &word)
 {
-    const size_t equals = word.find('=');
-    const std::string_view name = std::string_view(word).substr(0, equals == std::string::npos ? equals : equals + 1);
-    const char *nearest = nullptr;
-    size_t least = std::min<size_t>(FAR, name.size() / 2 + 1);
+    std::vector<std::string> words;
     for (const auto &row : rows)
-        if (const size_t d = name.size() < 40 ? distance(name, row.word) : FAR; d < least) {
-            least = d;
-            nearest = row.word;
-        }
-    return "unknown option " + word + (nearest ? std::string("; did you mean ") + nearest + "?" : "");
+        words.emplace_back(row.word);
+    const size_t equals = word.find('=');
+    return "unknown option " + word + z8_meant(word.substr(0, equals == std::string::npos ? equals : equals + 1), words);
 }
 
 // The row that takes the word: one that is the whole of it, or else the longest that begins it and takes a value.
@@ -162,6 +181,57 @@ static std::string set_option(z8_options &o, const std::vector<std::string> &wor
     return found->set(o, value);
 }
 
+static z8_kind kind_of(const z8_options &o, const std::string &path)
+{
+    if (o.language != "none")
+        return o.language == "assembler" ? Z8_ASSEMBLER : Z8_PREPROCESSED;
+    const std::string extension = std::filesystem::path(path).extension();
+    if (extension == ".S")
+        return Z8_PREPROCESSED;
+    const char *const plain[] = {".as", ".asm", ".s", ".AS", ".ASM"};
+    return path == "-" || std::find(std::begin(plain), std::end(plain), extension) != std::end(plain) ? Z8_ASSEMBLER
+                                                                                                      : Z8_OBJECT;
+}
+
+static std::string check_inputs(const z8_options &o)
+{
+    size_t sources = 0, standard = 0;
+    for (const z8_input &input : o.inputs) {
+        sources += input.kind != Z8_OBJECT;
+        standard += input.path == "-";
+        if (!o.links() && input.kind == Z8_OBJECT)
+            return input.path + " is no source, and nothing is linked here";
+        if (o.only_preprocess && input.kind != Z8_PREPROCESSED)
+            return input.path + " isn't preprocessed: its name would end in .S, or -x assembler-with-cpp stand ahead of it";
+        std::error_code ignored;
+        for (const std::string &out : {o.output, o.dep_file})
+            if (!out.empty() && out != "-" && (out == input.path || std::filesystem::equivalent(out, input.path, ignored)))
+                return "output " + out + " would overwrite input " + input.path;
+    }
+    if (standard > 1)
+        return "standard input can be read once only";
+    if (standard && (o.only_assemble || o.text) && (o.output.empty() || o.deps))
+        return "standard input gives no name to an output: -o is needed, and -MD can't be had";
+    if (!o.links() && sources > 1 && (!o.output.empty() || !o.dep_file.empty() || !o.dep_target.empty()))
+        return "-o, -MF and -MT name one file, and there are several sources";
+    return "";
+}
+
+static std::string check(const z8_options &o)
+{
+    if (o.inputs.empty())
+        return "no files given";
+    if (o.chip.empty())
+        return "no chip given: name it with -mcpu=; --list-chips shows which there are";
+    if (o.output == "-" && !o.only_preprocess)
+        return "only -E writes to standard output";
+    if (std::string error = check_inputs(o); !error.empty())
+        return error;
+    if (o.deps && !o.only_assemble && !o.text)
+        return "-MD goes with -c or -S: each object has its own dependencies";
+    return "";
+}
+
 std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o)
 {
     std::vector<std::string> words;
@@ -170,42 +240,13 @@ std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o)
     for (size_t i = 0; i < words.size() && o.what == z8_options::WORK; i++) {
         if (words[i].empty())
             return "an empty word stands where a file is wanted";
-        if (words[i][0] != '-')
-            o.inputs.push_back(words[i]);
+        if (words[i][0] != '-' || words[i] == "-")
+            o.inputs.push_back({words[i], kind_of(o, words[i])});
         else if (std::string error = set_option(o, words, i); !error.empty())
             return error;
     }
-    return o.what == z8_options::WORK ? z8_check(o) : "";
-}
-
-bool z8_is_source(const std::string &path)
-{
-    const std::string extension = std::filesystem::path(path).extension();
-    return extension == ".as" || extension == ".asm" || extension == ".s" || extension == ".AS" || extension == ".ASM";
-}
-
-std::string z8_check(const z8_options &o)
-{
-    if (o.inputs.empty())
-        return "no files given";
-    if (o.chip.empty())
-        return "no chip given: name it with -mcpu=; --list-chips shows which there are";
-    const bool links = !o.only_assemble && !o.text && !o.only_check;
-    size_t sources = 0;
-    for (const std::string &input : o.inputs) {
-        if (input.ends_with(".S"))
-            return input + " would have to go through a preprocessor, which zel8 doesn't run";
-        sources += z8_is_source(input);
-        if (!links && !z8_is_source(input))
-            return input + " is no source, and nothing is linked here";
-        std::error_code ignored;
-        for (const std::string &out : {o.output, o.dep_file})
-            if (!out.empty() && (out == input || std::filesystem::equivalent(out, input, ignored)))
-                return "output " + out + " would overwrite input " + input;
-    }
-    if (!links && sources > 1 && (!o.output.empty() || !o.dep_file.empty() || !o.dep_target.empty()))
-        return "-o, -MF and -MT name one file, and there are several sources";
-    if (o.deps && links)
-        return "-MD goes with -c: each object has its own dependencies";
-    return "";
+    for (z8_input &input : o.inputs)   // without a language, -E tells what standard input is
+        if (input.path == "-" && input.kind == Z8_ASSEMBLER && o.only_preprocess)
+            input.kind = Z8_PREPROCESSED;
+    return o.what == z8_options::WORK ? check(o) : "";
 }

@@ -35,12 +35,24 @@ struct job_t {
 
 struct output_t {
     std::string place, written;   // the same for what can't be renamed, such as a device
-    bool deps;
+    bool rule = false;            // for Make, to which is added what stands in the rule `more`
+    std::string more = {};
+};
+
+// What becomes of a source.
+struct unit_t {
+    std::string name, source;    // as it is told; what is read, which is something else of standard input
+    std::string text;            // what the assembler reads
+    std::string object, place;   // what it writes, and the name that this has for the user
+    std::string rule, read;      // where the rules for Make go, the assembler's and the preprocessor's
+    bool preprocessed = false;
 };
 
 static struct {
     std::vector<output_t> outputs;
-    std::string directory;   // for objects that are only linked
+    std::string directory;   // for what is only read by another of the processes
+    std::string standard_input;
+    size_t units;
     sigset_t waited, before;
 } st;
 
@@ -56,15 +68,24 @@ static void clean_up()
 
 static int fail(const std::string &what, int why)
 {
+    if (why == EEXIST) {   // name_beside
+        fprintf(stderr, "zel8: error: %s: another output has this name\n", what.c_str());
+        return 1;
+    }
     fprintf(stderr, "zel8: error: %s: %s\n", what.c_str(), strerror(why));
     return 1;
 }
 
-// The name to write to. Empty, with errno set, if none can be made.
-static std::string name_beside(const std::string &place, bool deps, bool dry)
+// The name to write to. Empty, with errno set, if none can be made or the output is that of another source, too.
+static std::string name_beside(const std::string &place, bool dry)
 {
     std::error_code ignored;
     std::string name = place;
+    for (const output_t &other : st.outputs)
+        if (other.place == place) {
+            errno = EEXIST;
+            return "";
+        }
     if (!dry && (!fs::exists(place, ignored) || fs::is_regular_file(place, ignored))) {
         name += ".XXXXXX";
         const int fd = mkstemp(name.data());
@@ -75,7 +96,7 @@ static std::string name_beside(const std::string &place, bool deps, bool dry)
         fchmod(fd, 0666 & ~mask);
         close(fd);
     }
-    st.outputs.push_back({place, name, deps});
+    st.outputs.push_back({place, name});
     return name;
 }
 
@@ -102,13 +123,17 @@ static bool start(job_t &job)
         posix_spawn_file_actions_adddup2(&files, job.log, STDERR_FILENO);
     posix_spawnattr_setsigmask(&attributes, &st.before);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    const int error = posix_spawn(&job.pid, argv[0], &files, &attributes, argv.data(), environ);
+    const int error = posix_spawnp(&job.pid, argv[0], &files, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
     if (error != 0) {
         job.pid = 0;
         job.failed = true;
-        fail("can't run " + job.words[0], error);
+        if (error == ENOENT && job.words[0] == "cpp")
+            fputs("zel8: error: no C preprocessor \"cpp\" on this machine: install it, on Debian with the package cpp\n",
+                  stderr);
+        else
+            fail("can't run " + job.words[0], error);
     }
     return error == 0;
 }
@@ -150,19 +175,18 @@ static void tell(job_t &job)
     for (ssize_t n; (n = read(job.log, block, sizeof block)) > 0;)
         text.append(block, static_cast<size_t>(n));
     close(job.log);
-    // Objects that are only linked are told without their folder and number.
-    for (size_t at = 0; !st.directory.empty() && (at = text.find(st.directory, at)) != std::string::npos;)
-        text.erase(at, std::min(text.find('-', at + st.directory.size()), text.size() - 1) + 1 - at);
     fwrite(text.data(), 1, text.size(), stderr);
 }
 
-static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o)
+// At most that many at a time; 0: as many as the options say.
+static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned most)
 {
-    const unsigned most = o.jobs ? o.jobs : std::max(1U, std::thread::hardware_concurrency());
+    if (most == 0)
+        most = o.jobs ? o.jobs : std::max(1U, std::thread::hardware_concurrency());
     for (job_t &job : jobs) {
         if (o.verbose || o.dry)
             show(job);
-        if (!o.dry && (jobs.size() > 1 || !st.directory.empty()))
+        if (!o.dry && jobs.size() > 1)
             job.log = memfd_create("messages", MFD_CLOEXEC);
     }
     if (o.dry)
@@ -170,7 +194,10 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o)
     unsigned running = 0;
     for (size_t next = 0; next < jobs.size() || running > 0;) {
         while (next < jobs.size() && running < most)
-            running += start(jobs[next++]);
+            if (start(jobs[next++]))
+                running++;
+            else
+                next = jobs.size();
         if (running == 0)
             continue;
         siginfo_t info;
@@ -188,27 +215,50 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o)
     return good;
 }
 
-// With -MP, each file but the source is a target without a rule, so that one which is gone ends no build.
-static bool add_phony(const std::string &path)
+// The words of a rule for Make as they are written there, the target with its colon first.
+static std::vector<std::string> rule_words(const std::string &path)
 {
     std::ifstream in(path);
-    std::string line, targets;
-    for (int i = 0; std::getline(in, line); i++) {
-        if (line.ends_with(" \\"))
-            line.resize(line.size() - 2);
-        if (i > 1)
-            targets += line.substr(1) + ":\n";
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::vector<std::string> words;
+    std::string word;
+    for (const char c : text) {
+        const size_t slashes = word.size() - (word.find_last_not_of('\\') + 1);
+        if (c == '\n' && slashes)
+            word.pop_back();
+        if (c != '\n' && (c != ' ' || slashes % 2 == 1))
+            word += c;
+        else if (!word.empty())
+            words.push_back(std::exchange(word, ""));
     }
-    std::ofstream out(path, std::ios::app);
-    out << targets;
-    return static_cast<bool>(out.flush());
+    return words;
+}
+
+// Adds what the preprocessor has read. With -MP, each file but the source is a target without a rule, so that one which is gone
+// ends no build.
+static bool finish_rule(const output_t &out, bool phony)
+{
+    if (!phony && out.more.empty())
+        return true;
+    std::vector<std::string> words = rule_words(out.written);
+    const std::vector<std::string> more = out.more.empty() ? words : rule_words(out.more);
+    for (size_t i = 2; i < more.size(); i++)
+        if (std::find(words.begin(), words.end(), more[i]) == words.end())
+            words.push_back(more[i]);
+    std::ofstream to(out.written);
+    for (size_t i = 0; i < words.size(); i++)
+        to << (i ? " \\\n " : "") << words[i];
+    to << "\n";
+    for (size_t i = 2; i < words.size() && phony; i++)
+        to << words[i] << ":\n";
+    return static_cast<bool>(to.flush());
 }
 
 // All or, if the system refuses a name, what comes ahead of it.
 static int rename_outputs(const z8_options &o)
 {
     for (output_t &out : st.outputs) {
-        if (out.deps && o.phony && !add_phony(out.written))
+        if (out.rule && !finish_rule(out, o.phony))
             return fail("can't write " + out.place, errno);
         if (out.written != out.place && rename(out.written.c_str(), out.place.c_str()) != 0)
             return fail("can't make " + out.place, errno);
@@ -217,89 +267,214 @@ static int rename_outputs(const z8_options &o)
     return 0;
 }
 
-static std::vector<std::string> assembler_words(const z8_options &o, const std::string &bin, const fs::path &source)
+// Standard input is read before anything is made, while a signal may still end this process.
+static bool read_standard_input(std::string &text)
+{
+    char block[65536];
+    ssize_t n;
+    while ((n = read(STDIN_FILENO, block, sizeof block)) > 0 || (n < 0 && errno == EINTR))
+        text.append(block, n > 0 ? static_cast<size_t>(n) : 0);
+    return n == 0;
+}
+
+static int make_folder(const z8_options &o)
+{
+    bool needed = false;
+    for (const z8_input &input : o.inputs)
+        needed |= input.path == "-" || input.kind == Z8_PREPROCESSED || (input.kind != Z8_OBJECT && o.links());
+    if (!needed || o.only_preprocess)
+        return 0;
+    const char *temporary = getenv("TMPDIR");
+    st.directory = std::string(temporary && *temporary ? temporary : "/tmp") + "/zel8.XXXXXX";
+    if (!o.dry && !mkdtemp(st.directory.data()))
+        return fail("can't make a folder " + std::exchange(st.directory, ""), errno);
+    return 0;
+}
+
+// Names of what comes out of a source, and what standard input holds as a file.
+static int settle(const z8_options &o, const z8_input &input, unit_t &unit)
+{
+    const bool standard = input.path == "-";
+    unit.name = standard ? "stdin" : input.path;
+    unit.source = input.path;
+    unit.preprocessed = input.kind == Z8_PREPROCESSED;
+    if (o.only_preprocess)
+        return 0;
+    const std::string stem = fs::path(unit.name).stem();
+    const std::string temporary = st.directory + "/" + std::to_string(st.units++) + "-" + stem;
+    if (standard) {
+        unit.source = temporary + ".in";
+        if (!o.dry) {
+            std::ofstream copy(unit.source, std::ios::binary);
+            copy << (unit.preprocessed ? "#line 1 \"stdin\"\n" : "") << st.standard_input;
+            if (!copy.flush())
+                return fail("can't write " + unit.source, errno);
+        }
+    }
+    unit.text = unit.preprocessed ? temporary + ".i" : unit.source;
+    if (unit.preprocessed && o.deps)
+        unit.read = temporary + ".d";
+    unit.place = !o.output.empty() && !o.links() ? o.output : stem + (o.text ? ".opt" : ".obj");
+    if (o.only_check)
+        unit.object = "/dev/null";
+    else if (o.links())
+        unit.object = temporary + ".obj";
+    else if (unit.object = name_beside(unit.place, o.dry); unit.object.empty())
+        return fail("can't write " + unit.place, errno);
+    if (!o.deps)
+        return 0;
+    const std::string rule = o.dep_file.empty() ? fs::path(unit.place).replace_extension(".d").string() : o.dep_file;
+    if (unit.rule = name_beside(rule, o.dry); unit.rule.empty())
+        return fail("can't write " + rule, errno);
+    st.outputs.back().rule = true;
+    st.outputs.back().more = unit.read;
+    return 0;
+}
+
+static std::vector<std::string> preprocessor_words(const z8_options &o, const std::vector<std::string> &macros)
+{
+    std::vector<std::string> words{"cpp", "-x", "assembler-with-cpp", "-traditional-cpp", "-undef", "-nostdinc"};
+    words.insert(words.end(), macros.begin(), macros.end());
+    for (const std::string &name : o.undefines)
+        words.push_back("-U" + name);
+    for (const auto &[name, value] : o.defines)
+        words.push_back("-D" + name + value);
+    for (const std::string &folder : o.folders)
+        words.push_back("-I" + folder);
+    if (o.silent)
+        words.push_back("-w");
+    if (o.werror)
+        words.push_back("-Werror");
+    return words;
+}
+
+// False if a source is wrong; then none is assembled.
+static bool preprocess(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
+{
+    std::vector<std::string> macros;
+    std::vector<job_t> jobs;
+    for (const unit_t &unit : units) {
+        if (!unit.preprocessed)
+            continue;
+        if (const std::string error = macros.empty() ? z8_chip_macros(o, bin, macros) : ""; !error.empty()) {
+            fprintf(stderr, "zel8: error: %s\n", error.c_str());
+            return false;
+        }
+        job_t job;
+        job.words = preprocessor_words(o, macros);
+        if (unit.source != unit.name && !o.only_preprocess)   // a copy of standard input, which would include from here
+            job.words.insert(job.words.end(), {"-iquote", "."});
+        if (!unit.read.empty())
+            job.words.insert(job.words.end(), {"-MD", "-MF", unit.read, "-MT", "it"});
+        job.words.push_back(unit.source);
+        if (!unit.text.empty())
+            job.words.insert(job.words.end(), {"-o", unit.text});
+        jobs.push_back(job);
+    }
+    return run_jobs(jobs, o, o.only_preprocess ? 1 : 0);
+}
+
+static int only_preprocess(const z8_options &o, const std::string &bin, std::vector<unit_t> &units)
+{
+    for (unit_t &unit : units)
+        unit.text = o.output == "-" ? "" : o.output;
+    if (std::string &text = units[0].text; !text.empty() && (text = name_beside(text, o.dry)).empty())
+        return fail("can't write " + o.output, errno);
+    return preprocess(o, bin, units) ? 0 : 1;
+}
+
+static bool assemble(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
 {
     std::vector<std::string> words{bin + "/aszel8", "-mcpu=" + o.chip,
                                    "-W" + std::to_string(o.level) + (o.werror ? "!" : "")};
+    if (!o.chip_file.empty())
+        words.push_back("-C" + o.chip_file);
     if (o.text)
         words.push_back("-A");
+    if (o.silent)
+        words.push_back("--msgdisable=0");
     for (const auto &[name, value] : o.defines)
         words.push_back("--define=" + name + value);
-    if (source.has_parent_path())   // build systems run in another folder than the source's
-        words.push_back("--include=" + source.parent_path().string());
-    words.insert(words.end(), o.assembler.begin(), o.assembler.end());
-    return words;
+    std::vector<job_t> jobs;
+    for (const unit_t &unit : units) {
+        job_t job;
+        job.words = words;
+        if (fs::path(unit.name).has_parent_path())   // build systems run in another folder than the source's
+            job.words.push_back("--include=" + fs::path(unit.name).parent_path().string());
+        for (const std::string &folder : o.folders)
+            job.words.push_back("--include=" + folder);
+        job.words.insert(job.words.end(), o.assembler.begin(), o.assembler.end());
+        if (unit.text != unit.name)
+            job.words.push_back("--source-name=" + unit.name);
+        if (unit.object != unit.place)
+            job.words.push_back("--object-name=" + unit.place);
+        if (!unit.rule.empty())
+            job.words.push_back("--depfile=" + unit.rule);
+        if (!unit.rule.empty() && !o.dep_target.empty())
+            job.words.push_back("--deptarget=" + o.dep_target);
+        job.words.push_back("-O" + unit.object);
+        job.words.push_back(unit.text);
+        jobs.push_back(job);
+    }
+    return run_jobs(jobs, o, 0);
+}
+
+// Objects in the order of the command line, those that were just made under the names that -c would give them.
+static int link(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
+{
+    const std::string place = o.output.empty() ? "a.hex" : o.output, name = name_beside(place, o.dry);
+    if (name.empty())
+        return fail("can't write " + place, errno);
+    const bool binary = place.ends_with(".bin"), elf = place.ends_with(".elf");
+    job_t job;
+    job.words = {bin + "/zellink", "-mcpu=" + o.chip, binary ? "--format=bin" : elf ? "--format=elf" : "--format=hex"};
+    if (!o.chip_file.empty())
+        job.words.push_back("--chipinfo=" + o.chip_file);
+    if (!o.verbose)
+        job.words.push_back("--quiet");
+    job.words.insert(job.words.end(), o.linker.begin(), o.linker.end());
+    if (name != place)
+        job.words.push_back("--output-name=" + place);
+    job.words.insert(job.words.end(), {"-o", name});
+    auto unit = units.begin();
+    for (const z8_input &input : o.inputs) {
+        if (input.kind != Z8_OBJECT)
+            job.words.push_back("--input-name=" + unit->place);
+        job.words.push_back(input.kind == Z8_OBJECT ? input.path : unit++->object);
+    }
+    std::vector<job_t> jobs{job};
+    return run_jobs(jobs, o, 0) ? 0 : 1;
 }
 
 static int run_all(const z8_options &o, const std::string &bin)
 {
-    const bool links = !o.only_assemble && !o.text && !o.only_check;
-    std::vector<job_t> jobs;
-    std::vector<std::string> objects;
-    if (links && !o.dry) {
-        const char *temporary = getenv("TMPDIR");
-        st.directory = std::string(temporary && *temporary ? temporary : "/tmp") + "/zel8.XXXXXX";
-        if (!mkdtemp(st.directory.data()))
-            return fail("can't make a folder " + std::exchange(st.directory, ""), errno);
-    }
-    for (const std::string &input : o.inputs) {
-        if (!z8_is_source(input)) {
-            objects.push_back(input);
-            continue;
-        }
-        job_t job;
-        job.words = assembler_words(o, bin, input);
-        const std::string stem = fs::path(input).stem();
-        std::string object;
-        if (o.only_check) {
-            object = "/dev/null";
-        } else if (links) {
-            object = st.directory + "/" + std::to_string(objects.size()) + "-" + stem + ".obj";
-            objects.push_back(object);
-        } else {
-            const std::string place = o.output.empty() ? stem + (o.text ? ".opt" : ".obj") : o.output;
-            object = name_beside(place, false, o.dry);
-            if (object.empty())
-                return fail("can't write " + place, errno);
-            if (o.deps) {
-                const std::string rule = o.dep_file.empty() ? fs::path(place).replace_extension(".d").string() : o.dep_file;
-                const std::string deps = name_beside(rule, true, o.dry);
-                if (deps.empty())
-                    return fail("can't write " + rule, errno);
-                job.words.push_back("--depfile=" + deps);
-                job.words.push_back("--deptarget=" + (o.dep_target.empty() ? place : o.dep_target));
-            }
-        }
-        job.words.push_back("-O" + object);
-        job.words.push_back(input);
-        jobs.push_back(job);
-    }
-    if (!run_jobs(jobs, o))
+    if (make_folder(o) != 0)
         return 1;
-    if (links) {
-        const std::string place = o.output.empty() ? "a.hex" : o.output, name = name_beside(place, false, o.dry);
-        if (name.empty())
-            return fail("can't write " + place, errno);
-        const bool binary = place.ends_with(".bin"), elf = place.ends_with(".elf");
-        job_t job;
-        job.words = {bin + "/zellink", "-mcpu=" + o.chip, binary ? "--format=bin" : elf ? "--format=elf" : "--format=hex"};
-        if (!o.verbose)
-            job.words.push_back("--quiet");
-        job.words.insert(job.words.end(), o.linker.begin(), o.linker.end());
-        job.words.insert(job.words.end(), {"-o", name});
-        job.words.insert(job.words.end(), objects.begin(), objects.end());
-        std::vector<job_t> link{job};
-        if (!run_jobs(link, o))
-            return 1;
-    }
+    std::vector<unit_t> units;
+    for (const z8_input &input : o.inputs)
+        if (unit_t unit; input.kind != Z8_OBJECT) {
+            if (settle(o, input, unit) != 0)
+                return 1;
+            for (const unit_t &other : units)   // objects of one name, which the linker is to tell apart
+                if (other.place == unit.place && o.links())
+                    unit.place = fs::path(unit.name).replace_extension(".obj");
+            units.push_back(unit);
+        }
+    if (o.only_preprocess ? only_preprocess(o, bin, units) != 0 : !preprocess(o, bin, units) || !assemble(o, bin, units))
+        return 1;
+    if (o.links() && link(o, bin, units) != 0)
+        return 1;
     return o.dry ? 0 : rename_outputs(o);
 }
 
 int z8_run(const z8_options &o, const std::string &bin)
 {
     signal(SIGCHLD, SIG_DFL);
+    for (const z8_input &input : o.inputs)
+        if (input.path == "-" && !o.dry && !o.only_preprocess && !read_standard_input(st.standard_input))
+            return fail("can't read standard input", errno);
     sigemptyset(&st.waited);
-    for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP})
+    for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         sigaddset(&st.waited, number);
     sigprocmask(SIG_BLOCK, &st.waited, &st.before);
     const int status = run_all(o, bin);

@@ -26,11 +26,12 @@ static void add(zl_source source, std::deque<zl_source> &sources, std::vector<zl
         fail("damaged object file: it has no END record: assemble it again");
 }
 
-void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources, std::vector<zl_message> &messages)
+void zl_read_inputs(const zl_options &o, std::deque<zl_source> &sources, std::vector<zl_message> &messages)
 {
-    for (const std::string &path : paths) {
+    for (size_t i = 0; i < o.inputs.size(); i++) {
+        const std::string &file = o.inputs[i], &path = o.input_names.contains(i) ? o.input_names.at(i) : file;
         std::vector<uint8_t> bytes;
-        if (!zo_read_file(path, bytes)) {
+        if (!zo_read_file(file, bytes)) {
             messages.push_back({path, zo_format("can't read the file: %s", strerror(errno)), false});
             continue;
         }

@@ -28,6 +28,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --map=FILE                tell what lies where\n"
                                  "  --callgraph               tell who calls whom, with bytes and stack\n"
                                  "  --check                   look for wrong banks, lost code and unsaved registers\n"
+                                 "  --input-name=NAME, --output-name=NAME   what the next object, the program is known as\n"
                                  "  --quiet                   no table of memory\n"
                                  "  --ver                     the version\n"
                                  "  @FILE                     more of these words from a link file\n";
@@ -110,7 +111,7 @@ int main(int argc, char **argv)
 
     std::deque<zl_source> sources;
     std::vector<zl_message> messages;
-    zl_read_inputs(options.inputs, sources, messages);
+    zl_read_inputs(options, sources, messages);
     if (!messages.empty())
         return print(messages), FAULTY;
     zl_choose_members(sources);

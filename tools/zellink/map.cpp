@@ -123,7 +123,7 @@ static void list_symbols(std::string &out, const std::vector<entry_t> &entries)
 
 std::string zl_map(const zl_linker &l)
 {
-    std::string out = zo_format("Map of %s for %s\n", l.options.output.c_str(), l.target.name.c_str());
+    std::string out = zo_format("Map of %s for %s\n", l.options.output_name.c_str(), l.target.name.c_str());
     heading(out, "Memory");
     out += zl_memory_table(l);
     heading(out, "Modules");

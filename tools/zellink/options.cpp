@@ -59,7 +59,14 @@ static bool set_format(zl_options &o, const std::string &value)
 }
 
 static bool set_keep(zl_options &o, const std::string &value) { return o.keep.insert(value), !value.empty(); }
+static bool set_output_name(zl_options &o, const std::string &value) { return !(o.output_name = value).empty(); }
 static bool set_map(zl_options &o, const std::string &value) { return !(o.map = value).empty(); }
+// The name goes with the next input.
+static bool set_input_name(zl_options &o, const std::string &value)
+{
+    o.input_names[o.inputs.size()] = value;
+    return !value.empty();
+}
 static bool set_chip(zl_options &o, const std::string &value) { return !(o.chip = value).empty(); }
 static bool set_chip_file(zl_options &o, const std::string &value) { return !(o.chip_file = value).empty(); }
 static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
@@ -79,9 +86,11 @@ static const struct {
     {"--class=", set_class, "NAME=lo-hi[,lo-hi], in hexadecimal"},
     {"--format=", set_format, "hex, bin or elf"},
     {"--gc", set_gc, ""},
+    {"--input-name=", set_input_name, "NAME"},
     {"--keep=", set_keep, "NAME of a psect or symbol"},
     {"--listing", set_listing, ""},
     {"--map=", set_map, "FILE"},
+    {"--output-name=", set_output_name, "NAME"},
     {"--psect=", set_psect, "NAME=address, in hexadecimal"},
     {"--quiet", set_quiet, ""},
     {"-mcpu=", set_chip, "CHIP"},
@@ -135,6 +144,8 @@ std::string zl_parse_options(const std::vector<std::string> &arguments, zl_optio
         return "no object files given";
     if (o.output.empty())
         return "no output given: name it with -o";
+    if (o.output_name.empty())
+        o.output_name = o.output;
     if (o.format.empty())
         o.format = format_by_name(o.output);
     return "";

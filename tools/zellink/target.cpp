@@ -147,6 +147,7 @@ std::string target_read(const std::string &path, const std::string &chip, target
     t.wide = values["ARCH"].find('X') != std::string::npos;
     t.short_trap = values["ARCH"] != "ZEL8";
     t.rom_size = hex(values["ROMSIZE"]);
+    t.ram_size = hex(values["RAMSIZE"]);
     t.stack_depth = hex(values["STACKDEPTH"]) ? hex(values["STACKDEPTH"]) : t.stack_depth;
     t.common = range("COMMON");
     t.sfr_common = range("SFRCOMMON");
@@ -162,15 +163,21 @@ std::string target_read(const std::string &path, const std::string &chip, target
 
 static const char *const data_folders[] = {"/../zel/dat/", "/../dat/", "/../../zel/dat/"};
 
-std::string target_find(const std::string &bin, const std::string &chip, target_t &t)
+std::string target_file(const std::string &bin, const std::string &chip)
 {
     const std::string name = lower(chip), family = name.starts_with("zel") ? name.substr(3) : name, own = name + ".ini",
                       shared = family.starts_with('8') ? "zelc-8.ini" : "zelc.ini";
     for (const char *dat : data_folders)
         for (const std::string &file : {"ini/" + own, own, shared})
             if (const std::string path = bin + dat + file; std::ifstream(path).good())
-                return target_read(path, chip, t);
-    return "the installation has no file for chip " + chip;
+                return path;
+    return "";
+}
+
+std::string target_find(const std::string &bin, const std::string &chip, target_t &t)
+{
+    const std::string path = target_file(bin, chip);
+    return path.empty() ? "the installation has no file for chip " + chip : target_read(path, chip, t);
 }
 
 // CSETTING:mask:name follows its CWORD:address, CVALUE:value:name its setting.

@@ -26,9 +26,9 @@ struct switch_bits_t {
 
 struct target_t {
     std::string name;
-    bool wide = false;         // data addresses have 14 bits, not 12
-    bool short_trap = false;   // `trap` is 0x00C0, not 0x00E0
-    uint32_t rom_size = 0;     // bytes
+    bool wide = false;                     // data addresses have 14 bits, not 12
+    bool short_trap = false;               // `trap` is 0x00C0, not 0x00E0
+    uint32_t rom_size = 0, ram_size = 0;   // bytes
     unsigned stack_depth = 31;
     range_t common{}, sfr_common{};        // the two halves of the access bank
     ranges_t banks;                        // the other data memory
@@ -45,6 +45,7 @@ struct target_t {
 
 // The chip of that name in the installation that has the directory `bin`, or in one file, in which its section may be found by
 // the end of its name. Gives back an error text, empty on success.
+std::string target_file(const std::string &bin, const std::string &chip);   // its path; empty if there is none
 std::string target_find(const std::string &bin, const std::string &chip, target_t &target);
 std::string target_read(const std::string &path, const std::string &chip, target_t &target);
 

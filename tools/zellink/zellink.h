@@ -95,7 +95,9 @@ struct zl_page {
 
 struct zl_options {
     std::string chip, output, format, map, chip_file;
+    std::string output_name;   // what it will be known as
     std::vector<std::string> inputs;
+    std::map<size_t, std::string> input_names;   // what some of them are known as, by index
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
     std::set<std::string> keep;                  // psects and symbols that gc leaves in
@@ -142,8 +144,7 @@ struct zl_source {
     zo_file file;
     bool member = false, wanted = true;   // of an archive: wanted only if something needs it
 };
-void zl_read_inputs(const std::vector<std::string> &paths, std::deque<zl_source> &sources,
-                    std::vector<zl_message> &messages);
+void zl_read_inputs(const zl_options &o, std::deque<zl_source> &sources, std::vector<zl_message> &messages);
 
 // reach
 void zl_choose_members(std::deque<zl_source> &sources);
