@@ -27,6 +27,7 @@
 #include "env/cmode.h"
 #include "env/explain.h"
 #include "env/html.h"
+#include "env/pathmap.h"
 #include "env/qvdebug.h"
 #include "front/diagnostics.h"
 #include "front/lexutil.h"
@@ -479,6 +480,12 @@ static void option_source_name(const char *name)
         asked.source_name = name;
 }
 
+static void option_path_map(const char *map)
+{
+    if (has_value("--path-map=", map) && !pathmap_add(map))
+        alert_text("E", "--path-map=%s: it is OLD=NEW", map);
+}
+
 static void option_diagnostics(const char *form)
 {
     if (!diagnostics_set_form(form))
@@ -504,6 +511,7 @@ static void option_help(const char *)
           "  -V                    lines of the source for a debugger\n"
           "  --depfile=FILE        what was read, as a rule for Make; --deptarget=NAME: the target that it names\n"
           "  --source-name=NAME, --object-name=NAME   what they are known as, if they lie elsewhere\n"
+          "  --path-map=OLD=NEW    what a folder is called in the object file\n"
           "  --include=DIR         where includes are looked for that aren't found as they are told\n"
           "  --define=NAME[=N]     a symbol; 1 without a number\n"
           "  -no_trans, --cmode=MODE   instructions as written; a source for another tool\n"
@@ -560,6 +568,7 @@ static const struct {
     {"deptarget=", false, option_deptarget},
     {"object-name=", false, option_object_name},
     {"source-name=", false, option_source_name},
+    {"path-map=", false, option_path_map},
     {"diagnostics=", false, option_diagnostics},
     {"color=", false, option_color},
     {"explain=", false, option_explain},
@@ -591,8 +600,9 @@ static void settle_names()
 {
     const char *source = asked.source_name ? asked.source_name : asked.src_files[0];
     asked.obj_file = command.obj_file ? command.obj_file : with_extension(source, asked.asm_output ? "opt" : "obj");
-    asked.object_name = command.object_name ? command.object_name : asked.obj_file;
-    asked.dep_target = command.dep_target ? command.dep_target : asked.object_name;
+    const char *object = command.object_name ? command.object_name : asked.obj_file;
+    asked.object_name = pathmap_apply(object);
+    asked.dep_target = command.dep_target ? command.dep_target : object;
     asked.list_file = command.list_file ? command.list_file : with_extension(source, "lst");
     asked.rlf_file = with_extension(asked.list_file, "rlf");
     asked.crf_file = with_extension(source, "crf");

@@ -6,6 +6,7 @@
 #include "code/layout.h"
 #include "code/ops.h"
 #include "common/alert.h"
+#include "env/pathmap.h"
 #include "env/registry.h"
 #include "options.h"
 #include "out/encode.h"
@@ -39,7 +40,7 @@ static const char *told_name(const char *file)
     const char *base = opt.lib_paths && *file == '/' ? reg_instdir(REG_BASE) : nullptr;
     const size_t n = base ? strlen(base) : 0;
     if (n == 0 || strncmp(file, base, n) != 0 || (file[n] != '/' && base[n - 1] != '/'))
-        return file;
+        return pathmap_apply(file);
     for (file += n; *file == '/';)
         file++;
     return file;

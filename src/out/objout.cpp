@@ -16,6 +16,7 @@
 #include "code/program.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
+#include "env/pathmap.h"
 #include "options.h"
 #include "out/emit.h"
 #include "out/objfn.h"
@@ -142,8 +143,8 @@ static void obj_finish(bool with_rlf)
 {
     if (with_rlf) {
         buf_t *b = rec_begin(REC_LISTRELOC);
-        buf_put_z(b, opt.rlf_file);
-        buf_put_z(b, opt.list_file);
+        buf_put_z(b, pathmap_apply(opt.rlf_file));
+        buf_put_z(b, pathmap_apply(opt.list_file));
         rec_end("listing file name", opt.list_file);
     }
     if (program.has_end_value)
