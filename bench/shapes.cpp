@@ -123,6 +123,11 @@ static const shape_t shapes[] = {
     {"-O: jumps, a chain", SYMBOLS, {CODE, "l{i}:\tgoto\tl{+}\n\tnop\n", "l{n}:\treturn\n"}, "-O"},
     {"-O: jumps, a scattered chain", HALF, {CODE, "l{x}:\tgoto\tl{sx}\n", "\treturn\n"}, "-O"},
     {"-O: tails, all one", HALF, {CODE "s:\n", "\tglobal\tl{i}\nl{i}:\tincf\t1,f,c\n\tgoto\ts\n"}, "-O"},
+    {"-O: state machine",
+     HALF,
+     {CODE "loop:\n", "\tmovlw\tlow({i})\n\txorwf\t1,w,c\n\tbz\ts{i}\n", "\tgoto\tloop\n",
+      "s{i}:\tincf\t2,f,c\n\tmovlw\tlow({+})\n\tmovwf\t1,c\n\tgoto\tloop\n"},
+     "-O"},
     {"-O: one loop for all skips", ANY, {CODE, "\tbtfsc\t2,1,c\n\tgoto\tl\n", "l:\tmovwf\t1,c\n\tbra\tl\n"}, "-O"},
     {"-O: psects that call",
      HALF,
@@ -378,7 +383,7 @@ int main(int argc, char **argv)
             i++;
         else if (word == "--aszel8" && *value)
             opt.aszel8 = value, i++;
-        else if (word[0] != '-')
+        else if (word[0] != '-' || word.starts_with("-O:"))
             opt.names.push_back(word);
         else {
             fprintf(stderr, "usage: bench_shapes [--lines N] [--runs N] [--above SECONDS] [--aszel8 PATH] [NAME...]\n");

@@ -104,6 +104,7 @@ struct psect_t {
     uint32_t p_depth;   // in its chain of `with` psects, worked out at output
     int32_t p_number;   // from 0, in order of creation
     uint32_t p_group, p_optim;
+    uint32_t p_walks;   // that the optimiser's driver has made over it
     uint16_t p_flags, p_limit;
     uint8_t p_space;
     uint8_t p_delta;   // bytes per addressing unit; 0 until given, 1 from sizing on

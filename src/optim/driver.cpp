@@ -8,8 +8,10 @@
 //
 // A pass works on one psect and repeats two stages until neither finds anything to do: the peephole stage, which knows what
 // the registers hold, and the jump stage, which knows where control goes. A third, the branch stage, runs once at the end.
-// Each stage is a walk over the list that is itself repeated while it changes something. Loop guards turn a set of rules
-// that doesn't settle into a normal end; the list is valid at every step.
+// Each stage is a walk over the list that is itself repeated while it changes something. That takes a few walks, some dozens
+// in a program of half a million lines. Where each walk changes all jumps only a little, it could take one for each of them:
+// so a psect has a number of walks for the whole run, and is done when they are spent. This also turns a set of rules that
+// doesn't settle into a normal end; the list is valid at every step.
 //
 // Calls in this folder run down only: from here to the stages (`inline`, `peep`, `jump` with `tails`, `hoist`, `pa`,
 // `errata`), from them to what they share: `known` and `live` above `effects`, `pins`, `stack`, `labels`, `edit` above
@@ -47,7 +49,8 @@
 #include "optim/tails.h"
 #include "options.h"
 
-constexpr uint64_t ITERATIONS = 10, STAGE_WALKS = 50000;
+constexpr uint64_t ITERATIONS = 10;
+constexpr uint32_t PSECT_WALKS = 500;
 constexpr int PATIENCE = 20, MOST_SWEEPS = 1000;
 
 struct group_t {
@@ -133,17 +136,19 @@ static bool prepare(code_list_t *list)
     return led;
 }
 
-// Repeats `walk` while it changes the list. True if it ever did.
-static bool stage(symbol_t *psect, loopguard_t *guard, bool off, void (*walk)(symbol_t *psect))
+// Repeats `walk` while it changes the list and the psect has walks left. True if it ever did.
+static bool stage(symbol_t *psect, bool off, void (*walk)(symbol_t *psect))
 {
+    uint32_t &walks = psect->s_psect->p_walks;
     bool any = false;
-    loopguard_reset(guard);
-    do {
+    opt_changed = !off;
+    while (opt_changed && walks < PSECT_WALKS) {
         opt_changed = false;
-        if (!off)
-            walk(psect);
+        walks++;
+        walk(psect);
         any |= opt_changed;
-    } while (opt_changed && loopguard_next(guard));
+    }
+    opt_changed &= walks < PSECT_WALKS;
     return any;
 }
 
@@ -153,7 +158,7 @@ bool opt_psect(symbol_t *psect)
     if (list_empty(list))
         return false;
     change_settle();   // operands are reduced next, which is no change
-    loopguard_t *iterations = loopguard_new(ITERATIONS), *walks = loopguard_new(STAGE_WALKS);
+    loopguard_t *iterations = loopguard_new(ITERATIONS);
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
     if (prepare(list))
         list_renew_refs(psect);   // which the rules keep true
@@ -161,11 +166,11 @@ bool opt_psect(symbol_t *psect)
     // A stage that has been through the list without a change isn't repeated before the other one makes one.
     bool any = false, peeped, jumped, peep_settled, jump_settled = false;
     do {
-        peeped = stage(psect, walks, no_peep, peep_walk);
+        peeped = stage(psect, no_peep, peep_walk);
         peep_settled = !opt_changed;
         jumped = false;
         if (peeped || !jump_settled) {
-            jumped = stage(psect, walks, no_jump, jump_walk);
+            jumped = stage(psect, no_jump, jump_walk);
             jump_settled = !opt_changed;
         }
         any |= peeped || jumped;

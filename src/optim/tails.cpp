@@ -19,14 +19,15 @@ bool codecov_seen, opt_plain_search;
 // In code that repeats itself all the way back each comparison would go back to its beginning. A part of a tail is a tail, so
 // one has a greatest length, and the rivals of a `goto` share a number of pairs that they may be compared by. Where tails are
 // long and no rule takes them, in thousands of blocks of the same few instructions, that is still too much for each `goto`: so
-// pairs that lead to nothing are paid from what the run has for them, to which each `goto` adds a little.
-constexpr unsigned LONGEST_TAIL = 200, MOST_PAIRS = 2000, PAIRS_A_GOTO = 20;
-static uint64_t pairs_left = 1'000'000;
+// pairs that lead to nothing are paid from what the run has for them, to which each `goto` adds a little. Ordinary programs
+// compare less than one such pair for each line.
+constexpr int64_t LONGEST_TAIL = 200, MOST_PAIRS = 2000, PAIRS_A_GOTO = 20, PAIRS_AT_FIRST = 100'000;
+static int64_t pairs_left = PAIRS_AT_FIRST;
 
 // What matched last is the beginning of the tail.
 struct tail_t {
     op_t *a, *b;
-    unsigned length;
+    int64_t length;
 };
 
 static tail_t compare_tails(op_t *g, op_t *c, bool skip_labels)
@@ -80,7 +81,7 @@ static bool j18_accepts(const tail_t &t)
 }
 
 // The tail before a rival that may take over from the one before `g`, or one of length 0.
-static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t), unsigned *pairs)
+static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(const tail_t &t), int64_t *pairs)
 {
     const tail_t t = op_same(g, c) ? compare_tails(g, c, skip_labels) : tail_t{};
     *pairs += t.length + 1;
@@ -89,7 +90,7 @@ static tail_t rival_tail(op_t *g, op_t *c, bool skip_labels, bool (*accepts)(con
 
 static tail_t plain_search(op_t *g, uint64_t from, bool skip_labels, bool (*accepts)(const tail_t &t))
 {
-    unsigned pairs = 0;
+    int64_t pairs = 0;
     for (op_t *c = g->op_psect->s_psect->p_code->head.op_next; c->op_type != 0; c = c->op_next)
         if (c != g && c->op_type == T_GOTO && c->op_order > from)
             if (const tail_t t = rival_tail(g, c, skip_labels, accepts, &pairs); t.length > 0)
@@ -104,9 +105,9 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
         return plain_search(g, from, skip_labels, accepts);
     tail_t best = {};
     rivals_t rivals = index_rivals(g, from);
-    unsigned pairs = 0;
+    int64_t pairs = 0;
     pairs_left += PAIRS_A_GOTO;
-    const uint64_t most = std::min<uint64_t>(MOST_PAIRS, pairs_left);
+    const int64_t most = std::min(MOST_PAIRS, pairs_left);
     for (op_t *c; pairs < most && (c = index_next(&rivals));) {
         const tail_t t = rival_tail(g, c, skip_labels, accepts, &pairs);
         if (t.length > 0) {
@@ -114,7 +115,7 @@ static tail_t best_rival(op_t *g, uint64_t from, bool skip_labels, bool (*accept
             rivals.order = c->op_order;
         }
     }
-    pairs_left -= std::min<uint64_t>(pairs - best.length, pairs_left);
+    pairs_left -= pairs - best.length;   // the last rival may leave a debt
     return best;
 }
 
