@@ -53,7 +53,7 @@ bench: build
 
 SECONDS ?= 60
 fuzz:
-	for target in source chip cfgdata zelobj zelsim; do sh scripts/fuzz.sh $$target $(SECONDS) || exit 1; done
+	for target in source chip cfgdata zelobj zellink zelsim; do sh scripts/fuzz.sh $$target $(SECONDS) || exit 1; done
 
 # Which lines the tests reach: a table, and pages in build/coverage/html.
 coverage: deps

@@ -1,7 +1,7 @@
 #!/bin/sh
-# Fuzzes with AFL++: fuzz.sh TARGET SECONDS [NAME [CHIP]]. TARGET is source, chip, cfgdata, zelobj or zelsim. Several that run
-# at the same time need a NAME each, `main` if none is given, and share what they find. State and finds are kept in the
-# folder $FUZZ_OUT/TARGET, and a later call goes on from there.
+# Fuzzes with AFL++: fuzz.sh TARGET SECONDS [NAME [CHIP]]. TARGET is source, chip, cfgdata, zelobj, zellink or zelsim. Several
+# that run at the same time need a NAME each, `main` if none is given, and share what they find. State and finds are kept in
+# the folder $FUZZ_OUT/TARGET, and a later call goes on from there.
 set -eu
 
 target=${1:?target}

@@ -1,4 +1,4 @@
-// Any bytes at all as an object file: reading, checking and printing must come to an end without a fault. Text made of a
+// Any bytes at all as an object file, an archive or a linked program: reading, checking and printing must come to an end without a fault. Text made of a
 // file must also stay in proportion to it, since every printed thing stems from bytes of its own.
 #include "zelobj.h"
 
@@ -12,11 +12,25 @@ void target_prepare() {}
 void target_clean() {}
 bool target_may_take_long(std::string_view) { return false; }
 
-void target_run(std::string_view input)
+static void read_object(std::span<const uint8_t> bytes)
 {
-    zo_file file = zo_read({reinterpret_cast<const uint8_t *>(input.data()), input.size()});
+    const zo_file file = zo_read(bytes);
     zo_verify(file);
     for (bool disassembly : {false, true})
-        if (zo_print(file, {true, disassembly, disassembly}).size() > 128 * input.size() + 1024)
+        if (zo_print(file, {true, disassembly, disassembly}).size() > 128 * bytes.size() + 1024)
             abort();
+    zo_symbol_table(file, true);
+    zo_size_table(zo_sizes(file));
+}
+
+void target_run(std::string_view input)
+{
+    if (zo_elf elf; zo_read_elf(input, elf).empty()) {
+        zo_symbol_table(elf, false);
+        zo_size_table(zo_sizes(elf));
+    }
+    std::vector<zo_member> members;
+    zo_members("x", {reinterpret_cast<const uint8_t *>(input.data()), input.size()}, members);
+    for (const zo_member &member : members)
+        read_object(member.bytes);
 }

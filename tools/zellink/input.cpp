@@ -26,6 +26,17 @@ static void add(zl_source source, std::deque<zl_source> &sources, std::vector<zl
         fail("damaged object file: it has no END record: assemble it again");
 }
 
+void zl_add_input(const std::string &path, const std::vector<uint8_t> &bytes, std::deque<zl_source> &sources,
+                  std::vector<zl_message> &messages)
+{
+    std::vector<zo_member> members;
+    if (const std::string error = zo_members(path, bytes, members); !error.empty())
+        messages.push_back({path, error, false});
+    const bool archive = zo_is_archive(bytes);
+    for (const zo_member &m : members)
+        add({m.name, path, {m.bytes.begin(), m.bytes.end()}, {}, archive, !archive}, sources, messages);
+}
+
 void zl_read_inputs(const zl_options &o, std::deque<zl_source> &sources, std::vector<zl_message> &messages)
 {
     for (size_t i = 0; i < o.inputs.size(); i++) {
@@ -35,11 +46,6 @@ void zl_read_inputs(const zl_options &o, std::deque<zl_source> &sources, std::ve
             messages.push_back({path, zo_format("can't read the file: %s", strerror(errno)), false});
             continue;
         }
-        std::vector<zo_member> members;
-        if (const std::string error = zo_members(path, bytes, members); !error.empty())
-            messages.push_back({path, error, false});
-        const bool archive = zo_is_archive(bytes);
-        for (const zo_member &m : members)
-            add({m.name, path, {m.bytes.begin(), m.bytes.end()}, {}, archive, !archive}, sources, messages);
+        zl_add_input(path, bytes, sources, messages);
     }
 }

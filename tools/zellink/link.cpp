@@ -61,6 +61,7 @@ static void link_all(zl_linker &l)
         zl_collect(l, m);
     for (zl_module &m : l.modules)
         zl_define_all(l, m);
+    zl_compare_signatures(l);
     add_areas(l);
     if (l.options.gc)
         zl_collect_garbage(l);

@@ -163,5 +163,5 @@ int main(int argc, char **argv)
     for (const zl_listing &listing : listings)
         if (!write_file(listing.path, listing.text))
             return UNUSABLE;
-    return told(stdout, ((options.quiet ? "" : zl_memory_table(l)) + report).c_str(), GOOD);
+    return told(stdout, ((options.quiet ? "" : zl_memory_table(l, false)) + report).c_str(), GOOD);
 }

@@ -39,9 +39,17 @@ static const ranges_t &used_of(const zl_linker &l, uint8_t memory)
     return it == l.used.end() ? none : it->second;
 }
 
-std::string zl_memory_table(const zl_linker &l)
+static std::string memory_row(const std::string &name, uint64_t used, uint64_t total)
+{
+    return zo_format("%-8s %6llu/%-6llu %3llu %%\n", name.c_str(), static_cast<unsigned long long>(used),
+                     static_cast<unsigned long long>(total),
+                     static_cast<unsigned long long>((used * 200 + total) / (2 * total)));
+}
+
+std::string zl_memory_table(const zl_linker &l, bool each_bank)
 {
     std::string out;
+    uint64_t unused = 0;   // bytes of banks
     for (const region_t &r : regions(l)) {
         uint64_t total = 0, left = 0;
         for (range_t range : r.ranges) {
@@ -49,12 +57,12 @@ std::string zl_memory_table(const zl_linker &l)
             for (range_t gap : zl_gaps(used_of(l, r.memory), range))
                 left += uint64_t{gap.hi} - gap.lo + 1;
         }
-        const unsigned long long used = total - left;
-        if (used || r.always)
-            out += zo_format("%-8s %6llu/%-6llu %3llu %%\n", r.name.c_str(), used, static_cast<unsigned long long>(total),
-                             (used * 200 + total) / (2 * total));
+        if (total == left && !each_bank && r.name.starts_with("BANK"))
+            unused += total;
+        else if (total != left || r.always)
+            out += memory_row(r.name, total - left, total);
     }
-    return out;
+    return unused ? out + memory_row("others", 0, unused) : out;
 }
 
 static void heading(std::string &out, const char *text) { out += zo_format("\n%s\n\n", text); }
@@ -101,8 +109,8 @@ static std::vector<entry_t> symbols_of(const zl_linker &l)
             zl_sum sum{};
             zl_piece *p = nullptr;
             if (zl_symbol_value(l, s, sum, &p) && (!p || p->live))
-                entries.push_back({name, p ? std::string_view(p->x.name) : "", s.module->name, sum.value,
-                                   p ? p->x.space : uint8_t{UINT8_MAX}});
+                entries.push_back(
+                    {name, p ? std::string_view(p->x.name) : "", s.module->name, sum.value, p ? p->x.space : s.space});
         }
     };
     take(l.globals);
@@ -116,7 +124,7 @@ static void list_symbols(std::string &out, const std::vector<entry_t> &entries)
     out += "space     value  symbol                    psect             module\n";
     for (const entry_t &e : entries)
         out +=
-            zo_format("%5s  %8llX  %-24.*s  %-16.*s  %.*s\n", e.space == UINT8_MAX ? "-" : std::to_string(e.space).c_str(),
+            zo_format("%5s  %8llX  %-24.*s  %-16.*s  %.*s\n", e.space == ZL_NOWHERE ? "-" : std::to_string(e.space).c_str(),
                       static_cast<unsigned long long>(e.value), static_cast<int>(e.name.size()), e.name.data(),
                       static_cast<int>(e.psect.size()), e.psect.data(), static_cast<int>(e.module.size()), e.module.data());
 }
@@ -125,7 +133,7 @@ std::string zl_map(const zl_linker &l)
 {
     std::string out = zo_format("Map of %s for %s\n", l.options.output_name.c_str(), l.target.name.c_str());
     heading(out, "Memory");
-    out += zl_memory_table(l);
+    out += zl_memory_table(l, true);
     heading(out, "Modules");
     for (const zl_module &m : l.modules)
         out += m.name + "\n";

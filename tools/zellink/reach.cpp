@@ -32,6 +32,9 @@ static names_t names_of(const zo_file &file)
                     if (s.flags == ZO_S_ALIAS)
                         n.used.push_back(s.psect);
                 }
+        } else if (const auto *dabs = std::get_if<zo_dabs>(&r.body)) {
+            for (const zo_dabs_entry &e : dabs->entries)
+                n.globals.insert(e.name);
         } else if (const auto *relocs = std::get_if<zo_reloc>(&r.body)) {
             for (const zo_reloc_entry &e : relocs->entries)
                 zl_each_symbol_used(e, [&](const std::string &name) { n.used.push_back(name); });

@@ -13,7 +13,7 @@ bool zl_is_value(const zo_symbol &s)
 
 static bool same_thing(const zl_symbol &a, const zl_symbol &b)
 {
-    if (a.alias || b.alias || a.value != b.value)
+    if (a.alias || b.alias || a.value != b.value || a.space != b.space)
         return false;
     if (!a.piece || !b.piece)
         return a.piece == b.piece;
@@ -21,39 +21,67 @@ static bool same_thing(const zl_symbol &a, const zl_symbol &b)
     return both & ZO_F_OVRLD && both & ZO_F_GLOBAL && a.piece->x.name == b.piece->x.name;
 }
 
+static void define(zl_linker &l, const zl_symbol &made)
+{
+    zl_module &m = *made.module;
+    const auto [it, fresh] = (made.global ? l.globals : m.locals).try_emplace(made.name, made);
+    if (fresh || same_thing(it->second, made))
+        return;
+    const std::string text = "symbol " + zl_quoted(std::string(made.name)) + " is defined in " + it->second.module->name +
+                             ", too: rename one of them, or declare it `local`";
+    if (made.piece)
+        zl_complain(l, *made.piece, static_cast<uint64_t>(std::max<int64_t>(made.value, 0)) * made.piece->x.delta, text);
+    else
+        zl_complain(l, m.name, text);
+}
+
+static void define_symbol(zl_linker &l, zl_module &m, const zo_symbol &s)
+{
+    const bool alias = s.flags == ZO_S_ALIAS;
+    zl_piece *p = nullptr;
+    if (!alias && !s.psect.empty()) {
+        const auto it = m.pieces.find(s.psect);
+        if (it == m.pieces.end())
+            return zl_complain(l, m.name,
+                               "damaged object file: symbol " + zl_quoted(s.name) + " lies in psect " + zl_quoted(s.psect) +
+                                   ", which isn't there");
+        p = &it->second;
+    }
+    define(l, {s.name, p, static_cast<int32_t>(s.value), alias ? &s.psect : nullptr, &m, (s.flags & ZO_S_GLOBAL) != 0});
+}
+
 void zl_define_all(zl_linker &l, zl_module &m)
 {
     for (const zo_record &r : m.file->records) {
-        const auto *sym = std::get_if<zo_sym>(&r.body);
-        if (!sym)
-            continue;
-        for (const zo_symbol &s : sym->symbols) {
-            if (!zl_is_value(s))
-                continue;
-            const bool alias = s.flags == ZO_S_ALIAS, global = s.flags & ZO_S_GLOBAL;
-            zl_piece *p = nullptr;
-            if (!alias && !s.psect.empty()) {
-                const auto it = m.pieces.find(s.psect);
-                if (it == m.pieces.end()) {
-                    zl_complain(l, m.name,
-                                "damaged object file: symbol " + zl_quoted(s.name) + " lies in psect " + zl_quoted(s.psect) +
-                                    ", which isn't there");
-                    continue;
-                }
-                p = &it->second;
-            }
-            const zl_symbol made{s.name, p, static_cast<int32_t>(s.value), alias ? &s.psect : nullptr, &m, global};
-            const auto [it, fresh] = (global ? l.globals : m.locals).try_emplace(s.name, made);
-            if (fresh || same_thing(it->second, made))
-                continue;
-            const std::string text = "symbol " + zl_quoted(s.name) + " is defined in " + it->second.module->name +
-                                     ", too: rename one of them, or declare it `local`";
-            if (p)
-                zl_complain(l, *p, static_cast<uint64_t>(std::max<int64_t>(made.value, 0)) * p->x.delta, text);
-            else
-                zl_complain(l, m.name, text);
+        if (const auto *sym = std::get_if<zo_sym>(&r.body)) {
+            for (const zo_symbol &s : sym->symbols)
+                if (zl_is_value(s))
+                    define_symbol(l, m, s);
+        } else if (const auto *dabs = std::get_if<zo_dabs>(&r.body)) {
+            for (const zo_dabs_entry &e : dabs->entries)
+                if (!e.name.empty())
+                    define(l, {e.name, nullptr, e.address, nullptr, &m, true, e.space});
         }
     }
+}
+
+// A function that is called by other arguments than it takes overwrites what it shouldn't.
+void zl_compare_signatures(zl_linker &l)
+{
+    std::map<const zl_symbol *, std::pair<uint16_t, const zl_module *>> first;
+    for (const zl_module &m : l.modules)
+        for (const zo_record &r : m.file->records) {
+            const auto *signat = std::get_if<zo_signat>(&r.body);
+            const zl_symbol *const s = signat ? zl_find(l, m, signat->name) : nullptr;
+            if (!s)
+                continue;
+            const auto &[signature, module] = first.try_emplace(s, signat->signature, &m).first->second;
+            if (signature != signat->signature)
+                zl_complain(l, m.name,
+                            zo_format("function %s has signature %u, but %u in %s: both have to give it the same arguments "
+                                      "and result",
+                                      zl_quoted(signat->name).c_str(), signat->signature, signature, module->name.c_str()));
+        }
 }
 
 const zl_symbol *zl_find(const zl_linker &l, const zl_module &m, const std::string &name)
@@ -79,8 +107,10 @@ bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_pie
         sum.value += at->value;
         if (!at->alias) {
             if (at->piece)
-                sum = {sum.value + piece_value(*at->piece).value, at->piece->x.space == ZL_DATA,
-                       at->piece->x.space == ZL_PROGRAM};
+                sum.value += piece_value(*at->piece).value;
+            const uint8_t space = at->piece ? at->piece->x.space : at->space;
+            sum.data = space == ZL_DATA;
+            sum.code = space == ZL_PROGRAM;
             if (piece)
                 *piece = at->piece;
             return true;

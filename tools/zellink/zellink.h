@@ -21,7 +21,7 @@
 #include "target.h"
 #include "zelobj.h"
 
-enum zl_space : uint8_t { ZL_PROGRAM = 0, ZL_DATA = 1, ZL_CONFIG = 4, ZL_IDLOC = 5, ZL_NOTE = 6 };
+enum zl_space : uint8_t { ZL_PROGRAM = 0, ZL_DATA = 1, ZL_CONFIG = 4, ZL_IDLOC = 5, ZL_NOTE = 6, ZL_NOWHERE = 255 };
 
 struct zl_module;
 struct zl_group;
@@ -65,11 +65,12 @@ struct zl_group {
 
 struct zl_symbol {
     std::string_view name;
-    zl_piece *piece;            // null: an absolute value
+    zl_piece *piece;            // null: an absolute value, or an address that `dabs` gives
     int64_t value;              // from the piece's begin, in units; or from the symbol that it stands for
     const std::string *alias;   // that symbol's name, or null
     zl_module *module;
     bool global;
+    uint8_t space = ZL_NOWHERE;   // without a piece: of an address
 };
 using zl_symbols = std::unordered_map<std::string_view, zl_symbol>;
 
@@ -145,6 +146,8 @@ struct zl_source {
     bool member = false, wanted = true;   // of an archive: wanted only if something needs it
 };
 void zl_read_inputs(const zl_options &o, std::deque<zl_source> &sources, std::vector<zl_message> &messages);
+void zl_add_input(const std::string &path, const std::vector<uint8_t> &bytes, std::deque<zl_source> &sources,
+                  std::vector<zl_message> &messages);   // one that has been read
 
 // reach
 void zl_choose_members(std::deque<zl_source> &sources);
@@ -179,6 +182,7 @@ struct zl_sum {
     bool code = false;   // an address of program memory
 };
 void zl_define_all(zl_linker &l, zl_module &m);
+void zl_compare_signatures(zl_linker &l);
 const zl_symbol *zl_find(const zl_linker &l, const zl_module &m, const std::string &name);   // null if there is none
 // Follows aliases. False if the chain ends nowhere.
 bool zl_symbol_value(const zl_linker &l, const zl_symbol &s, zl_sum &sum, zl_piece **piece = nullptr);
@@ -295,7 +299,7 @@ std::string zl_binary(const zl_linker &l);
 std::string zl_elf(const zl_linker &l);   // in a file of its own
 
 // map
-std::string zl_memory_table(const zl_linker &l);
+std::string zl_memory_table(const zl_linker &l, bool each_bank);   // else unused banks are one row
 std::string zl_map(const zl_linker &l);
 
 // listing. The listings of the modules that have one, with final numbers; complains of those that can't be finished.

@@ -13,8 +13,7 @@ enum : size_t { FILE_DEPTH = 8, WORDS_MAX = 100000 };
 
 static bool is_white(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-// False if a quote isn't closed.
-static bool split_words(const std::string &text, std::vector<std::string> &words)
+bool zo_split_words(const std::string &text, std::vector<std::string> &words)
 {
     std::string word;
     bool some = false;
@@ -62,7 +61,7 @@ static std::string expand(const std::vector<std::string> &from, std::vector<std:
         if (!in || std::filesystem::is_directory(path))
             return "can't read " + what + " \"" + path + '"';
         std::vector<std::string> words;
-        if (!split_words(text, words))
+        if (!zo_split_words(text, words))
             return what + " \"" + path + "\": a quote isn't closed";
         if (std::string error = expand(words, to, what, depth + 1); !error.empty())
             return error;

@@ -210,6 +210,7 @@ struct zo_cursor {
 
 // words. Puts the words of the files named in it as `@FILE` in their places. `what` such a file is called in an error text, which
 // is given back, empty on success.
+bool zo_split_words(const std::string &text, std::vector<std::string> &words);   // false if a quote isn't closed
 std::string zo_expand(const std::vector<std::string> &from, std::vector<std::string> &to, const std::string &what);
 
 // archive. An object in a file: the file's name, for a member "archive(member)", and the bytes, in the buffer of the file.

@@ -104,7 +104,10 @@ static int finish(session_t &x)
     std::string why;
     int status = GOOD;
     switch (x.at_until ? SIM_RUNS : s.stop) {
-    case SIM_SLEEP: why = "sleep, on to " + place; break;
+    case SIM_SLEEP:
+        status = x.until == UINT32_MAX && !x.until_unit ? GOOD : FAILED;
+        why = (status == GOOD ? "sleep, on to " : "sleep before the end that `until` names, on to ") + place;
+        break;
     case SIM_RUNS:
         why = (!x.at_until       ? "all is as expected, at "
                : s.pc == x.until ? "reached "
