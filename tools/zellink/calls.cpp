@@ -287,7 +287,7 @@ static void lay(layout_t &y, node_t root, uint64_t base)
         for (node_t i : it->second) {
             at = std::max(at, y.start[i]);
             for (node_t caller : g.from[i])
-                if (g.knot[caller] != k)
+                if (g.knot[caller] != k && reached[caller])   // what another root leads to has its place, or gets it later
                     at = std::max(at, y.start[caller] + y.size[caller]);
         }
         for (node_t i : it->second) {   // those of a knot lie side by side
@@ -375,8 +375,8 @@ void zl_add_areas(zl_linker &l, const zl_areas &areas)
     p.size = areas.size;
     m.order.push_back(&p);
     if (p.absolute() || p.x.space != ZL_DATA)
-        return zl_complain(
-            l, "", "psect " + zl_quoted(areas.psect) + ", which `fnconf` names, has to be relocatable and in space 1");
+        zl_complain(l, "",
+                    "psect " + zl_quoted(areas.psect) + ", which `fnconf` names, has to be relocatable and in space 1");
     const auto define = [&](const std::string &name, uint64_t at) {
         l.names.push_back(name);
         l.globals.try_emplace(l.names.back(), zl_symbol{l.names.back(), &p, static_cast<int64_t>(at), nullptr, &m, true});
