@@ -57,6 +57,7 @@ struct shape_t {
 };
 
 #define CODE "\tpsect\tt,class=CODE,reloc=2\n"
+#define TEXT "\tpsect\ttext,class=CODE,reloc=2\n"
 
 static const shape_t shapes[] = {
     // Symbols, psects and what hangs on them.
@@ -117,23 +118,23 @@ static const shape_t shapes[] = {
     {"endif alone", ANY, {CODE, "\tendif\n"}},
     {"asmopt push", ANY, {CODE, "\tasmopt\tpush\n", "\tnop\n"}},
     {"line and file", ANY, {CODE, "\tfile\t\"f{i}\"\n\tline\t{i}\n\tnop\n"}, "-V"},
-    // The optimiser.
-    {"-O: labels, goto each, skips", HALF, {CODE, "l{i}:\n", "\tmovwf\t1,c\n", "\tbtfsc\t2,1,c\n\tgoto\tl{i}\n"}, "-O"},
-    {"-O: labels, bz to each", HALF, {CODE, "l{i}:\n", "\tmovwf\t1,c\n", "\tbz\tl{i}\n"}, "-O"},
-    {"-O: jumps, a chain", SYMBOLS, {CODE, "l{i}:\tgoto\tl{+}\n\tnop\n", "l{n}:\treturn\n"}, "-O"},
-    {"-O: jumps, a scattered chain", HALF, {CODE, "l{x}:\tgoto\tl{sx}\n", "\treturn\n"}, "-O"},
-    {"-O: tails, all one", HALF, {CODE "s:\n", "\tglobal\tl{i}\nl{i}:\tincf\t1,f,c\n\tgoto\ts\n"}, "-O"},
+    // The optimiser, which looks at psects with "text" in their names.
+    {"-O: labels, goto each, skips", HALF, {TEXT, "l{i}:\n", "\tmovwf\t1,c\n", "\tbtfsc\t2,1,c\n\tgoto\tl{i}\n"}, "-O"},
+    {"-O: labels, bz to each", HALF, {TEXT, "l{i}:\n", "\tmovwf\t1,c\n", "\tbz\tl{i}\n"}, "-O"},
+    {"-O: jumps, a chain", SYMBOLS, {TEXT, "l{i}:\tgoto\tl{+}\n\tnop\n", "l{n}:\treturn\n"}, "-O"},
+    {"-O: jumps, a scattered chain", HALF, {TEXT, "l{x}:\tgoto\tl{sx}\n", "\treturn\n"}, "-O"},
+    {"-O: tails, all one", HALF, {TEXT "s:\n", "\tglobal\tl{i}\nl{i}:\tincf\t1,f,c\n\tgoto\ts\n"}, "-O"},
     {"-O: state machine",
      HALF,
-     {CODE "loop:\n", "\tmovlw\tlow({i})\n\txorwf\t1,w,c\n\tbz\ts{i}\n", "\tgoto\tloop\n",
+     {TEXT "loop:\n", "\tmovlw\tlow({i})\n\txorwf\t1,w,c\n\tbz\ts{i}\n", "\tgoto\tloop\n",
       "s{i}:\tincf\t2,f,c\n\tmovlw\tlow({+})\n\tmovwf\t1,c\n\tgoto\tloop\n"},
      "-O"},
-    {"-O: one loop for all skips", ANY, {CODE, "\tbtfsc\t2,1,c\n\tgoto\tl\n", "l:\tmovwf\t1,c\n\tbra\tl\n"}, "-O"},
+    {"-O: one loop for all skips", ANY, {TEXT, "\tbtfsc\t2,1,c\n\tgoto\tl\n", "l:\tmovwf\t1,c\n\tbra\tl\n"}, "-O"},
     {"-O: psects that call",
      HALF,
      {"", "\tpsect\ttext{i},class=CODE,reloc=2\n\tglobal\tf{i}\nf{i}:\tcall\tf{r}\n\treturn\n"},
      "-O"},
-    {"-O: jump table", HALF, {CODE "\taddwf\t0xFF9,f,c\n", "\tgoto\tl{i}\n", "", "l{i}:\tincf\t1,f,c\n\treturn\n"}, "-O"},
+    {"-O: jump table", HALF, {TEXT "\taddwf\t0xFF9,f,c\n", "\tgoto\tl{i}\n", "", "l{i}:\tincf\t1,f,c\n\treturn\n"}, "-O"},
     // Text.
     {"syntax errors", ANY, {CODE, "\tfoo\tbar\n"}},
     {"comments", ANY, {CODE, "; comment {i}\n", "\tnop\n"}},
