@@ -6,6 +6,7 @@ set(LINKS ${CMAKE_BINARY_DIR}/links)
 
 install(TARGETS ${TOOLS} DESTINATION ${HOME}/bin)
 install(DIRECTORY dat/ DESTINATION ${HOME}/zel/dat)
+install(DIRECTORY ${CMAKE_BINARY_DIR}/zel/include DESTINATION ${HOME}/zel)
 file(MAKE_DIRECTORY ${LINKS})
 foreach(tool IN LISTS TOOLS)
     file(CREATE_LINK ../${HOME}/bin/${tool} ${LINKS}/${tool} SYMBOLIC)

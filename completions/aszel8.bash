@@ -57,7 +57,7 @@ _aszel8() {
     -*)
         COMPREPLY=($(compgen -W "-mcpu= -ver= -auto_inline -no_inline -no_pa -no_trans
             -A -B -C -E -F -H -I -L -O -R -T -V -W -X
-            --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --explain= --help --include= --lib --object-name= --path-map= --source-name=
+            --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --explain= --help --include= --keywords --lib --object-name= --path-map= --source-name=
             --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
             --udf= --ver --xinst" -- "$cur"))
         ;;

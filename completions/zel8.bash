@@ -5,13 +5,13 @@ _zel8() {
     COMPREPLY=()
     if [[ $cur == = ]]; then chip= prev=-mcpu; elif [[ $prev == = ]]; then prev=${COMP_WORDS[COMP_CWORD - 2]}; fi
     case $prev in
-    -mcpu) COMPREPLY=($(compgen -W "$("$1" --list-chips 2>/dev/null)" -- "${chip^^}")) ;;
+    -mcpu | header) COMPREPLY=($(compgen -W "$("$1" --list-chips 2>/dev/null)" -- "${chip^^}")) ;;
     -x) COMPREPLY=($(compgen -W "assembler assembler-with-cpp none" -- "$cur")) ;;
     -I) COMPREPLY=($(compgen -d -- "$cur")) ;;
     *)
         case $cur in
         -*) COMPREPLY=($(compgen -W "-E -c -S -x --chipinfo= -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --explain= --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
-        *) COMPREPLY=($(compgen -f -- "$cur")) ;;
+        *) COMPREPLY=($(compgen -f -- "$cur") $([[ $COMP_CWORD == 1 ]] && compgen -W header -- "$cur")) ;;
         esac
         ;;
     esac

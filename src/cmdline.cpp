@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
 #include <strings.h>
 #include <unistd.h>
 
 #include "chip/cfgdata.h"
+#include "code/oprows.h"
 #include "code/ops.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
@@ -523,9 +525,21 @@ static void option_help(const char *)
           "  --diagnostics=plain|rich|json|sarif, --color=auto|always|never   how messages look\n"
           "  --explain=N           what message N means, an example, the remedy\n"
           "  --udf=FILE, --qvdebug=LIST, --lib   a report, a trace, names relative to the installation\n"
+          "  --keywords            the words that can't be symbols\n"
           "  --ver, --help         the version, this text\n"
           "An option is one word, its value behind it: -Omain.obj. A bare -O optimises. Options come first.\n",
           stdout);
+    end_output();
+}
+
+static void option_keywords(const char *)
+{
+    std::set<std::string_view> words;
+    for (const op_row_t &row : oprows::op_rows)
+        if (isalpha(static_cast<unsigned char>(row.name[0])))
+            words.insert(row.name);
+    for (const std::string_view word : words)
+        printf("%s\n", word.data());
     end_output();
 }
 
@@ -573,6 +587,7 @@ static const struct {
     {"color=", false, option_color},
     {"explain=", false, option_explain},
     {"help", true, option_help},
+    {"keywords", true, option_keywords},
 };
 // clang-format on
 

@@ -54,7 +54,7 @@ done
 for option in $(offers -- | grep -v =) $(offers --cmode=) $(offers --opt=) $(offers --qvdebug= | grep -v 'out:\|num:\|debug:$'); do
     rm -f qvk_package.zip
     aszel8 -mcpu=ZEL8K10 "$option" t.as >out 2>&1 || complain "completion: $option: $(cat out)"
-    [[ $option = --ver || $option = --help ]] || [ ! -s out ] || complain "completion: $option: $(cat out)"
+    [[ $option = --ver || $option = --help || $option = --keywords ]] || [ ! -s out ] || complain "completion: $option: $(cat out)"
 done
 [ "$(touch b.asm c.c; mkdir d; offers '' | sort | tr '\n' ' ')" = "b.asm d/ t.as " ] || complain "completion: sources"
 [ "$(touch my.ini; offers -Cm)" = -Cmy.ini ] || complain "completion: -Cfile"

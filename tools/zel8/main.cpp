@@ -12,6 +12,7 @@ namespace fs = std::filesystem;
 
 static const char help_text[] =
     "usage: zel8 -mcpu=CHIP [option...] file...      a file - is standard input\n"
+    "       zel8 header CHIP [-o FILE]               the include file of a chip\n"
     "  -mcpu=CHIP              the chip\n"
     "  --chipinfo=FILE         its file, if it isn't to be that of the installation\n"
     "  -E, -c, -S, -fsyntax-only   preprocessed text; objects; assembly text; messages alone. Otherwise\n"
@@ -42,13 +43,15 @@ int main(int argc, char **argv)
     std::error_code ignored;
     const fs::path bin = fs::read_symlink("/proc/self/exe", ignored).parent_path();
     const fs::path data = bin.parent_path() / "zel" / "dat";
-    if (const std::string error = o.what == z8_options::WORK ? z8_chip_unknown(o, bin) : ""; !error.empty()) {
+    if (const std::string error = o.what == z8_options::WORK || o.what == z8_options::HEADER ? z8_chip_unknown(o, bin) : "";
+        !error.empty()) {
         fprintf(stderr, "zel8: error: %s\n", error.c_str());
         return 2;
     }
     std::string text;
     switch (o.what) {
-    case z8_options::WORK: return z8_run(o, bin);
+    case z8_options::WORK:
+    case z8_options::HEADER: return z8_run(o, bin);
     case z8_options::HELP: text = help_text; break;
     case z8_options::VERSION: text = "zel8 " ZELLINK_VERSION "\n"; break;
     case z8_options::CHIPS: text = z8_chip_list(data); break;

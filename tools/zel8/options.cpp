@@ -237,16 +237,30 @@ std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o)
     std::vector<std::string> words;
     if (std::string error = zo_expand(arguments, words, "option file"); !error.empty())
         return error;
-    for (size_t i = 0; i < words.size() && o.what == z8_options::WORK; i++) {
+    const bool header = !words.empty() && words[0] == "header";
+    if (header) {
+        o.what = z8_options::HEADER;
+        words.erase(words.begin());
+    }
+    const auto before = o.what;
+    for (size_t i = 0; i < words.size() && o.what == before; i++) {
         if (words[i].empty())
             return "an empty word stands where a file is wanted";
         if (words[i][0] != '-' || words[i] == "-")
             o.inputs.push_back({words[i], kind_of(o, words[i])});
+        else if (header && !words[i].starts_with("-o") && !words[i].starts_with("--chipinfo=") && words[i] != "--help")
+            return "zel8 header takes -o and --chipinfo= alone, not " + words[i];
         else if (std::string error = set_option(o, words, i); !error.empty())
             return error;
     }
     for (z8_input &input : o.inputs)   // without a language, -E tells what standard input is
         if (input.path == "-" && input.kind == Z8_ASSEMBLER && o.only_preprocess)
             input.kind = Z8_PREPROCESSED;
+    if (o.what == z8_options::HEADER) {
+        if (o.inputs.size() != 1)
+            return "zel8 header needs the name of one chip";
+        o.chip = o.inputs[0].path;
+        o.inputs.clear();
+    }
     return o.what == z8_options::WORK ? check(o) : "";
 }

@@ -29,6 +29,7 @@ extern char **environ;
 struct job_t {
     std::vector<std::string> words;
     int log = -1;   // what it says; -1: goes where this process's goes
+    int out = -1;   // what it writes to standard output, likewise
     pid_t pid = 0;
     bool failed = false;
 };
@@ -121,6 +122,8 @@ static bool start(job_t &job)
     posix_spawnattr_init(&attributes);
     if (job.log >= 0)
         posix_spawn_file_actions_adddup2(&files, job.log, STDERR_FILENO);
+    if (job.out >= 0)
+        posix_spawn_file_actions_adddup2(&files, job.out, STDOUT_FILENO);
     posix_spawnattr_setsigmask(&attributes, &st.before);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     const int error = posix_spawnp(&job.pid, argv[0], &files, &attributes, argv.data(), environ);
@@ -167,15 +170,16 @@ static void reap(std::vector<job_t> &jobs, unsigned &running)
             }
 }
 
-static void tell(job_t &job)
+// All that stands in the file, which is closed.
+static std::string take(int file)
 {
     char block[65536];
     std::string text;
-    lseek(job.log, 0, SEEK_SET);
-    for (ssize_t n; (n = read(job.log, block, sizeof block)) > 0;)
+    lseek(file, 0, SEEK_SET);
+    for (ssize_t n; (n = read(file, block, sizeof block)) > 0;)
         text.append(block, static_cast<size_t>(n));
-    close(job.log);
-    fwrite(text.data(), 1, text.size(), stderr);
+    close(file);
+    return text;
 }
 
 // At most that many at a time; 0: as many as the options say.
@@ -208,8 +212,8 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
     }
     bool good = true;
     for (job_t &job : jobs) {
-        if (job.log >= 0)
-            tell(job);
+        if (const std::string text = job.log >= 0 ? take(job.log) : ""; !text.empty())
+            fwrite(text.data(), 1, text.size(), stderr);
         good = good && !job.failed;
     }
     return good;
@@ -331,7 +335,11 @@ static int settle(const z8_options &o, const z8_input &input, unit_t &unit)
     return 0;
 }
 
-static std::vector<std::string> preprocessor_words(const z8_options &o, const std::vector<std::string> &macros)
+// Where the include files of the chips are. It is searched last.
+static std::string header_folder(const std::string &bin) { return fs::path(bin).parent_path() / "zel" / "include"; }
+
+static std::vector<std::string> preprocessor_words(const z8_options &o, const std::string &bin,
+                                                   const std::vector<std::string> &macros)
 {
     std::vector<std::string> words{"cpp", "-x", "assembler-with-cpp", "-traditional-cpp", "-undef", "-nostdinc"};
     words.insert(words.end(), macros.begin(), macros.end());
@@ -341,6 +349,7 @@ static std::vector<std::string> preprocessor_words(const z8_options &o, const st
         words.push_back("-D" + name + value);
     for (const std::string &folder : o.folders)
         words.push_back("-I" + folder);
+    words.push_back("-I" + header_folder(bin));
     if (o.silent)
         words.push_back("-w");
     if (o.werror)
@@ -361,7 +370,7 @@ static bool preprocess(const z8_options &o, const std::string &bin, const std::v
             return false;
         }
         job_t job;
-        job.words = preprocessor_words(o, macros);
+        job.words = preprocessor_words(o, bin, macros);
         if (unit.source != unit.name && !o.only_preprocess)   // a copy of standard input, which would include from here
             job.words.insert(job.words.end(), {"-iquote", "."});
         if (!unit.read.empty())
@@ -403,6 +412,7 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
             job.words.push_back("--include=" + fs::path(unit.name).parent_path().string());
         for (const std::string &folder : o.folders)
             job.words.push_back("--include=" + folder);
+        job.words.push_back("--include=" + header_folder(bin));
         job.words.insert(job.words.end(), o.assembler.begin(), o.assembler.end());
         if (unit.text != unit.name)
             job.words.push_back("--source-name=" + unit.name);
@@ -467,6 +477,30 @@ static int run_all(const z8_options &o, const std::string &bin)
     return o.dry ? 0 : rename_outputs(o);
 }
 
+// The assembler tells which words are keywords.
+static int write_header(const z8_options &o, const std::string &bin)
+{
+    const bool shown = o.output.empty() || o.output == "-";
+    const std::string name = shown ? "" : name_beside(o.output, false);
+    if (!shown && name.empty())
+        return fail("can't write " + o.output, errno);
+    job_t job;
+    job.words = {bin + "/aszel8", "--keywords"};
+    job.out = memfd_create("keywords", MFD_CLOEXEC);
+    std::vector<job_t> jobs{job};
+    if (!run_jobs(jobs, o, 1))
+        return 1;
+    std::string text;
+    if (const std::string error = z8_chip_header(o, bin, take(job.out), text); !error.empty()) {
+        fprintf(stderr, "zel8: error: %s\n", error.c_str());
+        return 1;
+    }
+    FILE *const to = shown ? stdout : fopen(name.c_str(), "w");
+    if (!to || fwrite(text.data(), 1, text.size(), to) != text.size() || (shown ? fflush(to) : fclose(to)) != 0)
+        return fail("can't write " + (shown ? "standard output" : o.output), errno);
+    return rename_outputs(o);
+}
+
 int z8_run(const z8_options &o, const std::string &bin)
 {
     signal(SIGCHLD, SIG_DFL);
@@ -477,7 +511,7 @@ int z8_run(const z8_options &o, const std::string &bin)
     for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         sigaddset(&st.waited, number);
     sigprocmask(SIG_BLOCK, &st.waited, &st.before);
-    const int status = run_all(o, bin);
+    const int status = o.what == z8_options::HEADER ? write_header(o, bin) : run_all(o, bin);
     clean_up();
     return status;
 }

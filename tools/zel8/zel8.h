@@ -27,7 +27,7 @@ struct z8_options {
     unsigned jobs = 0;
     bool only_preprocess = false, only_assemble = false, text = false, only_check = false;
     bool werror = false, silent = false, deps = false, phony = false, verbose = false, dry = false;
-    enum what_t { WORK, HELP, VERSION, CHIPS, DIRECTORIES, EXPLAIN } what = WORK;
+    enum what_t { WORK, HELP, VERSION, CHIPS, DIRECTORIES, EXPLAIN, HEADER } what = WORK;
     bool links() const { return !only_preprocess && !only_assemble && !text && !only_check; }
 };
 
@@ -44,3 +44,5 @@ std::string z8_chip_list(const std::string &data);   // the names of those that 
 std::string z8_chip_unknown(const z8_options &o, const std::string &bin);
 // Adds what the preprocessor has to know of the chip. Empty, or what is wrong.
 std::string z8_chip_macros(const z8_options &o, const std::string &bin, std::vector<std::string> &words);
+// The include file of the chip, in which `keywords`, lower case and one a line, get a `_` in front. Empty, or what is wrong.
+std::string z8_chip_header(const z8_options &o, const std::string &bin, const std::string &keywords, std::string &text);
