@@ -40,6 +40,7 @@ _aszel8() {
     -mcpu=*) COMPREPLY=($(compgen -P -mcpu= -W "$(_aszel8_chips "$1")" -- "$(tr '[:lower:]' '[:upper:]' <<<"${cur#*=}")")) ;;
     --opt=*) _aszel8_words --opt= "${cur#*=}" "debug space speed" ;;
     --diagnostics=*) COMPREPLY=($(compgen -P --diagnostics= -W "plain rich json sarif" -- "${cur#*=}")) ;;
+    --warn=*) _aszel8_words --warn= "${cur#*=}" "all bank condition config deprecated inline location memory newline odd redefined size skip truncation" ;;
     --color=*) COMPREPLY=($(compgen -P --color= -W "auto always never" -- "${cur#*=}")) ;;
     --cmode=*) _aszel8_words --cmode= "${cur#*=}" "ost zcc zcce zmasm zmlink zmlib cxi vcc" ;;
     --qvdebug=*)
@@ -59,7 +60,7 @@ _aszel8() {
             -A -B -C -E -F -H -I -L -O -R -T -V -W -X
             --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --explain= --help --include= --keywords --lib --object-name= --path-map= --source-name=
             --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
-            --udf= --ver --xinst" -- "$cur"))
+            --udf= --ver --warn= --xinst" -- "$cur"))
         ;;
     @*) _aszel8_files @ "${cur#@}" '*' ;;
     *) _aszel8_files "" "$cur" '*.@(as|asm|AS|ASM)' ;;

@@ -31,6 +31,7 @@
 #include "env/html.h"
 #include "env/pathmap.h"
 #include "env/qvdebug.h"
+#include "env/warnings.h"
 #include "front/diagnostics.h"
 #include "front/lexutil.h"
 #include "options.h"
@@ -488,6 +489,12 @@ static void option_path_map(const char *map)
         alert_text("E", "--path-map=%s: it is OLD=NEW", map);
 }
 
+static void option_warn(const char *groups)
+{
+    if (const char *wrong = warnings_choose(groups))
+        alert_text("E", "--warn=%s: the groups are %s, and all; no- in front hides them", wrong, warning_group_names());
+}
+
 static void option_diagnostics(const char *form)
 {
     if (!diagnostics_set_form(form))
@@ -520,6 +527,7 @@ static void option_help(const char *)
           "  -O                    optimise; -no_pa, -no_inline, -auto_inline, -BLABEL, --opt=WORDS steer that\n"
           "  --opt-report=FILE     what the optimiser did; --errata=N: chip errors to work around\n"
           "  -WN, -WN!             warnings of level N and above; and they make the exit status 1\n"
+          "  --warn=GROUPS         warnings by group, as odd,no-skip or all, whatever their level\n"
           "  --emax=N, --msgdisable=LIST   errors allowed; messages silenced. The same: --disl=LIST\n"
           "  -EFILE, -E, --edf=FILE    messages go to a file; follow formats; have other texts\n"
           "  --diagnostics=plain|rich|json|sarif, --color=auto|always|never   how messages look\n"
@@ -583,6 +591,7 @@ static const struct {
     {"object-name=", false, option_object_name},
     {"source-name=", false, option_source_name},
     {"path-map=", false, option_path_map},
+    {"warn=", false, option_warn},
     {"diagnostics=", false, option_diagnostics},
     {"color=", false, option_color},
     {"explain=", false, option_explain},

@@ -39,7 +39,12 @@
 
 enum alert_type_t : uint32_t { UNKNOWN, FATAL, MESSAGE, ERROR, WARNING, SUPPRESSED };
 enum alert_form_t { ERROR_FORM, WARNING_FORM, MESSAGE_FORM, FORMS };
-enum alert_action_t : uint32_t { NO_ACTION = 0, HIDE_MILD = 1, HIDE_ALL = 4 };   // HIDE_MILD: warnings and messages only
+enum alert_action_t : uint32_t {
+    NO_ACTION = 0,
+    HIDE_MILD = 1,
+    SHOW = 2,
+    HIDE_ALL = 4
+};   // HIDE_MILD: warnings and messages only
 enum : unsigned { MAX_NUMBER = 10000, REPORTED_BUCKETS = 199 };
 enum : unsigned { LINES_MAX = 100000 };   // of a catalogue: a device may have no end
 enum : unsigned { FAULTS_TOLD = 5 };      // of a catalogue; the rest is summed up
@@ -305,6 +310,8 @@ static alert_record_t look_up(unsigned number)
     uint32_t action = st.actions ? vec_elementAt(st.actions, number) : 0;
     if (action == HIDE_MILD && (m.type == MESSAGE || m.type == WARNING))
         m.type = SUPPRESSED;
+    if (action == SHOW)
+        m.level = INT32_MAX;
     if (action == HIDE_ALL && m.type != FATAL)
         m.type = SUPPRESSED;
     return m;
@@ -647,17 +654,30 @@ bool alert_load_file(const char *path)
     return cache_string(path) == st.loaded || load_catalogue(path);
 }
 
+static void set_action(unsigned number, alert_action_t action)
+{
+    if (!st.actions)
+        st.actions = vec_make<uint32_t>();
+    vec_setAt(st.actions, action, number);
+}
+
+void alert_choose(unsigned number, bool shown) { set_action(number, shown ? SHOW : HIDE_MILD); }
+
+bool alert_is_shown(unsigned number)
+{
+    initialise();
+    return !is_dropped(look_up(number));
+}
+
 void alert_disable_list(const char *text)
 {
     if (!text || !*text)
         return;
-    if (!st.actions)
-        st.actions = vec_make<uint32_t>();
     if (*text == '0') {
         for (uint32_t i = 0, n = vec_size(st.primary); i < n; i++) {
             const alert_record_t *m = vec_elementAt(st.primary, i);
             if (m && (m->type == MESSAGE || m->type == WARNING))
-                vec_setAt(st.actions, HIDE_MILD, i);
+                set_action(i, HIDE_MILD);
         }
         return;
     }
@@ -665,7 +685,7 @@ void alert_disable_list(const char *text)
         char *end;
         unsigned long number = strtoul(s, &end, 10);
         if (end != s && number <= MAX_NUMBER)
-            vec_setAt(st.actions, strncmp(end, ":off", 4) ? HIDE_MILD : HIDE_ALL, static_cast<uint32_t>(number));
+            set_action(static_cast<uint32_t>(number), strncmp(end, ":off", 4) ? HIDE_MILD : HIDE_ALL);
         if (!(s = strchr(s, ',')))
             return;
     }

@@ -55,4 +55,7 @@ void alert_set_hook(void (*hook)());
 void alert_set_location(const char *file, const int64_t *line, const char *const *line_start, const char *const *character);
 bool alert_load_file(const char *path);      // --edf=
 void alert_disable_list(const char *text);   // --msgdisable=, --disl=
+// Shows a warning whatever its level, or hides it. Counts for what is told behind it, as alert_disable_list does.
+void alert_choose(unsigned number, bool shown);
+bool alert_is_shown(unsigned number);
 int alert_exit_status();

@@ -3,6 +3,7 @@
 #include "env/explain.h"
 
 #include "env/catalogue.h"
+#include "env/warnings.h"
 
 constexpr std::string_view HEADING = "### ", FENCE = "```";
 
@@ -44,14 +45,16 @@ std::string_view explanation_text(uint64_t number)
 }
 
 // "800 E text" as "(800) text", and what it is.
-static std::string title(std::string_view heading)
+static std::string title(uint64_t message, std::string_view heading)
 {
+    const char *group = warning_group(static_cast<unsigned>(message));
     const size_t number = heading.find(' '), type = heading.find(' ', number + 1);
     const std::string_view kind = heading.substr(number + 1, type - number - 1);
     const std::string what = kind == "E"   ? "error"
                              : kind == "F" ? "error that ends the run"
-                             : kind == "M" ? "message"
-                                           : "warning of level " + std::string(kind);
+                             : kind == "M"
+                                 ? "message"
+                                 : "warning of level " + std::string(kind) + (group ? std::string(", -W") + group : "");
     return '(' + std::string(heading.substr(0, number)) + ')' + std::string(heading.substr(type)) + " [" + what + "]\n\n";
 }
 
@@ -75,7 +78,7 @@ std::string explanation(uint64_t number)
     explained_t section = find_section(number);
     if (section.heading.empty())
         return "";
-    std::string text = title(section.heading);
+    std::string text = title(number, section.heading);
     bool code = false;
     while (!section.body.empty()) {
         const std::string_view line = take_line(&section.body);

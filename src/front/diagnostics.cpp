@@ -25,6 +25,7 @@
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/srcpos.h"
+#include "env/warnings.h"
 #include "front/chars.h"
 #include "front/lexutil.h"
 #include "front/messagelog.h"
@@ -243,7 +244,9 @@ static void write_rich(const alert_report_t *r)
     const diagnostic_t d = gather(r);
     const char *color = color_of(r->severity);
     const int length = static_cast<int>(strcspn(r->whole, "\n"));
-    fprintf(stderr, "%s%.*s%s\n", color, length, r->whole, color_end());
+    const char *group = r->severity == ALERT_WARNING ? warning_group(r->number) : nullptr;
+    fprintf(stderr, "%s%.*s%s%s%s%s\n", color, length, r->whole, group ? " [-W" : "", group ? group : "", group ? "]" : "",
+            color_end());
     write_excerpt(d.main.excerpt, r->line, color);
     size_t told = 0;
     for (const remark_t &n : d.notes) {

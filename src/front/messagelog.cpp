@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "env/explain.h"
+#include "env/warnings.h"
 
 using json = nlohmann::ordered_json;
 
@@ -50,6 +51,8 @@ static void write_json(const diagnostic_t &d)
 {
     static constexpr const char *severities[] = {"fatal", "error", "warning", "message", "message"};
     json j = {{"severity", severities[d.severity]}, {"number", d.number}};
+    if (const char *group = d.severity == ALERT_WARNING ? warning_group(d.number) : nullptr)
+        j["group"] = group;
     put_place(&j, d.main);
     j["notes"] = json::array();
     for (const remark_t &n : d.notes) {

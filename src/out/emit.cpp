@@ -9,6 +9,7 @@
 #include "env/pathmap.h"
 #include "env/registry.h"
 #include "options.h"
+#include "out/doubts.h"
 #include "out/encode.h"
 #include "out/objsym.h"
 #include "out/objtext.h"
@@ -81,6 +82,7 @@ void emit_psect(symbol_t *psect)
     p->p_curr = 0;
     obj_text_begin();
     st.last_file = nullptr;
+    doubts_begin();
     for (const op_t *op = p->p_code->head.op_next;; op = op_step(op)) {
         const bool end = op->op_type == 0;
         if (!end)
@@ -92,6 +94,8 @@ void emit_psect(symbol_t *psect)
         if (op->op_flags & OPF_SKIPPED || is_silent(op))
             continue;
         line_information(op);
+        doubts_check(op);
         emobj(op, &object);
+        doubts_past();
     }
 }

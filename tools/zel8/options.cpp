@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "env/warning_groups.h"
 #include "zel8.h"
 #include "zelobj.h"
 
@@ -44,11 +45,29 @@ static std::string set_jobs(z8_options &o, value_t value)
     return error == std::errc() && rest == end && o.jobs > 0 ? "" : "-j needs a number of processes, not " + value;
 }
 
+static std::string unknown(const std::string &word);
+
+static bool is_group(std::string_view name)
+{
+    return std::any_of(std::begin(warning_groups), std::end(warning_groups), [&](auto &row) { return name == row.group; });
+}
+
+// A message by its number, or a group of warnings.
 static std::string silence(z8_options &o, value_t value)
 {
-    if (value.find_first_not_of("0123456789") != std::string::npos)
-        return "-Wno- needs the number of a message, not " + value;
-    o.assembler.push_back("--msgdisable=" + value);
+    const bool number = value.find_first_not_of("0123456789") == std::string::npos;
+    if (!number && !is_group(value))
+        return "-Wno- needs the number of a message or a group of warnings, not " + value;
+    o.assembler.push_back((number ? "--msgdisable=" : "--warn=no-") + value);
+    return "";
+}
+
+static std::string warn(z8_options &o, value_t group, int level = 0)
+{
+    if (group != "all" && !is_group(group))
+        return unknown("-W" + group);
+    o.level = std::min(o.level, level);
+    o.assembler.push_back("--warn=" + group);
     return "";
 }
 
@@ -100,10 +119,11 @@ static const struct {
     {"-O", BARE, [](z8_options &o, value_t) { return optimise(o, true, false); }},
     {"-Os", BARE, [](z8_options &o, value_t) { return optimise(o, true, true); }},
     {"-g", BARE, [](z8_options &o, value_t) { o.assembler.push_back("-V"); return std::string(); }},
-    {"-Wall", BARE, [](z8_options &o, value_t) { o.level = std::min(o.level, -4); return std::string(); }},
-    {"-Wextra", BARE, [](z8_options &o, value_t) { o.level = -9; return std::string(); }},
+    {"-Wall", BARE, [](z8_options &o, value_t) { return warn(o, "all", -4); }},
+    {"-Wextra", BARE, [](z8_options &o, value_t) { return warn(o, "all", -9); }},
     {"-Werror", BARE, [](z8_options &o, value_t) { o.werror = true; return std::string(); }},
     {"-Wno-", BEHIND, silence},
+    {"-W", BEHIND, [](z8_options &o, value_t v) { return warn(o, v); }},
     {"-Wa,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.assembler, v); }},
     {"-Wl,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.linker, v); }},
     {"-w", BARE, [](z8_options &o, value_t) { o.silent = true; return std::string(); }},
@@ -157,6 +177,8 @@ static std::string unknown(const std::string &word)
     std::vector<std::string> words;
     for (const auto &row : rows)
         words.emplace_back(row.word);
+    for (const auto &row : warning_groups)
+        words.push_back(std::string("-W") + row.group);
     const size_t equals = word.find('=');
     return "unknown option " + word + z8_meant(word.substr(0, equals == std::string::npos ? equals : equals + 1), words);
 }

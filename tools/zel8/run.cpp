@@ -395,13 +395,12 @@ static int only_preprocess(const z8_options &o, const std::string &bin, std::vec
 static bool assemble(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
 {
     std::vector<std::string> words{bin + "/aszel8", "-mcpu=" + o.chip,
-                                   "-W" + std::to_string(o.level) + (o.werror ? "!" : "")};
+                                   "-W" + std::to_string(o.level) + (o.werror ? "!" : ""),
+                                   "--warn=bank,memory,odd,size"};   // what can't be meant
     if (!o.chip_file.empty())
         words.push_back("-C" + o.chip_file);
     if (o.text)
         words.push_back("-A");
-    if (o.silent)
-        words.push_back("--msgdisable=0");
     for (const auto &[name, value] : o.defines)
         words.push_back("--define=" + name + value);
     std::vector<job_t> jobs;
@@ -414,6 +413,8 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
             job.words.push_back("--include=" + folder);
         job.words.push_back("--include=" + header_folder(bin));
         job.words.insert(job.words.end(), o.assembler.begin(), o.assembler.end());
+        if (o.silent)   // also what -W asks for
+            job.words.push_back("--msgdisable=0");
         if (unit.text != unit.name)
             job.words.push_back("--source-name=" + unit.name);
         if (unit.object != unit.place)
