@@ -19,12 +19,13 @@
 // any length and page widths any value: text is broken only where there is room for any, and padding stops at PAD_MAX.
 #include "out/emlist.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstring>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "code/layout.h"
 #include "code/list.h"
@@ -38,7 +39,7 @@
 
 enum : int { TEXT_COLUMN = 32, PREFIX_WIDTH = 13, PAGE_BORDER = 4, HEADER_LINES = 5, PAD_MAX = 10000 };
 enum : unsigned { ADDRESS_BYTES = 4, ADDRESS_CHARS = 6, SYMBOL_CHARS = 4, WIDTH_MAX = 15, BITS_TYPE = 0xC0 };
-enum : size_t { NAME_PAD_MAX = 767 };   // names are padded to the longest one up to this
+enum : size_t { FLUSH_AT = 4096, NAME_PAD_MAX = 767 };   // names are padded to the longest one up to this
 
 // What a node encodes to, piece by piece.
 struct queued_t {
@@ -57,19 +58,41 @@ static struct {
     queued_t *queue;
     size_t queued, queue_room;
     time_t time;
-    bool epoch;   // given from outside, and told in UTC
+    bool epoch;       // given from outside, and told in UTC
+    textbuf_t text;   // what the listing doesn't have yet
+    size_t rlf_has;   // so many bytes of it are in the relocation listing, or are a field there
     textbuf_t work;
 } st;
 
-// Both files.
+// Both files. Text waits until some lines can be written at once.
 
-static void say(const char *s, size_t length)
+static void rlf_catch_up()
 {
-    fwrite(s, 1, length, st.to);
-    rlf_text(s, length);
+    rlf_text(st.text.at + st.rlf_has, st.text.length - st.rlf_has);
+    st.rlf_has = st.text.length;
 }
 
-static void say(const char *s) { say(s, strlen(s)); }
+static void flush()
+{
+    rlf_catch_up();
+    fwrite(st.text.at, 1, st.text.length, st.to);
+    st.text.length = st.rlf_has = 0;
+}
+
+static void say(std::string_view s) { text_add(&st.text, s.data(), s.length()); }
+
+// In upper-case digits, at least so many of them.
+static void say_hex(uint64_t n, unsigned digits)
+{
+    char shown[16];
+    char *const end = shown + sizeof shown, *at = end;
+    do
+        *--at = "0123456789ABCDEF"[n & 15];
+    while (n >>= 4);
+    while (at > end - digits)
+        *--at = '0';
+    say({at, end});
+}
 
 [[gnu::format(printf, 1, 2)]] static std::string_view format(const char *form, ...)
 {
@@ -81,17 +104,17 @@ static void say(const char *s) { say(s, strlen(s)); }
     return {st.work.at, st.work.length};
 }
 
-static void say(std::string_view s) { say(s.data(), s.length()); }
-
-// Digits that the listing has with a quote, and the linker is to fill in.
-static void say_field(std::string_view quoted, const value_t *value, uint64_t word, unsigned type, unsigned chars,
-                      const char *behind, bool silent = false)
+// The text from `from` on is digits with a quote, and the linker is to fill them in.
+static void make_field(size_t from, const value_t *value, uint64_t word, unsigned type, unsigned chars, const char *behind,
+                       bool silent = false)
 {
-    if (rlf_field(value, word, type, chars, silent))
+    const size_t end = std::exchange(st.text.length, from);
+    rlf_catch_up();
+    st.text.length = end;
+    if (rlf_field(value, word, type, chars, silent)) {
         rlf_text(behind, strlen(behind));
-    else
-        rlf_text(quoted.data(), quoted.length());
-    fwrite(quoted.data(), 1, quoted.length(), st.to);
+        st.rlf_has = end;
+    }
 }
 
 // Pages.
@@ -154,6 +177,7 @@ static void list_word(uint64_t word, const value_t *value, unsigned nbytes, unsi
 
 static void list_move(uint64_t position)
 {
+    rlf_catch_up();
     rlf_ident();
     cur_psect->s_psect->p_curr = position;
 }
@@ -187,13 +211,13 @@ static void list_node(const op_t *op)
 
 static void say_address()
 {
-    const unsigned long n = static_cast<unsigned long>(st.addr.v_offs);
-    if (st.addr.v_rtype == RT_CONST) {
-        say(format(" %4.4lX  ", n));
-    } else {
-        say(" ");
-        say_field(format("%4.4lX' ", n), &st.addr, 0, ADDRESS_BYTES, ADDRESS_CHARS, "  ");
-    }
+    const bool fixed = st.addr.v_rtype == RT_CONST;
+    say(" ");
+    const size_t from = st.text.length;
+    say_hex(static_cast<uint64_t>(st.addr.v_offs), 4);
+    say(fixed ? "  " : "' ");
+    if (!fixed)
+        make_field(from, &st.addr, 0, ADDRESS_BYTES, ADDRESS_CHARS, "  ");
     st.addr_pending = false;
 }
 
@@ -201,22 +225,30 @@ static void say_address()
 static size_t say_queued(const queued_t *q)
 {
     const uint64_t mask = q->bits >= 64 ? ~uint64_t{0} : (uint64_t{1} << q->bits) - 1;
-    const unsigned long n = static_cast<unsigned long>(q->word + (static_cast<uint64_t>(q->value.v_offs) & mask));
     const unsigned digits = 2 * q->nbytes;
     const unsigned width = q->bits % 8 ? q->bits : q->bits / 8;
     const bool fixed = q->value.v_rtype == RT_CONST;
-    const std::string_view shown = format("%0*lX%s ", static_cast<int>(digits), n, fixed ? "" : "'");
-    if (fixed || width > WIDTH_MAX)
-        say(shown);
-    else
-        say_field(shown, &q->value, q->word, q->bits % 8 ? width | BITS_TYPE : width, digits, "  ");
+    const size_t from = st.text.length;
+    say_hex(q->word + (static_cast<uint64_t>(q->value.v_offs) & mask), digits);
+    say(fixed ? " " : "' ");
+    if (!fixed && width <= WIDTH_MAX)
+        make_field(from, &q->value, q->word, q->bits % 8 ? width | BITS_TYPE : width, digits, "  ");
     return digits + !fixed + 1;
 }
 
 static void pad(size_t columns)
 {
     static const char blanks[TEXT_COLUMN + 1] = "                                ";
-    say(blanks, columns);
+    say({blanks, columns});
+}
+
+static void say_line_number()
+{
+    char shown[] = "           ";
+    char *const end = shown + sizeof shown - 2, *at = end;   // ahead of a blank
+    for (uint32_t n = st.line_no; n > 0; n /= 10)
+        *--at = static_cast<char>('0' + n % 10);
+    say({std::min(at, end - 6), end + 1});
 }
 
 // One line of text, with what waits in front of it.
@@ -231,7 +263,7 @@ static void list_line(std::string_view text)
         if (st.page_line == 0)
             listing_header();
         if (first)
-            say(format("%6u ", st.line_no));
+            say_line_number();
         else
             say("      +");
         if (first && st.addr_pending)
@@ -250,6 +282,8 @@ static void list_line(std::string_view text)
         text.remove_prefix(piece.length());
         next_line();
     }
+    if (st.text.length >= FLUSH_AT)
+        flush();
 }
 
 // What was queued and found no line is dropped.
@@ -294,8 +328,9 @@ static size_t say_symbol(const symbol_t *s, int name_width)
         say(entry);
     } else {
         const size_t name = strlen(s->s_name) > static_cast<size_t>(name_width) ? strlen(s->s_name) : name_width;
-        say(entry.substr(0, name + 1));
-        say_field(entry.substr(name + 1), &s->s_value, 0, ADDRESS_BYTES, SYMBOL_CHARS, "  ", true);   // it may be unused
+        const size_t from = st.text.length + name + 1;
+        say(entry);
+        make_field(from, &s->s_value, 0, ADDRESS_BYTES, SYMBOL_CHARS, "  ", true);   // it may be unused
     }
     return entry.length();
 }
@@ -348,7 +383,9 @@ void list_write(FILE *to, FILE *rlf)
     if (rlf)
         rlf_open(rlf, opt.rlf_file);
     list_run();
+    flush();
     summary_comments_emit(to, true, [](const char *line) { rlf_text(line, strlen(line)); });
     list_symbols();
+    flush();
     rlf_finish();
 }
