@@ -45,6 +45,8 @@ struct checker {
     std::map<uint32_t, std::string> data{};   // names of data addresses
     std::map<uint32_t, knowledge_t> functions{};
     std::map<uint32_t, uint32_t> reached{};   // instructions, and their bytes
+    std::set<const zl_piece *> entered{};     // pieces that a root, a jump or a call leads to
+    bool strays = false;                      // control goes where it shouldn't, which has been told
 
     const zl_piece *piece(uint32_t at) const { return at < f.owner.size() ? f.owner[at] : nullptr; }
 
@@ -84,6 +86,7 @@ struct checker {
     std::string way(uint32_t function, uint32_t at, int value, int resolved) const;
     void check_banks(const zl_function &fn, const knowledge_t &k);
 
+    void find_entered();
     void check_steps(const knowledge_t &k);
     void check_unreached();
 
@@ -314,7 +317,30 @@ void checker::check_banks(const zl_function &fn, const knowledge_t &k)
     }
 }
 
-// Where control goes that there is no code, or another psect's.
+bool jumps_always(const zo_code &c) { return c.form == ZO_GOTO || named(c, {"bra"}); }
+
+void checker::find_entered()
+{
+    for (const zl_root &r : f.roots)
+        entered.insert(piece(r.entry));
+    for (uint32_t at : f.pointed)
+        entered.insert(piece(at));
+    for (const auto &[at, bytes] : reached) {
+        const zo_code c = zl_code_at(f, at);
+        const zl_next n = zl_next_of(f, at, c);
+        const auto enter = [&, here = piece(at)](uint32_t to) {
+            if (piece(to) != here)
+                entered.insert(piece(to));
+        };
+        if (n.calls)
+            enter(n.callee);
+        for (uint32_t to : n.to)
+            if (to != at + bytes || jumps_always(c))
+                enter(to);
+    }
+}
+
+// Where control goes that there is no code, or another psect's. What comes of a piece that is only run into has its cause there.
 void checker::check_steps(const knowledge_t &k)
 {
     for (const auto &[at, values] : k.at) {
@@ -328,9 +354,12 @@ void checker::check_steps(const knowledge_t &k)
             n.to.push_back(n.callee);
         for (uint32_t to : n.to) {
             const zl_piece *const from_piece = piece(at), *const to_piece = piece(to);
-            const bool jumps = (n.calls && to == n.callee) || c.form == ZO_GOTO || named(c, {"bra"});
+            const bool jumps = (n.calls && to == n.callee) || jumps_always(c);
             const bool follows = to == next && !jumps, certain = sole || (n.calls && !follows);
             const std::string where = follows ? "runs on into " : n.calls ? "calls " : "leads to ";
+            const size_t told = l.messages.size();
+            if (follows && !entered.contains(from_piece))
+                continue;
             const auto whole = [&](uint32_t a) { return reached.contains(a) && a + reached.at(a) > to && a < to; };
             if (!to_piece)
                 tell(certain, at, where + zo_format("0x%X, where no code is", to));
@@ -343,6 +372,7 @@ void checker::check_steps(const knowledge_t &k)
                      "runs off the end of psect " + zl_quoted(from_piece->x.name) + " into psect " +
                          zl_quoted(to_piece->x.name) + " of " + to_piece->module->name +
                          ", which only happens to lie there: jump, or place it `with` the other");
+            strays = strays || l.messages.size() > told;
         }
     }
 }
@@ -358,7 +388,8 @@ void checker::check_unreached()
         for (uint32_t i = at; i < at + bytes && i < run.size(); i++)
             run[i] = true;
         running.insert(piece(at));
-        if (zl_next_of(f, at, zl_code_at(f, at)).computed)
+        const zl_next n = zl_next_of(f, at, zl_code_at(f, at));
+        if (n.computed || (strays && n.calls && functions.at(n.callee).exits.empty()))   // what strays doesn't return
             unclear.insert(at + bytes);
     }
     for (uint32_t at = 0, end; at < run.size(); at = end) {
@@ -615,6 +646,7 @@ void zl_check(zl_linker &l, const zl_flow &f)
     c.name_data();
     c.learn_all();
     c.enter_all();
+    c.find_entered();
     for (const auto &[entry, fn] : f.functions)
         if (const knowledge_t &k = c.functions.at(entry); !k.entry.empty()) {
             c.check_banks(fn, k);
