@@ -15,6 +15,7 @@
 
 #include "code/layout.h"
 #include "code/ops.h"
+#include "code/program.h"
 #include "common/srcpos.h"
 #include "common/xalloc.h"
 #include "optim/labels.h"
@@ -58,6 +59,15 @@ static value_t resolved(value_t v)
     return v;
 }
 
+static void note_label(const value_t &v, bool exact)
+{
+    op_t *label = v.v_sym->s_defop;
+    if (!exact)
+        note_place(label->op_psect, nullptr, ALL);
+    else if (v.v_offs != 0)
+        note_place(label->op_psect, label, v.v_offs);
+}
+
 // Of a value in `op`, or in a tree there. `exact`: it is all of the operand, and places may be counted from `op`.
 static void note_places(const op_t *op, const value_t *value, bool exact)
 {
@@ -77,13 +87,11 @@ static void note_places(const op_t *op, const value_t *value, bool exact)
     } else if (v.v_rtype == RT_PSECT) {
         note_place(v.v_sym, nullptr, exact ? v.v_offs : ALL);
     } else if (value_is_reference(&v) && v.v_sym->s_defop) {
-        op_t *label = v.v_sym->s_defop;
-        if (!exact)
-            note_place(label->op_psect, nullptr, ALL);
-        else if (v.v_offs != 0)
-            note_place(label->op_psect, label, v.v_offs);
-    } else if (v.v_rtype == RT_CONST && jump && exact && psect_is_abs(op->op_psect)) {
-        note_place(op->op_psect, nullptr, v.v_offs);
+        note_label(v, exact);
+    } else if (v.v_rtype == RT_CONST && jump && exact) {
+        for (const code_list_t *list : psect_list)
+            if (psect_is_abs(list->psect))
+                note_place(list->psect, nullptr, v.v_offs);
     }
 }
 
@@ -110,6 +118,9 @@ static void find_places()
             for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
                 note_operand(op, &item->value, !value_has_here(&item->value));
         }
+    const value_t start = resolved(program.has_end_value ? program.end_value : value_const(0));
+    if (value_is_reference(&start) && start.v_sym->s_defop)
+        note_label(start, true);
 }
 
 // Pinning.
