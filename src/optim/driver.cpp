@@ -287,12 +287,19 @@ static void delete_body(symbol_t *psect)
 static void inline_functions()
 {
     keep_what_is_run_into();
+    opt_changed = false;
     each_psect(inline_psect);
-    build_all_refs();
+    const bool inlined = opt_changed;
+    if (inlined)
+        build_all_refs();
     each_psect(keep_needed_functions);
+    if (!inlined)
+        return;
     for (symbol_t *psect : inline_list)
         if (!psect->s_psect->p_keep)
             delete_body(psect);
+    each_psect(size_if_any);
+    build_all_refs();
 }
 
 // Passes together with the removal of unused labels, until a sweep changes nothing. References have to be known from all
@@ -330,8 +337,6 @@ static void optimise_phase()
     each_psect(size_if_any);
     if (!opt.no_inline && !opt.opt_debug)
         inline_functions();
-    each_psect(size_if_any);
-    build_all_refs();
     for (symbol_t *psect : st.code_psects)
         opt_psect(psect);
     const bool settled = repeat_passes();

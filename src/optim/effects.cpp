@@ -152,23 +152,24 @@ bool effect_returns_keep_n;
 
 static const full_row_t &row_of(const op_t *op) { return op->op_type < table.size() ? table[op->op_type] : unknown; }
 
-// What it takes to get at a file operand, to read or to write it.
-static unsigned address_uses(const opnd_t *o, uint8_t asked)
+// What it takes to get at a file operand, which is the core register `id`, to read or to write it.
+static unsigned address_uses(const opnd_t *o, uint32_t id, uint8_t asked)
 {
+    constexpr uint64_t formed_with_w = uint64_t{1} << SFR_WREG | sfr_bits(SFR_PLUSW0, SFR_PLUSW1, SFR_PLUSW2);
     if (pointer_may_be_core(o))
         return ALL;
     if (!(asked & (W | BSR)))
         return 0;
-    return (sfr_isWreg(o) || sfr_isPlusw(o) ? W : 0) | (depends_on_bank(o) ? BSR : 0);
+    return (formed_with_w >> id & 1 ? W : 0) | (depends_on_bank(o) ? BSR : 0);
 }
 
 // A core register among what can be asked about, which the operand names.
-static unsigned named(const opnd_t *o) { return sfr_isStatus(o) ? FX_FLAGS : sfr_isBsr(o) ? BSR : 0; }
+static unsigned named(uint32_t id) { return id == SFR_STATUS ? FX_FLAGS : id == SFR_BSR ? BSR : 0; }
 
-// The flag that a bit instruction on `status` means; all of them if the bit isn't known.
-static unsigned flag_of(const op_t *op)
+// The flag that a bit instruction means if its register, `id`, is `status`; all of them if the bit isn't known.
+static unsigned flag_of(const op_t *op, uint32_t id)
 {
-    if (!sfr_isStatus(&op->op_opnd1))
+    if (id != SFR_STATUS)
         return 0;
     const value_t *bit = &op->op_opnd2.opnd_value;
     if (bit->v_rtype != RT_CONST)
@@ -209,27 +210,28 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
     if (sure)
         uses &= ~kills;
     const opnd_t *first = &op->op_opnd1, *second = &op->op_opnd2;
+    const uint32_t id = sfr_idOf(first);
     switch (role) {
     case ROLE_DEST:
     case ROLE_LOAD: kills |= op->op_dest == DEST_W ? W : 0; [[fallthrough]];
     case ROLE_READ:
-    case ROLE_MODIFY: uses |= address_uses(first, asked) | named(first); break;
+    case ROLE_MODIFY: uses |= address_uses(first, id, asked) | named(id); break;
     case ROLE_WRITE:
-        if (sure && sfr_isWreg(first) && sfr_isCertain(first)) {
-            uses |= address_uses(first, asked) & ~W;
+        if (sure && id == SFR_WREG && sfr_isCertain(first)) {
+            uses |= address_uses(first, id, asked) & ~W;
             kills |= W;
         } else {
-            uses |= address_uses(first, asked);
+            uses |= address_uses(first, id, asked);
         }
         break;
     case ROLE_SET_BIT:
-        uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0);
-        kills |= second->opnd_value.v_rtype == RT_CONST && sfr_isCertain(first) ? flag_of(op) : 0;
+        uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0);
+        kills |= second->opnd_value.v_rtype == RT_CONST && sfr_isCertain(first) ? flag_of(op, id) : 0;
         break;
     case ROLE_TEST_BIT:
-    case ROLE_TOGGLE_BIT: uses |= address_uses(first, asked) | (sfr_isBsr(first) ? BSR : 0) | flag_of(op); break;
+    case ROLE_TOGGLE_BIT: uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0) | flag_of(op, id); break;
     case ROLE_MOVE:
-        uses |= named(first) | (sfr_isWreg(first) || sfr_isPlusw(first) || sfr_isPlusw(second) ? W : 0);
+        uses |= named(id) | (id == SFR_WREG || sfr_isPlusw(first) || sfr_isPlusw(second) ? W : 0);
         uses |= pointer_may_be_core(first) ? ALL : 0;
         kills |= sfr_isWreg(second) ? W : 0;
         break;
