@@ -16,6 +16,8 @@ static std::string split_words(std::vector<std::string> &to, std::string_view li
 {
     while (true) {
         const size_t comma = list.find(',');
+        if (comma == 0 || list.empty())
+            return "-Wa, and -Wl, need words between the commas";
         to.emplace_back(list.substr(0, comma));
         if (comma == std::string_view::npos)
             return "";
@@ -249,6 +251,8 @@ static std::string check(const z8_options &o)
         return "only -E writes to standard output";
     if (std::string error = check_inputs(o); !error.empty())
         return error;
+    if (!o.deps && (!o.dep_file.empty() || !o.dep_target.empty() || o.phony))
+        return "-MF, -MT and -MP go with -MD";
     if (o.deps && !o.only_assemble && !o.text)
         return "-MD goes with -c or -S: each object has its own dependencies";
     return "";

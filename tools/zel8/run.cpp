@@ -31,6 +31,7 @@ struct job_t {
     int log = -1;   // what it says; -1: goes where this process's goes
     int out = -1;   // what it writes to standard output, likewise
     pid_t pid = 0;
+    bool group = false;   // has processes of its own, which a signal ends with it
     bool failed = false;
 };
 
@@ -125,7 +126,8 @@ static bool start(job_t &job)
     if (job.out >= 0)
         posix_spawn_file_actions_adddup2(&files, job.out, STDOUT_FILENO);
     posix_spawnattr_setsigmask(&attributes, &st.before);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    posix_spawnattr_setflags(&attributes,
+                             static_cast<short>(POSIX_SPAWN_SETSIGMASK | (job.group ? POSIX_SPAWN_SETPGROUP : 0)));
     const int error = posix_spawnp(&job.pid, argv[0], &files, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
@@ -145,7 +147,7 @@ static void end_by_signal(std::vector<job_t> &jobs, int number)
 {
     for (const job_t &job : jobs)
         if (job.pid > 0)
-            kill(job.pid, SIGTERM);
+            kill(job.group ? -job.pid : job.pid, SIGTERM);
     for (const job_t &job : jobs)
         if (job.pid > 0)
             waitpid(job.pid, nullptr, 0);
@@ -190,7 +192,7 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
     for (job_t &job : jobs) {
         if (o.verbose || o.dry)
             show(job);
-        if (!o.dry && jobs.size() > 1)
+        if (!o.dry && (jobs.size() > 1 || job.group))
             job.log = memfd_create("messages", MFD_CLOEXEC);
     }
     if (o.dry)
@@ -375,6 +377,7 @@ static bool preprocess(const z8_options &o, const std::string &bin, const std::v
             job.words.insert(job.words.end(), {"-iquote", "."});
         if (!unit.read.empty())
             job.words.insert(job.words.end(), {"-MD", "-MF", unit.read, "-MT", "it"});
+        job.group = unit.source != "-";   // one that reads the terminal stays where the terminal is read
         job.words.push_back(unit.source);
         if (!unit.text.empty())
             job.words.insert(job.words.end(), {"-o", unit.text});
