@@ -35,7 +35,7 @@ enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH, FORM_JSON, FORM_SARIF };
 enum color_t { COLOR_AUTO, COLOR_ALWAYS, COLOR_NEVER };
 
 constexpr unsigned NO_MEMORY = 296, TOO_MANY = 1;   // messages that are shown bare: the second comes behind another one
-constexpr unsigned SYNTAX_ERROR = 876, UNDEFINED_SYMBOL = 800;
+constexpr unsigned SYNTAX_ERROR = 876, UNDEFINED_SYMBOL = 800, NO_FILE = 140;
 constexpr unsigned LAST_WORD[] = {223, 788, 794, 844, 876, 968};   // messages about the word that was scanned last
 constexpr size_t WIDTH = 160;                                      // bytes shown of a line
 constexpr size_t NOTES_SHOWN = 8;
@@ -203,7 +203,9 @@ static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_lin
 static void note_meant(diagnostic_t *d, const lex_line_t *being_read)
 {
     suggestion_t s;
-    if (d->number == UNDEFINED_SYMBOL)
+    if (d->number == NO_FILE)
+        s = suggest_file(quoted_word(d->main.text));
+    else if (d->number == UNDEFINED_SYMBOL)
         s = suggest_symbol(quoted_word(d->main.text));
     else if (d->number == SYNTAX_ERROR && being_read)
         s = suggest_keyword({being_read->text, being_read->length}, being_read->token);
