@@ -122,6 +122,7 @@ static const shape_t shapes[] = {
     {"-O: labels, goto each, skips", HALF, {TEXT, "l{i}:\n", "\tmovwf\t1,c\n", "\tbtfsc\t2,1,c\n\tgoto\tl{i}\n"}, "-O"},
     {"-O: labels, bz to each", HALF, {TEXT, "l{i}:\n", "\tmovwf\t1,c\n", "\tbz\tl{i}\n"}, "-O"},
     {"-O: jumps, a chain", SYMBOLS, {TEXT, "l{i}:\tgoto\tl{+}\n\tnop\n", "l{n}:\treturn\n"}, "-O"},
+    {"-O: branches, align between", HALF, {TEXT, "l{i}:\tbz\tl{+}\n\tmovwf\t1,c\n\talign\t2\n", "l{n}:\treturn\n"}, "-O"},
     {"-O: jumps, a scattered chain", HALF, {TEXT, "l{x}:\tgoto\tl{sx}\n", "\treturn\n"}, "-O"},
     {"-O: tails, all one", HALF, {TEXT "s:\n", "\tglobal\tl{i}\nl{i}:\tincf\t1,f,c\n\tgoto\ts\n"}, "-O"},
     {"-O: state machine",

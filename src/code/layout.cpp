@@ -271,6 +271,8 @@ static void find_placed(symbol_t *psect)
 {
     uint32_t ahead = 0;
     st.placed_count = 0;
+    bool odd = false;            // something has an odd size
+    uint64_t most_aligned = 1;   // bytes
     st.rigid = psect_delta(psect->s_psect) != 1;
     op_t *op = psect->s_psect->p_code->head.op_next;
     for (; op->op_type != 0; op = op_step(op)) {
@@ -284,11 +286,16 @@ static void find_placed(symbol_t *psect)
         } else if (k->placed || branch_has_forms(op)) {
             append_placed(op, ahead);
             ahead = 0;
-            st.rigid |= op->op_type == T_ORG || op->op_type == T_ALIGN;
+            st.rigid |= op->op_type == T_ORG;
+            if (op->op_type == T_ALIGN)
+                most_aligned = std::max(most_aligned, op->op_bytes);
         } else {
-            ahead = add_size(ahead, row_size(k, op, 0));
+            const uint64_t size = row_size(k, op, 0);
+            odd |= size % 2 != 0;
+            ahead = add_size(ahead, size);
         }
     }
+    st.rigid |= most_aligned > (odd ? 1 : 2);   // instructions are even: `align 2` never makes a gap between them
     append_placed(op, ahead);
 }
 

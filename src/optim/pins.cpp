@@ -222,10 +222,9 @@ static bool is_plainly_table(const op_t *first)
     return !op_same(first, second) || second->op_next->op_type == first->op_type;
 }
 
-// `place`: a label, or an org.
-static bool begins_table(op_t *place)
+// `place`: a label, or an org. `first`: the first statement behind it.
+static bool begins_table(op_t *place, const op_t *first)
 {
-    const op_t *first = op_past_silent(place->op_next);
     if (!is_arm(first))
         return false;
     if (place->op_type == T_ORG)
@@ -259,10 +258,10 @@ static const op_t *next_arm(const op_t *label)
     return nullptr;
 }
 
-static bool may_hold_arms(op_t *label, bool in_table)
+static bool may_hold_arms(op_t *label, const op_t *first, bool in_table)
 {
     if (label->op_sym->s_flags & S_TAKEN)
-        return st.computes_jumps && op_is_code(op_past_silent(label));
+        return st.computes_jumps && op_is_code(first);
     return in_table && !label_begins_function(label);
 }
 
@@ -270,18 +269,23 @@ static void pin_tables(code_list_t *list)
 {
     enum { NONE, ANYTHING, ARMS } run = NONE;   // what is pinned from here on
     const op_t *arm = nullptr;                  // one that is still to come, however many labels stand before it
+    const op_t *first = nullptr;                // the first statement behind the labels or the org here
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op == arm)
             arm = nullptr;
+        if (op == first)
+            first = nullptr;
+        if (!first && (op->op_type == T_NAME || op->op_type == T_ORG))
+            first = op_past_silent(op->op_next);
         if (op->op_type == T_NAME) {
             if (run == ANYTHING)
                 op->op_flags |= OPF_PINNED;   // where what is known in the run ends
             if (run == ANYTHING && (arm || !is_led_to(op)))
                 continue;
-            arm = may_hold_arms(op, run == ANYTHING) ? next_arm(op) : nullptr;
+            arm = may_hold_arms(op, first, run == ANYTHING) ? next_arm(op) : nullptr;
             if (arm)
                 run = ANYTHING;
-            else if (run == ANYTHING || begins_table(op))
+            else if (run == ANYTHING || begins_table(op, first))
                 run = ARMS;
             continue;
         }
@@ -291,7 +295,7 @@ static void pin_tables(code_list_t *list)
             pin(op);
         else
             run = NONE;
-        if (op->op_type == T_ORG && begins_table(op))
+        if (op->op_type == T_ORG && begins_table(op, first))
             run = ARMS;
         if (op_writes_pcl(op) || op->op_type == T_CALLW) {
             pin(op);
