@@ -51,14 +51,14 @@ _aszel8() {
         _aszel8_files --cfgdata= "${cur#*=}" '*.cfgdata'
         [[ disabled == "${cur#*=}"* ]] && COMPREPLY+=(--cfgdata=disabled)
         ;;
-    --depfile=* | --edf=* | --opt-report=* | --udf=*) _aszel8_files "${cur%%=*}=" "${cur#*=}" '*' ;;
+    --annotate=* | --depfile=* | --edf=* | --opt-report=* | --udf=*) _aszel8_files "${cur%%=*}=" "${cur#*=}" '*' ;;
     --include=*) COMPREPLY=($(compgen -P --include= -d -- "${cur#*=}")) ;;
     -[Cc]?*) _aszel8_files "${cur:0:2}" "${cur:2}" '*.ini' ;;
     -[EeLlOo]?*) _aszel8_files "${cur:0:2}" "${cur:2}" '*' ;;
     -*)
         COMPREPLY=($(compgen -W "-mcpu= -ver= -auto_inline -no_inline -no_pa -no_trans
             -A -B -C -E -F -H -I -L -O -R -T -V -W -X
-            --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --explain= --help --include= --keywords --lib --object-name= --path-map= --source-name=
+            --annotate= --cfgdata= --cmode= --color= --define= --depfile= --deptarget= --diagnostics= --disl= --edf= --emax= --errata= --explain= --help --include= --keywords --lib --object-name= --path-map= --source-name=
             --maxizel --msgdisable= --opt= --opt-report= --qvdebug=
             --udf= --ver --warn= --xinst" -- "$cur"))
         ;;

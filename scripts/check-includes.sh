@@ -25,7 +25,7 @@ edges() {
 
 edges | awk '
     BEGIN {
-        n = split("common options env chip code front out optim cmdline run main", order)
+        n = split("common options env chip code front out optim annotate cmdline run main", order)
         for (i = 1; i <= n; i++) rank[order[i]] = i
     }
     function folder(module) { sub("/.*", "", module); return module }

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <string_view>
 #include <strings.h>
 #include <unistd.h>
 
@@ -459,6 +460,14 @@ static void option_define(const char *text)
     }
 }
 
+static void option_annotate(const char *file)
+{
+    if (std::string_view(file).ends_with(".txt"))
+        asked.annotation_file = file;
+    else
+        alert_text("E", "--annotate=%s: the name of the file has to end in .txt, which tells its form", file);
+}
+
 static void option_depfile(const char *file)
 {
     if (has_value("--depfile=", file))
@@ -518,6 +527,7 @@ static void option_help(const char *)
           "  -L, -LFILE            a listing; its page: -FLINES, -TCOLUMNS, -ver=TEXT; numbers in hexadecimal: -H\n"
           "  -C                    a cross-reference\n"
           "  -V                    lines of the source for a debugger\n"
+          "  --annotate=FILE       the source with places, words and cycles, as text (.txt)\n"
           "  --depfile=FILE        what was read, as a rule for Make; --deptarget=NAME: the target that it names\n"
           "  --source-name=NAME, --object-name=NAME   what they are known as, if they lie elsewhere\n"
           "  --path-map=OLD=NEW    what a folder is called in the object file\n"
@@ -586,6 +596,7 @@ static const struct {
     {"cfgdata=", false, option_cfgdata},
     {"include=", false, option_include},
     {"define=", false, option_define},
+    {"annotate=", false, option_annotate},
     {"depfile=", false, option_depfile},
     {"deptarget=", false, option_deptarget},
     {"object-name=", false, option_object_name},

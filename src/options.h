@@ -35,6 +35,7 @@ struct options_t {
     const char *list_file, *rlf_file;   // listing, relocation listing
     const char *crf_file;               // cross-reference file
     const char *report_file;            // --opt-report=; null for none
+    const char *annotation_file;        // --annotate=; null for none
     const char *dep_file;               // --depfile=; null for none
     const char *dep_target;             // what it tells of: --deptarget=, or object_name
 

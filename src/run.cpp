@@ -11,6 +11,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "annotate/annotation.h"
+#include "annotate/annotation_text.h"
 #include "chip/chip.h"
 #include "chip/chipinfo.h"
 #include "chip/sfrs.h"
@@ -20,6 +22,7 @@
 #include "code/layout.h"
 #include "code/list.h"
 #include "code/program.h"
+#include "code/srclines.h"
 #include "code/tlab.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
@@ -92,6 +95,7 @@ static void parse_sources()
     tlab_init();
     lex_init();
     yyparse();
+    srclines_end();
     tlab_finish();
     pending_comments_free();
 }
@@ -183,6 +187,21 @@ static void write_report()
         no_report();
 }
 
+// All psects are sized.
+static void write_annotation()
+{
+    if (!opt.annotation_file)
+        return;
+    FILE *to = open_output(opt.annotation_file);
+    if (to)
+        annotation_write_text(to, annotation_make());
+    if (to && guard_close(to))
+        return;
+    guard_perror(opt.annotation_file);
+    const srcpos_nowhere_t nowhere;
+    alert_msg(461, "annotation", opt.annotation_file);
+}
+
 static void write_dependencies()
 {
     if (!opt.dep_file)
@@ -223,6 +242,8 @@ int run_assemble()
 {
     if (opt.cross_ref != 0)
         crossref_open(opt.crf_file);
+    if (opt.annotation_file)
+        srclines_keep();
     parse_sources();
     cfg_make_psects();
     pending_comments_free();   // those of locations that were skipped last
@@ -235,12 +256,14 @@ int run_assemble()
         cond_evaluate(list->psect);
     srcpos.cur_file = "";
     srcpos.cur_line = 0;
-    if (opt.report_file)
+    if (opt.annotation_file)
+        annotation_begin();
+    if (opt.report_file || opt.annotation_file)
         changes_keep();
     optimise_run();
     if (opt.asm_output) {
         write_assembly();
-        if (opt.report_file)
+        if (changes.kept)
             size_all();
         changes_end();
     } else {
@@ -250,6 +273,7 @@ int run_assemble()
         write_object(with_rlf);
     }
     write_report();
+    write_annotation();
     write_dependencies();
     crossref_close();
     HTML_close();

@@ -117,6 +117,8 @@ op_t *op_new()
     return op;
 }
 
+uint32_t op_last_id() { return st.last_id; }
+
 void op_link_after(op_t *where, op_t *node)
 {
     op_t *next = where->op_next;

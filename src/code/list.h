@@ -26,6 +26,7 @@ enum : uint32_t {
     OPF_SKIPPED = 0x10,    // in a false arm: linked, and passed over by every walk
     OPF_COMPILED = 0x20,   // the line held ";#"
     OPF_NOOPT = 0x40,
+    OPF_ARM_OFF = 0x80,     // of `if` and its like: what follows doesn't count
     OPF_INDEXED = 0x8000,   // the file operand was written in square brackets
     OPF_PINNED = 0x10000,   // code counts on its place: it stays as it is, and as large (optim/pins.h)
     OPF_WORDS = 0x60000,    // of a pinned branch: its size
@@ -113,6 +114,7 @@ inline bool list_empty(const code_list_t *l) { return l->head.op_next->op_type =
 
 // A new node, not linked. It takes the input's current position and marks, and the comments that wait.
 op_t *op_new();
+uint32_t op_last_id();   // of the node made last
 // Links `node` and returns it. A node without a source position takes that of `where`, unless the program is to be listed
 // as it was written.
 op_t *op_insert_after(op_t *where, op_t *node);

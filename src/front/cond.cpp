@@ -23,6 +23,12 @@ static void warn(unsigned number, const op_t *op, const symbol_t *psect)
     alert_msg(number, op_name(op), psect->s_name);
 }
 
+static void note_arm(op_t *op, arm_t arm)
+{
+    if (arm != YES)
+        op->op_flags |= OPF_ARM_OFF;
+}
+
 void cond_evaluate(symbol_t *psect)
 {
     arm_t state[TOP_LEVEL + 1] = {YES};
@@ -47,6 +53,7 @@ void cond_evaluate(symbol_t *psect)
             }
             state[++d] = *top != YES ? NEVER : holds ? YES : NO;
             opened[d] = op;
+            note_arm(op, state[d]);
             continue;
         case T_ELSIF:
             if (!constant && *top == NO)
@@ -57,12 +64,14 @@ void cond_evaluate(symbol_t *psect)
                 *top = *top == YES ? NEVER : !constant || holds ? YES : NO;
             if (!constant)
                 break;
+            note_arm(op, *top);
             continue;
         case T_ELSE:
             if (d == 0 && *top == YES)
                 warn(2201, op, psect);
             if (*top != NEVER)
                 *top = *top == YES ? NO : YES;
+            note_arm(op, *top);
             continue;
         case T_ENDIF:
             if (d > 0) {
@@ -71,6 +80,7 @@ void cond_evaluate(symbol_t *psect)
                 op_set_position(op);
                 alert_msg(1490);
             }
+            note_arm(op, state[d]);
             continue;
         default: break;
         }

@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include "code/crossref.h"
+#include "code/srclines.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
@@ -183,6 +184,8 @@ bool lex_open(const char *name)
     c->fresh = true;
     lx.depth++;
     stand_at_head(c);
+    if (srclines.kept)
+        srclines_open(c->ctx_file);
     return true;
 }
 
@@ -208,6 +211,8 @@ static bool lex_pop()
             return true;
         }
         close(ended->fd);
+        if (srclines.kept)
+            srclines_close();
         if (lx.depth > 0) {
             const input_ctx_t *c = &lx.stack[lx.depth - 1];
             srcpos.cur_line = srcpos.phys_line = c->ctx_line;
@@ -313,6 +318,14 @@ static bool fill_from_file(input_ctx_t *c)
     return true;
 }
 
+static void keep_line()
+{
+    unsigned expansions = 0;
+    while (lx.stack[lx.depth - 1 - expansions].text)   // at the foot is a file
+        expansions++;
+    srclines_add(lx.at, static_cast<size_t>(lx.line_end - lx.at), expansions);
+}
+
 // Makes the next line the current one. False at the end of all input.
 static bool lex_fill()
 {
@@ -328,6 +341,8 @@ static bool lex_fill()
     }
     lx.line = lx.at;
     find_markers(lx.at, lx.line_end);
+    if (srclines.kept)
+        keep_line();
     if (c->text)
         return true;
     if (srcpos.line_compiled)

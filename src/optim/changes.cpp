@@ -56,7 +56,7 @@ static void remember_register(symbol_t *s)
     hash_replace(st.registers, v.v_offs, known ? nullptr : s);
 }
 
-static const char *text_of(const op_t *op)
+const char *changes_text_of(const op_t *op)
 {
     op_t shown = *op;
     for (opnd_t *o : {&shown.op_opnd1, &shown.op_opnd2})
@@ -108,7 +108,7 @@ static source_t source_of(const op_t *op)
     return {more->op_lfile ? more->op_lfile : "", more->op_lline};
 }
 
-static source_t copy_of(const op_t *op)
+source_t changes_copy_of(const op_t *op)
 {
     const source_t *call = st.copies ? hash_lookup(st.copies, op->op_id) : nullptr;
     return call ? *call : source_t{"", 0};
@@ -156,9 +156,9 @@ void changes_note(op_t *op, change_how_t how)
                                  how,
                                  label,
                                  source_of(op),
-                                 copy_of(op),
+                                 changes_copy_of(op),
                                  op->op_psect,
-                                 described ? text_of(op) : nullptr,
+                                 described ? changes_text_of(op) : nullptr,
                                  described ? size_of(op) : 0};
 }
 
@@ -170,6 +170,7 @@ static change_t *new_change(const note_t &n, change_kind_t kind, int64_t bytes)
     c->step = st.step;
     c->rule = st.rule;
     c->kind = kind;
+    c->op_id = n.id;
     c->at = n.at;
     c->copy = n.copy;
     c->psect = n.psect;
@@ -196,7 +197,7 @@ static void settle(const note_t &n)
         new_change(n, CHANGE_DELETED, -n.size);
         return;
     }
-    const char *after = text_of(n.op);
+    const char *after = changes_text_of(n.op);
     const int64_t size = size_of(n.op);
     if (n.how & HOW_ADDED)
         new_change(n, CHANGE_ADDED, size)->after = after;
@@ -274,7 +275,8 @@ void changes_note_refusal(const op_t *call, const char *why)
         return;
     hash_insert(st.refused, call->op_id, true);
     xreserve(changes.refusals, changes.refusal_count, changes.refusal_count + 1, changes.refusal_room, size_t{16});
-    changes.refusals[changes.refusal_count++] = {source_of(call), copy_of(call), call->op_psect, text_of(call), why};
+    changes.refusals[changes.refusal_count++] = {source_of(call), changes_copy_of(call), call->op_psect,
+                                                 changes_text_of(call), why};
 }
 
 // The whole.

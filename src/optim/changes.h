@@ -19,6 +19,7 @@ struct change_t {
     uint32_t step;   // from 1, in order of time; the same for all that one firing did
     opt_rule_t rule = NO_RULE;
     change_kind_t kind;
+    uint32_t op_id;          // of the instruction
     source_t at;             // where the instruction was written
     source_t copy;           // line not 0: it belongs to the copy of a function for the call there
     source_t behind;         // MOVED: it stands behind this one now; line 0: at the psect's beginning
@@ -66,6 +67,11 @@ void changes_note(op_t *op, change_how_t how);
 void changes_settle_step();
 void changes_note_copy(op_t *op, const op_t *call);
 void changes_note_refusal(const op_t *call, const char *why);
+
+// For who shows nodes beside the changes: the text of one as it stands in `before` and `after`, and the call for which it was
+// copied, else line 0.
+const char *changes_text_of(const op_t *op);
+source_t changes_copy_of(const op_t *op);
 
 // A step. `op` and its neighbours may be altered without a further word.
 inline void change_step(opt_rule_t rule, const op_t *op)

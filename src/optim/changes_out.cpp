@@ -8,7 +8,6 @@
 #include "optim/changes_out.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -25,24 +24,13 @@ constexpr const char *kinds[] = {"deleted", "replaced", "added", "moved", "inlin
 
 // Sums.
 
-struct sum_t {
-    unsigned times;
-    int64_t bytes;
-};
-
-struct sums_t {
-    std::array<sum_t, RULES> rules;
-    uint64_t before, after;
-    int64_t branches;   // what the rules don't account for
-};
-
-static sums_t sums()
+change_sums_t changes_sums()
 {
-    sums_t s = {};
+    change_sums_t s = {};
     uint32_t step = 0;
     int64_t by_rules = 0;
     for (const change_t *c = changes.changes; c < changes.changes + changes.change_count; c++) {
-        sum_t &sum = s.rules[c->rule.at];
+        change_sum_t &sum = s.rules[c->rule.at];
         sum.times += c->step != step;
         sum.bytes += c->bytes;
         by_rules += c->bytes;
@@ -57,7 +45,7 @@ static sums_t sums()
     return s;
 }
 
-static bool is_shown(const psect_sizes_t &p) { return (p.code && p.before + p.after > 0) || p.before != p.after; }
+bool changes_show_psect(const psect_sizes_t &p) { return (p.code && p.before + p.after > 0) || p.before != p.after; }
 
 static const char *name_of(const symbol_t *psect) { return psect->s_name; }
 
@@ -72,7 +60,7 @@ static std::string quoted(const char *instruction) { return '"' + std::string(in
 
 static std::string place(const source_t &at) { return std::string(at.file) + ':' + std::to_string(at.line); }
 
-static std::string describe(const change_t &c)
+std::string change_text(const change_t &c)
 {
     std::string text = std::string(c.rule.row().name) + ' ' + (c.kind == CHANGE_INLINED ? "replaced" : kinds[c.kind]) + ' ';
     text += quoted(c.before ? c.before : c.after);
@@ -89,7 +77,7 @@ static std::string describe(const change_t &c)
     return c.copy.line ? text + " (in the copy for " + place(c.copy) + ')' : text;
 }
 
-static std::string describe(const refusal_t &r)
+std::string refusal_text(const refusal_t &r)
 {
     const std::string text = "inlining left " + quoted(r.call) + ": " + r.why;
     return r.copy.line ? text + " (in the copy for " + place(r.copy) + ')' : text;
@@ -101,12 +89,12 @@ static bool stands_before(const line_t &a, const line_t &b)
     return files ? files < 0 : a.at.line < b.at.line;
 }
 
-static void write_sums(FILE *to)
+void changes_write_sums(FILE *to)
 {
-    const sums_t s = sums();
+    const change_sums_t s = changes_sums();
     fprintf(to, "%10s%10s  psect\n", "before", "after");
     for (const psect_sizes_t *p = changes.psects; p < changes.psects + changes.psect_count; p++)
-        if (is_shown(*p))
+        if (changes_show_psect(*p))
             fprintf(to, "%10llu%10llu  %s\n", static_cast<unsigned long long>(p->before),
                     static_cast<unsigned long long>(p->after), name_of(p->psect));
     fprintf(to, "%10llu%10llu  bytes in all\n\n", static_cast<unsigned long long>(s.before),
@@ -124,15 +112,15 @@ void changes_write_text(FILE *to)
 {
     std::vector<line_t> lines;
     for (const change_t *c = changes.changes; c < changes.changes + changes.change_count; c++)
-        lines.push_back({c->at, describe(*c)});
+        lines.push_back({c->at, change_text(*c)});
     for (const refusal_t *r = changes.refusals; r < changes.refusals + changes.refusal_count; r++)
-        lines.push_back({r->at, describe(*r)});
+        lines.push_back({r->at, refusal_text(*r)});
     std::stable_sort(lines.begin(), lines.end(), stands_before);
     for (const line_t &line : lines)
         fprintf(to, "%s: %s\n", place(line.at).c_str(), line.text.c_str());
     if (!lines.empty())
         fputc('\n', to);
-    write_sums(to);
+    changes_write_sums(to);
 }
 
 // JSON.
@@ -169,7 +157,7 @@ static json json_refusal(const refusal_t &r)
 
 void changes_write_json(FILE *to)
 {
-    const sums_t s = sums();
+    const change_sums_t s = changes_sums();
     json all = {
         {"form", JSON_FORM},       {"optimised", opt.optimise}, {"changes", json::array()}, {"not_inlined", json::array()},
         {"psects", json::array()}, {"rules", json::array()},    {"branches", s.branches},   {"before", s.before},
@@ -179,7 +167,7 @@ void changes_write_json(FILE *to)
     for (const refusal_t *r = changes.refusals; r < changes.refusals + changes.refusal_count; r++)
         all["not_inlined"].push_back(json_refusal(*r));
     for (const psect_sizes_t *p = changes.psects; p < changes.psects + changes.psect_count; p++)
-        if (is_shown(*p))
+        if (changes_show_psect(*p))
             all["psects"].push_back({{"name", name_of(p->psect)}, {"before", p->before}, {"after", p->after}});
     for (unsigned i = 0; i < RULES; i++)
         if (s.rules[i].times)
