@@ -7,7 +7,7 @@
 #   asm       a whole program. It has to assemble without a message, with -mcpu=ZEL8K10 and what a first line
 #             "; options: ..." gives.
 #   console   commands, behind "$ ", and what they print. A line "..." stands for any lines.
-# Any other block with a file name makes that file; all others are left alone. The registers' include file, the chip file and the
+# Any other block with a file name makes that file; all others are left alone. The chip file and the
 # configuration data of the sample chip are there from the start. Dates and the build number count for nothing.
 set -u
 bin=$(cd "$1" && pwd) && home=$(cd "$(dirname "$0")/.." && pwd) || exit 1
@@ -58,7 +58,7 @@ complain() {
 
 for chapter in "$@"; do
     dir=$work/$(basename "$chapter") && parts=$work/parts && rm -rf "$parts" && mkdir "$dir" "$parts" || exit 1
-    cp "$home"/examples/*.inc "$home"/dat/cfgdata/zel8k10.cfgdata "$home"/dat/ini/zel8k10.ini "$dir"
+    cp "$home"/dat/cfgdata/zel8k10.cfgdata "$home"/dat/ini/zel8k10.ini "$dir"
     split "$parts" "$chapter" >"$parts/list"
     while read -r n kind name line; do
         block=$parts/block.$n

@@ -29,6 +29,7 @@
 #include "front/chars.h"
 #include "front/lexutil.h"
 #include "front/messagelog.h"
+#include "front/sources.h"
 #include "front/suggest.h"
 
 enum form_t { FORM_DEFAULT, FORM_PLAIN, FORM_RICH, FORM_JSON, FORM_SARIF };
@@ -203,9 +204,11 @@ static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_lin
 static void note_meant(diagnostic_t *d, const lex_line_t *being_read)
 {
     suggestion_t s;
-    if (d->number == NO_FILE)
-        s = suggest_file(quoted_word(d->main.text));
-    else if (d->number == UNDEFINED_SYMBOL)
+    if (d->number == NO_FILE) {
+        std::vector<const char *> folders = being_read ? source_folders() : std::vector<const char *>();
+        folders.insert(folders.begin(), ".");
+        s = suggest_file(quoted_word(d->main.text), folders);
+    } else if (d->number == UNDEFINED_SYMBOL)
         s = suggest_symbol(quoted_word(d->main.text));
     else if (d->number == SYNTAX_ERROR && being_read)
         s = suggest_keyword({being_read->text, being_read->length}, being_read->token);

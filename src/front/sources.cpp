@@ -1,6 +1,6 @@
 // A name is opened from the working directory, not from that of the file that includes it. Names that came from a system without
 // regard to case may be spelt otherwise on the disk, so some spellings are tried. What an `include` names is then looked for in the
-// same way in each folder of --include=.
+// same way in each folder of --include=, and at last among the include files of chips in the installation.
 #include "front/sources.h"
 
 #include <cerrno>
@@ -12,6 +12,7 @@
 #include "common/fileguard.h"
 #include "common/stringcache.h"
 #include "env/depfile.h"
+#include "env/registry.h"
 #include "options.h"
 
 // Dependencies tell of it as `told`.
@@ -47,6 +48,16 @@ static int open_spelt(const char *name)
     return fd;
 }
 
+std::vector<const char *> source_folders()
+{
+    std::vector<const char *> folders;
+    for (const char *dir : opt.include_dirs)
+        folders.push_back(dir);
+    if (const char *dir = reg_instdir(REG_INCLUDE))
+        folders.push_back(dir);
+    return folders;
+}
+
 int source_open(const char **name, bool included)
 {
     if (!included && opt.source_name) {   // what a preprocessor made stands for what it was made of
@@ -58,7 +69,7 @@ int source_open(const char **name, bool included)
     if (fd >= 0 || !included || **name == '/')
         return fd;
     const int why = errno;
-    for (const char *dir : opt.include_dirs) {
+    for (const char *dir : source_folders()) {
         const char *path = cache_printf("%s/%s", dir, *name);
         if ((fd = open_spelt(path)) >= 0) {
             *name = path;

@@ -15,7 +15,7 @@
 
 constexpr size_t LONGEST = 64;   // of the words that are compared
 constexpr unsigned SEARCHES = 100;
-constexpr size_t FILES = 10000;   // of a folder that are looked at
+constexpr size_t FILES = 10000;   // that are looked at
 
 struct search_t {
     std::string_view word;
@@ -100,7 +100,7 @@ static suggestion_t as_suggestion(const search_t &s)
     return {std::string(s.word), std::string(s.found), s.best == 1 && !s.rivals};
 }
 
-suggestion_t suggest_file(std::string_view path)
+suggestion_t suggest_file(std::string_view path, const std::vector<const char *> &folders)
 {
     namespace fs = std::filesystem;
     const fs::path folder = fs::path(path).parent_path();
@@ -110,10 +110,12 @@ suggestion_t suggest_file(std::string_view path)
     search_t s = search_for(stem, true);   // an extension doesn't make a name longer
     s.word = name;
     std::vector<std::string> names;
-    std::error_code error;
-    for (fs::directory_iterator at(folder.empty() ? "." : folder, error), end; !error && at != end && names.size() < FILES;
-         at.increment(error))
-        names.push_back(at->path().filename());
+    for (const char *in : folders) {
+        std::error_code error;
+        for (fs::directory_iterator at(fs::path(in) / folder / ".", error), end; !error && at != end && names.size() < FILES;
+             at.increment(error))
+            names.push_back(at->path().filename());
+    }
     for (const std::string &other : names)
         offer(&s, other);
     return {std::string(path), s.found.empty() ? "" : (folder / s.found).string(), false};

@@ -337,7 +337,7 @@ static int settle(const z8_options &o, const z8_input &input, unit_t &unit)
     return 0;
 }
 
-// Where the include files of the chips are. It is searched last.
+// Where the include files of the chips are, for the preprocessor; the assembler knows it. It is searched last.
 static std::string header_folder(const std::string &bin) { return fs::path(bin).parent_path() / "zel" / "include"; }
 
 static std::vector<std::string> preprocessor_words(const z8_options &o, const std::string &bin,
@@ -414,7 +414,6 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
             job.words.push_back("--include=" + fs::path(unit.name).parent_path().string());
         for (const std::string &folder : o.folders)
             job.words.push_back("--include=" + folder);
-        job.words.push_back("--include=" + header_folder(bin));
         job.words.insert(job.words.end(), o.assembler.begin(), o.assembler.end());
         if (o.silent)   // also what -W asks for
             job.words.push_back("--msgdisable=0");
