@@ -5,7 +5,7 @@ _zellink() {
     case $cur in
     -*)
         COMPREPLY=($(compgen -W "-o -mcpu= --callgraph --check --chipinfo= --class= --format=hex --format=bin --format=elf --gc --help --input-name= --keep= --output-name= --listing --map= --psect=
-            --quiet --ver" -- "$cur"))
+            --quiet --vectors --vectors= --ver" -- "$cur"))
         [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
         ;;
     @*) COMPREPLY=($(compgen -P @ -f -- "${cur#@}")) ;;

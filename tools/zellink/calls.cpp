@@ -172,15 +172,23 @@ std::string zl_call_graph(zl_linker &l, const zl_flow &f)
     const std::vector<unsigned> depth = depths(g);
     std::string out = "\nCall graph\n", sum;
     unsigned most = 0, all = 0;
+    std::vector<unsigned> interrupts;   // what each needs
     for (const zl_root &r : f.roots) {
         const node_t node = g.number.at(r.entry);
         unsigned bytes = 0;
         for (node_t i : reached_from(g, node))
             bytes += g.functions[i]->bytes;
         const unsigned need = depth[node] + r.interrupt;   // an interrupt puts the place to which it returns there, too
-        (r.interrupt ? all : most) = r.interrupt ? all + need : std::max(most, need);
+        if (r.interrupt)
+            interrupts.push_back(need);
+        else
+            most = std::max(most, need);
         out += zo_format("\n%s: %u bytes, stack %u\n", r.what.c_str(), bytes, need) + tree(g, depth, node);
     }
+    // One of each priority may run at a time.
+    std::sort(interrupts.rbegin(), interrupts.rend());
+    for (size_t i = 0; i < interrupts.size() && i < 2; i++)
+        all += interrupts[i];
     const bool recursive = tell_recursion(l, f, g, "no depth of the stack is sure to be enough");
     out += zo_format("\nStack: main %u and interrupts %u%s, of %u\n", most, all, recursive ? " at least" : "",
                      l.target.stack_depth);

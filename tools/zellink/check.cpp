@@ -92,6 +92,8 @@ struct checker {
 
     // Interrupts.
     void check_interrupt(const zl_root &root);
+    void check_table(const knowledge_t &k);
+    bool table_moved = false;   // which has been told
 };
 
 bool named(const zo_code &c, std::initializer_list<std::string_view> names)
@@ -622,19 +624,46 @@ void checker::check_interrupt(const zl_root &root)
             mixed[place] += !shadowed && token == MIXED;
         }
     }
-    std::set<uint32_t> uses{r.w, r.status};
-    for (const zl_root &other : f.roots)
-        if (other.entry != root.entry)
-            zl_walk(f, other.entry, true, [&](uint32_t at, const zo_code &c, const zl_next &) {
-                note_uses(r, c, has_file(c) ? file_address(at, c) : NOWHERE, uses);
-            });
-    for (const auto &[place, name] : kept) {
-        if (!uses.contains(place) || (!changed[place] && !mixed[place]))
+    std::set<uint32_t> uses{r.w, r.status}, perhaps;   // of what it interrupts for sure, or if its priority is higher
+    for (const zl_root &other : f.roots) {
+        const bool higher = other.interrupt && !f.vector_table && other.entry < root.entry;
+        if (other.entry == root.entry || higher)
             continue;
-        const bool certain = changed[place] == exits;
+        zl_walk(f, other.entry, true, [&](uint32_t at, const zo_code &c, const zl_next &) {
+            note_uses(r, c, has_file(c) ? file_address(at, c) : NOWHERE, other.interrupt && f.vector_table ? perhaps : uses);
+        });
+    }
+    for (const auto &[place, name] : kept) {
+        if ((!uses.contains(place) && !perhaps.contains(place)) || (!changed[place] && !mixed[place]))
+            continue;
+        const bool all_ways = changed[place] == exits, certain = all_ways && uses.contains(place);
         tell(certain, first.contains(place) ? first[place] : root.entry,
-             zo_format("the %s changes %s, and %s, but what it interrupts uses that: save and restore it", root.what.c_str(),
-                       name, certain ? "doesn't restore it" : "there is a way on which it isn't restored for sure"));
+             zo_format("the %s changes %s, and %s, but what it %s uses that: save and restore it", root.what.c_str(), name,
+                       all_ways ? "doesn't restore it" : "there is a way on which it isn't restored for sure",
+                       uses.contains(place) ? "interrupts" : "may interrupt"));
+    }
+}
+
+// The table of vectors is looked for where it is after reset, but code may put it elsewhere.
+void checker::check_table(const knowledge_t &k)
+{
+    const auto is_base = [&](uint32_t address) {
+        const auto &at = l.target.vectors_at;
+        return std::find(at.begin(), at.end(), address) != at.end();
+    };
+    for (const auto &[at, values] : k.at) {
+        const zo_code c = zl_code_at(f, at);
+        bool moved = moves(c) && is_base(c.b);
+        if (has_file(c) && writes_file(c) && c.banked)
+            for (const auto &[value, origin] : values) {
+                moved = moved || (value >= 0 && is_base(static_cast<uint32_t>(value) << 8 | c.a));
+                for (const auto &[brought, by] : k.entry)
+                    moved = moved || (value == ENTRY && brought >= 0 && is_base(static_cast<uint32_t>(brought) << 8 | c.a));
+            }
+        if (moved && !table_moved)
+            tell(false, at,
+                 "moves the table of interrupt vectors to where it isn't known: tell its place by --vectors=ADDRESS");
+        table_moved = table_moved || moved;
     }
 }
 
@@ -651,6 +680,8 @@ void zl_check(zl_linker &l, const zl_flow &f)
         if (const knowledge_t &k = c.functions.at(entry); !k.entry.empty()) {
             c.check_banks(fn, k);
             c.check_steps(k);
+            if (f.vector_table && !l.options.vectors_at)
+                c.check_table(k);
         }
     for (const zl_root &r : f.roots)
         if (r.interrupt)

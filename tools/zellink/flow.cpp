@@ -5,8 +5,10 @@
 // which control doesn't come back here. Instructions are decoded where control comes by, and nowhere else, since nothing tells
 // data from code; a computed jump is taken to lead to the branches and `retlw` behind it, as in a table, or to nowhere known.
 //
-// Vectors are at 0x08 and 0x18. There is a handler only if a psect is meant to be there, by its class or as an absolute one, and
-// the code that runs from reset doesn't just pass through it.
+// Vectors are at 0x08 and 0x18, or, with a table of them, each source has its own. There is a handler only if a psect is meant to
+// be there, by its class, as an absolute one or by an option, and the code that runs from reset doesn't just pass through it.
+// Tables are seldom full, so that an entry has to begin with a jump or a return. Their place is that after reset, if no option
+// tells another.
 #include <algorithm>
 
 #include "zellink.h"
@@ -114,12 +116,48 @@ std::string zl_place_name(const zl_flow &f, uint32_t at)
 
 // Functions.
 
-static bool meant_for(const zl_flow &f, uint32_t vector, const char *class_name)
+// Whether code at an address is meant for a vector, or a table of them, that begins at `vector`.
+static bool meant_for(const zl_flow &f, uint32_t at, uint32_t vector, const char *class_name)
 {
-    if (vector >= f.owner.size() || !f.owner[vector])
+    if (at >= f.owner.size() || !f.owner[at])
         return false;
-    const zl_piece &p = *f.owner[vector];
-    return p.absolute() || (p.group->class_name == class_name && p.group->address == vector);
+    const zl_piece &p = *f.owner[at];
+    const bool told = p.group->class_name == class_name || f.l.options.addresses.contains(p.x.name);
+    return p.absolute() || (told && p.group->address == vector);
+}
+
+static bool switched_on(const zl_linker &l, const std::string &setting)
+{
+    const auto bits = l.target.switches.find(setting);
+    if (bits == l.target.switches.end())
+        return false;
+    const auto page = l.image.find(bits->second.address / 256);
+    const uint32_t at = bits->second.address % 256;
+    return page != l.image.end() && page->second.owner[at] &&
+           (page->second.bytes[at] & bits->second.mask) == bits->second.on;
+}
+
+// Where a handler may begin.
+static std::vector<zl_root> handlers(const zl_flow &f)
+{
+    const target_t &t = f.l.target;
+    std::vector<zl_root> all;
+    if (!f.vector_table) {
+        static const std::pair<uint32_t, const char *> vectors[] = {{0x08, "INTVEC"}, {0x18, "INTVECLO"}};
+        for (const auto &[vector, class_name] : vectors)
+            if (meant_for(f, vector, vector, class_name))
+                all.push_back({vector, zo_format("interrupt at 0x%X", vector), true});
+        return all;
+    }
+    const uint32_t ENTRY_BYTES = 4, table = f.l.options.vectors_at.value_or(t.vectors_reset[0] | t.vectors_reset[1] << 8 |
+                                                                            t.vectors_reset[2] << 16);
+    for (const auto &[source, number] : t.sources) {
+        const uint32_t at = table + number * ENTRY_BYTES;
+        if (meant_for(f, at, table, "INTVEC") && is(zl_code_at(f, at), {"goto", "bra", "retfie"}))
+            all.push_back({at, zo_format("interrupt %s at 0x%X", source.c_str(), at), true});
+    }
+    std::sort(all.begin(), all.end(), [](const zl_root &a, const zl_root &b) { return a.entry < b.entry; });
+    return all;
 }
 
 bool zl_function_address(const zl_flow &f, const zl_module &m, const std::string &name, uint32_t &address)
@@ -232,8 +270,9 @@ zl_flow zl_take_apart(const zl_linker &l)
         entries.insert(from);
         zl_walk(
             f, from, true,
-            [&](uint32_t at, const zo_code &, const zl_next &n) {
-                passed.insert(at);
+            [&](uint32_t at, const zo_code &c, const zl_next &n) {
+                for (uint32_t i = 0; i < c.words; i++)
+                    passed.insert(at + 2 * i);
                 if (n.calls)
                     entries.insert(n.callee);
             },
@@ -246,11 +285,11 @@ zl_flow zl_take_apart(const zl_linker &l)
         survey(l.start);
         f.roots.push_back({l.start, "main", false});
     }
-    static const std::pair<uint32_t, const char *> vectors[] = {{0x08, "INTVEC"}, {0x18, "INTVECLO"}};
-    for (const auto &[vector, class_name] : vectors)
-        if (meant_for(f, vector, class_name) && !passed.contains(vector)) {
-            survey(vector);
-            f.roots.push_back({vector, zo_format("interrupt at 0x%X", vector), true});
+    f.vector_table = l.options.vectors || switched_on(l, l.target.vectors_setting);
+    for (const zl_root &handler : handlers(f))
+        if (!passed.contains(handler.entry)) {
+            survey(handler.entry);
+            f.roots.push_back(handler);
         }
     const std::set<uint32_t> run = passed;
     for (uint32_t at : records.functions)

@@ -28,6 +28,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --map=FILE                tell what lies where\n"
                                  "  --callgraph               tell who calls whom, with bytes and stack\n"
                                  "  --check                   look for wrong banks, lost code and unsaved registers\n"
+                                 "  --vectors, --vectors=ADDRESS   each interrupt has a vector, from there on\n"
                                  "  --input-name=NAME, --output-name=NAME   what the next object, the program is known as\n"
                                  "  --quiet                   no table of memory\n"
                                  "  --ver                     the version\n"
@@ -123,6 +124,9 @@ int main(int argc, char **argv)
     std::error_code ignored;
     const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     error = options.chip_file.empty() ? target_find(bin, chip, target) : target_read(options.chip_file, chip, target);
+    target_switches(bin, target);
+    if (error.empty() && options.vectors && !target.vectors_at[0])
+        error = "--vectors: chip " + target.name + " has no table of vectors";
     if (!error.empty()) {
         fprintf(stderr, "zellink: error: %s\n", error.c_str());
         return UNUSABLE;

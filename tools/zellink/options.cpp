@@ -73,6 +73,11 @@ static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
 static bool set_call_graph(zl_options &o, const std::string &) { return o.call_graph = true; }
 static bool set_check(zl_options &o, const std::string &) { return o.check = true; }
 static bool set_listing(zl_options &o, const std::string &) { return o.listing = true; }
+static bool set_vectors(zl_options &o, const std::string &) { return o.vectors = true; }
+static bool set_vectors_at(zl_options &o, const std::string &value)
+{
+    return o.vectors = hex_number(value, o.vectors_at.emplace()) && *o.vectors_at % 2 == 0;
+}
 static bool set_quiet(zl_options &o, const std::string &) { return o.quiet = true; }
 
 static const struct {
@@ -93,6 +98,8 @@ static const struct {
     {"--output-name=", set_output_name, "NAME"},
     {"--psect=", set_psect, "NAME=address, in hexadecimal"},
     {"--quiet", set_quiet, ""},
+    {"--vectors", set_vectors, ""},
+    {"--vectors=", set_vectors_at, "address, in hexadecimal and even"},
     {"-mcpu=", set_chip, "CHIP"},
 };
 

@@ -3,8 +3,9 @@
 // A member of an archive is taken if it defines a global name that some relocation of the modules taken so far uses and none
 // of them defines; a mere `global` asks for nothing. The first member that has the name wins.
 //
-// Garbage is found by piece: roots are what the chip itself looks at, absolute psects, vectors, configuration, what `end`
-// names, and what --keep tells; whatever a relocation of a live piece mentions lives, too.
+// Garbage is found by piece: roots are what the chip itself looks at, absolute psects, vectors, configuration, what is told to
+// lie at an address, which somebody has to know, what `end` names, and what --keep tells; whatever a relocation of a live piece
+// mentions lives, too.
 #include <algorithm>
 
 #include "zellink.h"
@@ -117,7 +118,7 @@ static bool is_root(const zl_linker &l, const zl_piece &p)
 {
     static const std::set<std::string> vectors{"RESETVEC", "INTVEC", "INTVECLO"};
     return p.absolute() || (p.x.space != ZL_PROGRAM && p.x.space != ZL_DATA) || vectors.contains(p.x.class_name) ||
-           l.options.keep.contains(p.x.name);
+           l.options.keep.contains(p.x.name) || l.options.addresses.contains(p.x.name);
 }
 
 void zl_collect_garbage(zl_linker &l)

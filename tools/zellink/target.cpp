@@ -154,6 +154,7 @@ std::string target_read(const std::string &path, const std::string &chip, target
     t.config = range("CFGMEM");
     t.idloc = range("USERIDMEM");
     t.eeprom = range("EEPROM");
+    t.vectors_setting = parts(upper(values["IVTENABLE"])).front();
     t.banks = read_ranges(values["GPRBANKS"]);
     t.changing = read_ranges(values["VOLSFRS"]);
     keep_addresses(t);

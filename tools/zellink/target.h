@@ -39,6 +39,7 @@ struct target_t {
     std::map<std::string, unsigned> sources;         // of interrupts: the number in the table of vectors
     std::array<uint16_t, 3> vectors_at{};            // registers of the table's address, low one first; 0 if there are none
     std::array<uint8_t, 3> vectors_reset{};          // what they hold after reset
+    std::string vectors_setting;                     // the switch that turns the table on
     std::map<std::string, switch_bits_t> switches;   // by setting, if target_switches found the chip's file
     sfr_bits_t status_low, status_high;              // tell which interrupts run
 };

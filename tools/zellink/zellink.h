@@ -14,6 +14,7 @@
 #pragma once
 
 #include <deque>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <unordered_map>
@@ -102,7 +103,8 @@ struct zl_options {
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
     std::set<std::string> keep;                  // psects and symbols that gc leaves in
-    bool gc = false, quiet = false, call_graph = false, check = false, listing = false;
+    std::optional<uint32_t> vectors_at;          // of the table of interrupt vectors
+    bool gc = false, quiet = false, call_graph = false, check = false, listing = false, vectors = false;
 };
 
 // An undefined symbol is told at the first few places that use it, and then by their number.
@@ -222,7 +224,7 @@ struct zl_function {
 };
 struct zl_root {
     uint32_t entry;
-    std::string what;   // "main", "interrupt at 0x8", or "root"
+    std::string what;   // "main", "interrupt at 0x8", "interrupt SRX at 0x48", or "root"
     bool interrupt;
 };
 struct zl_flow {
@@ -232,6 +234,7 @@ struct zl_flow {
     std::map<uint32_t, std::string> names{};   // of places in program memory
     std::map<uint32_t, zl_function> functions{};
     std::vector<zl_root> roots{};
+    bool vector_table = false;      // each source of interrupts has a vector of its own
     std::set<uint32_t> pointed{};   // functions that records tell to be called by address
 };
 // Where control goes from an instruction.

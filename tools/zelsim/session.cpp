@@ -58,7 +58,7 @@ std::string session_prepare(session_t &x)
         return settings.until + ": no such label or address of code to end at";
     if (!settings.exit_register.empty() && !data_address(x.program, settings.exit_register, x.devices.exit_at))
         return settings.exit_register + ": no such register to exit by";
-    const bool vectors = settings.vectors || program_switch(x.program, "VECTORS");
+    const bool vectors = settings.vectors || program_switch(x.program, x.program.target.vectors_setting);
     x.devices.use_table = vectors && x.program.target.vectors_at[0];
     if (vectors && !x.devices.use_table)
         return "chip " + x.program.target.name + " has no table of vectors";
