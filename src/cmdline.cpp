@@ -462,10 +462,11 @@ static void option_define(const char *text)
 
 static void option_annotate(const char *file)
 {
-    if (std::string_view(file).ends_with(".txt"))
+    const std::string_view name = file;
+    if (name.ends_with(".txt") || name.ends_with(".html"))
         asked.annotation_file = file;
     else
-        alert_text("E", "--annotate=%s: the name of the file has to end in .txt, which tells its form", file);
+        alert_text("E", "--annotate=%s: the name of the file has to end in .txt or .html, which tells its form", file);
 }
 
 static void option_depfile(const char *file)
@@ -527,7 +528,7 @@ static void option_help(const char *)
           "  -L, -LFILE            a listing; its page: -FLINES, -TCOLUMNS, -ver=TEXT; numbers in hexadecimal: -H\n"
           "  -C                    a cross-reference\n"
           "  -V                    lines of the source for a debugger\n"
-          "  --annotate=FILE       the source with places, words and cycles, as text (.txt)\n"
+          "  --annotate=FILE       the source with places, words and cycles: FILE.txt or FILE.html\n"
           "  --depfile=FILE        what was read, as a rule for Make; --deptarget=NAME: the target that it names\n"
           "  --source-name=NAME, --object-name=NAME   what they are known as, if they lie elsewhere\n"
           "  --path-map=OLD=NEW    what a folder is called in the object file\n"

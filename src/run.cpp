@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "annotate/annotation.h"
+#include "annotate/annotation_html.h"
 #include "annotate/annotation_text.h"
 #include "chip/chip.h"
 #include "chip/chipinfo.h"
@@ -193,8 +194,9 @@ static void write_annotation()
     if (!opt.annotation_file)
         return;
     FILE *to = open_output(opt.annotation_file);
+    const bool page = std::string_view(opt.annotation_file).ends_with(".html");
     if (to)
-        annotation_write_text(to, annotation_make());
+        (page ? annotation_write_html : annotation_write_text)(to, annotation_make());
     if (to && guard_close(to))
         return;
     guard_perror(opt.annotation_file);

@@ -16,6 +16,7 @@
 #include "code/oprows.h"
 #include "code/reduce.h"
 #include "common/srcpos.h"
+#include "common/xalloc.h"
 #include "optim/changes.h"
 #include "optim/changes_out.h"
 #include "optim/effects.h"
@@ -253,6 +254,18 @@ static bool has_no_row(const op_t *op)
     }
 }
 
+// As a line of source would have it.
+static const char *made_text(const op_t *op)
+{
+    std::string text = changes_text_of(op);
+    const size_t blank = text.find(' ');
+    if (blank != text.npos)
+        text[blank] = '\t';
+    if (op->op_type != T_NAME)
+        text.insert(0, 1, '\t');
+    return xstrndup(text.data(), text.size());
+}
+
 static void add_row(const op_t *op, uint32_t line)
 {
     annotation_t *a = st.a;
@@ -263,7 +276,7 @@ static void add_row(const op_t *op, uint32_t line)
     row.placed = !is_definition(op);
     row.address = bytes_to_units(p, op->op_offs).count;
     row.word = static_cast<uint32_t>(a->words.size());
-    row.text = op->op_id > st.last_written ? changes_text_of(op) : nullptr;
+    row.text = op->op_id > st.last_written ? made_text(op) : nullptr;
     p->p_curr = op->op_offs;
     if (op->op_type == T_ALIGN)   // of zeros, thousands maybe
         pass_over(op->op_offs + op_size(op, op->op_offs));

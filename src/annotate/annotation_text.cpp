@@ -123,7 +123,7 @@ static void put_made(uint32_t line)
 {
     for (const shown_row_t &row : st.a->rows_of(line))
         if (row.text)
-            put_row(margin(' ', '+', 0), row, std::string(TAB, ' ') + row.text);
+            put_row(margin(' ', '+', 0), row, row.text);
 }
 
 static void put_source_line(uint32_t i)

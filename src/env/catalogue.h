@@ -11,6 +11,9 @@ extern const unsigned char catalogue_text[];
 // docs/manual/message-list.md in the same way; see explain.h.
 extern const uint32_t explanations_length;
 extern const unsigned char explanations_text[];
+// And src/annotate/page.html.
+extern const uint32_t annotation_page_length;
+extern const unsigned char annotation_page_text[];
 
 // The path of the catalogue to load: the first that exists of the installation's data directory, the directory "dat" beside
 // the executable's directory, the working directory, and a temporary copy of the embedded text. What isn't a regular
