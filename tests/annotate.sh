@@ -10,7 +10,7 @@ PATH=$bin:$PATH python3 - <<'PYTHON'
 import html.parser, os, re, shutil, subprocess
 sources = {
     '<i>&"': b'put\tmacro\tn\t; <&amp;>\n\tlocal\tagain\n\tmovlw\tn\n\trept\t2\nagain:\tbra\tagain\n\tendm\n\tendm\n',
-    'a&b.as': b'\tinclude\t\'<i>&"\'\n;\t\xe4 \xc3\xa4 \x1b \xff \xed\xa0\x80 \xe0\x80 \x80 <!-- \'"&amp;\n'
+    'a&b.as': b'\tinclude\t\'<i>&"\'\n;\t\xe4 \xc3\xa4 \x1b \xff \0 \xed\xa0\x80 \xe0\x80 \x80 <!-- \'"&amp;\n'
               b'load\tmacro\n\trept\t2\nhere&:\tmovlw\t7\n\tendm\n\tendm\n\tif\t0\n\tsleep\n\tendif\n'
               b'\tpsect\ttext,class=CODE,reloc=2\n\tglobal\there\nhere:\tirp\tx,7,7\n\tmovlw\tx\n\tendm\n\tgoto\there\n\tgoto\tout\n',
     'b.as': b'\tglobal\tout\nout:\tgoto\there',
@@ -56,7 +56,7 @@ assert not re.search('https?:|@import|url\\(', text)
 
 assert [f for f in page.files if f in sources] == ['a&b.as', '<i>&"', 'b.as']
 lines = [row[1:] for row in page.rows if row[1].isdigit()]
-shown = {'a&b.as': {2: ';\tä ä ␛ ÿ í\xa0\ufffd à\ufffd \ufffd <!-- \'"&amp;'}}
+shown = {'a&b.as': {2: ';\tä ä ␛ ÿ ␀ í\xa0\ufffd à\ufffd \ufffd <!-- \'"&amp;'}}
 for name in ('a&b.as', '<i>&"', 'b.as'):
     for number, line in enumerate(sources[name].decode('latin-1').split('\n'), 1):
         if line or number == 1:

@@ -4,6 +4,7 @@
 #include "code/srclines.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "code/list.h"
 #include "common/srcpos.h"
@@ -34,7 +35,9 @@ void srclines_end() { st.last_node = op_last_id(); }
 void srclines_add(const char *text, size_t length, unsigned depth)
 {
     xreserve(srclines.lines, srclines.count, srclines.count + 1, srclines.room, 256u);
-    srclines.lines[srclines.count++] = {xstrndup(text, length),
+    char *copy = static_cast<char *>(xalloc(length + 1));   // of bytes, also of NULs
+    memcpy(copy, text, length);
+    srclines.lines[srclines.count++] = {copy,
                                         static_cast<uint32_t>(length),
                                         st.open[st.open_count - 1],
                                         static_cast<uint32_t>(srcpos.phys_line),
