@@ -28,6 +28,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "common/failure.h"
 #include "common/fileguard.h"
@@ -91,6 +92,7 @@ static struct {
 
     int saved_errno;
     char text[TEXT_LIMIT];
+    char hint[TEXT_LIMIT];
     char line[LINE_LIMIT];
     size_t length;   // of `line`
 } st;
@@ -139,12 +141,9 @@ static bool is_level(const char *s)
 
 static alert_type_t type_of_token(char c)
 {
-    switch (c) {
-    case 'F':
+    switch (c | 0x20) {
     case 'f': return FATAL;
-    case 'E':
     case 'e': return ERROR;
-    case 'M':
     case 'm': return MESSAGE;
     default: return c == '-' || (c >= '0' && c <= '9') ? WARNING : UNKNOWN;
     }
@@ -354,7 +353,8 @@ static void write_line(alert_severity_t severity, unsigned number, const char *t
         st.log(st.line);
     const bool nowhere = st.no_line || !st.file;
     const alert_report_t report = {
-        severity, number, text, nowhere ? "" : st.file, !nowhere && st.line_pointer ? *st.line_pointer : 0, st.line};
+        severity, number, text, nowhere ? "" : st.file, !nowhere && st.line_pointer ? *st.line_pointer : 0,
+        st.line,  st.hint};
     if (!st.show || !st.show(&report))
         fwrite(st.line, 1, st.length, stderr);
     fflush(stderr);
@@ -541,12 +541,21 @@ static int report_once(unsigned number, va_list args)
         int written = function(number, args); \
         va_end(args);                         \
         st.no_line = before;                  \
+        st.hint[0] = '\0';                    \
         return written;                       \
     }
 NUMBER_FORM(alert_msg, report, false)
 NUMBER_FORM(alert_msg_nl, report, true)
 NUMBER_FORM(alert_once, report_once, false)
 NUMBER_FORM(alert_once_nl, report_once, true)
+
+void alert_hint(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    vsnprintf(st.hint, sizeof st.hint, format, args);
+    va_end(args);
+}
 
 int alert_once_bare(unsigned number)
 {
@@ -621,18 +630,10 @@ void alert_set_formats(const char *error_format, const char *warning_format, con
 unsigned alert_set_emax(unsigned limit)
 {
     initialise();
-    unsigned before = st.limit;
-    st.limit = limit;
-    return before;
+    return std::exchange(st.limit, limit);
 }
 
-int alert_set_level(int level)
-{
-    int before = st.threshold;
-    st.threshold = level;
-    return before;
-}
-
+int alert_set_level(int level) { return std::exchange(st.threshold, level); }
 void alert_set_werror(int flag) { st.werror = flag; }
 void alert_set_structured(int flag) { st.structured = flag; }
 void alert_set_hook(void (*hook)()) { st.hook = hook; }

@@ -28,11 +28,14 @@ struct alert_report_t {
     const char *file;
     int64_t line;
     const char *whole;   // the line, newline included
+    const char *hint;    // of alert_hint; "": none
 };
 // Asks `show` to write each message in a form of its own; where it returns false, the line is written. Null ends that.
 void alert_set_show(bool (*show)(const alert_report_t *report));
 [[noreturn]] void alert_stop(int status);   // ends the run through services->stop
 
+// What helps with the numbered message that comes next, shown or not: a limit, what was expected. Only `show` gets it.
+[[gnu::format(printf, 1, 2)]] void alert_hint(const char *format, ...);
 int alert_msg(unsigned number, ...);      // at the current position
 int alert_msg_nl(unsigned number, ...);   // without a line: "Non line specific message"
 int alert_once(unsigned number, ...);     // once for this number, file and line

@@ -9,6 +9,8 @@ srcpos_t srcpos = {.cur_file = "",
                    .src_line = 0,
                    .src_stale = false,
                    .line_follows = false,
+                   .node = nullptr,
+                   .operand = 0,
                    .line_volatile = false,
                    .line_volsfr = false,
                    .line_compiled = false};

@@ -18,6 +18,9 @@ struct srcpos_t {
     int64_t src_line;
     bool src_stale;      // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
     bool line_follows;   // `line #` is in force: src_line copies phys_line for every statement
+    // The node that a pass behind the parser is at, and which of its operands, from 1; null, 0: none.
+    const struct op_t *node;
+    unsigned operand;
     // Markers that stand anywhere in the raw current line.
     bool line_volatile;   // ";volatile"
     bool line_volsfr;     // ";volsfr"

@@ -85,7 +85,7 @@ bool d_callstack(uint16_t) { return parse_callstack(); }
 bool d_radix(uint16_t)
 {
     if (peek() != T_RADIXWORD)
-        return syntax_error();
+        return syntax_error("dec, hex or oct");
     lex_set_radix(yylval.subop);
     take();
     return true;
@@ -122,7 +122,7 @@ bool d_asmopt(uint16_t)
     case T_OFF: asmopt_switch(false); break;
     case T_PUSHWORD: asmopt_push(); break;
     case T_POPWORD: asmopt_pop(); break;
-    default: return syntax_error();
+    default: return syntax_error("on, off, push or pop");
     }
     take();
     return true;
@@ -152,7 +152,7 @@ static bool list_option()
         if (!expect(T_EQUALS))
             return false;
         if (peek() != T_RADIXWORD)
-            return syntax_error();
+            return syntax_error("dec, hex or oct");
         lex_set_radix(yylval.subop);
         alert_msg(2069);
         take();

@@ -22,6 +22,9 @@
 #include <unistd.h>
 #include <vector>
 
+#include "code/list.h"
+#include "code/oprows.h"
+#include "code/sym.h"
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/srcpos.h"
@@ -107,6 +110,85 @@ static void mark_word(excerpt_t *e, std::string_view word)
     }
 }
 
+static std::string_view word_from(std::string_view line, size_t at)
+{
+    size_t end = at;
+    while (end < line.size() && class_of(line[end]) & C_WORD)
+        end++;
+    return line.substr(at, end - at);
+}
+
+static size_t skip_blanks(std::string_view line, size_t at)
+{
+    return std::min(line.find_first_not_of(" \t", at), line.size());
+}
+
+// Where the word of the statement stands, behind labels.
+static size_t statement_at(std::string_view line)
+{
+    for (size_t at = skip_blanks(line, 0);;) {
+        const size_t behind = skip_blanks(line, at + word_from(line, at).size());
+        if (behind == at || behind >= line.size() || line[behind] != ':')
+            return at;
+        at = skip_blanks(line, behind + 1);
+    }
+}
+
+// The operands behind a statement's word, without the blanks around them.
+static std::vector<std::string_view> operands(std::string_view line, size_t at)
+{
+    std::vector<std::string_view> list;
+    unsigned depth = 0;
+    char quote = 0;
+    size_t from = at = skip_blanks(line, at);
+    for (;; at++) {
+        const char c = at < line.size() ? line[at] : ';';
+        if (at >= line.size() || (!quote && (c == ';' || (c == ',' && depth == 0)))) {
+            const std::string_view one = line.substr(from, at - from);
+            list.push_back(one.substr(0, one.find_last_not_of(" \t") + 1));
+            if (c != ',')
+                return list;
+            from = skip_blanks(line, at + 1);
+        } else if (quote) {
+            quote = c == quote ? 0 : quote;
+        } else if (c == '"' || c == '\'') {
+            quote = c;
+        } else if (c == '(' || c == '[') {
+            depth++;
+        } else if (depth > 0 && (c == ')' || c == ']')) {
+            depth--;
+        }
+    }
+}
+
+// Marks what a pass behind the parser is at, if the line is that of its node: in the operand the word that the message quotes, or
+// else all of the operand; without an operand, that word in the line, or else the word of the statement. In a line that calls a
+// macro, there are no operands.
+static void mark_node(excerpt_t *e, std::string_view word)
+{
+    const std::string_view line = e->text;
+    const size_t at = statement_at(line);
+    const std::string_view name = word_from(line, at);
+    const op_row_t *row = op_lookup_keyword(name.data(), name.size());
+    const symbol_t *s = row ? nullptr : sym_find(name.data(), name.size());
+    if (row ? row->token != srcpos.node->op_type : !s || !(s->s_flags & S_MACRO))
+        return;
+    const std::vector<std::string_view> list = operands(line, at + name.size());
+    size_t i = srcpos.operand - 1;
+    if (i == 1 && list.size() > 2 && (list[i] == "b" || list[i] == "c"))
+        i++;   // a word for the bank between the two
+    if (!row || i >= list.size() || list[i].empty()) {
+        mark_word(e, word);
+        if (e->length == 0)
+            *e = {e->text, at, name.size()};
+        return;
+    }
+    excerpt_t within = {std::string(list[i]), 0, 0};
+    mark_word(&within, word);
+    e->at = static_cast<size_t>(list[i].data() - line.data()) + within.at;
+    e->length = within.length > 0 ? within.length : list[i].size();
+}
+
 static std::string_view quoted_word(std::string_view text)
 {
     const size_t open = text.find('"'), close = open == text.npos ? open : text.find('"', open + 1);
@@ -120,7 +202,10 @@ static void mark(excerpt_t *e, const alert_report_t *r, const lex_line_t *being_
         e->at = being_read->token;
         e->length = being_read->token_length;
     } else {
-        mark_word(e, quoted_word(r->text));
+        if (srcpos.node && r->severity != ALERT_MESSAGE)
+            mark_node(e, quoted_word(r->text));
+        if (e->length == 0)
+            mark_word(e, quoted_word(r->text));
     }
 }
 
@@ -238,6 +323,8 @@ static diagnostic_t gather(const alert_report_t *r)
     }
     if (reading)
         note_origins(&d, r, being_read);
+    if (*r->hint)
+        d.notes.push_back({r->hint, "", 0, {}});
     note_meant(&d, reading ? &being_read : nullptr);
     return d;
 }

@@ -172,7 +172,7 @@ static bool d_processor(uint16_t)
 {
     const lex_mode_t mode(LM_CHIP);
     if (peek() != T_CHIP)
-        return syntax_error();
+        return syntax_error("the name of a chip");
     if (!opt.chip_name || cache_string(yylval.str) != cache_string(opt.chip_name))
         alert_msg(2070);
     take();
@@ -203,7 +203,7 @@ static bool d_config(uint16_t)
     const lex_mode_t mode(LM_CONFIG);
     do {
         if (peek() != T_STRING)
-            return syntax_error();
+            return syntax_error("a configuration setting or register");
         const char *what = yylval.str;
         take();
         if (!expect(T_EQUALS))
@@ -213,7 +213,7 @@ static bool d_config(uint16_t)
         else if (peek() == T_INT)
             cfg_prog_with_value(what, static_cast<uint64_t>(yylval.num));
         else
-            return syntax_error();
+            return syntax_error("a value of the setting");
         take();
     } while (accept(T_COMMA));
     return true;
@@ -283,5 +283,5 @@ bool parse_directive(int token, stmt_end_t *end)
             *end = r.end;
             return r.rule(yylval.subop);
         }
-    return syntax_error();
+    return syntax_error("a statement");
 }

@@ -150,7 +150,7 @@ bool parse_expr_behind(int prefix, value_t *v)
             continue;
         case T_FLOAT:
             if (!may_be_float)
-                return syntax_error();
+                return syntax_error("an operand of whole numbers");
             *v = value_const(float_bits(yylval.flt, false));
             break;
         case T_NAME: name_leaf(yylval.sym, v); break;
@@ -166,12 +166,12 @@ bool parse_expr_behind(int prefix, value_t *v)
         case T_DEFINED:
             take();
             if (peek() != T_STRING)
-                return syntax_error();
+                return syntax_error("a name in quotes");
             *v = {};
             v->v_rtype = RT_DEFINED;
             v->v_name = yylval.str;
             break;
-        default: return syntax_error();
+        default: return syntax_error("an operand");
         }
         take();
         // A term is complete; a closing parenthesis completes the one that it ends.
@@ -188,7 +188,7 @@ bool parse_expr_behind(int prefix, value_t *v)
             if (es.depth == 0)
                 return true;
             if (next != T_RPAREN)
-                return syntax_error();
+                return syntax_error("an operator or \")\"");
             take();
             es.depth--;
         }

@@ -31,6 +31,7 @@ template <class T> static T choose(int64_t n, T zero, T one, T other)
 {
     if (n == 0 || n == 1)
         return n ? one : zero;
+    alert_hint("expected 0 or 1, found %lld", static_cast<long long>(n));
     alert_msg(876);
     return other;
 }
@@ -66,7 +67,7 @@ static bool parse_dest_access(dest_access_t *d)
         return true;
     }
     if (!is_access_word(token) && !is_dest_word(token))
-        return syntax_error();
+        return syntax_error("w, f, 0 or 1, or a word for the bank: a, b, c");
     const bool access_first = is_access_word(token);
     if (access_first)
         d->access = access_word(token);
@@ -77,7 +78,7 @@ static bool parse_dest_access(dest_access_t *d)
         return true;
     token = peek();
     if (access_first ? !is_dest_word(token) : !is_access_word(token))
-        return syntax_error();
+        return syntax_error(access_first ? "w or f" : "a word for the bank: a, b, c");
     if (access_first)
         d->dest = dest_word(token);
     else
@@ -98,7 +99,7 @@ static bool parse_access_opt(access_t *access)
     else if (is_access_word(token))
         *access = access_word(token);
     else
-        return syntax_error();
+        return syntax_error("0 or 1, or a word for the bank: a, b, c");
     take();
     return true;
 }
@@ -108,7 +109,7 @@ static bool parse_access_ignored()
 {
     if (!accept(T_COMMA))
         return true;
-    return accept(ACCESS_C) || expect(ACCESS_A);
+    return accept(ACCESS_C) || accept(ACCESS_A) || syntax_error("c or a");
 }
 
 static bool parse_index_dest(dest_t *dest)
@@ -122,7 +123,7 @@ static bool parse_index_dest(dest_t *dest)
     else if (is_dest_word(token))
         *dest = dest_word(token);
     else
-        return syntax_error();
+        return syntax_error("w, f, 0 or 1");
     take();
     return true;
 }
@@ -330,7 +331,7 @@ static bool parse_code(token_t type, uint16_t subop)
         else if (peek() == DEST_F)
             fast = CALL_FAST;
         else
-            return syntax_error();
+            return syntax_error("f, 0 or 1");
         take();
     }
     operand(&instruction(type, subop | fast)->op_opnd1, OPND_CODE, &v);

@@ -50,7 +50,21 @@ bool accept(int token)
     return true;
 }
 
-bool expect(int token) { return accept(token) || syntax_error(); }
+bool expect(int token)
+{
+    static constexpr struct {
+        int token;
+        const char *text;
+    } rows[] = {
+        {T_COMMA, "\",\""},    {T_COLON, "\":\""},    {T_EQUALS, "\"=\""}, {T_RPAREN, "\")\""},
+        {T_LBRACKET, "\"[\""}, {T_RBRACKET, "\"]\""}, {T_STAR, "\"*\""},
+    };
+    const char *text = nullptr;
+    for (const auto &row : rows)
+        if (row.token == token)
+            text = row.text;
+    return accept(token) || syntax_error(text);
+}
 
 void end_line()
 {
@@ -91,10 +105,24 @@ bool parse_is_quiet()
     return ps.gave_up || (ps.quiet > 0 && ps.error_line == srcpos.phys_line && ps.error_file == srcpos.phys_file);
 }
 
-bool syntax_error()
+static void hint_at(const char *expected)
 {
-    if (!parse_is_quiet())
+    lex_line_t line;
+    if (ps.token == T_EOL || ps.token == T_COMMENT)
+        alert_hint("expected %s, found the end of the line", expected);
+    else if (ps.token < 0 || !lex_line(&line))
+        alert_hint("expected %s, found the end of the file", expected);
+    else
+        alert_hint("expected %s, found \"%.*s\"", expected, static_cast<int>(line.token_length), line.text + line.token);
+}
+
+bool syntax_error(const char *expected)
+{
+    if (!parse_is_quiet()) {
+        if (expected)
+            hint_at(expected);
         yyerror(nullptr);
+    }
     ps.error_file = srcpos.phys_file;
     ps.error_line = srcpos.phys_line;
     return false;
@@ -126,7 +154,7 @@ bool parse_recover()
 bool parse_int(int64_t *n)
 {
     if (peek() != T_INT)
-        return syntax_error();
+        return syntax_error("a number");
     *n = yylval.num;
     take();
     return true;
@@ -135,7 +163,7 @@ bool parse_int(int64_t *n)
 bool parse_name(symbol_t **s)
 {
     if (peek() != T_NAME)
-        return syntax_error();
+        return syntax_error("a name");
     *s = yylval.sym;
     take();
     return true;
@@ -145,7 +173,7 @@ bool parse_string(const char **s)
 {
     const bool paren = accept(T_LPAREN);
     if (peek() != T_STRING)
-        return syntax_error();
+        return syntax_error("a string");
     *s = yylval.str;
     take();
     return !paren || expect(T_RPAREN);
@@ -155,8 +183,17 @@ bool parse_const(value_t *v, int64_t least, int64_t most, unsigned number)
 {
     if (!parse_expr(v))
         return false;
-    if (v->v_rtype != RT_CONST || v->v_offs < least || v->v_offs > most)
+    if (v->v_rtype != RT_CONST || v->v_offs < least || v->v_offs > most) {
+        if (v->v_rtype != RT_CONST)
+            alert_hint("it has to be a number that is known here");
+        else if (most == INT64_MAX)
+            alert_hint("it is %lld, and may not be below %lld", static_cast<long long>(v->v_offs),
+                       static_cast<long long>(least));
+        else
+            alert_hint("it is %lld, and may be from %lld to %lld", static_cast<long long>(v->v_offs),
+                       static_cast<long long>(least), static_cast<long long>(most));
         alert_msg(number);
+    }
     return true;
 }
 

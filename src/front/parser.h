@@ -20,12 +20,12 @@ extern parse_state_t parse_state;
 op_t *stmt_new_op(token_t type);   // the node of a statement, at the end of the current psect
 op_t *stmt_new_text(token_t type, uint16_t subop, const char *text);
 
-int peek();               // the next token, which stays
-void take();              // it goes; its value stays in yylval until the next peek
-bool accept(int token);   // takes it if it is next
-bool expect(int token);   // the same; anything else is a syntax error
-bool syntax_error();      // reports the next token; returns false
-void end_line();          // the next token is the line's end, whatever has been asked for
+int peek();                                          // the next token, which stays
+void take();                                         // it goes; its value stays in yylval until the next peek
+bool accept(int token);                              // takes it if it is next
+bool expect(int token);                              // the same; anything else is a syntax error
+bool syntax_error(const char *expected = nullptr);   // reports the next token; returns false
+void end_line();                                     // the next token is the line's end, whatever has been asked for
 
 bool parse_is_quiet();   // whether a syntax error here goes unreported
 bool parse_give_up();    // nesting is too deep to go on: the parse ends; returns false

@@ -106,7 +106,7 @@ static bool psect_flag()
     const int flag = peek();
     const uint16_t bits = yylval.subop;
     if (flag != T_PSECTFLAG && (flag < T_PF_RELOC || flag > T_PF_CODECOV))
-        return syntax_error();
+        return syntax_error("a psect flag");
     take();
     switch (flag) {
     case T_PSECTFLAG: p->p_flags |= bits; return true;

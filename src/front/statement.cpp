@@ -48,7 +48,7 @@ static bool parse_end_of_statement(stmt_end_t end)
         else if (parse_state.last_op)
             op_more(parse_state.last_op)->op_remark = xstrndup(yylval.str, yylval.str_len);
     } else if (token != T_EOL) {
-        return syntax_error();
+        return syntax_error("the end of the statement");
     }
     take();
     lex_skip_line();
@@ -68,10 +68,10 @@ static bool parse_end()
         program.end_line = srcpos.cur_line;
     }
     if (peek() != T_EOL && peek() != T_COMMENT)
-        return syntax_error();
+        return syntax_error("the end of the statement");
     take();
     lex_skip_line();
-    return peek() < 0 || syntax_error();
+    return peek() < 0 || syntax_error("the end of the file behind \"end\"");
 }
 
 // One line, up to and including its end.
@@ -102,8 +102,11 @@ static bool parse_statement()
             const int word = peek();
             if (word == T_INT && strcasecmp(s->s_name, "stack") == 0)
                 return parse_callstack() && parse_end_of_statement(END_CONTROL);   // no keyword, but at this place
-            if (word != T_EQU && word != T_SET && word != T_MACRO)
+            if (word != T_EQU && word != T_SET && word != T_MACRO) {
+                if (!parse_is_quiet())
+                    alert_hint("\"%s\" is no instruction, directive or macro", s->s_name);
                 return syntax_error();
+            }
             take();
             return (word == T_MACRO ? macro_statement(s) : parse_definition(s, word)) && parse_end_of_statement(END_COMMAND);
         }

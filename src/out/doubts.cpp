@@ -10,6 +10,7 @@
 #include "code/ops.h"
 #include "code/reduce.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 
 enum : unsigned {
     NO_BANK = 2250,
@@ -53,9 +54,10 @@ static bool is_program_memory(int64_t at)
     return found;
 }
 
-static value_t operand(const opnd_t *o)
+static value_t operand(const op_t *op, unsigned which = 1)
 {
-    value_t v = o->opnd_value;
+    srcpos.operand = which;
+    value_t v = (which == 1 ? op->op_opnd1 : op->op_opnd2).opnd_value;
     operand_reduce(&v);
     return v;
 }
@@ -66,9 +68,9 @@ static void check_bank(int64_t bank)
         alert_msg(NO_BANK, static_cast<long long>(bank), chip_getName());
 }
 
-static void check_data_address(const opnd_t *o)
+static void check_data_address(const op_t *op, unsigned which)
 {
-    const value_t v = operand(o);
+    const value_t v = operand(op, which);
     if (v.v_rtype == RT_CONST && v.v_offs >= 0 && !is_data_memory(v.v_offs, v.v_offs))
         alert_msg(NO_DATA_MEMORY, static_cast<unsigned long long>(v.v_offs), chip_getName());
 }
@@ -76,6 +78,7 @@ static void check_data_address(const opnd_t *o)
 static void check_org(const op_t *op)
 {
     const psect_t *p = cur_psect->s_psect;
+    srcpos.operand = 1;
     const int64_t at = static_cast<int64_t>(units_to_bytes(op->op_units));
     if (p->p_space == 0 && !is_program_memory(at))
         alert_msg(NO_PROGRAM_MEMORY, static_cast<unsigned long long>(at), chip_getName());
@@ -85,10 +88,10 @@ static void check_org(const op_t *op)
 
 static void check_target(const op_t *op)
 {
-    const value_t v = operand(&op->op_opnd1);
+    const value_t v = operand(op);
     const bool known = v.v_rtype == RT_CONST || (v.v_rtype == RT_PSECT && v.v_sym->s_psect->p_reloc % 2 == 0);
     if (known && v.v_offs & 1)
-        alert_msg(ODD_TARGET, op_name(op));
+        alert_msg(ODD_TARGET, op->op_type == T_CALL ? "call" : op_name(op));   // whose fast bit has no name
 }
 
 // Whether the node is an instruction.
@@ -100,13 +103,13 @@ static bool check_operands(const op_t *op)
     case T_ORG: check_org(op); return false;
     case T_MOVLB:
     case T_BANKSEL:
-        if (const value_t v = operand(&op->op_opnd1); v.v_rtype == RT_CONST)
+        if (const value_t v = operand(op); v.v_rtype == RT_CONST)
             check_bank(op->op_type == T_MOVLB ? v.v_offs : v.v_offs >> 8);
         return true;
     case T_MOVFF:
     case T_MOVFFL:
-        check_data_address(&op->op_opnd1);
-        check_data_address(&op->op_opnd2);
+        check_data_address(op, 1);
+        check_data_address(op, 2);
         return true;
     case T_BRA:
     case T_RCALL:
@@ -125,6 +128,7 @@ static void check_length()
         return;
     const bool over_size = p->p_size != 0 && !psect_is_abs(cur_psect) && length > p->p_size,
                over_limit = p->p_limit != 0 && length - 1 > p->p_limit;
+    srcpos.operand = 0;
     if (over_size || over_limit)
         alert_msg(TOO_LONG, cur_psect->s_name, static_cast<unsigned long long>(length), over_size ? "size" : "limit",
                   static_cast<unsigned long long>(over_size ? p->p_size : p->p_limit));
@@ -139,8 +143,10 @@ void doubts_check(const op_t *op)
     if (op_is_silent(op) || !check_operands(op))
         return;
     const bool odd = p->p_space == 0 && p->p_reloc % 2 == 0 && p->p_curr & 1;
-    if (odd && !st.odd)
+    if (odd && !st.odd) {
+        srcpos.operand = 0;
         alert_msg(ODD_CODE);
+    }
     st.odd = odd;
 }
 

@@ -6,6 +6,7 @@
 #include "code/layout.h"
 #include "code/ops.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 #include "env/pathmap.h"
 #include "env/registry.h"
 #include "options.h"
@@ -94,8 +95,10 @@ void emit_psect(symbol_t *psect)
         if (op->op_flags & OPF_SKIPPED || is_silent(op))
             continue;
         line_information(op);
+        srcpos.node = op;
         doubts_check(op);
         emobj(op, &object);
         doubts_past();
     }
+    srcpos.node = nullptr;
 }

@@ -20,6 +20,7 @@
 #include "code/oprows.h"
 #include "code/reduce.h"
 #include "common/alert.h"
+#include "common/srcpos.h"
 
 enum : uint32_t { ARCH_14BIT = ARCH_X };
 enum : uint32_t { CONTINUED = op_template("nop") };   // a second or third word, which does nothing where it is skipped to
@@ -30,8 +31,12 @@ static const code_sink_t *sink;   // of the node that is being encoded
 
 static void put_word(uint32_t word) { sink->put(word, nullptr, 2, 0); }
 
-// A word whose low `bits` bits are a field.
-static void put_field(uint32_t word, const value_t &value, unsigned bits) { sink->put(word, &value, 2, bits); }
+// A word whose low `bits` bits are a field for that operand of the node.
+static void put_field(uint32_t word, const value_t &value, unsigned bits, unsigned which = 1)
+{
+    srcpos.operand = which;
+    sink->put(word, &value, 2, bits);
+}
 
 static value_t number(int64_t n) { return value_const(n); }
 
@@ -41,9 +46,10 @@ static value_t calc(uint16_t code, value_t a, const value_t &b)
     return a;
 }
 
-static value_t operand(const opnd_t *o)
+static value_t operand(const op_t *op, unsigned which = 1)
 {
-    value_t v = o->opnd_value;
+    srcpos.operand = which;
+    value_t v = (which == 1 ? op->op_opnd1 : op->op_opnd2).opnd_value;
     operand_reduce(&v);
     return v;
 }
@@ -54,20 +60,24 @@ static bool is_number_above(const value_t &v, uint64_t most)
 }
 
 // An operand that isn't cut to its field silently when it is a number.
-static value_t strict_operand(const opnd_t *o, unsigned bits)
+static value_t strict_operand(const op_t *op, unsigned bits, unsigned which = 1)
 {
-    const value_t v = operand(o);
-    if (is_number_above(v, (uint64_t{1} << bits) - 1))
+    const value_t v = operand(op, which);
+    if (is_number_above(v, (uint64_t{1} << bits) - 1)) {
+        alert_hint("it is %lld, and may be up to %llu", static_cast<long long>(v.v_offs), (1ULL << bits) - 1);
         alert_once(1339, bits, "unsigned");
+    }
     return v;
 }
 
 // A file operand. In square brackets it is an offset from file select 2, and only 96 of them are in the access bank.
 static value_t file_operand(const op_t *op)
 {
-    const value_t v = operand(&op->op_opnd1);
-    if (op->op_flags & OPF_INDEXED && is_number_above(v, 95))
+    const value_t v = operand(op);
+    if (op->op_flags & OPF_INDEXED && is_number_above(v, 95)) {
+        alert_hint("it is %lld, and may be up to 95", static_cast<long long>(v.v_offs));
         alert_once(2065);
+    }
     return v;
 }
 
@@ -79,25 +89,27 @@ static void enc_none(const op_t *) {}
 static void enc_plain(const op_t *op) { put_word(op->op_subop); }
 static void enc_file(const op_t *op) { put_field(op->op_subop | access_bit(op), file_operand(op), 8); }
 static void enc_file_dest(const op_t *op) { put_field(op->op_subop | dest_bit(op) | access_bit(op), file_operand(op), 8); }
-static void enc_literal(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 8); }
-static void enc_pushl(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 8), 8); }
-static void enc_addulnk(const op_t *op) { put_field(op->op_subop, strict_operand(&op->op_opnd1, 6), 6); }
-static void enc_setcnt(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), 6); }
-static void enc_movlb(const op_t *op) { put_field(op->op_subop, operand(&op->op_opnd1), bank_bits()); }
+static void enc_literal(const op_t *op) { put_field(op->op_subop, operand(op), 8); }
+static void enc_pushl(const op_t *op) { put_field(op->op_subop, strict_operand(op, 8), 8); }
+static void enc_addulnk(const op_t *op) { put_field(op->op_subop, strict_operand(op, 6), 6); }
+static void enc_setcnt(const op_t *op) { put_field(op->op_subop, operand(op), 6); }
+static void enc_movlb(const op_t *op) { put_field(op->op_subop, operand(op), bank_bits()); }
 static void enc_banksel(const op_t *op)
 {
-    put_field(op_template("movlb"), calc(OPC_SHR, operand(&op->op_opnd1), number(8)), bank_bits());
+    put_field(op_template("movlb"), calc(OPC_SHR, operand(op), number(8)), bank_bits());
 }
 static void enc_trap(const op_t *) { put_word(chip_archIs(ARCH_X | ARCH_IVT) ? 0x00C0 : 0x00E0); }
 
 static void enc_bit(const op_t *op)
 {
     const uint32_t word = op->op_subop | access_bit(op);
-    const value_t file = file_operand(op), bit = operand(&op->op_opnd2);
+    const value_t file = file_operand(op), bit = operand(op, 2);
     if (bit.v_rtype == RT_CONST) {
         const uint32_t n = static_cast<uint32_t>(bit.v_offs);
-        if (n > 7 && sink->reports)
+        if (n > 7 && sink->reports) {
+            alert_hint("it is %lld; a register has the bits 0 to 7", static_cast<long long>(bit.v_offs));
             alert_msg(842);
+        }
         put_field(word | n << 9, file, 8);
         return;
     }
@@ -113,12 +125,12 @@ static void long_move_tail(const value_t &from, int64_t mask, const value_t &to,
 {
     const value_t upper = calc(OPC_SHL, calc(OPC_AND, from, number(mask)), number(2));
     put_field(CONTINUED, calc(OPC_OR, upper, calc(OPC_AND, calc(OPC_SHR, to, number(12)), number(3))), bits);
-    put_field(CONTINUED, calc(OPC_AND, to, number(4095)), 12);
+    put_field(CONTINUED, calc(OPC_AND, to, number(4095)), 12, 2);
 }
 
 static void enc_movffl(const op_t *op)
 {
-    const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
+    const value_t from = operand(op), to = operand(op, 2);
     put_field(op_template("movffl"), calc(OPC_SHR, from, number(10)), 4);
     long_move_tail(from, 1023, to, 12);
 }
@@ -129,45 +141,45 @@ static void enc_movff(const op_t *op)
         enc_movffl(op);
         return;
     }
-    const value_t from = operand(&op->op_opnd1), to = operand(&op->op_opnd2);
+    const value_t from = operand(op), to = operand(op, 2);
     put_field(op_template("movff"), from, 12);
-    put_field(CONTINUED, to, 12);
+    put_field(CONTINUED, to, 12, 2);
 }
 
 static void enc_movsf(const op_t *op)
 {
-    const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
+    const value_t from = strict_operand(op, 7), to = operand(op, 2);
     put_field(op_template("movsf"), calc(OPC_AND, from, number(127)), 7);
-    put_field(CONTINUED, to, 12);
+    put_field(CONTINUED, to, 12, 2);
 }
 
 static void enc_movsfl(const op_t *op)
 {
-    const value_t from = strict_operand(&op->op_opnd1, 7), to = operand(&op->op_opnd2);
+    const value_t from = strict_operand(op, 7), to = operand(op, 2);
     put_word(op_template("movsfl"));
     long_move_tail(from, 127, to, 9);
 }
 
 static void enc_movss(const op_t *op)
 {
-    const value_t from = strict_operand(&op->op_opnd1, 7), to = strict_operand(&op->op_opnd2, 7);
+    const value_t from = strict_operand(op, 7), to = strict_operand(op, 7, 2);
     put_field(op_template("movss"), calc(OPC_AND, from, number(127)), 7);
-    put_field(CONTINUED, calc(OPC_AND, to, number(127)), 7);
+    put_field(CONTINUED, calc(OPC_AND, to, number(127)), 7, 2);
 }
 
 static void enc_addfsr(const op_t *op)
 {
     const uint32_t reg = static_cast<uint32_t>(op->op_opnd1.opnd_value.v_offs);
-    put_field(op->op_subop | reg << 6, strict_operand(&op->op_opnd2, 6), 6);
+    put_field(op->op_subop | reg << 6, strict_operand(op, 6, 2), 6, 2);
 }
 
 static void enc_lfsr(const op_t *op)
 {
     const unsigned low = chip_archIs(ARCH_14BIT) ? 10 : 8;
-    const value_t reg = calc(OPC_SHL, operand(&op->op_opnd1), number(4)), to = operand(&op->op_opnd2);
+    const value_t reg = calc(OPC_SHL, operand(op), number(4)), to = operand(op, 2);
     const value_t high = calc(OPC_AND, number(15), calc(OPC_SHR, to, number(low)));
-    put_field(op_template("lfsr"), calc(OPC_PLUS, high, reg), 6);
-    put_field(CONTINUED, calc(OPC_AND, number((1 << low) - 1), to), low);
+    put_field(op_template("lfsr"), calc(OPC_PLUS, high, reg), 6, 2);
+    put_field(CONTINUED, calc(OPC_AND, number((1 << low) - 1), to), low, 2);
 }
 
 static void enc_nop(const op_t *op)
@@ -185,6 +197,7 @@ static void enc_db(const op_t *op)
     const unsigned width = data_item_width(op);
     for (const data_item_t *d = op->op_data; d; d = d->next) {
         value_t v = d->value;
+        srcpos.operand++;
         operand_reduce(&v);
         sink->put(0, &v, width, width * 8);
     }
@@ -218,12 +231,21 @@ static void put_relative(uint32_t word, int64_t distance, uint32_t mask)
 }
 
 // Tests a branch that can't be made longer. Only a target in this psect has a distance at all.
-static void check_reach(const value_t &target, bool (*fits)(int64_t distance))
+static void check_reach(const op_t *op, const value_t &target, bool (*fits)(int64_t distance), int reach)
 {
     const bool known = psect_is_abs(cur_psect) && target.v_rtype == RT_CONST;
     const bool here = target.v_rtype == RT_PSECT && target.v_sym == cur_psect;
-    if (sink->reports && ((!known && !here) || !fits(distance_to(target))))
-        alert_msg(1223);
+    if (!sink->reports || ((known || here) && fits(distance_to(target))))
+        return;
+    const char *far = op->op_type == T_RCALL ? "call reaches"
+                      : op->op_type == T_BRA ? "goto reaches"
+                                             : "around a goto, the opposite condition reaches";
+    if (known || here)
+        alert_hint("the target is %lld bytes from the next instruction; \"%s\" reaches -%d to %d; %s everything",
+                   static_cast<long long>(distance_to(target)), op_name(op), reach, reach - 2, far);
+    else
+        alert_hint("\"%s\" reaches targets of its own psect; %s everything", op_name(op), far);
+    alert_msg(1223);
 }
 
 static void put_long_goto(uint32_t word, const value_t &target)
@@ -234,8 +256,8 @@ static void put_long_goto(uint32_t word, const value_t &target)
 
 static void enc_bra(const op_t *op)
 {
-    const value_t target = operand(&op->op_opnd1);
-    check_reach(target, fits_short_branch);
+    const value_t target = operand(op);
+    check_reach(op, target, fits_short_branch, 2048);
     if (op->op_next->op_offs == op->op_offs + 2) {
         put_relative(op->op_subop, distance_to(target), 0x7FF);
         return;
@@ -249,14 +271,16 @@ static void enc_bra(const op_t *op)
 // A long form leads around a jump. A skip in front of it leads into that jump.
 static void enc_bcc(const op_t *op)
 {
-    const value_t target = operand(&op->op_opnd1);
+    const value_t target = operand(op);
     const uint32_t reversed = op->op_subop ^ 0x0100u;
     const uint64_t form = branch_form(op);
-    if (form > 2 && sink->reports && after_skip(op))
+    if (form > 2 && sink->reports && after_skip(op)) {
+        srcpos.operand = 0;   // it is about the whole
         alert_msg(2212, op_name(op), static_cast<unsigned>(form / 2));
+    }
     switch (form) {
     case 2:
-        check_reach(target, fits_cond_branch);
+        check_reach(op, target, fits_cond_branch, 256);
         put_relative(op->op_subop, distance_to(target), 0xFF);
         break;
     case 4:
@@ -272,7 +296,7 @@ static void enc_bcc(const op_t *op)
 
 static void enc_goto(const op_t *op)
 {
-    const value_t target = operand(&op->op_opnd1);
+    const value_t target = operand(op);
     if (branch_has_forms(op) && branch_form(op) == 2)
         put_relative(op_template("bra"), distance_to(target), 0x7FF);
     else
@@ -281,7 +305,7 @@ static void enc_goto(const op_t *op)
 
 static void enc_call(const op_t *op)
 {
-    const value_t target = operand(&op->op_opnd1);
+    const value_t target = operand(op);
     if (branch_form(op) == 2)
         put_relative(op_template("rcall"), distance_to(target), 0x7FF);
     else
@@ -305,7 +329,7 @@ static void enc_messg(const op_t *op)
 static void enc_definition(const op_t *op)
 {
     if (sink->define)
-        sink->define(operand(&op->op_opnd2));
+        sink->define(operand(op, 2));
 }
 
 // One row a kind of node.
@@ -344,6 +368,7 @@ void emobj(const op_t *op, const code_sink_t *to)
     if (to->reports && cur_psect->s_psect->p_curr != op->op_offs && op->op_type != T_ORG)
         alert_msg(840);
     sink = to;
+    srcpos.operand = 0;
     value_set_quiet(!to->reports);
     encode(op);
     value_set_quiet(false);
