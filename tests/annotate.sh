@@ -14,11 +14,10 @@ sources = {
               b'load\tmacro\n\trept\t2\nhere&:\tmovlw\t7\n\tendm\n\tendm\n\tif\t0\n\tsleep\n\tendif\n'
               b'\tpsect\ttext,class=CODE,reloc=2\n\tglobal\there\nhere:\tirp\tx,7,7\n\tmovlw\tx\n\tendm\n\tgoto\there\n\tgoto\tout\n',
     'b.as': b'\tglobal\tout\nout:\tgoto\there',
+    'preprocessed.as': b'# 1 "a.S"\n\tnop\n# 1 "b.S"\n\tnop\n',
 }
 for name, text in sources.items():
     open(name, 'wb').write(text)
-subprocess.run(['aszel8', '-mcpu=ZEL8K10', '-O', '-Oa.obj', '--annotate=a.html', 'a&b.as', 'b.as'], check=True,
-               stderr=subprocess.DEVNULL)
 
 class Page(html.parser.HTMLParser):
     def __init__(self):
@@ -46,14 +45,19 @@ class Page(html.parser.HTMLParser):
         elif names[-1:] == ['h2']:
             self.files[-1] += data
 
-text = open('a.html', encoding='utf-8').read()
-page = Page()
-page.feed(text)
-page.close()
-assert not page.open and len(set(page.ids)) == len(page.ids)
-assert page.links and all(link[0] == '#' and link[1:] in page.ids for link in page.links)
-assert not re.search('https?:|@import|url\\(', text)
+def make(*names):
+    subprocess.run(['aszel8', '-mcpu=ZEL8K10', '-O', '-Oa.obj', '--annotate=a.html', *names], check=True, stderr=subprocess.DEVNULL)
+    text = open('a.html', encoding='utf-8').read()
+    page = Page()
+    page.feed(text)
+    page.close()
+    assert not page.open and len(set(page.ids)) == len(page.ids)
+    assert page.links and all(link[0] == '#' and link[1:] in page.ids for link in page.links)
+    assert not re.search('https?:|@import|url\\(', text)
+    return page, text
 
+make('preprocessed.as')
+page, text = make('a&b.as', 'b.as')
 assert [f for f in page.files if f in sources] == ['a&b.as', '<i>&"', 'b.as']
 lines = [row[1:] for row in page.rows if row[1].isdigit()]
 shown = {'a&b.as': {2: ';\tä ä ␛ ÿ ␀ í\xa0\ufffd à\ufffd \ufffd <!-- \'"&amp;'}}

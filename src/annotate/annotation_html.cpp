@@ -26,6 +26,7 @@ static struct {
     const annotation_t *a;
     std::string out;
     std::map<uint32_t, uint32_t> included;   // of a line: the reading that it began
+    std::vector<bool> numbered;              // of a line: its number is the first of its kind
 } st;
 
 static constexpr size_t FLUSH = 1 << 16, PSECT_MOST = 16;
@@ -86,11 +87,22 @@ static void put_text(std::string_view s)
     }
 }
 
-// Places to lead to: lines of files by their number, so that a link outlives a change elsewhere; others by their count.
+// Places to lead to: lines of files by their number, so that a link outlives a change elsewhere; others by their count. In a
+// preprocessed source several lines may have one number.
 static std::string anchor(uint32_t line)
 {
     const srcline_t &l = srclines.lines[line];
-    return l.depth ? 'x' + std::to_string(line) : 'r' + std::to_string(l.reading) + '-' + std::to_string(l.number);
+    return st.numbered[line] ? 'r' + std::to_string(l.reading) + '-' + std::to_string(l.number) : 'x' + std::to_string(line);
+}
+
+static void find_numbered()
+{
+    std::vector<uint32_t> highest(srclines.reading_count);
+    for (const srcline_t *l = srclines.lines; l < srclines.lines + srclines.count; l++) {
+        st.numbered.push_back(l->depth == 0 && l->number > highest[l->reading]);
+        if (st.numbered.back())
+            highest[l->reading] = l->number;
+    }
 }
 
 static void put_link(uint32_t line, const char *attributes, std::string_view text)
@@ -514,6 +526,7 @@ void annotation_write_html(FILE *to, const annotation_t &a)
 {
     st.to = to;
     st.a = &a;
+    find_numbered();
     for (uint32_t r = 0; r < srclines.reading_count; r++)
         st.included.try_emplace(srclines.readings[r].from, r);
     std::string_view page(reinterpret_cast<const char *>(annotation_page_text), annotation_page_length);
