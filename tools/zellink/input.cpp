@@ -4,6 +4,17 @@
 
 #include "zellink.h"
 
+// Records of a later version may mean what nobody here knows.
+static std::string strange_format(const zo_ident &ident)
+{
+    if (ident.order != ZO_ORDER)
+        return "its numbers have another order of bytes than this linker reads: assemble it again";
+    if (ident.major == ZO_MAJOR && ident.minor <= ZO_MINOR)
+        return "";
+    return zo_format("made by another version of the assembler, in format %u.%u, not %u.%u: assemble it again", ident.major,
+                     ident.minor, ZO_MAJOR, ZO_MINOR);
+}
+
 static void add(zl_source source, std::deque<zl_source> &sources, std::vector<zl_message> &messages)
 {
     sources.push_back(std::move(source));
@@ -12,6 +23,9 @@ static void add(zl_source source, std::deque<zl_source> &sources, std::vector<zl
     const auto fail = [&](const std::string &why) { messages.push_back({s.name, why, false}); };
     if (s.file.records.empty() || s.file.records[0].type != ZO_IDENT)
         return fail("not an object file of this assembler");
+    if (const auto *ident = std::get_if<zo_ident>(&s.file.records[0].body))
+        if (const std::string why = strange_format(*ident); !why.empty())
+            return fail(why);
     if (!s.file.error.empty())
         return fail("damaged object file: " + s.file.error + ": assemble it again");
     for (size_t i = 0; i < s.file.records.size(); i++) {

@@ -125,6 +125,7 @@ int main(int argc, char **argv)
     const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
     error = options.chip_file.empty() ? target_find(bin, chip, target) : target_read(options.chip_file, chip, target);
     target_switches(bin, target);
+    options.installation = target_installation(bin);
     if (error.empty() && options.vectors && !target.vectors_at[0])
         error = "--vectors: chip " + target.name + " has no table of vectors";
     if (!error.empty()) {

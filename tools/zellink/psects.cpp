@@ -4,6 +4,7 @@
 // `ovrld`; a local psect has only the one piece. In an absolute psect every offset is an address. The modules have to agree on
 // what the psect is: what one leaves open, another may tell.
 #include <algorithm>
+#include <filesystem>
 #include <numeric>
 
 #include "zellink.h"
@@ -59,6 +60,16 @@ static void collect_line(zl_piece &p, const zo_symbol &s, const std::string *fil
     p.lines.push_back({uint64_t{s.value} * p.x.delta, file, &s.name});
 }
 
+// A file of the installation may be told relative to that, and the same entry stands for what isn't there.
+static const std::string *file_name(zl_linker &l, const zo_symbol &s)
+{
+    const std::filesystem::path whole = std::filesystem::path(l.options.installation) / s.name;
+    std::error_code ignored;
+    const bool there = s.value == ZO_FILE_RELATIVE && !l.options.installation.empty() && !s.name.starts_with('/') &&
+                       std::filesystem::exists(whole, ignored);
+    return there ? &l.names.emplace_back(whole) : &s.name;
+}
+
 void zl_collect(zl_linker &l, zl_module &m)
 {
     const std::string *file = nullptr;
@@ -83,7 +94,7 @@ void zl_collect(zl_linker &l, zl_module &m)
         } else if (const auto *sym = std::get_if<zo_sym>(&r.body)) {
             for (const zo_symbol &s : sym->symbols)
                 if (s.flags == ZO_S_FILE)
-                    file = &s.name;
+                    file = file_name(l, s);
                 else if (s.flags == ZO_S_LINE)
                     collect_line(piece(m, s.psect), s, file);
         } else if (const auto *dabs = std::get_if<zo_dabs>(&r.body)) {

@@ -152,8 +152,12 @@ static void complain_undefined(zl_linker &l, const zl_module &m, const zl_piece 
     std::string place = p ? zl_line_of(*p, offset) : m.name;
     if (p && place.empty())
         place = m.name + '\n' + p->x.name + '\n' + std::to_string(offset);
-    const std::string text =
-        "undefined symbol " + zl_quoted(name) + ": add the object that defines it, and declare it `global` there";
+    const target_t &t = l.target;
+    const std::string remedy =
+        t.sfr.contains(name) || t.fields.contains(name)
+            ? "a register or bit of the chip: include its names, which `zel8 header " + t.name + "` writes"
+            : "add the object that defines it, and declare it `global` there";
+    const std::string text = "undefined symbol " + zl_quoted(name) + ": " + remedy;
     if (places.insert(place).second && places.size() <= ZL_PLACES_TOLD)
         p ? zl_complain(l, *p, offset, text) : zl_complain(l, m.name, text);
 }

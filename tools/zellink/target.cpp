@@ -4,6 +4,7 @@
 #include "target.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 #include "zelobj.h"
@@ -163,6 +164,15 @@ std::string target_read(const std::string &path, const std::string &chip, target
 }
 
 static const char *const data_folders[] = {"/../zel/dat/", "/../dat/", "/../../zel/dat/"};
+
+std::string target_installation(const std::string &bin)
+{
+    std::error_code ignored;
+    for (const char *dat : data_folders)
+        if (const std::filesystem::path folder = bin + dat; std::filesystem::exists(folder, ignored))
+            return std::filesystem::canonical(folder / "..", ignored);
+    return "";
+}
 
 std::string target_file(const std::string &bin, const std::string &chip)
 {

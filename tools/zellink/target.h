@@ -44,6 +44,9 @@ struct target_t {
     sfr_bits_t status_low, status_high;              // tell which interrupts run
 };
 
+// The folder of the installation whose programs are in the directory `bin`; empty if there is none.
+std::string target_installation(const std::string &bin);
+
 // The chip of that name in the installation that has the directory `bin`, or in one file, in which its section may be found by
 // the end of its name. Gives back an error text, empty on success.
 std::string target_file(const std::string &bin, const std::string &chip);   // its path; empty if there is none

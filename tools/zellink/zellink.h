@@ -99,6 +99,7 @@ struct zl_options {
     std::string chip, output, format, map, chip_file;
     std::string output_name;   // what it will be known as
     std::vector<std::string> inputs;
+    std::string installation;                    // its folder, if known
     std::map<size_t, std::string> input_names;   // what some of them are known as, by index
     std::map<std::string, ranges_t> classes;     // bytes
     std::map<std::string, uint32_t> addresses;   // of psects, in bytes
@@ -120,7 +121,7 @@ struct zl_linker {
     std::map<std::string, zl_group> groups{};
     std::vector<zl_group *> order{};
     zl_symbols globals{};
-    std::deque<std::string> names{};       // of symbols that no object has
+    std::deque<std::string> names{};       // of symbols and files as no object has them
     std::map<uint8_t, ranges_t> used{};    // by zl_memory; in order, nothing touching
     std::map<uint32_t, zl_page> image{};   // by address / 256
     std::vector<const zl_piece *> left_out{};

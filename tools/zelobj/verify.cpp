@@ -53,9 +53,8 @@ struct checker {
 
     void check(const zo_ident &b)
     {
-        static const std::array<uint8_t, 6> order = {0, 1, 2, 3, 0, 1};
-        need(b.order == order, "strange byte order");
-        need(b.major == 3 && b.minor == 11, zo_format("format version %u.%u", b.major, b.minor));
+        need(b.order == ZO_ORDER, "strange byte order");
+        need(b.major == ZO_MAJOR && b.minor == ZO_MINOR, zo_format("format version %u.%u", b.major, b.minor));
     }
 
     void check(const zo_psect &b)

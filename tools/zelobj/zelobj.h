@@ -73,6 +73,9 @@ struct zo_ident {
     std::string chip;
     uint8_t major, minor;
 };
+constexpr uint32_t ZO_FILE_RELATIVE = 1;   // value of a file entry whose name begins at the installation
+constexpr std::array<uint8_t, 6> ZO_ORDER = {0, 1, 2, 3, 0, 1};
+constexpr uint8_t ZO_MAJOR = 3, ZO_MINOR = 11;   // of the format
 struct zo_psect {
     uint16_t flags;
     std::string name;

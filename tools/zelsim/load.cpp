@@ -171,6 +171,7 @@ static std::vector<std::string> load_objects(const load_request &request, progra
     std::vector<zl_message> messages;
     zl_options options;
     options.inputs = request.inputs;
+    options.installation = target_installation(request.bin);
     zl_read_inputs(options, sources, messages);
     std::string chip;
     if (messages.empty()) {
