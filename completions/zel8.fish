@@ -18,6 +18,15 @@ function __zel8_options
         }'
 end
 
+function __zel8_words
+    if test (count (commandline -opc)) = 1
+        echo header\t'the include file of a chip'
+    else if test (commandline -opc)[2] = header
+        zel8 --list-chips 2>/dev/null
+    end
+end
+
+complete -c zel8 -n 'not string match -q -- "-*" (commandline -ct)' -a '(__zel8_words)'
 for tool in aszel8 zel8 zellink zelobj zelrun zelsim
     complete -c $tool -n 'string match -q -- "-*" (commandline -ct)' -f -a '(__zel8_options)'
 end

@@ -61,9 +61,10 @@ done
 [ "$(offers --opt=debug,sp | tr '\n' ' ')" = "--opt=debug,space --opt=debug,speed " ] || complain "completion: lists"
 # Fish and zsh take the options out of the help.
 if command -v fish >/dev/null; then
-    got=$(fish -c "source $top/completions/zel8.fish; complete -C 'zellink --m'; complete -C 'zelrun --st'; complete -C 'zel8 -mcpu='" |
+    got=$(fish -c "source $top/completions/zel8.fish; complete -C 'zellink --m'; complete -C 'zelrun --st'; complete -C 'zel8 -mcpu='
+        complete -C 'zel8 hea'; complete -C 'zel8 header ZEL8K1'" |
         tr '\n\t' '  ')
     [ "$got" = "--map= tell what lies where --steps end after so many instructions, else 2000000 \
--mcpu=ZEL8K10 -mcpu=ZEL8K20 -mcpu=ZEL8K30 -mcpu=ZEL8K40 " ] || complain "fish: $got"
+-mcpu=ZEL8K10 -mcpu=ZEL8K20 -mcpu=ZEL8K30 -mcpu=ZEL8K40 header the include file of a chip ZEL8K10 " ] || complain "fish: $got"
 fi
 exit $failed

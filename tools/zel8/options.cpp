@@ -130,7 +130,7 @@ static const struct {
     {"-Wl,", BEHIND, [](z8_options &o, value_t v) { return split_words(o.linker, v); }},
     {"-w", BARE, [](z8_options &o, value_t) { o.silent = true; return std::string(); }},
     {"-MD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
-    {"-MMD", BARE, [](z8_options &o, value_t) { o.deps = true; return std::string(); }},
+    {"-MMD", BARE, [](z8_options &o, value_t) { o.deps = o.own_deps = true; return std::string(); }},
     {"-MP", BARE, [](z8_options &o, value_t) { o.phony = true; return std::string(); }},
     {"-MF", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.dep_file = v; return std::string(); }},
     {"-MT", BEHIND_OR_NEXT, [](z8_options &o, value_t v) { o.dep_target = v; return std::string(); }},

@@ -54,6 +54,7 @@ static struct {
     std::vector<output_t> outputs;
     std::string directory;   // for what is only read by another of the processes
     std::string standard_input;
+    std::string unlisted;   // how the words of a rule begin that it isn't to tell; empty: it tells all
     size_t units;
     sigset_t waited, before;
 } st;
@@ -188,7 +189,7 @@ static std::string take(int file)
 static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned most)
 {
     if (most == 0)
-        most = o.jobs ? o.jobs : std::max(1U, std::thread::hardware_concurrency());
+        most = o.jobs ? o.jobs : jobs.size() < 2 ? 1 : std::max(1U, std::thread::hardware_concurrency());
     for (job_t &job : jobs) {
         if (o.verbose || o.dry)
             show(job);
@@ -240,17 +241,33 @@ static std::vector<std::string> rule_words(const std::string &path)
     return words;
 }
 
-// Adds what the preprocessor has read. With -MP, each file but the source is a target without a rule, so that one which is gone
+// A name as a rule has it.
+static std::string in_rule(const std::string &name)
+{
+    std::string text;
+    for (const char c : name) {
+        if (std::string_view(" \t#:").find(c) != std::string_view::npos)
+            text += '\\';
+        else if (c == '$')
+            text += '$';
+        text += c;
+    }
+    return text;
+}
+
+// Adds what the preprocessor has read, and takes away what isn't to be told. With -MP, each file but the source is a target without a rule, so that one which is gone
 // ends no build.
 static bool finish_rule(const output_t &out, bool phony)
 {
-    if (!phony && out.more.empty())
+    if (!phony && out.more.empty() && st.unlisted.empty())
         return true;
     std::vector<std::string> words = rule_words(out.written);
     const std::vector<std::string> more = out.more.empty() ? words : rule_words(out.more);
     for (size_t i = 2; i < more.size(); i++)
         if (std::find(words.begin(), words.end(), more[i]) == words.end())
             words.push_back(more[i]);
+    if (!st.unlisted.empty())
+        std::erase_if(words, [](const std::string &word) { return word.starts_with(st.unlisted); });
     std::ofstream to(out.written);
     for (size_t i = 0; i < words.size(); i++)
         to << (i ? " \\\n " : "") << words[i];
@@ -463,6 +480,8 @@ static int run_all(const z8_options &o, const std::string &bin)
 {
     if (make_folder(o) != 0)
         return 1;
+    if (o.own_deps)
+        st.unlisted = in_rule(header_folder(bin) + "/");
     std::vector<unit_t> units;
     for (const z8_input &input : o.inputs)
         if (unit_t unit; input.kind != Z8_OBJECT) {

@@ -26,7 +26,7 @@ struct z8_options {
     int level = 0;   // of warnings that are shown
     unsigned jobs = 0;
     bool only_preprocess = false, only_assemble = false, text = false, only_check = false;
-    bool werror = false, silent = false, deps = false, phony = false, verbose = false, dry = false;
+    bool werror = false, silent = false, deps = false, own_deps = false, phony = false, verbose = false, dry = false;
     enum what_t { WORK, HELP, VERSION, CHIPS, DIRECTORIES, EXPLAIN, HEADER } what = WORK;
     bool links() const { return !only_preprocess && !only_assemble && !text && !only_check; }
 };

@@ -73,7 +73,8 @@ static std::string conflict(const zl_options &o)
     return !o.map.empty() && same_file(o.map, o.output) ? "program and map are the same file" : "";
 }
 
-static bool write_file(const std::string &path, const std::string &content)
+// `name` is what it is known as.
+static bool write_file(const std::string &path, const std::string &name, const std::string &content)
 {
     FILE *const f = fopen(path.c_str(), "wb");
     bool good = f && fwrite(content.data(), 1, content.size(), f) == content.size();
@@ -83,7 +84,7 @@ static bool write_file(const std::string &path, const std::string &content)
         reason = errno;
     }
     if (!good) {
-        fprintf(stderr, "zellink: error: can't write %s: %s\n", path.c_str(), strerror(reason));
+        fprintf(stderr, "zellink: error: can't write %s: %s\n", name.c_str(), strerror(reason));
         struct stat st {
         };
         if (f && stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode))   // half a program is none
@@ -163,10 +164,11 @@ int main(int argc, char **argv)
             return UNUSABLE;
         }
     const auto program = options.format == "bin" ? zl_binary : options.format == "elf" ? zl_elf : zl_hex;
-    if (!write_file(options.output, program(l)) || (!options.map.empty() && !write_file(options.map, zl_map(l))))
+    if (!write_file(options.output, options.output_name, program(l)) ||
+        (!options.map.empty() && !write_file(options.map, options.map, zl_map(l))))
         return UNUSABLE;
     for (const zl_listing &listing : listings)
-        if (!write_file(listing.path, listing.text))
+        if (!write_file(listing.path, listing.path, listing.text))
             return UNUSABLE;
     return told(stdout, ((options.quiet ? "" : zl_memory_table(l, false)) + report).c_str(), GOOD);
 }

@@ -3,6 +3,8 @@
 // It shares no code with the assembler, so that both have to understand a chip file in the same way for a program to run.
 #include "target.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -180,7 +182,7 @@ std::string target_file(const std::string &bin, const std::string &chip)
                       shared = family.starts_with('8') ? "zelc-8.ini" : "zelc.ini";
     for (const char *dat : data_folders)
         for (const std::string &file : {"ini/" + own, own, shared})
-            if (const std::string path = bin + dat + file; std::ifstream(path).good())
+            if (const std::string path = bin + dat + file; access(path.c_str(), R_OK) == 0)
                 return path;
     return "";
 }
