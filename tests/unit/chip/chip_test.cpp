@@ -5,7 +5,6 @@
 
 #include "../common/child.h"
 #include "chip/chipinfo.h"
-#include "chip/sfrs.h"
 #include "common/alert.h"
 #include "common/assertion.h"
 #include "env/catalogue.h"
@@ -19,14 +18,6 @@ static std::string zel8(const std::string &more = "", const std::string &name = 
            "SFRFLD=W0,FF3,0,1\n" +
            more;
 }
-// The same less the line of `key`.
-static std::string zel8_without(const std::string &key, const std::string &more = "")
-{
-    std::string text = zel8(more);
-    size_t at = text.find("\n" + key + "=") + 1;
-    return text.erase(at, text.find('\n', at) + 1 - at);
-}
-
 static std::string show(const memrange_t *list)
 {
     std::string text;
@@ -88,24 +79,6 @@ struct Chip : testing::Test {
     }
 };
 
-TEST_F(Chip, Sections)
-{
-    EXPECT_FALSE(load(zel8() + zel8("", "XZEL8T1"), "t1"));   // two names end in it
-    EXPECT_EQ(said, "(922) chip \"t1\" not present in chipinfo file \"f\"\n");
-    EXPECT_FALSE(load(zel8() + "[OTHER]\n", "T1"));   // ends right behind another header
-    EXPECT_FALSE(load(""));
-    EXPECT_EQ(said, "(920) empty chipinfo file\n");
-    listen([] { chipinfo_load("/dev/zero", "A"); });
-    EXPECT_EQ(said, "(919) too much text in chipinfo file \"/dev/zero\" at line 21846\n");
-    listen([&] { chipinfo_load(path("").c_str(), "A"); });
-    EXPECT_EQ(said, "(141) can't open chip info file \"\": Is a directory\n");
-    fails("[ ]\n[]\n", 1024, "syntax error", 2);
-    fails("[ZEL8T1]\nSFR=A,1,8\n", 1026, "missing architecture", 2);
-    fails(zel8_without("ARCH", "ARCH=ZEL8\n"), 1026, "missing architecture", 2);   // too late for RAMSIZE
-    fails("[ZEL8T1]\nARCH=ZEL9\n", 1025, "unknown architecture", 2);
-    fails("[ZEL8T1]\nARCH=ANY\n", 1015, "missing \"INTSRC\" specification", 2);   // of no family, but with vectors
-}
-
 TEST_F(Chip, LinesAndValues)
 {
     const std::string filler(3071 - 7, 'x');   // a line that fills the buffer goes on as a further line
@@ -127,20 +100,6 @@ TEST_F(Chip, LinesAndValues)
         fails(zel8(std::string("stackdepth=") + bad + "\n"), 1021, "syntax error reading \"STACKDEPTH\" value", 14);
     for (const char *bad : {"10", "20-10", "1-2,3", "x-y", ",", "0-10000000000000000"})
         fails(zel8(std::string("EXTMEM=") + bad + "\n"), 1022, "syntax error reading \"EXTMEM\" range", 14);
-}
-
-TEST_F(Chip, Counts)
-{
-    fails(zel8_without("BSRBITS", "[NEXT]\n"), 1015, "missing \"BSRBITS\" specification", 13);   // where the section ends
-    fails(zel8("EEPROM=10-20\n"), 1015, "missing \"EEADRBITS\" specification", 14);
-    EXPECT_TRUE(load(zel8("EEPROM=0-20\n"))) << said;   // only with both bounds non-zero
-    fails(zel8("USERIDMEM=1-2\nUSERIDMEM=3-4\n"), 1019, "duplicate \"USERIDMEM\" specification", 15);
-    fails(zel8("EXTMEM=1-2\nEXTMEM=1-2\nEXTMEM=1-2\n"), 1018,
-          "illegal number of \"EXTMEM\" specifications (3 found; 1 expected)", 16);
-    EXPECT_FALSE(load(zel8_without("COMMON", "COMMON=0-0,0-5F,60-7F\n")));
-    EXPECT_EQ(said, "(919) Too many COMMON RAM ranges defined for chip ZEL8T1 in chipinfo file \"f\" at line 13\n");
-    EXPECT_FALSE(load(zel8_without("COMMON", "COMMON=5-100000000\n")));   // 0 when it is cut
-    EXPECT_EQ(said, "(919) Invalid COMMON limits for chip ZEL8T1 in chipinfo file \"f\" at line 13\n");
 }
 
 TEST_F(Chip, Registers)
@@ -175,8 +134,6 @@ TEST_F(Chip, Registers)
     load(zel8("SFRFLD=A,FF2,0,1\n"));
     assertion_mode = 0;
     EXPECT_NE(said.find("(1502) assertion failure: sfr != NULL (chip.cpp:"), said.npos) << said;
-    fails(zel8("SFRFLD=W0,FF3,1,1\n[NEXT]\n"), 919, "invalid duplicate SFRFLD (W0) for chip ZEL8T1", 15);
-
     write_file(path("zel8t2.ini"), zel8("SFR=LENT,FF5,8\n", "ZEL8T2"));
     ci = load(zel8("ALIAS=ZEL8T2\n"));
     ASSERT_TRUE(ci) << said;
@@ -210,36 +167,6 @@ TEST_F(Chip, Maximise)
               "BANKSELBITS=2\nRAMBANK=20-7F,B0-EF\nCOMMON=70-7F\nCONFIG=400-400\nSFR=WREG,3,8\nSFRFLD=W,3,0,1\n");
     chip_maximise(ci);
     EXPECT_EQ(show(ci->c_rambank), "20-7F B0-EF 120-17F 1A0-1FF ");   // offsets 20 to 7F of a bank
-}
-
-// What is wrong with the core registers of a sample chip.
-static const char *fault_of_sample(const char *name)
-{
-    chipinfo_t *ci = chipinfo_load(nullptr, name);
-    chip_select(ci);
-    sfr_init(ci);
-    for (uint32_t id = SFR_TOSU; id < SFR_END; ++id) {
-        if (!chip_isSfrCommonAddr(sfr_addrOf(id)))
-            return "a core register is missing or outside the access bank";
-        if (sfr_idAt(sfr_addrOf(id)) != id)
-            return "two core registers share an address";
-    }
-    return "";
-}
-
-TEST_F(Chip, CoreRegisters)
-{
-    listen([] {});                                                          // readies the messages
-    for (const char *name : {"ZEL8K10", "zel8k20", "ZEL8K30", "ZEL8K40"})   // a process each: looked up once in a run
-        EXPECT_EQ(in_child([&] { fputs(fault_of_sample(name), stderr); }).text, "") << name;
-    // STATUS falls on WREG's slot of the table; BSR lies where WREG does, and the first of the list stays; PCL is missing.
-    chipinfo_t *ci = load(zel8("SFR=BSR,FF3,8\nSFR=STATUS,F73,8\n"));
-    EXPECT_EQ(in_child([&] {
-                  sfr_init(ci);
-                  fprintf(stderr, "%s %s %X %X%d", sfr_nameAt(0xFF3), sfr_nameAt(0xF73), sfr_addrOf(SFR_BSR),
-                          sfr_addrOf(SFR_END), sfr_nameAt(-1) != nullptr);
-              }).text,
-              "wreg status FF3 00");
 }
 
 static memrange_t *parse(const char *text)

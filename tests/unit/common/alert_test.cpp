@@ -47,25 +47,3 @@ TEST(Alert, CutsAndColumn)
               "main.as: 12: (0) " + wide.substr(0, 506) + "\n" + wide.substr(0, 8190) + "\n876" + wide.substr(0, 8187) +
                   "\n[f 12 4] syntax error\n");
 }
-
-TEST(Alert, OnceAndDisabled)
-{
-    EXPECT_EQ(reported(
-                  [] {
-                      alert_set_hook(hook);
-                      EXPECT_EQ(alert_once(337), 0);
-                      EXPECT_EQ(alert_set_level(-1), 0);
-                      EXPECT_EQ(alert_once(337), 1);   // the dropped call left no mark
-                      EXPECT_EQ(alert_once(337), 0);
-                      line = 13;
-                      EXPECT_EQ(alert_once_nl(1020, "a"), 1);
-                      EXPECT_EQ(alert_once(1020, "b"), 0);   // same number, file and line
-                      EXPECT_EQ(alert_msg(337), 1);
-                      alert_disable_list("4294967295,99999999999999999999,-1,296:off,4711:off");
-                      EXPECT_EQ(alert_msg(4711), 0);
-                      alert_msg(296);   // fatal ones are not silenced
-                  },
-                  "296 F end\n337 -1 low\n1020\t0\tunknown \"%s\"\n"),
-              "main.as: 12: (337) low (warning)\nNon line specific message: (1020) unknown \"a\" (warning)\n"
-              "main.as: 13: (337) low (warning)\nmain.as: 13: (296) end\n");
-}

@@ -51,18 +51,6 @@ TEST(Installation, Layouts)
         EXPECT_EQ(version(bin), "none") << bin;   // the first: <version> is zelas, and has no zel
 }
 
-TEST(Installation, OfTheBuildTree)
-{   // <build>/bin/<this program>, and <build>/zel is there
-    std::string exe = qvinst_exe_dir(), base = exe.substr(0, exe.rfind('/'));
-    EXPECT_EQ(qvinstdir(1), base);
-    EXPECT_EQ(reg_mkpath(REG_DAT, "x.ini"), base + "/zel/dat/x.ini");
-    EXPECT_EQ(reg_mkpath(REG_DOCS, "/x/y"), std::string("/x/y"));
-    EXPECT_TRUE(fileid_is_preprocessed(fileid("x.PRE")));
-    EXPECT_FALSE(fileid_is_preprocessed(fileid("pre")));
-    EXPECT_EQ(catalogue_path(), base + "/zel/dat/en_msgs.txt");
-    EXPECT_EQ(read_file(catalogue_path()), std::string(reinterpret_cast<const char *>(catalogue_text), catalogue_length));
-}
-
 [[noreturn]] static void stop(int status)
 {
     debug_finish();
@@ -109,14 +97,6 @@ TEST(DebugFile, Traces)
                                               "a_long_name_of_a_file.cpp:123>     two\n"
                                               "ALERT> QVDEBUG (warning): trace (at src.cpp:12) contains no lines\n"
                                               "src.cpp:15          > EXIT f() -> -1\n");
-}
-
-TEST(DebugFile, MissingInstallation)
-{   // a tool in "/bin"
-    scratch_dir_t dir;
-    const char *root, *version;
-    said(dir, [&] { debug_option("out:x.log,on"), qvinst_discover("/bin", &root, &version); });
-    EXPECT_NE(read_file(dir.path + "/x.log").find("The 'zel' directory could not be found: \"zel\""), std::string::npos);
 }
 
 static std::string unzip(const scratch_dir_t &dir, const std::string &options)

@@ -39,6 +39,9 @@ TEST_F(Optim, RulesOnMoves)
          "asmopt off / movlw 5 / asmopt on / movwf x / USED"},
         {"what mustn't change stays", "movlw 5 / movwf x / {asmopt off / |}movlw 5 / {asmopt on / |}USED"},
         {"a literal of the linker's", "movlw low(r) / movwf x / movlw low(r) / USED", "movlw low(r) / movwf x / USED"},
+        {"another part of it", "movlw low(r) / movwf x / movlw {high|low}(r) / USED"},
+        {"another place", "movlw low(r) / movwf x / movlw low(r{+1|}) / USED"},
+        {"another order", "movlw low(r)-low(s) / movwf x / movlw low({s|r})-low({r|s}) / USED"},
     };
     expect(peep_walk, rows);
 }
