@@ -1,7 +1,8 @@
 // The record is made in two walks. The first one, ahead of the optimiser, notes what it may take away. The second one, when all is
 // sized, has `encode` make each node's words, as the object file and the listing do, and lays them beside the line that the
 // node comes from. What the optimiser made comes from no line: a copy of a function goes to the call that it replaces, anything
-// else to the line that it took its place from, or else to the line of the node before it.
+// else to the line that it took its place from, or to the one of the node before it if
+// that has no place, or lies in the same expansion.
 //
 // Cycles are those of the simulator. A skip takes one more for each word that it passes over, as the words of an instruction
 // behind its first one do nothing, in a cycle each; a branch that is taken takes one more, and so does a write to PCL.
@@ -152,8 +153,13 @@ static uint32_t line_of(const op_t *op, uint32_t before)
     if (copy.line != 0)
         return line_at(copy);
     const op_more_t *more = op_more(op);
-    const uint32_t taken = more->op_lline != 0 && more->op_lfile ? line_at({more->op_lfile, more->op_lline}) : NO_LINE;
-    return taken != NO_LINE ? taken : before;
+    if (more->op_lline == 0 || !more->op_lfile)
+        return before;
+    const source_t taken = {more->op_lfile, more->op_lline};
+    if (before != NO_LINE && !shown_before(place_of(before), taken) && !shown_before(taken, place_of(before)))
+        return before;   // in the same expansion
+    const uint32_t line = line_at(taken);
+    return line != NO_LINE ? line : before;
 }
 
 // Cycles.
