@@ -17,6 +17,7 @@
 #include <string_view>
 #include <strings.h>
 #include <unistd.h>
+#include <vector>
 
 #include "chip/cfgdata.h"
 #include "code/oprows.h"
@@ -35,6 +36,7 @@
 #include "env/warnings.h"
 #include "front/diagnostics.h"
 #include "front/lexutil.h"
+#include "front/suggest.h"
 #include "options.h"
 
 constexpr const char *PRODUCT = "ZEL8 Assembler";
@@ -621,7 +623,28 @@ static void long_option(const char *arg)
             return;
         }
     }
+    std::vector<std::string> words;
+    for (const auto &row : long_rows)
+        words.push_back(std::string("--") + row.words);
+    const size_t name = strcspn(arg, "=");   // what stands behind it is no part of a word that is near
+    if (const std::string meant = suggest_word(std::string(arg, name) + (arg[name] ? "=" : ""), words).meant; !meant.empty())
+        alert_hint("did you mean \"%s\"?", meant.c_str());
     alert_msg(168, arg);
+}
+
+// How messages look is settled ahead of all that may bring one.
+static bool is_about_messages(const char *arg)
+{
+    return strncasecmp(arg, "--diagnostics=", 14) == 0 || strncasecmp(arg, "--color=", 8) == 0;
+}
+
+static void take_option(const char *arg)
+{
+    for (const auto &row : short_rows)
+        if (!row.letters || (arg[1] && strchr(row.letters, arg[1]))) {
+            row.take(arg);
+            return;
+        }
 }
 
 // The name with what follows its last dot replaced, wherever that dot stands; without a dot, with the extension behind it.
@@ -655,12 +678,10 @@ void cmdline_options(int argc, char **argv)
     asked.src_count = static_cast<uint32_t>(argc - i);
     for (; i < argc; i++)   // no output that an option names may be one of them
         guard_source(argv[i]);
-    for (i = 1; i < argc && argv[i][0] == '-'; i++)
-        for (const auto &row : short_rows)
-            if (!row.letters || (argv[i][1] && strchr(row.letters, argv[i][1]))) {
-                row.take(argv[i]);
-                break;
-            }
+    for (const bool now : {true, false})
+        for (i = 1; i < argc && argv[i][0] == '-'; i++)
+            if (is_about_messages(argv[i]) == now)
+                take_option(argv[i]);
     if (asked.src_count != 0)
         settle_names();
     asked.xinst_optimise = asked.optimise && asked.xinst;

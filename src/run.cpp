@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "annotate/annotation.h"
 #include "annotate/annotation_html.h"
@@ -28,14 +31,17 @@
 #include "common/alert.h"
 #include "common/fileguard.h"
 #include "common/srcpos.h"
+#include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/catalogue.h"
 #include "env/depfile.h"
 #include "env/html.h"
 #include "env/qvdebug.h"
+#include "env/registry.h"
 #include "front/cond.h"
 #include "front/diagnostics.h"
 #include "front/lexutil.h"
+#include "front/suggest.h"
 #include "front/statement.h"
 #include "optim/changes.h"
 #include "optim/changes_out.h"
@@ -62,10 +68,24 @@ static void cut_program_name(char *name)
         *last = 0;
 }
 
+static void hint_at_chip()
+{
+    std::vector<std::string> names;
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(reg_mkpath(REG_DAT, "ini"), error), end; !error && at != end;
+         at.increment(error))
+        if (const auto &path = at->path(); path.extension() == ".ini")
+            names.emplace_back(cache_upper(path.stem().c_str()));
+    if (const std::string meant = suggest_word(opt.chip_name, names).meant; !meant.empty())
+        alert_hint("did you mean \"%s\"?", meant.c_str());
+}
+
 static void load_chip()
 {
     if (!opt.chip_name)
         alert_msg(2042);
+    if (opt.chip_name && !opt.user_chipinfo_path && !chip_find_INI_path(opt.chip_name))
+        hint_at_chip();
     chipinfo_t *chip = chipinfo_load(opt.user_chipinfo_path, opt.chip_name);
     chip_select(chip);
     sfr_init(chip);

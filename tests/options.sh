@@ -5,6 +5,9 @@
 #     options.sh BIN SOURCES
 set -u
 bin=$(cd "$1" && pwd) && top=$(cd "$2" && pwd) || exit 1
+for tool in aszel8 zel8 zellink zelobj zelrun zelsim; do
+    [ -x "$bin/$tool" ] || { echo "no $tool in $bin" && exit 1; }
+done
 work=$(mktemp -d) && trap 'rm -rf "$work"' EXIT && cd "$work" || exit 1
 PATH=$bin:$PATH
 source "$top/completions/aszel8.bash"

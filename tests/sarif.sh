@@ -10,6 +10,8 @@ printf '\tmovlww\t3\nput\tmacro\n\tmovlw\t3 +\n\tendm\n\tput\n;\344\tx\n\tdw\tst
 [ $? = 1 ] || exit 1
 printf '\tnop\n' >c.as
 "$bin/aszel8" -mcpu=ZEL8K10 --diagnostics=sarif c.as 2>good || exit 1
+printf '\tmovlb\t9\n' >d.as
+"$bin/zel8" -mcpu=ZEL8K10 -fsyntax-only --diagnostics=sarif c.as d.as 2>two || exit 1
 python3 - "$top/tests/sarif.schema.json" <<'PYTHON'
 import json, sys
 from jsonschema import Draft4Validator
@@ -17,6 +19,9 @@ validator = Draft4Validator(json.load(open(sys.argv[1])))
 log, good = json.load(open('log')), json.load(open('good'))
 validator.validate(log)
 validator.validate(good)
+two = json.load(open('two'))
+validator.validate(two)
+assert [[rule['properties'] for rule in r['tool']['driver']['rules']] for r in two['runs']] == [[], [{'tags': ['bank']}]], two
 run, quiet = log['runs'][0], good['runs'][0]
 assert not run['invocations'][0]['executionSuccessful'] and quiet['invocations'][0]['executionSuccessful'] and not quiet['results']
 rules = [rule['id'] for rule in run['tool']['driver']['rules']]

@@ -118,10 +118,13 @@ static size_t rule_index(unsigned number)
     const std::string id = std::to_string(number);
     const auto found = std::find_if(st.rules.begin(), st.rules.end(), [&](const json &rule) { return rule["id"] == id; });
     const size_t index = static_cast<size_t>(found - st.rules.begin());
-    if (found == st.rules.end())
-        st.rules.push_back({{"id", id},
-                            {"shortDescription", {{"text", explanation_text(number)}}},
-                            {"help", {{"text", explanation(number)}, {"markdown", explanation_body(number)}}}});
+    if (found != st.rules.end())
+        return index;
+    st.rules.push_back({{"id", id},
+                        {"shortDescription", {{"text", explanation_text(number)}}},
+                        {"help", {{"text", explanation(number)}, {"markdown", explanation_body(number)}}}});
+    if (const char *group = warning_group(number))
+        st.rules[index]["properties"] = {{"tags", json::array({group})}};
     return index;
 }
 

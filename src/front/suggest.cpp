@@ -100,6 +100,14 @@ static suggestion_t as_suggestion(const search_t &s)
     return {std::string(s.word), std::string(s.found), s.best == 1 && !s.rivals};
 }
 
+suggestion_t suggest_word(std::string_view word, const std::vector<std::string> &known)
+{
+    search_t s = search_for(word, true);
+    for (const std::string &other : known)
+        offer(&s, other);
+    return as_suggestion(s);
+}
+
 suggestion_t suggest_file(std::string_view path, const std::vector<const char *> &folders)
 {
     namespace fs = std::filesystem;

@@ -11,6 +11,7 @@ struct suggestion_t {
 };
 // A file of the path's folder, below any of the folders. Never certain.
 suggestion_t suggest_file(std::string_view path, const std::vector<const char *> &folders);
+suggestion_t suggest_word(std::string_view word, const std::vector<std::string> &known);
 suggestion_t suggest_symbol(std::string_view word);   // a symbol of the program
 // For a line with a syntax error: the word of the language, or the macro, that the word in front of `at`, or the one there, was
 // probably meant to be, if the word itself is nothing.

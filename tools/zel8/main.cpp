@@ -24,6 +24,7 @@ static const char help_text[] =
     "  -Wall, -Wextra, -w      more warnings, all, none\n"
     "  -Werror                 warnings fail the run\n"
     "  -WGROUP, -Wno-GROUP, -Wno-N   a group of warnings; not that one; not message N\n"
+    "  --diagnostics=plain|rich|json|sarif, --color=auto|always|never   how messages look\n"
     "  -MD, -MMD, -MF FILE, -MT NAME, -MP   rules for Make beside the objects\n"
     "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
     "  -j N                    so many sources at a time\n"

@@ -90,6 +90,21 @@ static std::string optimise(z8_options &o, bool on, bool space)
     return "";
 }
 
+static std::string set_messages(z8_options &o, value_t form)
+{
+    o.messages = form;
+    o.assembler.push_back("--diagnostics=" + form);
+    const bool known = form == "plain" || form == "rich" || form == "json" || form == "sarif";
+    return known ? "" : "--diagnostics=" + form + ": the forms are plain, rich, json and sarif";
+}
+
+static std::string set_color(z8_options &o, value_t when)
+{
+    o.assembler.push_back("--color=" + when);
+    const bool known = when == "auto" || when == "always" || when == "never";
+    return known ? "" : "--color=" + when + ": it is auto, always or never";
+}
+
 static std::string explain(z8_options &o, value_t number)
 {
     o.what = z8_options::EXPLAIN;
@@ -137,6 +152,8 @@ static const struct {
     {"-j", BEHIND_OR_NEXT, set_jobs},
     {"-v", BARE, [](z8_options &o, value_t) { o.verbose = true; return std::string(); }},
     {"-###", BARE, [](z8_options &o, value_t) { o.dry = true; return std::string(); }},
+    {"--diagnostics=", BEHIND, set_messages},
+    {"--color=", BEHIND, set_color},
     {"--explain", BEHIND_OR_NEXT, explain},
     {"--help", BARE, [](z8_options &o, value_t) { o.what = z8_options::HELP; return std::string(); }},
     {"--version", BARE, [](z8_options &o, value_t) { o.what = z8_options::VERSION; return std::string(); }},

@@ -214,11 +214,15 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
         reap(jobs, running);
     }
     bool good = true;
+    std::vector<std::string> texts;
     for (job_t &job : jobs) {
-        if (const std::string text = job.log >= 0 ? take(job.log) : ""; !text.empty())
-            fwrite(text.data(), 1, text.size(), stderr);
+        texts.push_back(job.log >= 0 ? take(job.log) : "");
         good = good && !job.failed;
     }
+    if (o.messages == "sarif" && texts.size() > 1)
+        texts = {z8_join_logs(texts)};
+    for (const std::string &text : texts)
+        fwrite(text.data(), 1, text.size(), stderr);
     return good;
 }
 
@@ -412,6 +416,24 @@ static int only_preprocess(const z8_options &o, const std::string &bin, std::vec
     return preprocess(o, bin, units) ? 0 : 1;
 }
 
+// What the assembler decides by its standard error, where that is kept and shown in turn. A form for programs, which words for
+// the assembler or the environment ask for, comes ahead of it.
+static void add_terminal_words(const z8_options &o, std::vector<std::string> &words)
+{
+    if (!isatty(STDERR_FILENO))
+        return;
+    bool formatted = false;
+    for (const std::string &word : o.assembler)
+        formatted |= word.starts_with("-E") || word.starts_with("-e");
+    for (const char *variable : {"OST_ERR_FORMAT", "OST_WARN_FORMAT", "OST_MSG_FORMAT"})
+        formatted |= getenv(variable) != nullptr;
+    if (!formatted)
+        words.push_back("--diagnostics=rich");
+    const char *none = getenv("NO_COLOR"), *terminal = getenv("TERM");
+    if (!(none && *none) && terminal && std::string_view(terminal) != "dumb")
+        words.push_back("--color=always");
+}
+
 static bool assemble(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
 {
     std::vector<std::string> words{bin + "/aszel8", "-mcpu=" + o.chip,
@@ -423,6 +445,8 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
         words.push_back("-A");
     for (const auto &[name, value] : o.defines)
         words.push_back("--define=" + name + value);
+    if (units.size() > 1)
+        add_terminal_words(o, words);
     std::vector<job_t> jobs;
     for (const unit_t &unit : units) {
         job_t job;

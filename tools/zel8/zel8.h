@@ -23,7 +23,8 @@ struct z8_options {
     std::vector<std::string> undefines;
     std::vector<std::pair<std::string, std::string>> defines;   // name, and the value behind `=`, which is kept
     std::string dep_file, dep_target;
-    int level = 0;   // of warnings that are shown
+    std::string messages;   // how they look, as --diagnostics= says; "": as the assembler decides
+    int level = 0;          // of warnings that are shown
     unsigned jobs = 0;
     bool only_preprocess = false, only_assemble = false, text = false, only_check = false;
     bool werror = false, silent = false, deps = false, own_deps = false, phony = false, verbose = false, dry = false;
@@ -37,6 +38,9 @@ std::string z8_parse(const std::vector<std::string> &arguments, z8_options &o);
 int z8_run(const z8_options &o, const std::string &bin);
 // "; did you mean X?" with the nearest of the words, or nothing if none is near.
 std::string z8_meant(const std::string &word, const std::vector<std::string> &words);
+
+// Several SARIF logs as one. What is none comes first, as it is.
+std::string z8_join_logs(const std::vector<std::string> &texts);
 
 // chip
 std::string z8_chip_list(const std::string &data);   // the names of those that the installation knows, a line each
