@@ -152,10 +152,9 @@ static uint32_t line_of(const op_t *op, uint32_t before)
     const source_t copy = changes_copy_of(op);
     if (copy.line != 0)
         return line_at(copy);
-    const op_more_t *more = op_more(op);
-    if (more->op_lline == 0 || !more->op_lfile)
+    if (op_line(op) == 0 || !op_file(op))
         return before;
-    const source_t taken = {more->op_lfile, more->op_lline};
+    const source_t taken = {op_file(op), op_line(op)};
     if (before != NO_LINE && !shown_before(place_of(before), taken) && !shown_before(taken, place_of(before)))
         return before;   // in the same expansion
     const uint32_t line = line_at(taken);

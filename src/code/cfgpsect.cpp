@@ -18,6 +18,7 @@
 #include "chip/cfgdata.h"
 #include "chip/chip.h"
 #include "chip/config.h"
+#include "code/data.h"
 #include "code/list.h"
 #include "code/ops.h"
 #include "common/alert.h"
@@ -110,8 +111,7 @@ static void write_location(uint64_t address, uint64_t mask, uint64_t value, cons
     org->op_opnd1.opnd_kind = OPND_LIT;
     op_t *db = append(list, T_DB);
     db->op_subop = mask < 256 ? 1 : 2;
-    db->op_data = xnew<data_item_t>();
-    db->op_data->value = value_const(static_cast<int64_t>(value));
+    db->op_data = data_number(static_cast<int64_t>(value));
 }
 
 // Comments on the settings of a word.

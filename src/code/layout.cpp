@@ -25,6 +25,7 @@
 #include <array>
 
 #include "chip/chip.h"
+#include "code/data.h"
 #include "code/ops.h"
 #include "common/alert.h"
 #include "common/assertion.h"
@@ -164,13 +165,7 @@ unsigned data_item_width(const op_t *op)
     return op->op_subop > delta ? op->op_subop : delta;
 }
 
-static uint64_t size_db(const op_t *op, uint64_t)
-{
-    uint64_t items = 0;
-    for (const data_item_t *d = op->op_data; d; d = d->next)
-        items++;
-    return items * data_item_width(op);
-}
+static uint64_t size_db(const op_t *op, uint64_t) { return data_count(op) * data_item_width(op); }
 
 uint64_t units_to_bytes(units_t units)
 {

@@ -31,6 +31,7 @@ static struct {
 } st;
 
 op_more_t **op_more_blocks;
+const op_extra_t op_no_extra = {};
 bool skip_at_end;
 
 static uint32_t new_more()
@@ -71,7 +72,10 @@ static op_t *unused_node()
         const uint32_t more = op->op_more_at;
         *op = {};
         op->op_more_at = more;
-        *op_more(op) = {};
+        op_extra_t *extra = op_more(op)->extra;
+        if (extra)
+            *extra = {};
+        *op_more(op) = {.line = 0, .source_line = 0, .file = nullptr, .source_file = nullptr, .extra = extra};
         return op;
     }
     if (st.nodes_left == 0) {
@@ -83,35 +87,59 @@ static op_t *unused_node()
     return op;
 }
 
-void op_note_position(op_t *op)
+op_extra_t *op_extra_make(op_t *op)
 {
-    op_more(op)->op_lline = static_cast<uint64_t>(srcpos.cur_line);
-    op_more(op)->op_lfile = srcpos.cur_file;
+    op_extra_t *&extra = op_more(op)->extra;
+    if (!extra)
+        extra = xnew<op_extra_t>();
+    return extra;
 }
+
+void op_set_remark(op_t *op, const char *text)
+{
+    if (text != op_remark(op))
+        op_extra_make(op)->remark = text;
+}
+
+void op_set_refs(op_t *op, vec_t<op_t *> refs)
+{
+    if (refs.raw != op_refs(op).raw)
+        op_extra_make(op)->refs = refs;
+}
+
+uint32_t op_wide_line(op_t *op, uint64_t line)
+{
+    op_extra_make(op)->line = line;
+    return WIDE_LINE;
+}
+
+uint32_t op_wide_source_line(op_t *op, uint64_t line)
+{
+    op_extra_make(op)->source_line = line;
+    return WIDE_LINE;
+}
+
+void op_note_position(op_t *op) { op_set_place(op, srcpos.cur_file, static_cast<uint64_t>(srcpos.cur_line)); }
 
 op_t *op_new()
 {
     op_t *op = unused_node();
-    op_more_t *more = op_more(op);
     op_note_position(op);
-    if (srcpos.src_line != 0) {
-        more->op_line = static_cast<uint64_t>(srcpos.src_line);
-        more->op_file = srcpos.src_file;
-    } else if (opt.line_records) {
-        more->op_line = more->op_lline;
-        more->op_file = srcpos.cur_file;
+    if (srcpos.src_line != 0)
+        op_set_source_line(op, srcpos.src_file, static_cast<uint64_t>(srcpos.src_line));
+    else if (opt.line_records)
+        op_set_source_line(op, op_file(op), op_line(op));
+    if (st.pending_comments) {
+        op_extra_make(op)->comments = st.pending_comments;
+        st.pending_comments = {};
     }
-    more->op_comment = st.pending_comments;
-    st.pending_comments = {};
     if (srcpos.line_volatile)
         op->op_flags |= OPF_VOLATILE;
     if (srcpos.line_volsfr)
         op->op_flags |= OPF_VOLATILE | OPF_NOOPT;
     if (srcpos.line_compiled) {
         op->op_flags |= OPF_COMPILED;
-        more->op_lline = more->op_line;
-        if (more->op_file)
-            more->op_lfile = more->op_file;
+        op_set_place(op, op_source_file(op) ? op_source_file(op) : op_file(op), op_source_line(op));
     }
     op->op_id = ++st.last_id;
     return op;
@@ -135,9 +163,8 @@ void op_link_after(op_t *where, op_t *node)
 op_t *op_insert_after(op_t *where, op_t *node)
 {
     op_link_after(where, node);
-    if (!op_more(node)->op_file && !(opt.list_enabled && !opt.optimise)) {
+    if (!op_source_file(node) && !(opt.list_enabled && !opt.optimise))
         op_take_source_line(node, where);
-    }
     return node;
 }
 
@@ -160,7 +187,7 @@ int op_delete(op_t *node)
     op_t *target = op_target(node);
     if (target)
         op_remove_ref(node, target);
-    if (op_more(node)->op_comment && node->op_next) {
+    if (op_comments_any(node) && node->op_next) {
         op_comments_append(node, node->op_next);
         op_comments_free(node);
     }
@@ -325,8 +352,8 @@ op_t *op_target(const op_t *node)
 
 void op_set_position(const op_t *node)
 {
-    srcpos.cur_file = op_more(node)->op_lfile ? op_more(node)->op_lfile : "";
-    srcpos.cur_line = static_cast<int64_t>(op_more(node)->op_lline);
+    srcpos.cur_file = op_file(node) ? op_file(node) : "";
+    srcpos.cur_line = static_cast<int64_t>(op_line(node));
 }
 
 // References.
@@ -340,7 +367,7 @@ static void note_ref_at(op_t *ref, uint32_t at)
 
 void op_add_new_ref(op_t *ref, op_t *label_node)
 {
-    vec_t<op_t *> &refs = op_more(label_node)->op_refs;
+    vec_t<op_t *> &refs = op_extra_make(label_node)->refs;
     if (!refs)
         refs = vec_make<op_t *>(4);
     note_ref_at(ref, vec_size(refs));
@@ -349,7 +376,7 @@ void op_add_new_ref(op_t *ref, op_t *label_node)
 
 void op_add_ref(op_t *ref, op_t *label_node)
 {
-    const vec_t<op_t *> refs = op_more(label_node)->op_refs;
+    const vec_t<op_t *> refs = op_refs(label_node);
     if (!refs || vec_indexOf(refs, ref) < 0)
         op_add_new_ref(ref, label_node);
 }
@@ -358,7 +385,7 @@ void op_add_ref(op_t *ref, op_t *label_node)
 // counts for nothing, so that the last one takes the place.
 void op_remove_ref(op_t *ref, op_t *label_node)
 {
-    const vec_t<op_t *> refs = op_more(label_node)->op_refs;
+    const vec_t<op_t *> refs = op_refs(label_node);
     const uint32_t count = vec_size(refs);
     if (count == 0)
         return;
@@ -392,7 +419,7 @@ void list_renew_refs(symbol_t *psect)
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op->op_type != T_NAME)
             continue;
-        const vec_t<op_t *> refs = op_more(op)->op_refs;
+        const vec_t<op_t *> refs = op_refs(op);
         uint32_t kept = 0;
         for (op_t *ref : refs)
             if (ref->op_psect != psect)
@@ -409,8 +436,8 @@ void list_clear_refs(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op))
         if (op->op_type == T_NAME) {
-            if (op_more(op)->op_refs)
-                vec_removeAll(op_more(op)->op_refs);
+            if (op_refs(op))
+                vec_removeAll(op_refs(op));
             if (op->op_sym)
                 op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
         }
@@ -427,6 +454,13 @@ static FILE *open_summary()
     return file;
 }
 
+static bool comments_are_printed() { return opt.asm_output || opt.list_enabled; }
+
+bool op_keeps_remark(const char *text, size_t len)
+{
+    return comments_are_printed() || opt.optimise || (len >= 2 && text[0] == ';' && text[1] == '#');
+}
+
 void op_comment_add(const char *text, size_t len)
 {
     if (len >= 2 && text[0] == ';' && text[1] == '!') {
@@ -436,6 +470,8 @@ void op_comment_add(const char *text, size_t len)
         putc('\n', st.summary_comments);
         return;
     }
+    if (!comments_are_printed())
+        return;
     if (!st.pending_comments) {
         st.pending_comments = vec_make<const char *>(4);
         vec_add(st.pending_comments, "\n");   // a blank line before the block
@@ -483,34 +519,37 @@ void op_comments_copy(op_t *dst, const op_t *src)
 {
     ASSERTION(dst != nullptr, "dst != NULL");
     ASSERTION(src != nullptr, "src != NULL");
-    if (!op_more(src)->op_comment)
+    if (!op_comments_any(src))
         return;
     op_comments_free(dst);
-    op_more(dst)->op_comment = vec_copy(op_more(src)->op_comment);
+    op_extra_make(dst)->comments = vec_copy(op_comments(src));
 }
 
 void op_comments_append(const op_t *src, op_t *dst)
 {
     ASSERTION(src != nullptr, "src != NULL");
     ASSERTION(dst != nullptr, "dst != NULL");
-    if (!op_more(src)->op_comment)
+    if (!op_comments_any(src))
         return;
-    if (!op_more(dst)->op_comment)
-        op_more(dst)->op_comment = vec_make<const char *>(4);
-    vec_addAll(op_more(dst)->op_comment.raw, op_more(src)->op_comment.raw);
+    vec_t<const char *> &to = op_extra_make(dst)->comments;
+    if (!to)
+        to = vec_make<const char *>(4);
+    vec_addAll(to.raw, op_comments(src).raw);
 }
 
 void op_comments_free(op_t *node)
 {
     ASSERTION(node != nullptr, "np != NULL");
-    vec_destroy(op_more(node)->op_comment.raw);
-    op_more(node)->op_comment = {};
+    if (!op_comments_any(node))
+        return;
+    vec_destroy(op_comments(node).raw);
+    op_extra_make(node)->comments = {};
 }
 
 void op_comments_each(const op_t *node, void (*fn)(const char *text))
 {
     ASSERTION(node != nullptr, "np != NULL");
     ASSERTION(fn != nullptr, "fp != NULL");
-    for (const char *text : op_more(node)->op_comment)
+    for (const char *text : op_comments(node))
         fn(text);
 }

@@ -35,14 +35,11 @@ enum : uint32_t {
 };
 
 struct pa_node_t;
-
-struct data_item_t {
-    data_item_t *next;
-    value_t value;
-};
+struct data_run_t;
 
 // Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node is two
-// lines of the cache: what walks along a list look at, and the operands. The rest is kept apart, see op_more.
+// lines of the cache: what walks along a list look at, and the operands. What is asked of each node now and then, its places,
+// lies apart, see op_more, and what few nodes have, apart from that, see op_extra. Items of data are packed, see data.
 struct alignas(64) op_t {
     token_t op_type;      // the statement's kind; T_NONE only in sentinels
     dest_t op_dest;       // DEST_F or DEST_W
@@ -54,14 +51,14 @@ struct alignas(64) op_t {
     uint32_t op_more_at;       // where the rest is
     op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
     symbol_t *op_psect;
-    union {                     // by kind:
-        uint64_t op_bytes;      // ALIGN
-        units_t op_units;       // ORG
-        symbol_t *op_sym;       // NAME
-        const char *op_text;    // MESSG, TITLE, INCLUDE
-        uint64_t op_tlab;       // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
-        data_item_t *op_data;   // DB
-        uint64_t op_ref_at;     // jumps and calls: where they stand in op_refs of their label, if they still do
+    union {                    // by kind:
+        uint64_t op_bytes;     // ALIGN
+        units_t op_units;      // ORG
+        symbol_t *op_sym;      // NAME
+        const char *op_text;   // MESSG, TITLE, INCLUDE
+        uint64_t op_tlab;      // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
+        data_run_t *op_data;   // DB: its items, see data
+        uint64_t op_ref_at;    // jumps and calls: where they stand in op_refs of their label, if they still do
     };
     union {                  // scratch of the optimiser's modules:
         uint64_t op_order;   // grows along the list, with gaps
@@ -72,20 +69,45 @@ struct alignas(64) op_t {
 };
 static_assert(sizeof(op_t) == 128);
 
-// What is asked of a node now and then.
-struct op_more_t {
-    uint64_t op_lline;                // line for messages about this node
-    uint64_t op_line;                 // source line for debuggers; 0 unknown
-    const char *op_lfile;             // file of op_lline
-    const char *op_file;              // file of op_line; may be null
-    vec_t<const char *> op_comment;   // whole-line comments before the statement; null, or not empty
-    const char *op_remark;            // comment behind the statement
-    vec_t<op_t *> op_refs;            // of a label: the nodes that lead to it; null unless built
-    uint32_t op_callstack;
+// What few nodes have; made when the first of it comes.
+struct op_extra_t {
+    vec_t<const char *> comments;   // whole-line comments before the statement; null, or not empty
+    const char *remark;             // comment behind the statement
+    vec_t<op_t *> refs;             // of a label: the nodes that lead to it; null unless built
+    uint64_t line, source_line;     // where op_more_t has WIDE_LINE
+    uint32_t callstack;
 };
+
+// What is asked of a node now and then: its two places.
+struct op_more_t {
+    uint32_t line;             // for messages about this node
+    uint32_t source_line;      // for debuggers; 0 unknown
+    const char *file;          // of `line`
+    const char *source_file;   // may be null
+    op_extra_t *extra;         // null: it has nothing of that
+};
+enum : uint32_t {
+    WIDE_LINE = UINT32_MAX
+};                                    // a directive told a line that takes more than 32 bits: it is in the extra record
 enum : uint32_t { OP_BLOCK = 256 };   // nodes, and op_more_t records, are made by so many
 extern op_more_t **op_more_blocks;
 inline op_more_t *op_more(const op_t *op) { return &op_more_blocks[op->op_more_at / OP_BLOCK][op->op_more_at % OP_BLOCK]; }
+
+extern const op_extra_t op_no_extra;
+inline const op_extra_t *op_extra(const op_t *op) { return op_more(op)->extra ? op_more(op)->extra : &op_no_extra; }
+op_extra_t *op_extra_make(op_t *op);   // to write to
+
+inline const char *op_remark(const op_t *op) { return op_extra(op)->remark; }
+void op_set_remark(op_t *op, const char *text);
+inline vec_t<const char *> op_comments(const op_t *op) { return op_extra(op)->comments; }
+inline vec_t<op_t *> op_refs(const op_t *op) { return op_extra(op)->refs; }
+void op_set_refs(op_t *op, vec_t<op_t *> refs);
+inline uint32_t op_callstack(const op_t *op) { return op_extra(op)->callstack; }
+inline void op_set_callstack(op_t *op, uint32_t depth)
+{
+    if (depth != op_callstack(op))
+        op_extra_make(op)->callstack = depth;
+}
 
 struct code_list_t {
     symbol_t *psect;
@@ -137,17 +159,40 @@ op_t *op_target(const op_t *node);        // where a jump, call or skip leads, o
 void op_set_position(const op_t *node);   // messages show the node's position from now on
 void op_note_position(op_t *node);        // messages about the node will show the present position
 
-// `node` gets the place of `from` for messages, or its source line for debuggers.
-inline void op_take_position(op_t *node, const op_t *from)
+// The place for messages, and the source line for debuggers: 0 is unknown, and the file may be null.
+inline const char *op_file(const op_t *op) { return op_more(op)->file; }
+inline uint64_t op_line(const op_t *op) { return op_more(op)->line != WIDE_LINE ? op_more(op)->line : op_extra(op)->line; }
+inline const char *op_source_file(const op_t *op) { return op_more(op)->source_file; }
+inline uint64_t op_source_line(const op_t *op)
 {
-    op_more(node)->op_lfile = op_more(from)->op_lfile;
-    op_more(node)->op_lline = op_more(from)->op_lline;
+    return op_more(op)->source_line != WIDE_LINE ? op_more(op)->source_line : op_extra(op)->source_line;
 }
+uint32_t op_wide_line(op_t *op, uint64_t line);          // keeps a line that is too high for its place;
+uint32_t op_wide_source_line(op_t *op, uint64_t line);   // WIDE_LINE
+inline void op_set_place(op_t *op, const char *file, uint64_t line)
+{
+    op_more_t *more = op_more(op);
+    more->file = file;
+    more->line = line < WIDE_LINE ? static_cast<uint32_t>(line) : op_wide_line(op, line);
+}
+inline void op_set_source_line(op_t *op, const char *file, uint64_t line)
+{
+    op_more_t *more = op_more(op);
+    more->source_file = file;
+    more->source_line = line < WIDE_LINE ? static_cast<uint32_t>(line) : op_wide_source_line(op, line);
+}
+
+// `node` gets the place of `from` for messages, or its source line for debuggers.
+inline void op_take_position(op_t *node, const op_t *from) { op_set_place(node, op_file(from), op_line(from)); }
 inline void op_take_source_line(op_t *node, const op_t *from)
 {
-    op_more(node)->op_file = op_more(from)->op_file;
-    op_more(node)->op_line = op_more(from)->op_line;
+    op_more_t *to = op_more(node);
+    to->source_file = op_more(from)->source_file;
+    to->source_line = op_more(from)->source_line;
+    if (to->source_line == WIDE_LINE)
+        op_wide_source_line(node, op_source_line(from));
 }
+inline void op_drop_source_line(op_t *node) { op_set_source_line(node, nullptr, 0); }
 
 // Reference lists. They are complete when those of all psects have been cleared and then built; op_delete keeps them true.
 // Building enters what the psect's nodes refer to, and marks its global labels with S_DEFHERE. It doesn't look whether
@@ -159,7 +204,10 @@ void op_add_ref(op_t *ref, op_t *label_node);       // nothing happens if it is 
 void op_add_new_ref(op_t *ref, op_t *label_node);   // one that isn't; thousands may lead to one label
 void op_remove_ref(op_t *ref, op_t *label_node);
 
-// Comments. `text` runs for `len` characters; it is copied. One that begins ";!" is a summary comment and belongs to the
+// Comments. They are kept where they may come to be printed, and remarks also where the optimiser reads them, or they are
+// the mark of a line that a compiler wrote.
+bool op_keeps_remark(const char *text, size_t len);
+// `text` runs for `len` characters; it is copied. One that begins ";!" is a summary comment and belongs to the
 // whole program; any other waits for the next node.
 void op_comment_add(const char *text, size_t len);   // message 141
 void pending_comments_free();
@@ -171,4 +219,4 @@ void op_comments_copy(op_t *dst, const op_t *src);   // replaces those of dst, i
 void op_comments_append(const op_t *src, op_t *dst);
 void op_comments_free(op_t *node);
 void op_comments_each(const op_t *node, void (*fn)(const char *text));
-inline bool op_comments_any(const op_t *node) { return static_cast<bool>(op_more(node)->op_comment); }
+inline bool op_comments_any(const op_t *node) { return static_cast<bool>(op_comments(node)); }

@@ -7,6 +7,7 @@
 // position.
 #include "code/tlab.h"
 
+#include "code/data.h"
 #include "code/list.h"
 #include "code/ops.h"
 #include "common/alert.h"
@@ -149,8 +150,7 @@ void tlab_to_labels()
             } else if (st.used) {
                 refer_to_labels(&op->op_opnd1.opnd_value);
                 refer_to_labels(&op->op_opnd2.opnd_value);
-                for (data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
-                    refer_to_labels(&item->value);
+                data_each_value(op, refer_to_labels);
             }
         }
 }

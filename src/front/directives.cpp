@@ -10,6 +10,7 @@
 #include "front/directives.h"
 
 #include "chip/config.h"
+#include "code/data.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
@@ -61,18 +62,16 @@ static bool d_endif(uint16_t)
 
 static bool d_db(uint16_t width)
 {
-    data_item_t *first = nullptr, **link = &first;
+    data_begin();
     do {
         value_t v;
         if (!parse_expr(&v))
             return false;
-        *link = xnew<data_item_t>();
-        (*link)->value = v;
-        link = &(*link)->next;
+        data_add(&v);
     } while (accept(T_COMMA));
     op_t *op = stmt_new_op(T_DB);
     op->op_subop = width;
-    op->op_data = first;
+    op->op_data = data_end();
     return true;
 }
 

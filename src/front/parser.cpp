@@ -210,11 +210,12 @@ op_t *stmt_new_op(token_t type)
     if (srcpos.line_follows)
         srcpos.src_line = srcpos.phys_line;
     op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
-    if (opt.xinst_optimise && !op_more(op)->op_file)
+    if (opt.xinst_optimise && !op_source_file(op))
         op_take_source_line(op, op->op_prev);   // also where the listing is to show the program as it was written
     op->op_type = type;
     op->op_flags |= parse_state.stmt_flags;
-    op_more(op)->op_callstack = parse_state.callstack_depth;
+    if (parse_state.callstack_depth)
+        op_set_callstack(op, parse_state.callstack_depth);
     parse_state.last_op = op;
     return op;
 }
@@ -250,7 +251,7 @@ static const op_t *definition_of(const symbol_t *s)
 void parse_note_definition(const symbol_t *s)
 {
     if (const op_t *op = definition_of(s))
-        parse_note_first(s->s_name, op_more(op)->op_lfile, static_cast<int64_t>(op_more(op)->op_lline));
+        parse_note_first(s->s_name, op_file(op), static_cast<int64_t>(op_line(op)));
 }
 
 void parse_defined_twice(const symbol_t *s)

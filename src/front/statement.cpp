@@ -45,8 +45,8 @@ static bool parse_end_of_statement(stmt_end_t end)
     if (token == T_COMMENT) {
         if (end == END_CONTROL)
             op_comment_add(yylval.str, yylval.str_len);
-        else if (parse_state.last_op)
-            op_more(parse_state.last_op)->op_remark = xstrndup(yylval.str, yylval.str_len);
+        else if (parse_state.last_op && op_keeps_remark(yylval.str, yylval.str_len))
+            op_set_remark(parse_state.last_op, xstrndup(yylval.str, yylval.str_len));
     } else if (token != T_EOL) {
         return syntax_error("the end of the statement");
     }

@@ -102,10 +102,9 @@ static int64_t size_of(const op_t *op)
 // A node that was made has no line of its own and takes that of the one before.
 static source_t source_of(const op_t *op)
 {
-    while (op->op_type != 0 && op_more(op)->op_lline == 0)
+    while (op->op_type != 0 && op_line(op) == 0)
         op = op->op_prev;
-    const op_more_t *more = op_more(op);
-    return {more->op_lfile ? more->op_lfile : "", more->op_lline};
+    return {op_file(op) ? op_file(op) : "", op_line(op)};
 }
 
 source_t changes_copy_of(const op_t *op)
@@ -143,7 +142,7 @@ static note_t *note_of(const op_t *op)
 void changes_note(op_t *op, change_how_t how)
 {
     const bool label = op->op_type == T_NAME;
-    if (!st.rule || op->op_type == 0 || (label ? op_more(op)->op_lline == 0 : op_is_silent(op)))
+    if (!st.rule || op->op_type == 0 || (label ? op_line(op) == 0 : op_is_silent(op)))
         return;   // a label without a place is one that the optimiser made
     if (note_t *known = note_of(op)) {
         known->how |= how;

@@ -182,7 +182,8 @@ static effect_t made_of(unsigned uses, unsigned kills) { return {static_cast<uin
 // Of a node without a file operand.
 static effect_t plain_effect(const op_t *op, bool sure, unsigned uses, unsigned kills)
 {
-    if (sure && op_is_return(op) && op_more(op)->op_remark && strcmp(op_more(op)->op_remark, ";funcret") == 0)
+    const char *remark = op_remark(op);
+    if (sure && op_is_return(op) && remark && strcmp(remark, ";funcret") == 0)
         kills |= Z;
     if (effect_returns_keep_n && op_is_return(op))
         kills &= ~static_cast<unsigned>(N);

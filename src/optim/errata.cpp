@@ -9,7 +9,7 @@
 // distance counts, such as the arms of a table: there a target goes without.
 #include "optim/errata.h"
 
-#include "common/xalloc.h"
+#include "code/data.h"
 #include "optim/changes.h"
 #include "optim/edit.h"
 #include "optim/node.h"
@@ -25,9 +25,8 @@ static op_t *new_nop()
     op->op_type = T_DB;
     op->op_subop = 2;
     op->op_flags |= OPF_MARK;
-    op->op_data = xnew<data_item_t>();
-    op->op_data->value = value_const(NOP_WORD);
-    op_more(op)->op_remark = "; assembler added errata NOP";
+    op->op_data = data_number(NOP_WORD);
+    op_set_remark(op, "; assembler added errata NOP");
     return op;
 }
 
@@ -131,7 +130,7 @@ static void errata_psect(symbol_t *psect)
             break;
         }
         case T_NAME:
-            if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op_more(op)->op_refs) == 0) {
+            if ((op->op_sym->s_flags & S_GLOBAL) && vec_size(op_refs(op)) == 0) {
                 if (op->op_next->op_type == 0)
                     return;
                 op_t *at = skip_definitions(op->op_next);

@@ -83,7 +83,7 @@ static bool only_way_in(const op_t *c, const op_t *arm)
     for (const op_t *op = arm->op_prev; op->op_type == T_NAME; op = op->op_prev) {
         if (op->op_sym->s_flags & (S_DEFHERE | S_TAKEN))
             return false;
-        for (const op_t *ref : op_more(op)->op_refs)
+        for (const op_t *ref : op_refs(op))
             if (ref != c)
                 return false;
     }

@@ -15,7 +15,7 @@ static void imply_high(op_t *op)
     if (v->v_rtype != RT_SYM)
         return;
     value_unary(OPC_HIGH, v);
-    op_more(op)->op_remark = ";# assembler added high";
+    op_set_remark(op, ";# assembler added high");
 }
 
 // The value with `low` around the symbol at the end of its left operands, or the same value if there is none.
@@ -42,13 +42,13 @@ static void imply_low(op_t *op)
     if (!found)
         return;
     op->op_opnd1.opnd_value = v;
-    op_more(op)->op_remark = ";# assembler added low";
+    op_set_remark(op, ";# assembler added low");
 }
 
 void imply_operators(symbol_t *psect)
 {
     for (op_t *op = psect->s_psect->p_code->head.op_next; op->op_type != 0; op = op_step(op)) {
-        if (!op_more(op)->op_remark || !cache_starts_with(op_more(op)->op_remark, ";#"))
+        if (const char *remark = op_remark(op); !remark || !cache_starts_with(remark, ";#"))
             continue;
         switch (op->op_type) {
         case T_MOVLB: imply_high(op); break;

@@ -60,7 +60,7 @@ struct call_t {
 
 static bool is_indirect(const op_t *op)
 {
-    const char *remark = op_more(op)->op_remark;
+    const char *remark = op_remark(op);
     return remark && cache_starts_with(remark, ";indir");
 }
 
@@ -308,7 +308,7 @@ struct copy_t {
 
 static op_t *put(copy_t *c, op_t *op)
 {
-    op_more(op)->op_callstack = op_more(c->call)->op_callstack;
+    op_set_callstack(op, op_callstack(c->call));
     op->op_flags |= OPF_MARK;
     st.nodes++;
     c->at = op_insert_after(c->at, op);
@@ -327,7 +327,7 @@ static op_t *plain_copy(copy_t *c, const op_t *op)
     n->op_opnd1 = op->op_opnd1;
     n->op_opnd2 = op->op_opnd2;
     n->op_bytes = op->op_bytes;   // or whatever the kind has there
-    op_more(n)->op_remark = op_more(op)->op_remark;
+    op_set_remark(n, op_remark(op));
     op_take_source_line(n, op);
     op_take_position(n, op);
     op_comments_copy(n, op);
@@ -454,7 +454,7 @@ static void copy_body(const call_t *call, symbol_t *q, op_t *entry, op_t *exit, 
 static op_t *border_label(op_t *where, const op_t *call)
 {
     op_t *label = edit_new_label(cache_printf("iL%u", sym_newlabel()->s_labelno));
-    op_more(label)->op_callstack = op_more(call)->op_callstack;
+    op_set_callstack(label, op_callstack(call));
     label->op_flags |= OPF_MARK;
     op_insert_after(where, label);
     label->op_sym->s_owner = label->op_psect;

@@ -6,6 +6,7 @@
 // the psect itself; where control comes from in other psects need not be followed.
 #include "optim/labels.h"
 
+#include "code/data.h"
 #include "code/ops.h"
 #include "code/program.h"
 #include "common/stringcache.h"
@@ -24,7 +25,7 @@ int list_delete_label(op_t *node)
     s->s_flags |= S_UNDEF;
     s->s_defop = nullptr;
     s->s_refs = 0;
-    op_more(node)->op_refs = {};
+    op_set_refs(node, {});
     op_delete_if_live(node);
     return 1;
 }
@@ -32,7 +33,7 @@ int list_delete_label(op_t *node)
 bool label_is_unused(const op_t *op)
 {
     return op->op_type == T_NAME && op_free(op) && op->op_sym && !(op->op_sym->s_flags & (S_DEFHERE | S_TAKEN)) &&
-           vec_size(op_more(op)->op_refs) == 0;
+           vec_size(op_refs(op)) == 0;
 }
 
 unsigned list_delete_unused_labels(symbol_t *psect)
@@ -48,11 +49,10 @@ unsigned list_delete_unused_labels(symbol_t *psect)
 
 bool label_only_from(const op_t *label, const op_t *branch)
 {
-    if (label->op_type != T_NAME || vec_size(op_more(label)->op_refs) > 1 ||
-        (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
+    if (label->op_type != T_NAME || vec_size(op_refs(label)) > 1 || (label->op_sym->s_flags & (S_DEFHERE | S_TAKEN)))
         return false;
     for (const op_t *op = label->op_prev; op != branch; op = op->op_prev)
-        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op_more(op)->op_refs) > 0))
+        if (op->op_type == 0 || (op->op_flags & OPF_MARK) || (op->op_type == T_NAME && vec_size(op_refs(op)) > 0))
             return false;
     return true;
 }
@@ -61,7 +61,7 @@ bool label_begins_function(const op_t *label)
 {
     if (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN))
         return true;
-    for (const op_t *ref : op_more(label)->op_refs)
+    for (const op_t *ref : op_refs(label))
         if (ref->op_type == T_CALL || ref->op_type == T_RCALL)
             return true;
     return false;
@@ -91,8 +91,8 @@ void note_taken_labels()
                 note_taken(&op->op_opnd2.opnd_value);
             if (op->op_type == T_NAME && (op->op_flags & OPF_PINNED))
                 op->op_sym->s_flags |= S_TAKEN;
-            for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
-                note_taken(&item->value);
+            for (const value_t &item : data_items(op))
+                note_taken(&item);
         }
     if (program.has_end_value)
         note_taken(&program.end_value);
@@ -140,7 +140,7 @@ void reach_mark_psect(code_list_t *list)
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
         if (op->op_flags & OPF_PINNED ||
             (op->op_type == T_NAME && op->op_sym && op->op_sym->s_defop == op &&
-             (op->op_sym->s_flags & (S_GLOBAL | S_TAKEN) || op->op_sym->s_refs > 1 || vec_size(op_more(op)->op_refs) > 0)))
+             (op->op_sym->s_flags & (S_GLOBAL | S_TAKEN) || op->op_sym->s_refs > 1 || vec_size(op_refs(op)) > 0)))
             reach_mark(op);
     reach_mark(list->head.op_next);
 }

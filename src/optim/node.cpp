@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "code/data.h"
 #include "code/sfrop.h"
 #include "common/stringcache.h"
 #include "optim/pointers.h"
@@ -12,8 +13,10 @@ static bool is_data(const op_t *op) { return op->op_type == T_DB || op->op_type 
 
 bool op_is_nop_word(const op_t *op)
 {
-    return op->op_type == T_DB && op->op_subop == 2 && op->op_data && !op->op_data->next &&
-           op->op_data->value.v_rtype == RT_CONST && op->op_data->value.v_offs == 0xFFFF;
+    if (op->op_type != T_DB || op->op_subop != 2 || data_count(op) != 1)
+        return false;
+    const value_t item = *data_items(op).begin();
+    return item.v_rtype == RT_CONST && item.v_offs == 0xFFFF;
 }
 
 // Psects.
@@ -38,7 +41,7 @@ bool psect_runs_on(const symbol_t *psect)
 {
     const op_t *last = psect->s_psect->p_code->tail.op_prev;
     for (; op_is_silent(last); last = last->op_prev)
-        if (last->op_type == T_NAME && vec_size(op_more(last)->op_refs) > 0)
+        if (last->op_type == T_NAME && vec_size(op_refs(last)) > 0)
             return true;
     if (is_data(last))
         return data_may_run(last);
@@ -109,7 +112,7 @@ bool op_barrier(const op_t *op)
 
 static bool has_branch_to(const op_t *label)
 {
-    for (const op_t *ref : op_more(label)->op_refs)
+    for (const op_t *ref : op_refs(label))
         if (op_is_branch(ref))
             return true;
     return false;

@@ -314,7 +314,7 @@ static uint32_t pa_common(const op_t *a, const op_t *b, uint32_t least)
 // What is known of each node.
 
 // Whether the node may leave its place at all.
-static bool may_leave(const op_t *op, bool psect_allows) { return psect_allows && op_more(op)->op_callstack != 0; }
+static bool may_leave(const op_t *op, bool psect_allows) { return psect_allows && op_callstack(op) != 0; }
 
 // Gives the nodes of a list their records, and finds its join points.
 static void survey(code_list_t *list, uint32_t *place)
@@ -427,7 +427,7 @@ static int by_run(op_t *a, op_t *b)
         return c;
     if (int c = compare(p->pa_crc, q->pa_crc))
         return c;
-    if (int c = compare(op_more(a)->op_line, op_more(b)->op_line))
+    if (int c = compare(op_source_line(a), op_source_line(b)))
         return c;
     return compare(a->op_id, b->op_id);
 }
@@ -510,7 +510,7 @@ static void evaluate(pa_group_t *g)
 static op_t *take_new(op_t *op, const op_t *like)
 {
     op->op_flags |= OPF_MARK;
-    op_more(op)->op_callstack = op_more(like)->op_callstack;
+    op_set_callstack(op, op_callstack(like));
     op_take_position(op, like);
     op->op_pa = xnew<pa_node_t>();
     pa(op)->pa_flags = PAF_TAKEN;
@@ -521,7 +521,7 @@ static op_t *link_new_label(const char *name, op_t *where, const op_t *like)
 {
     op_t *op = take_new(edit_new_label(name), like);
     op->op_sym->s_flags = S_GLOBAL;
-    op_more(op)->op_refs = vec_make<op_t *>();
+    op_set_refs(op, vec_make<op_t *>());
     sym_link(op->op_sym);
     op_insert_after(where, op);
     op->op_sym->s_owner = op->op_psect;
@@ -543,7 +543,7 @@ static op_t *replacement(op_t *run, op_t *procedure, bool ends_in_return)
 {
     op_t *op =
         take_new(ends_in_return ? edit_new_jump(T_GOTO, 0, procedure) : edit_new_jump(T_CALL, TPL_CALL, procedure), run);
-    op_more(op)->op_remark = ";call to abstracted procedure";
+    op_set_remark(op, ";call to abstracted procedure");
     op_insert_after(run->op_prev, op);
     change_add(op);
     return op;
@@ -590,8 +590,7 @@ static void abstract(op_t *p, uint32_t length, vec_t<op_t *> others, symbol_t *p
         next = op->op_next;
         hand_comments_over(op, call);
         pa(op)->pa_flags |= PAF_TAKEN;
-        op_more(op)->op_line = 0;
-        op_more(op)->op_file = nullptr;
+        op_drop_source_line(op);
         edit_move(op, where);
         if (op->op_type == T_NAME)
             op->op_sym->s_owner = op->op_psect;

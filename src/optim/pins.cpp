@@ -13,6 +13,7 @@
 
 #include <algorithm>
 
+#include "code/data.h"
 #include "code/layout.h"
 #include "code/ops.h"
 #include "code/program.h"
@@ -115,8 +116,8 @@ static void find_places()
                 note_operand(op, &op->op_opnd1.opnd_value, true);
             if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
                 note_operand(op, &op->op_opnd2.opnd_value, true);
-            for (const data_item_t *item = op->op_type == T_DB ? op->op_data : nullptr; item; item = item->next)
-                note_operand(op, &item->value, !value_has_here(&item->value));
+            for (const value_t &item : data_items(op))
+                note_operand(op, &item, !value_has_here(&item));
         }
     const value_t start = resolved(program.has_end_value ? program.end_value : value_const(0));
     if (value_is_reference(&start) && start.v_sym->s_defop)
@@ -236,7 +237,7 @@ static bool begins_table(op_t *place, const op_t *first)
 
 static bool is_led_to(const op_t *label)
 {
-    return (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN)) || vec_size(op_more(label)->op_refs) > 0;
+    return (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN)) || vec_size(op_refs(label)) > 0;
 }
 
 // The next code behind `label` that only a computed jump can lead to; null if the table's function ends before.

@@ -31,9 +31,9 @@ static void trace_rule(std::string_view rule, const char *counter, const op_t *o
         text.remove_suffix(1);
     while (!text.empty() && (text.front() == '\n' || text.front() == '\t'))
         text.remove_prefix(1);
-    const char *file = op_more(op)->op_lfile;
+    const char *file = op_file(op);
     TRACEF("%s (%s): %.*s, %s:%llu", rule.data(), counter, static_cast<int>(text.size()), text.data(), file ? file : "",
-           static_cast<unsigned long long>(op_more(op)->op_lline));
+           static_cast<unsigned long long>(op_line(op)));
 }
 
 void opt_fired(opt_rule_t rule, int counter, const op_t *op)

@@ -19,8 +19,8 @@ static void follow_back(op_t *op)
         op->op_order = SEEN;
         if (op->op_type == T_NAME) {
             hash_insert(st.labels, op->op_sym, true);
-            if (op_more(op)->op_refs)
-                for (op_t *ref : op_more(op)->op_refs)
+            if (op_refs(op))
+                for (op_t *ref : op_refs(op))
                     vec_add(st.waiting, ref);
         }
         const bool arm = op->op_prev->op_flags & OPF_PINNED;   // which control may come from above to

@@ -74,7 +74,7 @@ static bool j18_accepts(const tail_t &t)
     const op_t *p = t.a->op_prev;
     if (p->op_type == T_GOTO && op_landing(p) == t.b)
         return false;
-    if (op_more(t.a)->op_remark && cache_starts_with(op_more(t.a)->op_remark, ";#"))
+    if (op_remark(t.a) && cache_starts_with(op_remark(t.a), ";#"))
         return false;
     // J12 would make a return of the new jump.
     return !op_is_return(t.b) || (op_is_simple(t.a) && (opt.errata_mask & ERRATA_NOPS));

@@ -24,6 +24,7 @@
 
 #include "chip/chip.h"
 #include "chip/sfrs.h"
+#include "code/data.h"
 #include "code/ops.h"
 #include "code/program.h"
 #include "common/alert.h"
@@ -349,10 +350,12 @@ static void st_bit(const op_t *op)
 static void st_db(const op_t *op)
 {
     put_mnemonic(op);
-    for (const data_item_t *d = op->op_data; d; d = d->next) {
-        asm_value(&d->value);
-        if (d->next)
+    bool first = true;
+    for (const value_t &item : data_items(op)) {
+        if (!first)
             put(',');
+        first = false;
+        asm_value(&item);
     }
 }
 
@@ -489,8 +492,8 @@ static constexpr auto statements = rows_by_kind(statement_rows);
 // Where the higher-level source stands.
 static void put_position(const op_t *op)
 {
-    const char *file = op_more(op)->op_file;
-    const uint64_t line = op_more(op)->op_line;
+    const char *file = op_source_file(op);
+    const uint64_t line = op_source_line(op);
     if (file && (!st.last_file || strcmp(file, st.last_file) != 0)) {
         put("\tfile\t");
         put_quoted(file);
@@ -508,7 +511,7 @@ static void put_callstack(const op_t *op)
 {
     const op_t *next = op->op_next && op->op_next->op_type != 0 ? op->op_next : op;
     put("\n\tcallstack ");
-    put_digits(static_cast<int32_t>(op_more(next)->op_callstack));
+    put_digits(static_cast<int32_t>(op_callstack(next)));
 }
 
 std::string_view asm_op(const op_t *op, asm_mode_t mode)
@@ -519,7 +522,7 @@ std::string_view asm_op(const op_t *op, asm_mode_t mode)
     if (opt.asm_output && !bare)
         put_position(op);
     if (op->op_type != T_NAME && !bare)
-        for (const char *comment : op_more(op)->op_comment)
+        for (const char *comment : op_comments(op))
             put(comment);
     const bool hidden = op->op_type == T_NAME && !bare && op->op_sym->s_refs == 1;
     const auto print = op->op_type < statements.size() ? statements[op->op_type].print : nullptr;
@@ -531,9 +534,9 @@ std::string_view asm_op(const op_t *op, asm_mode_t mode)
         if (op->op_type == T_NAME && op->op_sym->s_flags & S_GLOBAL && !bare)
             put_callstack(op);
     }
-    if (op_more(op)->op_remark && st.text.length != 0 && !bare) {
+    if (const char *remark = op_remark(op); remark && st.text.length != 0 && !bare) {
         put('\t');
-        put(op_more(op)->op_remark);
+        put(remark);
     }
     if (st.text.length != 0)
         put('\n');

@@ -51,8 +51,8 @@ static const char *told_name(const char *file)
 static void line_information(const op_t *op)
 {
     const psect_t *p = cur_psect->s_psect;
-    const char *file = op_more(op)->op_file;
-    const uint64_t line = op_more(op)->op_line;
+    const char *file = op_source_file(op);
+    const uint64_t line = op_source_line(op);
     if (p->p_space != 0 || p->p_noexec || line == 0)
         return;
     if (file && file != st.last_file && (!st.last_file || strcmp(file, st.last_file) != 0)) {

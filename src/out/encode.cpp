@@ -16,6 +16,7 @@
 #include <array>
 
 #include "chip/chip.h"
+#include "code/data.h"
 #include "code/layout.h"
 #include "code/oprows.h"
 #include "code/reduce.h"
@@ -195,8 +196,7 @@ static void enc_nop(const op_t *op)
 static void enc_db(const op_t *op)
 {
     const unsigned width = data_item_width(op);
-    for (const data_item_t *d = op->op_data; d; d = d->next) {
-        value_t v = d->value;
+    for (value_t v : data_items(op)) {
         srcpos.operand++;
         operand_reduce(&v);
         sink->put(0, &v, width, width * 8);

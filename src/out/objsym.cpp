@@ -112,7 +112,7 @@ static void select_symbol(symbol_t *s)
     const uint64_t f = s->s_flags;
     if (f & (S_PSECT | S_MACRO | S_CLASS | S_DABS) || !(f & (S_GLOBAL | S_LOCAL)))
         return;
-    const bool wanted = f & S_FNROOT || s->s_refs != 0 || (s->s_defop && vec_size(op_more(s->s_defop)->op_refs) != 0);
+    const bool wanted = f & S_FNROOT || s->s_refs != 0 || (s->s_defop && vec_size(op_refs(s->s_defop)) != 0);
     if (f & S_UNDEF) {
         if (wanted)
             obj_symbol(s, f & S_LOCAL ? SYMF_LOCAL_UNDEF : SYMF_UNDEF);
