@@ -14,6 +14,7 @@ bin=$(cd "$1" && pwd) && home=$(cd "$(dirname "$0")/.." && pwd) || exit 1
 shift
 work=$(mktemp -d) && trap 'rm -rf "$work"' EXIT
 export PATH="$bin:$PATH" LC_ALL=C TZ=UTC
+unset MAKEFLAGS MAKELEVEL MFLAGS   # the manual's reader isn't run by another make
 failed=0 programs=0 commands=0
 
 # The blocks of a chapter, each in a file block.N, and a line for each: N, kind, name or -, line.

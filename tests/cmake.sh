@@ -8,6 +8,7 @@ bin=$(cd "$1" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 export PATH="$bin:$PATH"
+unset MAKEFLAGS MAKELEVEL MFLAGS
 cd "$work"
 mkdir inc
 echo 'value	equ	3' >inc/a.inc
