@@ -11,6 +11,7 @@
 #include "code/reduce.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
+#include "out/encode.h"
 
 enum : unsigned {
     NO_BANK = 2250,
@@ -52,14 +53,6 @@ static bool is_program_memory(int64_t at)
     for (const memrange_t &r : {ci->c_cfgmem, ci->c_useridmem, ci->c_devidmem, ci->c_eeprom, ci->c_extmem})
         found |= meets(r, at, at);
     return found;
-}
-
-static value_t operand(const op_t *op, unsigned which = 1)
-{
-    srcpos.operand = which;
-    value_t v = (which == 1 ? op->op_opnd1 : op->op_opnd2).opnd_value;
-    operand_reduce(&v);
-    return v;
 }
 
 static void check_bank(int64_t bank)

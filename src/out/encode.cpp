@@ -47,7 +47,7 @@ static value_t calc(uint16_t code, value_t a, const value_t &b)
     return a;
 }
 
-static value_t operand(const op_t *op, unsigned which = 1)
+value_t operand(const op_t *op, unsigned which)
 {
     srcpos.operand = which;
     value_t v = (which == 1 ? op->op_opnd1 : op->op_opnd2).opnd_value;

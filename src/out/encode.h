@@ -18,6 +18,9 @@ struct code_sink_t {
     bool reports;   // what is wrong with a node is told in this one's turn
 };
 
+// Operand `which`, 1 or 2, as far as it is known by now. Messages from here on are about it.
+value_t operand(const op_t *op, unsigned which = 1);
+
 // The bytes of one node of the current psect, at its p_curr, the psect having been sized. Messages 812, 840, 842, 1223, 1339,
 // 2065, 2066, 2067, 2212.
 void emobj(const op_t *op, const code_sink_t *to);

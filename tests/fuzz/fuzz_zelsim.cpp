@@ -1,26 +1,14 @@
 // Any bytes at all as a program or a script. What begins with ":" is a HEX file, and with 0x7F ELF; it then runs for a while on
 // the chip with the most, its units and table of vectors. All else is read as a script.
 #include <algorithm>
-#include <filesystem>
 
+#include "fuzz_chip40.h"
 #include "script.h"
 #include "target.h"
 
 enum : uint64_t { CYCLES = 5000 };
 
 const bool target_forks = false;
-
-static target_t chip;
-
-void target_prepare()
-{
-    std::error_code ignored;
-    const std::string bin = std::filesystem::read_symlink("/proc/self/exe", ignored).parent_path();
-    if (const std::string error = target_find(bin, "ZEL8K40", chip); !error.empty()) {
-        fprintf(stderr, "%s\n", error.c_str());
-        exit(1);
-    }
-}
 
 void target_clean() {}
 bool target_may_take_long(std::string_view) { return false; }
