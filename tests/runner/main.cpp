@@ -393,6 +393,8 @@ static void expect(case_t &c, const section_t &s, const outcome_t &o)
 
 // ---- a case ----
 
+static bool runs(const section_t &s) { return s.kind == "run" || s.kind == "fails"; }
+
 // Runs section i and puts in, behind it, what the case doesn't say and is expected all the same.
 static outcome_t run_section(case_t &c, size_t i)
 {
@@ -410,7 +412,7 @@ static outcome_t run_section(case_t &c, size_t i)
     if (!o.failure.empty())
         fail(c, run, o.failure, excerpt(o.err));
     size_t at = i + 1;
-    for (const char *head : {"exit 0", "stdout", "stderr"}) {
+    for (const char *head : {run.kind == "fails" ? "exit 1" : "exit 0", "stdout", "stderr"}) {
         section_t s;
         set_head(s, head);
         s.line = run.line;
@@ -447,7 +449,7 @@ static void run_case(case_t &c)
     bool current = false;   // whether there is a run that expectations are about
     for (size_t i = 0; i < c.sections.size(); i++) {
         const section_t s = c.sections[i];
-        if (s.kind == "run") {
+        if (runs(s)) {
             o = run_section(c, i);
             current = true;
         } else if (!expects(s)) {
