@@ -393,7 +393,7 @@ static void expect(case_t &c, const section_t &s, const outcome_t &o)
 
 // ---- a case ----
 
-static bool runs(const section_t &s) { return s.kind == "run" || s.kind == "fails"; }
+static bool runs(const section_t &s) { return s.kind == "run" || starts(s.kind, "fails"); }
 
 // Runs section i and puts in, behind it, what the case doesn't say and is expected all the same.
 static outcome_t run_section(case_t &c, size_t i)
@@ -412,7 +412,8 @@ static outcome_t run_section(case_t &c, size_t i)
     if (!o.failure.empty())
         fail(c, run, o.failure, excerpt(o.err));
     size_t at = i + 1;
-    for (const char *head : {run.kind == "fails" ? "exit 1" : "exit 0", "stdout", "stderr"}) {
+    const std::string status = run.kind == "run" ? "0" : run.kind == "fails" ? "1" : run.kind.substr(strlen("fails:"));
+    for (const std::string &head : {"exit " + status, std::string("stdout"), std::string("stderr")}) {
         section_t s;
         set_head(s, head);
         s.line = run.line;
