@@ -37,7 +37,7 @@ struct fld_t {
     uint32_t fld_address;          // as the file gives it
     uint32_t fld_mask;
 };
-inline bool sfr_isJoined(const sfr_t *sfr) { return static_cast<bool>(sfr->sfr_kids); }
+inline bool sfr_isJoined(const sfr_t *sfr) { return static_cast<bool>(sfr->sfr_kids); }   // no caller
 
 struct chip_sfrtab_t {
     skip_of<const char *, sfr_t *> sfrsNameTab;   // in any case
@@ -110,7 +110,7 @@ struct chipinfo_t {
 inline bool isZEL8(const chipinfo_t *ci) { return ci->c_arch && ci->c_arch->mask >= 128 && ci->c_arch->mask <= 1024; }
 inline bool isZEL(const chipinfo_t *ci) { return ci->c_arch && ci->c_arch->mask >= 1 && ci->c_arch->mask <= 64; }
 inline bool chip_rowIs(const chipinfo_t *ci, uint32_t mask) { return ci->c_arch && (ci->c_arch->mask & mask) != 0; }
-inline bool chip_supportsIVT(const chipinfo_t *ci) { return chip_rowIs(ci, ARCH_IVT); }
+inline bool chip_supportsIVT(const chipinfo_t *ci) { return chip_rowIs(ci, ARCH_IVT); }   // no caller
 inline bool range_present(const memrange_t &r) { return r.lo != 0 || r.hi != 0; }
 inline bool range_holds(const memrange_t &r, int64_t addr) { return addr >= r.lo && addr <= r.hi; }
 

@@ -120,7 +120,7 @@ value_t value_make_binary(uint8_t rtype, const value_t *left, const value_t *rig
 void value_binary(uint16_t code, value_t *a, const value_t *b);
 // `v` changes in place. Messages 786, 1494, 846; `seg` of what has no segment is reported and changes nothing.
 void value_unary(uint16_t code, value_t *v);
-void value_copy(value_t *dst, const value_t *src);      // message 787 on an unknown kind
+void value_copy(value_t *dst, const value_t *src);      // message 787 on an unknown kind; no caller
 bool value_has_here(const value_t *v);                  // whether `$` is in it, which is where it comes to be used
 bool value_equal(const value_t *a, const value_t *b);   // of the reduced forms, which is decided without a message
 

@@ -218,5 +218,5 @@ void summary_comments_emit(FILE *to, bool strip, void (*also)(const char *line) 
 void op_comments_copy(op_t *dst, const op_t *src);   // replaces those of dst, if src has any
 void op_comments_append(const op_t *src, op_t *dst);
 void op_comments_free(op_t *node);
-void op_comments_each(const op_t *node, void (*fn)(const char *text));
+void op_comments_each(const op_t *node, void (*fn)(const char *text));   // no caller
 inline bool op_comments_any(const op_t *node) { return static_cast<bool>(op_comments(node)); }

@@ -52,7 +52,7 @@ inline int sfr_fileSelect(const opnd_t *v)
 inline bool sfr_isIndirect(const opnd_t *v) { return sfr_fileSelect(v) != 0; }
 
 // A core register, or any other number in the access bank's register part.
-inline bool sfr_isKnown(const opnd_t *v)
+inline bool sfr_isKnown(const opnd_t *v)   // no caller
 {
     const value_t &n = v->opnd_value;
     return n.v_rtype == RT_CONST && n.v_offs >= 0 && (sfr_idAt(n.v_offs) != SFR_NONE || chip_isSfrCommonAddr(n.v_offs));

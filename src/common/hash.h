@@ -14,7 +14,7 @@ struct hash_t;
 
 // Null functions: the key word itself, inequality.
 hash_t *hash_new(uint32_t size, hash_fn_t hashfn, hash_cmp_t cmpfn, made_at_t at = made_at_t::caller());
-void hash_destroy(hash_t *h);
+void hash_destroy(hash_t *h);                             // no caller
 bool hash_insert(hash_t *h, word_t key, word_t value);    // false, and nothing changes, if the key is there
 void hash_replace(hash_t *h, word_t key, word_t value);   // moves the key to its chain's end; an old value of 0 stays
 word_t hash_lookup(const hash_t *h, word_t key);          // 0 if absent
@@ -22,11 +22,11 @@ bool hash_haskey(const hash_t *h, word_t key);
 word_t hash_remove(hash_t *h, word_t key);   // the value, or 0
 void hash_clear(hash_t *h);
 uint32_t hash_size(const hash_t *h);              // number of entries
-void hash_copy(hash_t *dst, const hash_t *src);   // dst loses what it had
+void hash_copy(hash_t *dst, const hash_t *src);   // dst loses what it had; no caller
 // Calls fn for every entry; stops at the first non-zero result and returns it. fn may remove the entry it is given.
 word_t hash_each(const hash_t *h, void *arg, word_t (*fn)(void *arg, word_t key, word_t value));
 vector_t *hash_keys(const hash_t *h);
-vector_t *hash_values(const hash_t *h);
+vector_t *hash_values(const hash_t *h);   // no caller
 
 // Keys that are NUL-terminated strings.
 uint32_t hash_string(word_t key);

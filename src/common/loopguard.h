@@ -6,6 +6,6 @@
 struct loopguard_t;
 
 loopguard_t *loopguard_new(uint64_t limit);
-void loopguard_reset(loopguard_t *g);
-bool loopguard_next(loopguard_t *g);   // counts a step; true for the first `limit` steps, false for a null guard
-uint64_t loopguard_count(const loopguard_t *g);
+void loopguard_reset(loopguard_t *g);             // no caller
+bool loopguard_next(loopguard_t *g);              // counts a step; true for the first `limit` steps, false for a null guard
+uint64_t loopguard_count(const loopguard_t *g);   // no caller

@@ -5,10 +5,10 @@
 
 struct matrix_t;
 
-matrix_t *matrix_new(uint32_t n);   // n keys a cell
+matrix_t *matrix_new(uint32_t n);   // n keys a cell; no caller
 // With `keys` an array of n words.
-word_t matrix_get_keys(matrix_t *m, const word_t *keys);                 // the value, or 0
-word_t matrix_set_keys(matrix_t *m, word_t value, const word_t *keys);   // the old value, or 0 for a new cell
+word_t matrix_get_keys(matrix_t *m, const word_t *keys);                 // the value, or 0; no caller
+word_t matrix_set_keys(matrix_t *m, word_t value, const word_t *keys);   // the old value, or 0 for a new cell; no caller
 
 // The same with the n keys as arguments: pointers, compared as such, or integers.
 template <class... K> inline word_t matrix_get(matrix_t *m, K... keys)

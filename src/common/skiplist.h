@@ -19,15 +19,15 @@ bool skiplist_insert(skiplist_t *s, word_t key, word_t value);   // false, and n
 word_t skiplist_remove(skiplist_t *s, word_t key);
 word_t skiplist_lookup(const skiplist_t *s, word_t key);   // 0 if absent
 bool skiplist_haskey(const skiplist_t *s, word_t key);
-word_t skiplist_lookup_le(const skiplist_t *s, word_t key);     // of the key or the nearest node before it
+word_t skiplist_lookup_le(const skiplist_t *s, word_t key);     // of the key or the nearest node before it; no caller
 word_t skiplist_lookup_next(const skiplist_t *s, word_t key);   // of the node after the key's place
 word_t skiplist_first(const skiplist_t *s);
 uint32_t skiplist_count(const skiplist_t *s);
 // Calls fn for every node, in order; stops at the first non-zero result and returns it. fn may remove the node it is given.
 word_t skiplist_each(const skiplist_t *s, void *arg, word_t (*fn)(void *arg, word_t key, word_t value));
 vector_t *skiplist_keys(const skiplist_t *s);
-vector_t *skiplist_values(const skiplist_t *s);
-skiplist_t *skiplist_copy(const skiplist_t *s, made_at_t at = made_at_t::caller());
+vector_t *skiplist_values(const skiplist_t *s);                                       // no caller
+skiplist_t *skiplist_copy(const skiplist_t *s, made_at_t at = made_at_t::caller());   // no caller
 
 // The same map with typed keys and values.
 template <class K, class V> struct skip_of {

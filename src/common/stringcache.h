@@ -21,24 +21,24 @@ const char *cache_path_join(const char *dir, const char *name);   // one '/' bet
 const char *cache_substring(const char *s, size_t n);
 const char *cache_lower(const char *s);   // ASCII letters only
 const char *cache_upper(const char *s);
-const char *cache_replace_ext(const char *path, const char *ext);
-const char *cache_strip_ext(const char *path);
+const char *cache_replace_ext(const char *path, const char *ext);   // no caller
+const char *cache_strip_ext(const char *path);                      // no caller
 const char *cache_add_ext(const char *path, const char *ext);
 const char *cache_translate(const char *s, const char *from, const char *to);
 const char *cache_trim_chars(const char *s, const char *set);
 const char *cache_trim(const char *s);
-const char *cache_chomp(const char *s);
-const char *cache_first_line(const char *s);
+const char *cache_chomp(const char *s);        // no caller
+const char *cache_first_line(const char *s);   // no caller
 const char *cache_basename(const char *path);
 const char *cache_dirname(const char *path);   // null if there is no '/'
-const char *cache_between(const char *s, char open, char close, const char **first, const char **last);
+const char *cache_between(const char *s, char open, char close, const char **first, const char **last);   // no caller
 const char *cache_escape(const char *s, const char *chars, char esc);
-const char *cache_quote(const char *s, char q);
-const char *cache_suffix(const char *s, const char *t);   // the tail of `s`, or null
-const char *cache_suffix_nocase(const char *s, const char *t);
+const char *cache_quote(const char *s, char q);                  // no caller
+const char *cache_suffix(const char *s, const char *t);          // the tail of `s`, or null; no caller
+const char *cache_suffix_nocase(const char *s, const char *t);   // no caller
 bool cache_ends_with(const char *s, const char *t);
 bool cache_ends_with_nocase(const char *s, const char *t);
-const char *cache_after_prefix(const char *s, const char *t);   // `s` behind `t`, or null
+const char *cache_after_prefix(const char *s, const char *t);   // `s` behind `t`, or null; no caller
 const char *cache_after_prefix_nocase(const char *s, const char *t);
 bool cache_starts_with(const char *s, const char *t);
 bool cache_starts_with_nocase(const char *s, const char *t);

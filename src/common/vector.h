@@ -34,8 +34,8 @@ void vec_destroy(vector_t *v);   // null is accepted
 void vec_add(vector_t *v, word_t x);
 uint32_t vec_addNotPresent(vector_t *v, word_t x);   // index of the element
 void vec_addAll(vector_t *v, const vector_t *other);
-void vec_addAllNotPresent(vector_t *v, const vector_t *other);
-void vec_insert(vector_t *v, word_t x, uint32_t i);   // past the end: skipped slots are 0
+void vec_addAllNotPresent(vector_t *v, const vector_t *other);   // no caller
+void vec_insert(vector_t *v, word_t x, uint32_t i);              // past the end: skipped slots are 0
 void vec_move(vector_t *v, uint32_t from, uint32_t to);
 void vec_setAt(vector_t *v, word_t x, uint32_t i);   // grows; skipped slots are 0
 bool vec_remove(vector_t *v, word_t x);              // the first equal word
@@ -49,12 +49,12 @@ word_t vec_pop(vector_t *v);                           // 0 when empty
 void vec_sort(vector_t *v, int (*cmp)(const word_t *, const word_t *));
 vector_t *vec_copy(const vector_t *v, made_at_t at = made_at_t::caller());   // null gives null
 
-void vec_iterStart(vector_t *v);
-bool vec_iterHasNext(const vector_t *v);
-word_t vec_iterNext(vector_t *v);
-word_t vec_iterLook(const vector_t *v);
-bool vec_iterDone(vector_t *v, bool keep);   // pops the iterator unless `keep`; gives back `keep`
-word_t vec_iterFirst(vector_t *v);           // vec_iterStart and vec_iterNext in one
+void vec_iterStart(vector_t *v);             // no caller
+bool vec_iterHasNext(const vector_t *v);     // no caller
+word_t vec_iterNext(vector_t *v);            // no caller
+word_t vec_iterLook(const vector_t *v);      // no caller
+bool vec_iterDone(vector_t *v, bool keep);   // pops the iterator unless `keep`; gives back `keep`; no caller
+word_t vec_iterFirst(vector_t *v);           // vec_iterStart and vec_iterNext in one; no caller
 
 // A pointer or number as a word, and back.
 template <class T> inline word_t to_word(T x)

@@ -14,7 +14,7 @@ void tmp_remove_at_exit(const char *path);
 bool file_exists(const char *path);       // a directory counts; false for null
 bool file_is_regular(const char *path);   // false for null
 bool path_is_absolute(const char *path);
-const char *path_basename(const char *path);                  // a new string behind the last '/'
+const char *path_basename(const char *path);                  // a new string behind the last '/'; no caller
 const char *path_stem(const char *path);                      // a new string: the last component less its last extension
 const char *path_dirname(const char *path);                   // a new string up to the last '/'; null without one
 const char *path_concat(const char *dir, const char *name);   // a new string, one '/' between; null without a dir

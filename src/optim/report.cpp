@@ -21,8 +21,6 @@ static const char *const counter_names[CNT_COUNT] = {
 
 void opt_count(opt_counter_t counter) { counters[counter]++; }
 
-uint16_t opt_counter(opt_counter_t counter) { return counters[counter]; }
-
 // Rule, counter, what the node says, and where it comes from.
 static void trace_rule(std::string_view rule, const char *counter, const op_t *op)
 {

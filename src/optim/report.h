@@ -21,5 +21,4 @@ extern bool opt_changed;   // a rule has edited the list; whoever asks clears it
 // opt_changed, and leaves a line in the trace.
 void opt_fired(opt_rule_t rule, int counter, const op_t *op);
 void opt_count(opt_counter_t counter);   // counts only
-uint16_t opt_counter(opt_counter_t counter);
 void opt_trace_counters();   // the counters, at the end of the trace

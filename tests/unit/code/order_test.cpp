@@ -1,6 +1,9 @@
 // The orders in which symbols and psects go out: other programs' files show the same ones.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "code/list.h"
 
 static std::string names(vec_t<symbol_t *> v)
@@ -41,4 +44,20 @@ TEST(Sym, Orders)
     EXPECT_EQ(order({"ba", "ab"}), "b/p d/p c/p a/p /p ");
     EXPECT_EQ(order({"ab", "ba", "cd", "dc"}), "d/p b/p c/p a/p /p ");
     EXPECT_EQ(order({"aa"}), "d/p c/p b/p a/p /p ");
+}
+
+// Records that move up into the place of one that goes are found as before.
+TEST(Sym, Removal)
+{
+    sym_init();
+    std::vector<symbol_t *> all;
+    for (int i = 0; i < 900; i++)
+        all.push_back(sym_enter(("n" + std::to_string(i)).c_str(), 0));
+    symbol_t *const hides = sym_clone(all[0]);
+    sym_link(hides);
+    for (size_t i = 0; i < all.size(); i += 3)
+        sym_unlink(all[i]);
+    sym_unlink(all[3]);   // which isn't there any more
+    for (size_t i = 0; i < all.size(); i++)
+        EXPECT_EQ(sym_find(all[i]->s_name), i % 3 ? all[i] : i ? nullptr : hides) << i;
 }
