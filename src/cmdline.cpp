@@ -56,6 +56,7 @@ static options_t &asked = options_to_write();
 
 constexpr char CTRL_Z = 0x1A;
 constexpr int WORD_BUFFER = 2048;   // a word's bytes with its NUL
+constexpr size_t LINE_MOST = 1 << 24;
 constexpr int WORDS_FIRST = 1024;
 
 struct words_t {
@@ -122,6 +123,23 @@ static bool read_line_words(words_t *w, const char *line, size_t length)
     return stored;
 }
 
+// The next line, with its end. False at the end of input. A line of more bytes than any list of words has is given up as a word
+// that is too long would be: the input may have no end.
+static bool read_line(FILE *in, std::string *line)
+{
+    line->clear();
+    for (int c; (c = getc(in)) != EOF;) {
+        if (line->size() == LINE_MOST) {
+            alert_msg(917);
+            return false;
+        }
+        *line += static_cast<char>(c);
+        if (c == '\n')
+            break;
+    }
+    return !line->empty();
+}
+
 static void read_words(FILE *in, int *argc, char ***argv)
 {
     words_t *w = xnew<words_t>();
@@ -130,28 +148,26 @@ static void read_words(FILE *in, int *argc, char ***argv)
     end_word(w);
     guard_input(fileno(in));
     const bool prompt = isatty(fileno(in));
-    char *line = nullptr;
-    size_t size = 0;
+    std::string line;
     bool first = true;
     for (;;) {
         if (prompt) {
             fputs("ASZEL8> ", stdout);
             fflush(stdout);
         }
-        ssize_t length = getline(&line, &size, in);
-        if (length < 0)
+        if (!read_line(in, &line))
             break;
-        const bool whole = length > 0 && line[length - 1] == '\n';
+        size_t length = line.size();
+        const bool whole = line[length - 1] == '\n';
         if (whole && --length > 0 && line[length - 1] == '\r')
             length--;
         while (!whole && length > 0 && line[length - 1] == CTRL_Z)
             length--;
-        const size_t mark = first && length >= 3 && memcmp(line, "\xEF\xBB\xBF", 3) == 0 ? 3 : 0;
+        const size_t mark = first && length >= 3 && line.starts_with("\xEF\xBB\xBF") ? 3 : 0;
         first = false;
-        if (!read_line_words(w, line + mark, static_cast<size_t>(length) - mark))
+        if (!read_line_words(w, line.data() + mark, length - mark))
             break;
     }
-    free(line);
     *argc = w->count;
     *argv = w->list;
 }
@@ -659,9 +675,8 @@ static void settle_names()
 {
     const char *source = asked.source_name ? asked.source_name : asked.src_files[0];
     asked.obj_file = command.obj_file ? command.obj_file : with_extension(source, asked.asm_output ? "opt" : "obj");
-    const char *object = command.object_name ? command.object_name : asked.obj_file;
-    asked.object_name = pathmap_apply(object);
-    asked.dep_target = command.dep_target ? command.dep_target : object;
+    asked.object_name = command.object_name ? command.object_name : asked.obj_file;
+    asked.dep_target = command.dep_target ? command.dep_target : asked.object_name;
     asked.list_file = command.list_file ? command.list_file : with_extension(source, "lst");
     asked.rlf_file = with_extension(asked.list_file, "rlf");
     asked.crf_file = with_extension(source, "crf");

@@ -70,9 +70,12 @@ static void cut_program_name(char *name)
 
 static void hint_at_chip()
 {
+    const char *chips = reg_mkpath(REG_DAT, "ini");
+    if (!chips)   // the program isn't in an installation
+        return;
     std::vector<std::string> names;
     std::error_code error;
-    for (std::filesystem::directory_iterator at(reg_mkpath(REG_DAT, "ini"), error), end; !error && at != end;
+    for (std::filesystem::directory_iterator at(chips, error), end; !error && at != end;
          at.increment(error))
         if (const auto &path = at->path(); path.extension() == ".ini")
             names.emplace_back(cache_upper(path.stem().c_str()));

@@ -31,6 +31,7 @@
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/cmode.h"
+#include "env/pathmap.h"
 #include "optim/changes.h"
 #include "optim/effects.h"
 #include "optim/errata.h"
@@ -374,7 +375,7 @@ static void note_skip_at_end(symbol_t *psect)
 // Its name is read back from assembly text, so there it has no characters that no name has.
 static symbol_t *errata_counter()
 {
-    std::string name = opt.object_name;
+    std::string name = pathmap_apply(opt.object_name);
     if (opt.asm_output)
         for (char &c : name)
             if (!isalnum(static_cast<unsigned char>(c)) && !strchr("$?_@", c))
