@@ -75,8 +75,7 @@ static void hint_at_chip()
         return;
     std::vector<std::string> names;
     std::error_code error;
-    for (std::filesystem::directory_iterator at(chips, error), end; !error && at != end;
-         at.increment(error))
+    for (std::filesystem::directory_iterator at(chips, error), end; !error && at != end; at.increment(error))
         if (const auto &path = at->path(); path.extension() == ".ini")
             names.emplace_back(cache_upper(path.stem().c_str()));
     if (const std::string meant = suggest_word(opt.chip_name, names).meant; !meant.empty())

@@ -84,12 +84,12 @@ static void say(std::string_view s) { text_add(&st.text, s.data(), s.length()); 
 // In upper-case digits, at least so many of them.
 static void say_hex(uint64_t n, unsigned digits)
 {
-    char shown[16];
+    char shown[512];   // an item has at most 255 bytes
     char *const end = shown + sizeof shown, *at = end;
     do
         *--at = "0123456789ABCDEF"[n & 15];
     while (n >>= 4);
-    while (at > end - digits)
+    while (at > end - digits && at > shown)
         *--at = '0';
     say({at, end});
 }
