@@ -6,7 +6,9 @@
 // instructions are usual), and over it as long as there is code to come that nothing but such a jump can lead to: behind a
 // jump, with no label or one that nobody uses. From there on what is pinned are arms of one instruction that follow each other.
 // A label that is used as a number may well be a plain function, so at least two arms or such code have to follow there. Behind
-// a global label, and behind an org of an absolute psect, a table may be another program's: there it has to be plain.
+// a global label, and behind an org of an absolute psect, a table may be another program's: there it has to be plain. Arms of
+// several instructions show by their equal sizes, each up to a jump or return: what stands behind one without a label, which
+// nothing leads to, is as long as itself.
 //
 // An operand that is no sum of a place and a number pins the psects of all places in it if it is a jump's.
 #include "optim/pins.h"
@@ -214,30 +216,97 @@ static bool is_arm(const op_t *op)
     }
 }
 
-// Whether two jumps or values that differ, or three, follow each other without a label: nobody writes that but for a table.
-static bool is_plainly_table(const op_t *first)
-{
-    const op_t *second = first->op_next;
-    if (second->op_type != first->op_type || first->op_type == T_RETURN || first->op_type == T_DB)
-        return false;
-    return !op_same(first, second) || second->op_next->op_type == first->op_type;
-}
-
-// `place`: a label, or an org. `first`: the first statement behind it.
-static bool begins_table(op_t *place, const op_t *first)
-{
-    if (!is_arm(first))
-        return false;
-    if (place->op_type == T_ORG)
-        return psect_is_abs(place->op_psect) && is_plainly_table(first);
-    if (place->op_sym->s_flags & S_TAKEN)
-        return is_arm(op_past_silent(first->op_next));
-    return (place->op_sym->s_flags & S_GLOBAL) && is_plainly_table(first);
-}
-
 static bool is_led_to(const op_t *label)
 {
     return (label->op_sym->s_flags & (S_GLOBAL | S_TAKEN)) || vec_size(op_refs(label)) > 0;
+}
+
+static bool is_nop(const op_t *op)
+{
+    return op->op_type == T_NOP && (op->op_subop == op_template("nop") || op->op_subop == NOP2);
+}
+
+// The first node from `op` on that isn't silent, or a label that something leads to.
+static const op_t *past_names(const op_t *op)
+{
+    while (op_is_silent(op) && op->op_type != T_ALIGN && (op->op_type != T_NAME || !is_led_to(op)))
+        op = op->op_next;
+    return op;
+}
+
+// Whether two jumps or values that differ, or three, follow each other, with no label that anything leads to: nobody writes
+// that but for a table.
+static bool is_plain_table(const op_t *first)
+{
+    if (!is_arm(first))
+        return false;
+    const op_t *second = past_names(first->op_next);
+    if (second->op_type != first->op_type || first->op_type == T_RETURN || first->op_type == T_DB)
+        return false;
+    return !op_same(first, second) || past_names(second->op_next)->op_type == first->op_type;
+}
+
+// Where an arm that begins at `op` ends, and where the next one would begin, behind NOPs that fill it up; null if it is none.
+struct table_arm_t {
+    const op_t *last, *next;
+};
+
+static table_arm_t arm_from(const op_t *op)
+{
+    while (op_is_code(op) && !op_ends_way(op))
+        op = past_names(op->op_next);
+    if (!op_is_code(op))
+        return {};
+    const op_t *next = past_names(op->op_next);
+    while (is_nop(next))
+        next = past_names(next->op_next);
+    return {op, next};
+}
+
+// Behind a jump or return.
+static uint64_t end_of_arm(const table_arm_t &arm) { return arm.last->op_offs + (arm.last->op_type == T_GOTO ? 4 : 2); }
+
+// Two arms of several instructions, of one size.
+static bool is_wide_table(const op_t *first)
+{
+    const table_arm_t a = arm_from(first);
+    if (!a.last || (a.last == first && a.next == past_names(first->op_next)))
+        return false;
+    const table_arm_t b = arm_from(a.next);
+    if (!b.last)
+        return false;
+    size_once(first->op_psect);
+    const uint64_t period = a.next->op_offs - first->op_offs;
+    return b.next->op_offs - a.next->op_offs == period || end_of_arm(b) - a.next->op_offs == end_of_arm(a) - first->op_offs;
+}
+
+// What is pinned from a place on.
+enum run_t { NONE, ARMS, ANYTHING };
+
+// What the code from `first` on would be if a table began there. Many labels may stand before it.
+struct table_t {
+    const op_t *first;
+    bool arms;   // two at least
+    run_t plain;
+};
+
+static void look_at(table_t *t, const op_t *first)
+{
+    if (t->first == first)
+        return;
+    t->first = first;
+    t->arms = is_arm(first) && is_arm(op_past_silent(first->op_next));
+    t->plain = is_wide_table(first) ? ANYTHING : is_plain_table(first) ? ARMS : NONE;
+}
+
+// `place`: a label, or an org. `first`: the first statement behind it.
+static run_t table_at(const op_t *place, const op_t *first, table_t *t)
+{
+    const bool taken = place->op_type == T_NAME && (place->op_sym->s_flags & S_TAKEN);
+    if (place->op_type == T_ORG ? !psect_is_abs(place->op_psect) : !taken && !(place->op_sym->s_flags & S_GLOBAL))
+        return NONE;
+    look_at(t, first);
+    return t->plain == NONE && taken && t->arms ? ARMS : t->plain;
 }
 
 // The next code behind `label` that only a computed jump can lead to; null if the table's function ends before.
@@ -268,9 +337,10 @@ static bool may_hold_arms(op_t *label, const op_t *first, bool in_table)
 
 static void pin_tables(code_list_t *list)
 {
-    enum { NONE, ANYTHING, ARMS } run = NONE;   // what is pinned from here on
-    const op_t *arm = nullptr;                  // one that is still to come, however many labels stand before it
-    const op_t *first = nullptr;                // the first statement behind the labels or the org here
+    run_t run = NONE;
+    table_t seen = {};
+    const op_t *arm = nullptr;     // one that is still to come, however many labels stand before it
+    const op_t *first = nullptr;   // the first statement behind the labels or the org here
     for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
         if (op == arm)
             arm = nullptr;
@@ -286,8 +356,8 @@ static void pin_tables(code_list_t *list)
             arm = may_hold_arms(op, first, run == ANYTHING) ? next_arm(op) : nullptr;
             if (arm)
                 run = ANYTHING;
-            else if (run == ANYTHING || begins_table(op, first))
-                run = ARMS;
+            else if (const run_t table = table_at(op, first, &seen); table != NONE || run == ANYTHING)
+                run = std::max(table, ARMS);
             continue;
         }
         if (op_is_silent(op))
@@ -296,8 +366,8 @@ static void pin_tables(code_list_t *list)
             pin(op);
         else
             run = NONE;
-        if (op->op_type == T_ORG && begins_table(op, first))
-            run = ARMS;
+        if (op->op_type == T_ORG)
+            run = std::max(run, table_at(op, first, &seen));
         if (op_writes_pcl(op) || op->op_type == T_CALLW) {
             pin(op);
             run = op->op_type == T_CALLW ? ARMS : ANYTHING;
