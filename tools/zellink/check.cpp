@@ -393,6 +393,8 @@ void checker::check_unreached()
         const zl_next n = zl_next_of(f, at, zl_code_at(f, at));
         if (n.computed || (strays && n.calls && functions.at(n.callee).exits.empty()))   // what strays doesn't return
             unclear.insert(at + bytes);
+        if (n.computed && !n.to.empty())   // the last arm may stand behind its table
+            unclear.insert(n.to.back() + 2 * zl_code_at(f, n.to.back()).words);
     }
     for (uint32_t at = 0, end; at < run.size(); at = end) {
         end = at + 1;
@@ -687,4 +689,5 @@ void zl_check(zl_linker &l, const zl_flow &f)
         if (r.interrupt)
             c.check_interrupt(r);
     c.check_unreached();
+    zl_check_tables(l, f, c.reached);
 }
