@@ -41,6 +41,7 @@
 #include "front/cond.h"
 #include "front/diagnostics.h"
 #include "front/lexutil.h"
+#include "front/origins.h"
 #include "front/suggest.h"
 #include "front/statement.h"
 #include "optim/changes.h"
@@ -268,6 +269,8 @@ int run_assemble()
         crossref_open(opt.crf_file);
     if (opt.annotation_file)
         srclines_keep();
+    if (diagnostics_show_origins())
+        origins_keep();
     parse_sources();
     cfg_make_psects();
     pending_comments_free();   // those of locations that were skipped last

@@ -34,6 +34,7 @@
 
 constexpr int CTRL_Z = 0x1A;
 enum : unsigned { LINE_SIZE = 3072, ATTRIBUTE_BUCKETS = 13, WARNED_BUCKETS = 127 };
+constexpr size_t MOST_NAMES_TOLD = 200;          // bytes of the names of chips in a hint
 constexpr size_t MOST_TEXT = size_t{64} << 20;   // bytes of a file
 
 typedef hash_of<const char *, vector_t *> attrs_t;
@@ -44,6 +45,7 @@ static struct {
     size_t text_read;                         // bytes, about
     hash_of<const char *, uint64_t> warned;   // "line key" of the unknown attributes that were reported
     char text[LINE_SIZE];                     // the current line
+    const char *chips;                        // the names in the file, in quotes, as far as it has been read
 } st;
 
 const char *chipinfo_file() { return st.file; }
@@ -309,6 +311,8 @@ static const char *seek_section(FILE *in, chipinfo_t *ci, const char *chip)
             continue;
         }
         clear_derived(ci);
+        if (strlen(st.chips) < MOST_NAMES_TOLD)
+            st.chips = cache_printf("%s \"%s\"", st.chips, name);
         if (!*chip || strcasecmp(chip, name) == 0)
             return cache_string(name);
         if (cache_ends_with_nocase(name, chip)) {
@@ -376,6 +380,7 @@ chipinfo_t *chipinfo_read(const char *path, const char *chip)
     st.file = cache_string(path);
     st.line = 0;
     st.text_read = 0;
+    st.chips = "";
     chipinfo_t *ci = read_chip(in, chip);
     fclose(in);
     return ci;
@@ -386,6 +391,8 @@ chipinfo_t *chipinfo_load(const char *path, const char *chip)
     if (!path)
         path = chip_find_INI_path(chip);
     chipinfo_t *ci = chipinfo_read(path, chip);
+    if (!ci && st.chips && *st.chips)
+        alert_hint("the file has%s", st.chips);
     if (!ci)
         alert_msg(922, chip ? chip : "", path ? path : "");
     return ci;

@@ -34,7 +34,8 @@ struct alert_report_t {
 void alert_set_show(bool (*show)(const alert_report_t *report));
 [[noreturn]] void alert_stop(int status);   // ends the run through services->stop
 
-// What helps with the numbered message that comes next, shown or not: a limit, what was expected. Only `show` gets it.
+// What helps with the numbered message that comes next, shown or not: a limit, what was expected. Only `show` gets it. If that
+// of a syntax error begins with a word in quotes, the message is about that word.
 [[gnu::format(printf, 1, 2)]] void alert_hint(const char *format, ...);
 int alert_msg(unsigned number, ...);      // at the current position
 int alert_msg_nl(unsigned number, ...);   // without a line: "Non line specific message"

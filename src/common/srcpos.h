@@ -16,8 +16,9 @@ struct srcpos_t {
     // The position in the higher-level source, told by `line`, `file` and `#`. src_line 0: none.
     const char *src_file;
     int64_t src_line;
-    bool src_stale;      // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
-    bool line_follows;   // `line #` is in force: src_line copies phys_line for every statement
+    bool src_stale;              // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
+    bool line_follows;           // `line #` is in force: src_line copies phys_line for every statement
+    const struct op_t *placed;   // a pass behind the parser has taken the position of this node last; null: none has
     // The node that a pass behind the parser is at, and which of its operands, from 1; null, 0: none.
     const struct op_t *node;
     unsigned operand;

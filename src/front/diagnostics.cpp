@@ -31,7 +31,9 @@
 #include "env/warnings.h"
 #include "front/chars.h"
 #include "front/lexutil.h"
+#include "front/macro.h"
 #include "front/messagelog.h"
+#include "front/origins.h"
 #include "front/sources.h"
 #include "front/suggest.h"
 
@@ -197,6 +199,10 @@ static std::string_view quoted_word(std::string_view text)
 
 static void mark(excerpt_t *e, const alert_report_t *r, const lex_line_t *being_read)
 {
+    if (r->number == SYNTAX_ERROR && *r->hint == '"')
+        mark_word(e, quoted_word(r->hint));
+    if (e->length > 0)
+        return;
     const bool last_word = std::find(std::begin(LAST_WORD), std::end(LAST_WORD), r->number) != std::end(LAST_WORD);
     if (last_word && being_read) {
         e->at = being_read->token;
@@ -264,25 +270,34 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
 
 // A message with all that belongs to it.
 
-static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_line_t &being_read)
+// Of a line that has been read before, what macros put in isn't known any more: it is shown as the macro has it.
+static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_line_t *being_read)
 {
-    lex_origin_t origins[LEX_MAX_DEPTH];
-    const unsigned count = lex_origins(origins);
+    const op_t *op = srcpos.placed;
+    const bool of_node = op && r->line > 0 && op_line(op) == static_cast<uint64_t>(r->line) && op_file(op) &&
+                         strcmp(op_file(op), r->file) == 0 && r->severity != ALERT_MESSAGE;
+    const std::vector<line_origin_t> way = being_read ? origins_here()
+                                           : of_node  ? origins_of_node(op->op_id)
+                                                      : std::vector<line_origin_t>();
     const char *outermost = nullptr;
-    for (unsigned i = 0; i < count; i++) {
-        const lex_origin_t &o = origins[i];
-        if (o.macro)
-            outermost = o.macro;
-        d->notes.push_back(
-            {o.macro ? "in the expansion of \"" + std::string(o.macro) + '"' : "included here", o.file, o.line, {}});
+    for (const line_origin_t &o : way) {
+        if (!o.macro) {
+            d->notes.push_back({"included here", o.file, o.line, {}});
+            continue;
+        }
+        const macro_place_t place = macro_place(o.macro, o.behind);
+        outermost = place.name;
+        d->notes.push_back({"in the expansion of \"" + std::string(place.name) + '"', place.file, place.line, {}});
     }
     if (!outermost)
         return;
     if (d->main.excerpt.length == 0)
         mark_word(&d->main.excerpt, outermost);   // which is called there
-    excerpt_t *e = &d->notes[0].excerpt;
-    e->text.assign(being_read.text, being_read.length);
-    mark(e, r, &being_read);
+    remark_t &inner = d->notes[0];
+    if (way[0].macro && being_read)
+        inner.excerpt.text.assign(being_read->text, being_read->length);
+    if (way[0].macro && (being_read || line_of_file(inner.file.c_str(), inner.line, &inner.excerpt.text)))
+        mark(&inner.excerpt, r, being_read);
 }
 
 // A suggestion is a fix where no other one is as near, in a line that is shown as it stands in its file.
@@ -295,8 +310,10 @@ static void note_meant(diagnostic_t *d, const lex_line_t *being_read)
         s = suggest_file(quoted_word(d->main.text), folders);
     } else if (d->number == UNDEFINED_SYMBOL)
         s = suggest_symbol(quoted_word(d->main.text));
-    else if (d->number == SYNTAX_ERROR && being_read)
-        s = suggest_keyword({being_read->text, being_read->length}, being_read->token);
+    else if (d->number == SYNTAX_ERROR && being_read) {
+        const std::string_view line(being_read->text, being_read->length);
+        s = suggest_keyword(line, statement_at(line), being_read->token);
+    }
     if (s.meant.empty())
         return;
     d->notes.push_back({'"' + s.word + "\": did you mean \"" + s.meant + "\"?", "", 0, {}});
@@ -321,8 +338,7 @@ static diagnostic_t gather(const alert_report_t *r)
     } else if (line_of_file(r->file, r->line, &e->text)) {
         mark(e, r, nullptr);
     }
-    if (reading)
-        note_origins(&d, r, being_read);
+    note_origins(&d, r, reading ? &being_read : nullptr);
     if (*r->hint)
         d.notes.push_back({r->hint, "", 0, {}});
     note_meant(&d, reading ? &being_read : nullptr);
@@ -423,5 +439,7 @@ bool diagnostics_set_color(const char *when)
         }
     return false;
 }
+
+bool diagnostics_show_origins() { return form() != FORM_PLAIN; }
 
 void diagnostics_stay_plain() { st.plain_asked = true; }

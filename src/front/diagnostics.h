@@ -7,5 +7,6 @@
 void diagnostics_start();                       // from here on messages come here before they are written
 bool diagnostics_set_form(const char *form);    // "plain", "rich", "json", "sarif"; false for anything else
 bool diagnostics_set_color(const char *when);   // "auto", "always", "never"
+bool diagnostics_show_origins();                // messages show how the assembler came where they are
 // Something else has asked for a form: without a form of their own, messages are plain.
 void diagnostics_stay_plain();

@@ -34,6 +34,7 @@
 #include "env/cmode.h"
 #include "front/chars.h"
 #include "front/macro.h"
+#include "front/origins.h"
 #include "front/sources.h"
 #include "options.h"
 
@@ -41,6 +42,7 @@ yylval_t yylval;
 uint32_t lex_mode;
 uint64_t lex_space;
 
+constexpr unsigned MAX_DEPTH = 100;   // input contexts, included files and expansions together; one more is fatal
 constexpr size_t BLOCK = 65536;
 constexpr char BYTE_ORDER_MARK[] = "\xEF\xBB\xBF";
 constexpr char CTRL_Z = 0x1A;
@@ -64,7 +66,7 @@ struct input_ctx_t {
 };
 
 static struct {
-    input_ctx_t stack[LEX_MAX_DEPTH];
+    input_ctx_t stack[MAX_DEPTH];
     unsigned depth;   // contexts on the stack
     const char *at;
     const char *line;       // the current line, also when it has been used up
@@ -134,8 +136,8 @@ static bool read_first(input_ctx_t *c, int fd)
 // The context that is about to be pushed; what to come back to is noted in the one below it.
 static input_ctx_t *next_context()
 {
-    if (lx.depth == LEX_MAX_DEPTH)
-        alert_text("F", "include files nested more than %u deep", LEX_MAX_DEPTH - 1);
+    if (lx.depth == MAX_DEPTH)
+        alert_text("F", "include files nested more than %u deep", MAX_DEPTH - 1);
     input_ctx_t *c = &lx.stack[lx.depth];
     if (lx.depth > 0) {
         c[-1].ctx_line = srcpos.phys_line;
@@ -182,7 +184,8 @@ bool lex_open(const char *name)
     crossref_file(name);
     c->ctx_file = cache_string(name);
     c->fresh = true;
-    lx.depth++;
+    if (lx.depth++ > 0)
+        origins_include(c[-1].ctx_file, c[-1].ctx_line);
     stand_at_head(c);
     if (srclines.kept)
         srclines_open(c->ctx_file);
@@ -207,6 +210,7 @@ static bool lex_pop()
         const input_ctx_t *ended = &lx.stack[--lx.depth];
         if (ended->text) {
             lx.list_on = ended[-1].ctx_list;
+            origins_leave();
             macro_end();
             return true;
         }
@@ -214,6 +218,7 @@ static bool lex_pop()
         if (srclines.kept)
             srclines_close();
         if (lx.depth > 0) {
+            origins_leave();
             const input_ctx_t *c = &lx.stack[lx.depth - 1];
             srcpos.cur_line = srcpos.phys_line = c->ctx_line;
             srcpos.src_stale = true;
@@ -258,6 +263,7 @@ static bool fill_from_text(input_ctx_t *c)
         return false;
     const char *s = c->text, *newline = static_cast<const char *>(memchr(s, '\n', static_cast<size_t>(c->text_end - s)));
     c->text = newline + 1;
+    origins_line(c->text);
     const char *marker = static_cast<const char *>(memchr(s, MACRO_MARKER, static_cast<size_t>(newline - s)));
     if (!marker) {
         lx.at = s;
@@ -391,18 +397,6 @@ bool lex_line(lex_line_t *line)
     line->token = static_cast<size_t>(lx.token - lx.line);
     line->token_length = lx.at > lx.token && lx.at <= lx.line_end ? static_cast<size_t>(lx.at - lx.token) : 1;
     return true;
-}
-
-unsigned lex_origins(lex_origin_t origins[LEX_MAX_DEPTH])
-{
-    unsigned n = 0, frame = 0;
-    for (unsigned i = lx.depth; i-- > 0;)
-        if (lx.stack[i].text)
-            origins[n++] = macro_place(frame++, lx.stack[i].text);
-    for (unsigned i = lx.depth; i-- > 1;)
-        if (!lx.stack[i].text)
-            origins[n++] = {nullptr, lx.stack[i - 1].ctx_file, lx.stack[i - 1].ctx_line};
-    return n;
 }
 
 bool lex_is_letter(char c) { return class_of(c) & C_LETTER; }

@@ -53,9 +53,6 @@ struct lex_space_t {
     uint64_t before;
 };
 
-// Input contexts at most, included files and expansions together; one more is fatal.
-constexpr unsigned LEX_MAX_DEPTH = 100;
-
 void lex_init();   // opens nothing yet; the first yylex opens the first source file
 // What stays in force to the end of all input: the radix of numbers that don't tell theirs, and with the option -I behind them,
 // whether the listing shows lines, and those of expansions.
@@ -81,13 +78,6 @@ struct lex_line_t {
     size_t token, token_length;
 };
 bool lex_line(lex_line_t *line);
-// And where that line comes from, inside out: the expansions that it lies in, then the includes.
-struct lex_origin_t {
-    const char *macro;   // null: an include
-    const char *file;    // of the line in the macro's definition, or of the include
-    int64_t line;        // 0: not known
-};
-unsigned lex_origins(lex_origin_t origins[LEX_MAX_DEPTH]);   // how many
-bool lex_is_letter(char c);                                  // may begin a word
+bool lex_is_letter(char c);   // may begin a word
 bool lex_is_digit(char c);
 bool lex_is_hex(char c);

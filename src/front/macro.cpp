@@ -24,6 +24,7 @@
 #include "common/srcpos.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
+#include "front/origins.h"
 #include "front/parser.h"
 
 enum macro_kind_t : uint8_t { KIND_MACRO, KIND_REPT, KIND_IRP, KIND_IRPC };
@@ -194,6 +195,7 @@ static void macro_expand(macro_t *m)
         vec_add(f->mf_locals, xsprintf("??%04u", ms.local_counter++));
     ms.top++;
     lex_push_text(m->m_body, m->m_length);
+    origins_enter(m);
 }
 
 void macro_end()
@@ -224,9 +226,8 @@ const char *macro_subst(unsigned char selector)
     return vec_elementAt(f->mf_args, selector == TENTH ? 9 : selector - 1u);
 }
 
-lex_origin_t macro_place(unsigned depth, const char *behind)
+macro_place_t macro_place(const macro_t *m, const char *behind)
 {
-    const macro_t *m = ms.stack[ms.top - depth].mf_macro;
     if (m->m_within)
         return {m->m_name, m->m_place.file, 0};
     int64_t line = m->m_place.line;

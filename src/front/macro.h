@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-struct lex_origin_t;
+struct macro_t;
 struct symbol_t;
 
 // Statements, each behind its word. False on a syntax error.
@@ -21,9 +21,12 @@ void macro_explain_end();
 void macro_call(symbol_t *name);
 void macro_end();
 const char *macro_subst(unsigned char selector);
-// For messages: the line of a macro's definition behind which `behind`, in its text, stands. `depth`: expansions from the
-// innermost one outwards.
-lex_origin_t macro_place(unsigned depth, const char *behind);
+// For messages: the line of a macro's definition behind which `behind`, in its text, stands.
+struct macro_place_t {
+    const char *name, *file;
+    int64_t line;   // 0: not known
+};
+macro_place_t macro_place(const macro_t *m, const char *behind);
 
 // In a body's text this byte and a selector behind it, which is never a newline, stand for a parameter or a local name.
 constexpr char MACRO_MARKER = 127;

@@ -160,7 +160,36 @@ static std::string_view word_at(std::string_view line, size_t at, bool in_front)
     return line.substr(begin, end - begin);
 }
 
-suggestion_t suggest_keyword(std::string_view line, size_t at)
+// What words the language has at a place of a line depends on the word of its statement.
+enum word_place_t { PLACE_STATEMENT, PLACE_BEHIND_NAME, PLACE_OPERAND, PLACE_PSECT, PLACE_CONTROL };
+
+static word_place_t place_of(std::string_view statement, std::string_view word)
+{
+    const op_row_t *row = op_lookup_keyword(statement.data(), statement.size());
+    if (statement.data() == word.data())
+        return PLACE_STATEMENT;
+    const symbol_t *s = row ? nullptr : sym_find(statement.data(), statement.size());
+    if (!row)
+        return s && (s->s_flags & S_MACRO) ? PLACE_OPERAND : PLACE_BEHIND_NAME;
+    return row->token == T_PSECT ? PLACE_PSECT : row->token == T_OPT ? PLACE_CONTROL : PLACE_OPERAND;
+}
+
+static bool stands_at(const op_row_t &row, word_place_t place)
+{
+    switch (row.token) {
+    case DEST_W:
+    case DEST_F:
+    case ACCESS_A:
+    case ACCESS_B:
+    case ACCESS_C: return place == PLACE_OPERAND;
+    case T_EQU:
+    case T_SET:
+    case T_MACRO: return place == PLACE_BEHIND_NAME;
+    default: return row.archmask == 0 ? place == PLACE_OPERAND : place == PLACE_STATEMENT || place == PLACE_CONTROL;
+    }
+}
+
+suggestion_t suggest_keyword(std::string_view line, size_t statement, size_t at)
 {
     search_t nearest = {};
     for (const bool in_front : {true, false}) {
@@ -170,12 +199,16 @@ suggestion_t suggest_keyword(std::string_view line, size_t at)
         if (!may_search())
             break;
         search_t s = search_for(here, true);
+        const word_place_t place = place_of(word_at(line, statement, false), here);
         for (const op_row_t &row : op_rows)
-            offer(&s, row.name);
-        for (const op_row_t &row : op_psectflags())
-            offer(&s, row.name);
+            if (stands_at(row, place))
+                offer(&s, row.name);
+        if (place == PLACE_PSECT)
+            for (const op_row_t &row : op_psectflags())
+                offer(&s, row.name);
         s.fold = false;
-        offer_symbols(&s, S_SPACE_MASK | S_MACRO, S_MACRO);
+        if (place == PLACE_STATEMENT)
+            offer_symbols(&s, S_SPACE_MASK | S_MACRO, S_MACRO);
         if (!s.found.empty() && (nearest.found.empty() || s.best < nearest.best))
             nearest = s;
     }

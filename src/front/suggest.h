@@ -15,4 +15,5 @@ suggestion_t suggest_word(std::string_view word, const std::vector<std::string> 
 suggestion_t suggest_symbol(std::string_view word);   // a symbol of the program
 // For a line with a syntax error: the word of the language, or the macro, that the word in front of `at`, or the one there, was
 // probably meant to be, if the word itself is nothing.
-suggestion_t suggest_keyword(std::string_view line, size_t at);
+// `statement`: where the word of the statement stands, which says what words there are behind it.
+suggestion_t suggest_keyword(std::string_view line, size_t statement, size_t at);
