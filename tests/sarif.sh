@@ -34,7 +34,7 @@ for result in run['results']:
                  [[r['deletedRegion']['startColumn'], r['insertedContent']['text']] for r in fixes]])
     assert all(p['artifactLocation']['uri'] == 'a%20b.as' for p in place)
 assert seen == [
-    ['876', [[1, 9, 10]], [[2, 'movlw']]],
+    ['876', [[1, 2, 8]], [[2, 'movlw']]],
     ['876', [[5, 2, 5], [3, 11, 12]], []],
     ['875', [[8, None, None]], []],
     ['876', [[8, 15, 16]], []],
