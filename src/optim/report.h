@@ -21,4 +21,4 @@ extern bool opt_changed;   // a rule has edited the list; whoever asks clears it
 // opt_changed, and leaves a line in the trace.
 void opt_fired(opt_rule_t rule, int counter, const op_t *op);
 void opt_count(opt_counter_t counter);   // counts only
-void opt_trace_counters();   // the counters, at the end of the trace
+void opt_trace_counters();               // the counters, at the end of the trace
