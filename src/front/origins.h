@@ -19,10 +19,10 @@ struct line_origin_t {
 void origins_keep();   // from now on
 bool origins_kept();
 
-void origins_enter(const macro_t *macro);                // what comes is text of this macro,
-void origins_include(const char *file, int64_t line);    // or of a file that is included here,
-void origins_leave();                                    // or of what it was before that
-void origins_line(const char *behind);                   // a line of a text is read next
+void origins_enter(const macro_t *macro);               // what comes is text of this macro,
+void origins_include(const char *file, int64_t line);   // or of a file that is included here,
+void origins_leave();                                   // or of what it was before that
+void origins_line(const char *behind);                  // a line of a text is read next
 
 // Inside out: of the line being read, and of what a node of this op_id comes from.
 std::vector<line_origin_t> origins_here();
