@@ -3,7 +3,7 @@
 // A case file is a title and a list of sections; tests/README.md describes them. The runner takes the sections in order:
 // those that prepare something act at once, in a fresh temporary directory; a `run` starts the program; those that expect
 // something look at what the last run left. A case fails with everything that is wrong about it, not only with the first
-// thing. What a case doesn't say of a run (exit status 0, no output) is put in as sections of its own.
+// thing. What a run says itself (exit status, standard error) and what the case doesn't (no output) is put in as sections.
 //
 // Input and output of a program are temporary files, so that nothing blocks and the limit on files is one on output too.
 #include <algorithm>
@@ -395,7 +395,7 @@ static void expect(case_t &c, const section_t &s, const outcome_t &o)
 
 static bool runs(const section_t &s) { return s.kind == "run" || starts(s.kind, "fails"); }
 
-// Runs section i and puts in, behind it, what the case doesn't say and is expected all the same.
+// Runs section i and puts in, behind it, what is expected of it without a section of its own.
 static outcome_t run_section(case_t &c, size_t i)
 {
     const section_t run = c.sections[i];
@@ -417,10 +417,11 @@ static outcome_t run_section(case_t &c, size_t i)
         section_t s;
         set_head(s, head);
         s.line = run.line;
+        s.body = s.kind == "stderr" ? run.body : strings();
         size_t k = at;
         for (; k < c.sections.size() && expects(c.sections[k]) && c.sections[k].kind != s.kind; k++) {
         }
-        if (k == c.sections.size() || !expects(c.sections[k]))
+        if (k == c.sections.size() || !expects(c.sections[k]) || !s.body.empty())
             c.sections.insert(c.sections.begin() + static_cast<ptrdiff_t>(at++), s);
     }
     return o;
