@@ -20,7 +20,6 @@
 
 constexpr rlim_t FILE_LIMIT = 16 << 20, MEMORY_LIMIT = rlim_t{1} << 30;   // bytes
 
-const bool target_forks = true;
 static std::string directory;
 
 struct arguments_t {

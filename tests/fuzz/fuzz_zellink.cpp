@@ -7,8 +7,6 @@
 #include "target.h"
 #include "zellink.h"
 
-const bool target_forks = false;
-
 void target_clean() {}
 bool target_may_take_long(std::string_view) { return false; }
 

@@ -6,8 +6,6 @@
 
 #include "target.h"
 
-const bool target_forks = false;
-
 void target_prepare() {}
 void target_clean() {}
 bool target_may_take_long(std::string_view) { return false; }

@@ -8,8 +8,6 @@
 
 enum : uint64_t { CYCLES = 5000 };
 
-const bool target_forks = false;
-
 void target_clean() {}
 bool target_may_take_long(std::string_view) { return false; }
 

@@ -1,7 +1,7 @@
 // A fuzz target is told apart from what drives it.
 //
-// A target (fuzz_source.cpp, fuzz_chip.cpp, ...) says what becomes of one input. A driver brings inputs: driver_libfuzzer.cpp,
-// driver_afl.cpp, or driver_replay.cpp, which runs a kept corpus without a fuzzer. The targets that feed the assembler say
+// A target (fuzz_source.cpp, fuzz_chip.cpp, ...) says what becomes of one input. A driver brings inputs: driver_afl.cpp, or
+// driver_replay.cpp, which runs a kept corpus without a fuzzer. The targets that feed the assembler say
 // no more than how to call it, as an `assembly_t`; assembly.cpp does the rest.
 //
 // The assembler's state is the process's, and a fatal message ends the process. So such a target has everything that does
@@ -12,8 +12,7 @@
 #include <string_view>
 #include <vector>
 
-extern const bool target_forks;   // each run needs a process of its own, which it may end
-void target_prepare();            // once, before all runs
+void target_prepare();   // once, before all runs
 // One input, to its end. What comes out doesn't matter: a fault ends the process by a signal. The input outlives the run.
 void target_run(std::string_view input);
 bool target_may_take_long(std::string_view input);   // running out of time is no fault
