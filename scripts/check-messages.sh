@@ -5,11 +5,13 @@
 #     check-messages.sh BIN SOURCES
 #
 # A block "text" is a source, assembled for ZEL8K10 with what a first line "; options: ..." gives; a second word makes it a file
-# for the examples behind it. Of a "console" block, what it shows counts: check-manual.sh has compared that with the program.
+# for the examples behind it; the configuration data of the sample chips is there, too. Of a "console" block, what it shows
+# counts: check-manual.sh has compared that with the program.
 set -u
 bin=$(cd "$1" && pwd) && top=$(cd "$2" && pwd) || exit 1
 work=$(mktemp -d) && trap 'rm -rf "$work"' EXIT && cd "$work" || exit 1
 chapter=$top/docs/manual/message-list.md
+cp "$top"/dat/cfgdata/*.cfgdata .
 failed=0 provoked=0
 
 complain() {

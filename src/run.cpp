@@ -211,16 +211,16 @@ static void write_report()
         no_report();
 }
 
-// All psects are sized.
+// All psects are sized. As a program with errors is none, an annotation of what it was before stays.
 static void write_annotation()
 {
-    if (!opt.annotation_file)
+    if (!opt.annotation_file || alert_exit_status() != 0)
         return;
-    FILE *to = open_output(opt.annotation_file);
+    FILE *to = guard_open_beside(opt.annotation_file);
     const bool page = std::string_view(opt.annotation_file).ends_with(".html");
     if (to)
         (page ? annotation_write_html : annotation_write_text)(to, annotation_make());
-    if (to && guard_close(to))
+    if (to && guard_close_beside(to))
         return;
     guard_perror(opt.annotation_file);
     const srcpos_nowhere_t nowhere;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -39,7 +40,8 @@ static struct {
     output_t *outputs;
     size_t input_count, input_room, output_count, output_room;
     void (*tell)(const char *line);
-    const char *refusal;   // why the last output was refused; null if it wasn't
+    const char *beside, *place;   // a file that is written beside its place; null: none
+    const char *refusal;          // why the last output was refused; null if it wasn't
 } st;
 
 // Whether it is a regular file; only those have an identity that matters.
@@ -150,6 +152,12 @@ static char *content_of(const char *path, off_t size)
     return n == static_cast<size_t>(size) ? content : nullptr;
 }
 
+static void add_output(const output_t &o)
+{
+    xreserve(st.outputs, st.output_count, st.output_count + 1, st.output_room, size_t{8});
+    st.outputs[st.output_count++] = o;
+}
+
 FILE *guard_open(const char *path, const char *mode, void (*lost)(const char *path))
 {
     const bool append = *mode == 'a';
@@ -177,8 +185,7 @@ FILE *guard_open(const char *path, const char *mode, void (*lost)(const char *pa
         o.size = again->size;
         *again = o;
     } else if (regular) {
-        xreserve(st.outputs, st.output_count, st.output_count + 1, st.output_room, size_t{8});
-        st.outputs[st.output_count++] = o;
+        add_output(o);
     }
     return stream;
 }
@@ -193,6 +200,52 @@ bool guard_close(FILE *stream)
     if (why || !errno)
         errno = why ? why : EIO;   // the write that failed may be long ago
     return false;
+}
+
+static void drop_beside()
+{
+    if (st.beside)
+        unlink(st.beside);
+    st.beside = nullptr;
+}
+
+FILE *guard_open_beside(const char *path)
+{
+    struct stat info;
+    if (stat(path, &info) == 0 && !S_ISREG(info.st_mode))
+        return guard_open(path, "w");
+    if (!guard_allows(path))
+        return nullptr;
+    char *name = xsprintf("%s.XXXXXX", path);
+    const int fd = mkostemp(name, O_CLOEXEC);
+    if (fd < 0)
+        return nullptr;
+    st.beside = name;
+    st.place = path;
+    atexit(drop_beside);   // a fatal message ends the run
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(fd, 0666 & ~mask);
+    return fdopen(fd, "w");
+}
+
+bool guard_close_beside(FILE *stream)
+{
+    output_t o = {{}, st.place, -1, nullptr, 0, nullptr};
+    if (st.beside)
+        identify(fileno(stream), &o.id);
+    bool good = guard_close(stream);
+    if (!st.beside)
+        return good;
+    good = good && rename(st.beside, st.place) == 0;
+    const int why = errno;
+    if (good) {
+        st.beside = nullptr;
+        add_output(o);
+    }
+    drop_beside();
+    errno = why;
+    return good;
 }
 
 bool guard_allows(const char *path)

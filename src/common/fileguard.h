@@ -17,6 +17,10 @@ void guard_input(int fd);
 FILE *guard_open(const char *path, const char *mode, void (*lost)(const char *path) = nullptr);
 // Closes it. False, with errno set, if something that was written to it has not arrived.
 bool guard_close(FILE *stream);
+// The same for one that is to appear whole or not at all, such as a page: it is written beside its place, under another name, and
+// gets its own when all has arrived. One at a time. What isn't a regular file is written in place.
+FILE *guard_open_beside(const char *path);
+bool guard_close_beside(FILE *stream);
 // Whether the file of that name may be written: false, with errno set, where guard_open would refuse.
 bool guard_allows(const char *path);
 // As perror, knowing more of a refusal. What is set by guard_set_tell gets the line, without its end.

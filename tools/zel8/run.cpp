@@ -1,7 +1,9 @@
 // run: the processes. Sources are assembled side by side; what they say is kept and shown in their order.
 //
 // Every output is written under another name beside its place and renamed when all went well, so that nobody ever sees half a
-// file, and a failed run leaves none. A signal ends the children, removes these files, and then ends this process as it would have.
+// file, and a failed run leaves none. What words for the assembler or the linker alone let them write, listings and the like, has
+// its name written in objects, or its form told by it, and is written in place: a copy of what was there before is kept until all
+// went well, and takes its place otherwise. A signal ends the children, removes these files, and then ends this process as it would have.
 // Signals are blocked and waited for, which has no races; children get the mask back.
 #include <fcntl.h>
 #include <spawn.h>
@@ -18,6 +20,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <thread>
 
 #include "zel8.h"
@@ -41,6 +44,12 @@ struct output_t {
     std::string more = {};
 };
 
+// A file that one of the tools writes in place, and a copy of what it held; empty: there was none.
+struct aside_t {
+    std::string place, before;
+    fs::file_time_type time;
+};
+
 // What becomes of a source.
 struct unit_t {
     std::string name, source;    // as it is told; what is read, which is something else of standard input
@@ -52,6 +61,7 @@ struct unit_t {
 
 static struct {
     std::vector<output_t> outputs;
+    std::vector<aside_t> asides;
     std::string directory;   // for what is only read by another of the processes
     std::string standard_input;
     std::string unlisted;   // how the words of a rule begin that it isn't to tell; empty: it tells all
@@ -59,9 +69,16 @@ static struct {
     sigset_t waited, before;
 } st;
 
-static void clean_up()
+static void clean_up(bool good)
 {
     std::error_code ignored;
+    for (const aside_t &a : st.asides) {
+        const bool touched = a.before.empty() || fs::last_write_time(a.place, ignored) != a.time;
+        if (!good && touched && !a.before.empty())
+            fs::rename(a.before, a.place, ignored);
+        else
+            fs::remove(good || !touched ? a.before : a.place, ignored);
+    }
     for (const output_t &o : st.outputs)
         if (o.written != o.place)
             fs::remove(o.written, ignored);
@@ -101,6 +118,74 @@ static std::string name_beside(const std::string &place, bool dry)
     }
     st.outputs.push_back({place, name});
     return name;
+}
+
+// False, with errno set, if what is there can't be copied, or this run has written there.
+static bool put_aside(const std::string &place)
+{
+    std::error_code error;
+    const auto written = [&](const auto &other) { return other.place == place; };
+    if (std::any_of(st.outputs.begin(), st.outputs.end(), written) ||
+        std::any_of(st.asides.begin(), st.asides.end(), written)) {
+        errno = EEXIST;
+        return false;
+    }
+    const bool exists = fs::exists(place, error);
+    if (exists && !fs::is_regular_file(place, error))
+        return true;
+    aside_t a = {place, "", {}};
+    if (exists) {
+        a.before = place + ".XXXXXX";
+        const int fd = mkstemp(a.before.data());
+        if (fd < 0)
+            return false;
+        close(fd);
+        a.time = fs::last_write_time(place, error);
+        if (!fs::copy_file(place, a.before, fs::copy_options::overwrite_existing, error) || error) {
+            std::error_code ignored;
+            fs::remove(a.before, ignored);
+            errno = error.value();
+            return false;
+        }
+        fs::last_write_time(a.before, a.time, error);
+    }
+    st.asides.push_back(a);
+    return true;
+}
+
+// Files that the words, or the last of two that are alike, name as outputs. `source`: the name of a listing without one.
+static std::vector<std::string> written_in_place(const std::vector<std::string> &words, const std::string &source)
+{
+    std::map<std::string, std::string> places;   // by the word
+    for (const std::string &word : words) {
+        if (word.starts_with("-L") || word.starts_with("-l")) {
+            const std::string &named = places["-L"];
+            places["-L"] = word.size() > 2 ? word.substr(2) : named;
+        }
+        for (const char *option : {"--opt-report=", "--annotate=", "--map="})
+            if (word.starts_with(option))
+                places[option] = word.substr(strlen(option));
+    }
+    if (const auto listing = places.find("-L"); listing != places.end()) {
+        if (listing->second.empty())
+            listing->second = fs::path(source).replace_extension(".lst");
+        places["relocations"] = fs::path(listing->second).replace_extension(".rlf");
+    }
+    std::vector<std::string> list;
+    for (const auto &[word, place] : places)
+        if (!place.empty())
+            list.push_back(place);
+    return list;
+}
+
+static bool put_all_aside(const z8_options &o, const std::vector<std::string> &words, const std::string &source)
+{
+    for (const std::string &place : o.dry ? std::vector<std::string>() : written_in_place(words, source))
+        if (!put_aside(place)) {
+            fail("can't write " + place, errno);
+            return false;
+        }
+    return true;
 }
 
 static void show(const job_t &job)
@@ -152,7 +237,7 @@ static void end_by_signal(std::vector<job_t> &jobs, int number)
     for (const job_t &job : jobs)
         if (job.pid > 0)
             waitpid(job.pid, nullptr, 0);
-    clean_up();
+    clean_up(false);
     signal(number, SIG_DFL);
     sigprocmask(SIG_SETMASK, &st.before, nullptr);
     raise(number);
@@ -449,6 +534,8 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
         add_terminal_words(o, words);
     std::vector<job_t> jobs;
     for (const unit_t &unit : units) {
+        if (!put_all_aside(o, o.assembler, unit.name))
+            return false;
         job_t job;
         job.words = words;
         if (fs::path(unit.name).has_parent_path())   // build systems run in another folder than the source's
@@ -479,6 +566,8 @@ static int link(const z8_options &o, const std::string &bin, const std::vector<u
     const std::string place = o.output.empty() ? "a.hex" : o.output, name = name_beside(place, o.dry);
     if (name.empty())
         return fail("can't write " + place, errno);
+    if (!put_all_aside(o, o.linker, ""))
+        return 1;
     const bool binary = place.ends_with(".bin"), elf = place.ends_with(".elf");
     job_t job;
     job.words = {bin + "/zellink", "-mcpu=" + o.chip, binary ? "--format=bin" : elf ? "--format=elf" : "--format=hex"};
@@ -558,6 +647,6 @@ int z8_run(const z8_options &o, const std::string &bin)
         sigaddset(&st.waited, number);
     sigprocmask(SIG_BLOCK, &st.waited, &st.before);
     const int status = o.what == z8_options::HEADER ? write_header(o, bin) : run_all(o, bin);
-    clean_up();
+    clean_up(status == 0);
     return status;
 }
