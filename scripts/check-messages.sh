@@ -1,6 +1,6 @@
 #!/bin/sh
 # Checks the chapter of all messages: its headings are the catalogue's lines, and each section has an example that provokes its
-# message, or a paragraph "No example: ..." that says why not.
+# message, or a paragraph "No example: ..." that says why not. And the picture of messages shows what they look like now.
 #
 #     check-messages.sh BIN SOURCES
 #
@@ -44,5 +44,6 @@ while read -r number kind text; do
     fi
     "$bin/aszel8" --explain="$number" | grep -qF "($number) $text" || complain "--explain=$number: other text"
 done <headings
+sh "$top/scripts/message-picture.sh" "$bin" | cmp - "$top/docs/manual/rich.svg" || complain "rich.svg isn't what message-picture.sh draws"
 [ $failed = 0 ] && echo "$provoked messages are provoked, $(($(wc -l <headings) - provoked)) can't be"
 exit $failed

@@ -30,6 +30,7 @@ END
     } >"$2"
 }
 
+cp "$docs"/manual/*.svg "$to/manual"
 for chapter in "$docs"/manual/*.md; do
     page "$chapter" "$to/manual/$(basename "$chapter" .md).html" ..
 done
