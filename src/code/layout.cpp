@@ -13,6 +13,8 @@
 //
 // With padding, or an `org`, a shorter branch can make distances larger, branches can chase each other for ever, and only
 // the walks themselves tell where they end. They go on until nothing moves or all is as it was before, which is a circle.
+// There a label ahead of the branch is taken where it was, and the branch where it is now, as long as that may settle: it
+// decides which of several ends is found. A large psect, of which each such walk settles a piece only, goes over to old places.
 // In a circle, or when it takes too long, a branch may only grow from then on, so that each further walk makes at least one
 // longer, and after some more all those that still have a choice take their longest form, which ends it.
 //
@@ -32,7 +34,7 @@
 #include "common/xalloc.h"
 #include "options.h"
 
-enum : unsigned { SQUEEZE_EVERY = 8, CIRCLE_FROM = 64, GROWING_WALKS = 100, AHEAD = 12 };
+enum : unsigned { SQUEEZE_EVERY = 8, CIRCLE_FROM = 64, RIGID_WALKS = 128, GROWING_WALKS = 100, AHEAD = 12 };
 // Walks may visit so many nodes in all, within these limits. The lower one grows with the psect: without the old places a
 // walk settles some hundred nodes only.
 enum : size_t { VISITS = 100000000, MOST_WALKS = 10000, LEAST_WALKS = 50, LEAST_WALKS_MORE = 1000, NODES_A_WALK = 100 };
@@ -47,6 +49,7 @@ static struct {
     placed_t *placed;        // the nodes of a psect that have to be walked again and again
     size_t placed_count, placed_room;
     bool rigid;             // not all nodes move when one grows
+    bool old_places;        // how far a label ahead is, is told by where both were before the walk
     squeezed_t *squeezed;   // the branches that can become shorter, and one more element
     size_t squeezed_count, squeezed_room;
     uint32_t shrunk;   // the last branch that has become shorter and whose surroundings are still to see
@@ -300,7 +303,7 @@ static uint64_t placed_branch_size(const placed_t *n, uint64_t pos, bool first)
         return size_branch(n->op, pos);
     reach_t reach;
     const value_t *target = &n->sym->s_value;
-    const bool old = !first && !st.rigid && target->v_offs > static_cast<int64_t>(pos);
+    const bool old = !first && st.old_places && target->v_offs > static_cast<int64_t>(pos);
     const bool near = place_is_near(target, 0, old ? n->at : pos, &reach);
     return form_size(n->type, near, reach);
 }
@@ -523,6 +526,7 @@ void size_psect(symbol_t *psect)
     for (size_t pass = 1;; pass++) {
         st.growing = pass > free_walks;
         st.longest = pass > free_walks + GROWING_WALKS;
+        st.old_places = !st.rigid || pass > RIGID_WALKS;
         if (!size_walk(pass == 1) && pass > 1)
             break;
         if (pass % SQUEEZE_EVERY == 0 && !st.growing)
