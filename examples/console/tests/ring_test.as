@@ -5,22 +5,22 @@
 	psect	reset_vec,class=RESETVEC,reloc=2
 	goto	test
 	psect	int_vec,class=INTVEC,reloc=2
+	incfsz	arrived,f,c	; which leaves STATUS as it is
+	goto	isr
 	goto	isr
 
 	psect	data_test,class=COMRAM,space=1
 	global	count,kept
 count:	ds	1
 kept:	ds	1
-rounds:	ds	2
+arrived: ds	1
 
 	psect	text_test,class=CODE,reloc=2
 test:	call	serial_init
 	bsf	INTC0,IENL,c
 	bsf	INTC0,IENH,c
-	movlf	80,rounds	; some 60,000 cycles, longer than 40 characters take
-1:	decfsz	rounds+1,f,c
-	bra	1b
-	decfsz	rounds,f,c
+	movlw	40		; nothing else interrupts yet
+1:	cpfseq	arrived,c
 	bra	1b
 	movff	rx_head,kept
 2:	call	serial_get
