@@ -270,6 +270,19 @@ static void shape_compiled(int64_t lines)
     }
 }
 
+// Sixteen bytes a line, in one section.
+static void shape_data(int64_t lines)
+{
+    static const char *const form[DIALECTS] = {"\tdb\t%u", "\t.byte\t%u", "\tdb\t%u", "\t.byte\t%u"};
+    put_section(0);
+    for (int64_t line = 0; line < lines; line++) {
+        printf(form[dialect], draw(256));
+        for (int i = 1; i < 16; i++)
+            printf(",%u", draw(256));
+        putchar('\n');
+    }
+}
+
 static const struct {
     const char *name;
     void (*write)(int64_t lines);
@@ -280,6 +293,7 @@ static const struct {
      "blocks of ten lines: comment, label, eight instructions of which two are branches"},
     {"macros", shape_macros, 1U << ZEL8, "calls of nested macros, with irp and rept; LINES counts what they become"},
     {"gotos", shape_gotos, 1U << ZEL8, "one section in which every tenth line is a goto, with tails that several share"},
+    {"data", shape_data, (1U << DIALECTS) - 1, "sixteen bytes a line"},
     {"compiled", shape_compiled, 1U << ZEL8, "functions of a hundred lines, each in a psect of its own"},
 };
 

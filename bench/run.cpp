@@ -1,11 +1,12 @@
 // bench_run: measures the assembler on programs that bench_gen makes, alone or side by side with assemblers for other
 // machines, and prints tables of time, memory and growth, and whether the figures aimed at are reached.
 //
-//     bench_run [--peers] [--optimise] [--quick] [--runs N] [--lines N] [--shape NAME] [--keep] [--aszel8 PATH]
+//     bench_run [--peers | --optimise | --gate FILE [--hold]] [--quick] [--runs N] [--lines N] [--shape NAME] [--table FILE]
+//               [--keep] [--aszel8 PATH]
 //
 // A figure such as "half a million lines a second" says little, since it changes with the machine, the hour and the program.
 // What can be compared is two assemblers on the same machine, at the same time, on the same shape of program. Hence the
-// order of things: make every program first (three sizes, each twice the one before, the last the one that the figures
+// order of things: make every program first (five sizes, each twice the one before, the last the one that the figures
 // are for, in each dialect); then go round the assemblers again and again, one run each, so that a slow minute of the
 // machine hits all of them; and take the best and the median of each. Those that are slow go round among themselves,
 // behind the others: on a virtual machine memory that has been free for some seconds may be back with the host, and
@@ -20,6 +21,7 @@
 // one before shows that it would take minutes.
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -31,14 +33,14 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "chip.h"
 #include "common/streams.h"
+#include "gate.h"
+#include "process.h"
 
-enum { SIZES = 3, START_RUNS = 50, SFR_LINES = 300 };
+enum { SIZES = 5, START_RUNS = 50 };
 static const double repeat_budget = 10, slow_above = 0.6, skip_above = 60;   // seconds
 
 enum kind_t { OWN, PEER, OPTIMISER };   // PEER: with --peers; OPTIMISER: with --optimise, and then nothing else
@@ -54,6 +56,7 @@ struct assembler_t {
 static const assembler_t assemblers[] = {
     { "aszel8", OWN, nullptr, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "macros", OWN, "macros", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
+    { "-L", OWN, nullptr, "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-L@l", "-O@o", "@i" }, nullptr },
     { "plain", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" }, { "-mcpu=ZEL8BENCH", "-C@c", "-O@o", "@i" }, nullptr },
     { "-O", OPTIMISER, "compiled", "zel8", nullptr, { "aszel8" },
       { "-mcpu=ZEL8BENCH", "-C@c", "-O", "-O@o", "@i" }, nullptr },
@@ -69,11 +72,6 @@ static const assembler_t assemblers[] = {
 };
 // clang-format on
 
-struct run_t {
-    double wall, cpu;
-    long peak_kb;
-};
-
 struct result_t {
     std::vector<run_t> runs;
     double spent = 0;
@@ -83,14 +81,15 @@ struct result_t {
 struct contestant_t {
     const assembler_t *row;
     std::string command;
-    result_t sized[SIZES], start;
+    std::array<result_t, SIZES> sized;
+    result_t start;
 };
 
 static struct {
-    bool peers, optimise, quick, keep;
+    bool peers, optimise, keep, hold;
     int runs = 25;
     int64_t lines = 500000;
-    std::string shape = "blocks", aszel8, gen, dir;
+    std::string shape = "blocks", aszel8, gen, dir, gate, table;   // the last two: files
 } opt;
 
 [[noreturn]] static void die(const char *format, ...)
@@ -120,45 +119,6 @@ static std::string source_of(const assembler_t &row, int size)
     return opt.dir + "/" + row.dialect + "-" + number + ".asm";
 }
 
-static double now()
-{
-    timespec t;
-    clock_gettime(CLOCK_MONOTONIC, &t);
-    return (double)t.tv_sec + (double)t.tv_nsec * 1e-9;
-}
-
-static double seconds(const timeval &t) { return (double)t.tv_sec + (double)t.tv_usec * 1e-6; }
-
-// Runs a command with its standard output (and its standard error, if `both`) in `out`. False if it didn't exit with 0.
-static bool spawn(const std::vector<std::string> &words, const std::string &out, bool both, run_t *run)
-{
-    std::vector<char *> argv;
-    for (const std::string &word : words)
-        argv.push_back(const_cast<char *>(word.c_str()));
-    argv.push_back(nullptr);
-    const double begin = now();
-    const pid_t pid = fork();
-    if (pid < 0)
-        die("can't fork: %s", strerror(errno));
-    if (pid == 0) {
-        const int in = open("/dev/null", O_RDONLY), fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-        dup2(in, 0);
-        dup2(fd, 1);
-        if (both)
-            dup2(fd, 2);
-        execv(argv[0], argv.data());
-        dprintf(2, "can't run %s: %s\n", argv[0], strerror(errno));
-        _exit(127);
-    }
-    int status;
-    rusage use;
-    while (wait4(pid, &status, 0, &use) < 0)
-        if (errno != EINTR)
-            die("can't wait: %s", strerror(errno));
-    *run = {now() - begin, seconds(use.ru_utime) + seconds(use.ru_stime), use.ru_maxrss};
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 static std::string first_line(FILE *f)
 {
     char line[300];
@@ -168,29 +128,13 @@ static std::string first_line(FILE *f)
     return text.substr(std::min(text.find_first_not_of(' '), text.size()));
 }
 
-// The command's path, or nothing. A name without a slash is searched for in the places of PATH.
-static std::string find_command(const char *name)
-{
-    if (strchr(name, '/'))
-        return access(name, X_OK) ? "" : name;
-    const char *path = getenv("PATH");
-    for (std::string rest = path ? path : "/usr/bin:/bin"; !rest.empty();) {
-        const size_t colon = std::min(rest.find(':'), rest.size());
-        const std::string found = rest.substr(0, colon) + "/" + name;
-        if (!access(found.c_str(), X_OK))
-            return found;
-        rest.erase(0, colon + 1);
-    }
-    return "";
-}
-
 static std::string command_of(const assembler_t &row)
 {
     if (row.kind != PEER)
         return access(opt.aszel8.c_str(), X_OK) ? "" : opt.aszel8;
     for (const char *name : row.commands)
         if (name)
-            if (std::string found = find_command(name); !found.empty())
+            if (std::string found = process_find(name); !found.empty())
                 return found;
     return "";
 }
@@ -203,7 +147,7 @@ static void install_peers()
             missing.append(" ").append(row.package);
     if (missing.empty())
         return;
-    if (find_command("apt-get").empty()) {
+    if (process_find("apt-get").empty()) {
         printf("These packages are missing, and there is no apt-get to install them:%s\n", missing.c_str());
         return;
     }
@@ -216,32 +160,12 @@ static void install_peers()
         printf("not all could be installed\n");
 }
 
-// A chip of its own, so that the figures don't change with the sample chips: the core registers and as many others
-// as make up SFR_LINES, each with one field, one address after the other up to the top of memory.
-static void write_chip(const std::string &path)
+// False if the command didn't exit with 0.
+static bool spawn(const std::vector<std::string> &words, const std::string &out, const char *err, run_t *run)
 {
-    static const char *const core[] = {
-        "TOSU",     "TOSH",     "TOSL",     "STKPTR",   "PCLATU",  "PCLATH",   "PCL",      "TBLPTRU", "TBLPTRH", "TBLPTRL",
-        "TABLAT",   "PRODH",    "WREG",     "PRODL",    "INDF0",   "POSTINC0", "POSTDEC0", "PREINC0", "PLUSW0",  "FSR0H",
-        "FSR0L",    "INDF1",    "POSTINC1", "POSTDEC1", "PREINC1", "PLUSW1",   "FSR1H",    "FSR1L",   "BSR",     "INDF2",
-        "POSTINC2", "POSTDEC2", "PREINC2",  "PLUSW2",   "FSR2H",   "FSR2L",    "STATUS",
-    };
-    const int cores = sizeof core / sizeof *core;
-    FILE *f = fopen(path.c_str(), "w");
-    if (!f)
-        die("can't write %s", path.c_str());
-    fputs("[ZEL8BENCH]\nARCH=ZEL8\nPROCID=BE00\nRAMSIZE=1000\nROMSIZE=200000\nPCBITS=14\nBSRBITS=4\nCOMMON=0-5F\n"
-          "SFRCOMMON=F60-FFF\nGPRBANKS=60-FF,100-1FF,200-2FF,300-3FF\nSFRBANKS=ED4-FFF\nCFGMEM=300000-30000D\n",
-          f);
-    for (int left = SFR_LINES; left-- > 0;)
-        if (left < cores)
-            fprintf(f, "SFR=%s,%X,8\n", core[left], 0xFFF - left);
-        else
-            fprintf(f, "SFR=PERIPH%d,%X,8\n", left, 0xFFF - left);
-    for (int left = SFR_LINES; left-- > 0;)
-        fprintf(f, "SFRFLD=FIELD%d,%X,%d,1\n", left, 0xFFF - left, left % 8);
-    if (fclose(f) != 0)
-        die("can't write %s", path.c_str());
+    if (!process_run(words, out.c_str(), err, 0, run))
+        die("can't run %s: %s", words[0].c_str(), strerror(errno));
+    return run->status == 0;
 }
 
 // Makes the programs for an assembler. False if the shape can't be had in its dialect.
@@ -253,7 +177,7 @@ static bool generate(const assembler_t &row)
             continue;
         run_t run;
         if (size >= 0 &&
-            !spawn({opt.gen, shape_of(row), std::to_string(size_of(row, size)), row.dialect}, path, false, &run))
+            !spawn({opt.gen, shape_of(row), std::to_string(size_of(row, size)), row.dialect}, path, nullptr, &run))
             return false;
         if (size < 0)
             if (FILE *f = fopen(path.c_str(), "w")) {
@@ -264,24 +188,33 @@ static bool generate(const assembler_t &row)
     return true;
 }
 
-static void measure(contestant_t *c, int size, result_t *result)
+static std::vector<std::string> words_of(const contestant_t &c, int size)
 {
-    const std::string in = source_of(*c->row, size), out = opt.dir + "/out.obj", log = opt.dir + "/log";
-    std::vector<std::string> words = {c->command};
-    for (const char *arg : c->row->args) {
+    std::vector<std::string> words = {c.command};
+    for (const char *arg : c.row->args) {
         if (!arg)
             break;
         std::string word = arg;
         if (const size_t at = word.find('@'); at != std::string::npos)
-            word.replace(at, 2, word[at + 1] == 'i' ? in : word[at + 1] == 'o' ? out : opt.dir + "/chip.ini");
+            word.replace(at, 2,
+                         word[at + 1] == 'i'   ? source_of(*c.row, size)
+                         : word[at + 1] == 'o' ? opt.dir + "/out.obj"
+                         : word[at + 1] == 'l' ? opt.dir + "/out.lst"
+                                               : opt.dir + "/chip.ini");
         words.push_back(word);
     }
+    return words;
+}
+
+static void measure(contestant_t *c, int size, result_t *result)
+{
+    const std::string out = opt.dir + "/out.obj", log = opt.dir + "/log";
     unlink(out.c_str());
     run_t run;
-    const bool fine = spawn(words, log, true, &run);
+    const bool fine = spawn(words_of(*c, size), log, log.c_str(), &run);
     if (!fine || std::filesystem::file_size(log) || access(out.c_str(), R_OK)) {
         FILE *f = fopen(log.c_str(), "r");
-        printf("%s: no figures for %s: %s%s\n", c->row->name, in.substr(opt.dir.size() + 1).c_str(),
+        printf("%s: no figures for %s: %s%s\n", c->row->name, source_of(*c->row, size).substr(opt.dir.size() + 1).c_str(),
                fine ? "" : "it failed: ", first_line(f).c_str());
         if (f)
             fclose(f);
@@ -320,7 +253,7 @@ static double least_cpu(const result_t &result)
 
 static double peak_mb(const result_t &result)
 {
-    long most = 0;
+    int64_t most = 0;
     for (const run_t &run : result.runs)
         most = std::max(most, run.peak_kb);
     return (double)most / 1024;
@@ -378,17 +311,42 @@ static double growth(const contestant_t &c, int size)
     return c.sized[size].runs.empty() || c.sized[size - 1].runs.empty() ? 0 : best(c.sized[size]) / best(c.sized[size - 1]);
 }
 
+// What the plots are made of: a block of lines for each assembler, "lines seconds megabytes", with a blank line between two.
+static bool write_table(const std::vector<contestant_t> &all)
+{
+    FILE *f = fopen(opt.table.c_str(), "w");
+    for (const contestant_t &c : all) {
+        if (!f)
+            break;
+        fprintf(f, "\"%s\"\n", c.row->name);
+        for (int size = 0; size < SIZES; size++)
+            if (!c.sized[size].runs.empty())
+                fprintf(f, "%lld %.4f %.2f\n", (long long)size_of(*c.row, size), best(c.sized[size]),
+                        peak_mb(c.sized[size]));
+        fputs("\n\n", f);
+    }
+    if (f && fclose(f) == 0)
+        return true;
+    fprintf(stderr, "bench_run: can't write %s: %s\n", opt.table.c_str(), strerror(errno));
+    return false;
+}
+
 static void print_growth(const std::vector<contestant_t> &all)
 {
-    printf("\n| growth    |   lines | time, first doubling | memory | time, second doubling | memory |\n"
-           "|-----------|--------:|---------------------:|-------:|----------------------:|-------:|\n");
+    printf("\n| growth    |");
+    for (int size = 1; size < SIZES; size++)
+        printf(" to %6lld | memory |", (long long)opt.lines >> (SIZES - 1 - size));
+    printf("\n|-----------|");
+    for (int size = 1; size < SIZES; size++)
+        printf("----------:|-------:|");
+    printf("\n");
     for (const contestant_t &c : all) {
-        printf("| %-9s | %7lld |", c.row->name, (long long)size_of(*c.row, SIZES - 1));
+        printf("| %-9s |", c.row->name);
         for (int size = 1; size < SIZES; size++)
             if (growth(c, size) > 0)
-                printf(" %*.2f | %6.2f |", 19 + size, growth(c, size), peak_mb(c.sized[size]) / peak_mb(c.sized[size - 1]));
+                printf(" %9.2f | %6.2f |", growth(c, size), peak_mb(c.sized[size]) / peak_mb(c.sized[size - 1]));
             else
-                printf(" %*s | %6s |", 19 + size, "-", "-");
+                printf(" %9s | %6s |", "-", "-");
         printf("\n");
     }
 }
@@ -418,10 +376,10 @@ static void print_ratio(const char *what, double (*measure)(const result_t &), c
 
 static void print_doubling(const contestant_t *c, double aim)
 {
-    for (int size = 1; c && size < SIZES; size++)
+    for (int size = SIZES - 2; c && size < SIZES; size++)
         if (growth(*c, size) > 0)
-            print_aim(size == 1 ? "growth of time, first doubling" : "growth of time, second doubling", growth(*c, size),
-                      "<=", aim);
+            print_aim(size < SIZES - 1 ? "growth of time, last doubling but one" : "growth of time, last doubling",
+                      growth(*c, size), "<=", aim);
 }
 
 static void print_aims(const std::vector<contestant_t> &all)
@@ -434,6 +392,7 @@ static void print_aims(const std::vector<contestant_t> &all)
     print_doubling(own, 2.1);
     if (own && !own->start.runs.empty())
         print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 10);
+    print_ratio("time with a listing, as a multiple of the plain run's", best, by_name(all, "-L"), own, "<=", 2.6);
     print_ratio("time of -O, as a multiple of the plain run's", best, by_name(all, "-O"), plain, "<=", 6);
     print_ratio("time of -O --opt=space, as a multiple of the plain run's", best, by_name(all, "space"), plain, "<=", 12);
     print_doubling(by_name(all, "gotos"), 2.3);
@@ -479,6 +438,12 @@ static void read_options(int argc, char **argv)
             opt.runs = 3, opt.lines = 50000;
         else if (word == "--keep")
             opt.keep = true;
+        else if (word == "--gate" && *value)
+            opt.gate = value, opt.lines = 40000, i++;
+        else if (word == "--hold")
+            opt.hold = true;
+        else if (word == "--table" && *value)
+            opt.table = value, i++;
         else if (word == "--runs" && (opt.runs = atoi(value)) > 0)
             i++;
         else if (word == "--lines" && (opt.lines = atoll(value)) >= 20 && opt.lines <= 100000000)
@@ -488,10 +453,35 @@ static void read_options(int argc, char **argv)
         else if (word == "--aszel8" && *value)
             opt.aszel8 = value, i++;
         else
-            die("unknown or incomplete option %s\nusage: bench_run [--peers] [--optimise] [--quick] [--runs N] [--lines N] "
-                "[--shape NAME] [--keep] [--aszel8 PATH]",
+            die("unknown or incomplete option %s\nusage: bench_run [--peers | --optimise | --gate FILE [--hold]] [--quick] [--runs N] "
+                "[--lines N] [--shape NAME] [--table FILE] [--keep] [--aszel8 PATH]",
                 word.c_str());
     }
+}
+
+static bool wanted(const assembler_t &row)
+{
+    if (!opt.gate.empty())
+        return row.kind != PEER;
+    return row.kind == OWN ? !opt.optimise : row.kind == PEER ? opt.peers : opt.optimise;
+}
+
+static bool compare_with_held(std::vector<contestant_t> &all)
+{
+    std::vector<figure_t> now;
+    for (contestant_t &c : all)
+        for (const int size : {SIZES - 1, -1}) {
+            if (size < 0 && &c != &all.front())   // one line is the same for all
+                continue;
+            result_t result;
+            measure(&c, size, &result);
+            const double count = result.off ? -1 : gate_count(words_of(c, size), opt.dir);
+            if (count < 0)
+                die("no count of instructions for %s: is valgrind there?", c.row->name);
+            const char *name = size < 0 ? "one-line" : c.row == assemblers ? opt.shape.c_str() : c.row->name;
+            now.push_back({name, count, peak_mb(result)});
+        }
+    return gate_compare(opt.gate, now, opt.hold);
 }
 
 int main(int argc, char **argv)
@@ -504,7 +494,7 @@ int main(int argc, char **argv)
         install_peers();
     std::vector<contestant_t> all;
     for (const assembler_t &row : assemblers) {
-        if (row.kind == OWN ? opt.optimise : row.kind == PEER ? !opt.peers : !opt.optimise)
+        if (!wanted(row))
             continue;
         const std::string command = command_of(row);
         if (command.empty())
@@ -514,11 +504,9 @@ int main(int argc, char **argv)
     }
     if (all.empty())
         die("nothing to measure");
-    const char *tmp = getenv("TMPDIR");
-    opt.dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/bench-XXXXXX";
-    if (!mkdtemp(opt.dir.data()))
-        die("can't make a directory %s: %s", opt.dir.c_str(), strerror(errno));
-    write_chip(opt.dir + "/chip.ini");
+    opt.dir = process_directory("bench");
+    if (opt.dir.empty() || !chip_write(opt.dir + "/chip.ini"))
+        die("can't write files for the measurement: %s", strerror(errno));
     std::erase_if(all, [](const contestant_t &c) {
         const bool made = generate(*c.row);
         if (!made)
@@ -527,15 +515,21 @@ int main(int argc, char **argv)
     });
     if (all.empty())
         die("nothing to measure");
-    print_head(all);
-    measure_all(all);
-    print_sizes(all);
-    print_growth(all);
-    print_start(all);
-    print_aims(all);
+    bool fine = true;
+    if (!opt.gate.empty()) {
+        fine = compare_with_held(all);
+    } else {
+        print_head(all);
+        measure_all(all);
+        print_sizes(all);
+        print_growth(all);
+        print_start(all);
+        print_aims(all);
+        fine = opt.table.empty() || write_table(all);
+    }
     if (opt.keep)
         printf("\nprograms are in %s\n", opt.dir.c_str());
     else
         std::filesystem::remove_all(opt.dir);
-    return 0;
+    return !fine;
 }

@@ -26,10 +26,7 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "process.h"
 
 enum file_t { SOURCE, CHIP, DATA, INCLUDED, FILES };
 
@@ -324,31 +321,10 @@ static double run(const shape_t &shape)
         words.push_back(word);
     }
     words.push_back(path_of(SOURCE));
-    std::vector<char *> argv;
-    for (std::string &word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-    const pid_t pid = fork();
-    if (pid < 0)
+    run_t used;
+    if (!process_run(words, "/dev/null", "/dev/null", 60, &used) || used.status > 1)
         return -1;
-    if (pid == 0) {
-        const int null = open("/dev/null", O_RDWR);
-        for (int fd = 0; fd < 3; fd++)
-            dup2(null, fd);
-        const rlimit limit = {60, 60};
-        setrlimit(RLIMIT_CPU, &limit);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    int status;
-    rusage use;
-    while (wait4(pid, &status, 0, &use) < 0)
-        if (errno != EINTR)
-            return -1;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) > 1)
-        return -1;
-    return (double)(use.ru_utime.tv_sec + use.ru_stime.tv_sec) +
-           (double)(use.ru_utime.tv_usec + use.ru_stime.tv_usec) * 1e-6;
+    return used.cpu;
 }
 
 static double best(const shape_t &shape, int64_t n)
@@ -392,10 +368,9 @@ int main(int argc, char **argv)
             return 2;
         }
     }
-    const char *tmp = getenv("TMPDIR");
-    opt.dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/shapes-XXXXXX";
-    if (!mkdtemp(opt.dir.data())) {
-        perror(opt.dir.c_str());
+    opt.dir = process_directory("shapes");
+    if (opt.dir.empty()) {
+        perror("bench_shapes: no directory for the files");
         return 1;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -21,6 +21,7 @@ need clang-format clang-format
 need clang-tidy clang-tidy
 need meson meson
 need cmark-gfm cmark-gfm
+need valgrind valgrind
 need python3-jsonschema /usr/lib/python3/dist-packages/jsonschema
 need libgtest-dev /usr/include/gtest/gtest.h
 
