@@ -107,7 +107,7 @@ static void write_location(uint64_t address, uint64_t mask, uint64_t value, cons
     st.end = address + (mask < 256 ? 1 : 2);
     code_list_t *list = psect_for(address)->s_psect->p_code;
     op_t *org = append(list, T_ORG);
-    org->op_units = {address};
+    op_set_number(org, address);
     org->op_opnd1.opnd_kind = OPND_LIT;
     op_t *db = append(list, T_DB);
     db->op_subop = mask < 256 ? 1 : 2;

@@ -31,7 +31,7 @@ uint64_t data_count(const op_t *op)
 
 void data_each_value(const op_t *op, void (*fn)(value_t *item))
 {
-    for (data_run_t *run = op->op_type == T_DB ? op->op_data : nullptr; run; run = run->next)
+    for (data_run_t *run = op->op_type == T_DB ? op->op_data.get() : nullptr; run; run = run->next)
         if (run->width == 0)
             for (uint32_t i = 0; i < run->count; i++)
                 fn(&reinterpret_cast<value_t *>(run + 1)[i]);

@@ -99,7 +99,7 @@ static bool make_node(value_t *node, uint8_t rtype, const value_t *left, const v
     *node = {};
     node->v_rtype = rtype;
     node->v_common = left->v_common;
-    node->v_nodes = nodes;
+    node->v_nodes = static_cast<uint16_t>(nodes);
     node->v_kids = kids;
     return true;
 }

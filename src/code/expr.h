@@ -5,11 +5,13 @@
 // and goes to the object file as postfix code.
 //
 // Trees are immutable and shared: an operator's operands are a pair of records in the arena that nobody writes again, so
-// copying a value copies 24 bytes, whatever hangs below. Reduction makes new operand records where something changed.
+// copying a value copies 16 bytes, whatever hangs below. Reduction makes new operand records where something changed.
 // A tree is at most VALUE_MAX_NODES operators large, so that recursion over it is bounded.
 #pragma once
 
 #include <cstdint>
+
+#include "common/ref.h"
 
 struct symbol_t;
 struct op_t;
@@ -53,18 +55,17 @@ enum : uint16_t {
 // clang-format on
 
 struct value_t {
-    int64_t v_offs;   // a constant's value; for anything else an addend
+    packed_int64_t v_offs;   // a constant's value; for anything else an addend
     uint8_t v_rtype;
     uint8_t v_common;   // known to lie in the access bank
-    uint16_t v_spare;
-    uint32_t v_nodes;   // operators in the tree; 0 for a leaf
+    uint16_t v_nodes;   // operators in the tree; 0 for a leaf
     union {
-        symbol_t *v_sym;         // RT_PSECT, RT_SYM, RT_TLABF, RT_TLABB and the segments
-        const value_t *v_kids;   // operators: the left operand, and behind it the right one of a binary kind
-        const char *v_name;      // RT_DEFINED
+        ref<symbol_t> v_sym;         // RT_PSECT, RT_SYM, RT_TLABF, RT_TLABB and the segments
+        ref<const value_t> v_kids;   // operators: the left operand, and behind it the right one of a binary kind
+        ref<const char> v_name;      // RT_DEFINED
     };
 };
-static_assert(sizeof(value_t) == 24);
+static_assert(!XALLOC_LOW || sizeof(value_t) == 16);
 
 constexpr uint32_t VALUE_MAX_NODES = 4000;
 

@@ -134,7 +134,7 @@ symbol_t *value_psect(const value_t *v)
     const value_t *behind = &v->v_sym->s_value;
     if (behind->v_rtype == RT_PSECT)
         return behind->v_sym;
-    return behind->v_rtype == RT_SYM && behind->v_sym->s_defop ? behind->v_sym->s_defop->op_psect : nullptr;
+    return behind->v_rtype == RT_SYM && behind->v_sym->s_defop ? behind->v_sym->s_defop->op_psect.get() : nullptr;
 }
 
 static bool is_low_address(const opnd_t *o)
@@ -153,9 +153,9 @@ bool movff_is_short(const op_t *op)
 {
     if (!chip_archIs(ARCH_14BIT))
         return true;
-    if (is_low_address(&op->op_opnd1) && is_low_address(&op->op_opnd2))
+    if (is_low_address(&op->op_opnd1) && is_low_address(op_opnd2(op)))
         return true;
-    return in_lowdata(&op->op_opnd1) && in_lowdata(&op->op_opnd2);
+    return in_lowdata(&op->op_opnd1) && in_lowdata(op_opnd2(op));
 }
 
 static uint64_t size_movff(const op_t *op, uint64_t) { return movff_is_short(op) ? 4 : 6; }
@@ -184,8 +184,8 @@ static uint64_t size_ds(const op_t *op, uint64_t)
 
 static uint64_t size_align(const op_t *op, uint64_t pos)
 {
-    const uint64_t over = op->op_bytes ? pos % op->op_bytes : 0;
-    const uint64_t padding = over ? op->op_bytes - over : 0;
+    const uint64_t over = op_bytes(op) ? pos % op_bytes(op) : 0;
+    const uint64_t padding = over ? op_bytes(op) - over : 0;
     return padding <= ALIGN_MAX ? padding : 0;
 }
 
@@ -286,7 +286,7 @@ static void find_placed(symbol_t *psect)
             ahead = 0;
             st.rigid |= op->op_type == T_ORG;
             if (op->op_type == T_ALIGN)
-                most_aligned = std::max(most_aligned, op->op_bytes);
+                most_aligned = std::max(most_aligned, op_bytes(op));
         } else {
             const uint64_t size = row_size(k, op, 0);
             odd |= size % 2 != 0;
@@ -319,7 +319,7 @@ static uint32_t position_behind(const placed_t *n, uint32_t pos, bool first)
             n->sym->s_value =
                 value_psect_offset(cur_psect, static_cast<int64_t>(bytes_to_units(cur_psect->s_psect, pos).count));
         break;
-    case T_ORG: return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(n->op->op_units));
+    case T_ORG: return pos == OFFS_MAX ? pos : within_limit(units_to_bytes(op_units(n->op)));
     case T_ALIGN: size = size_align(n->op, pos); break;
     case T_MOVFF: size = size_movff(n->op, pos); break;
     default:

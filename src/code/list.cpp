@@ -16,46 +16,30 @@
 #include "common/alert.h"
 #include "common/assertion.h"
 #include "common/srcpos.h"
+#include "common/stringcache.h"
 #include "common/xalloc.h"
 #include "env/osdep.h"
 #include "options.h"
 
+enum : uint32_t { OP_BLOCK = 256 };   // nodes are made by so many
+
 static struct {
-    op_t *nodes;                                  // those of the last block
-    uint32_t nodes_left, more_count, more_room;   // more_room: blocks that op_more_blocks has places for
-    op_t *free_nodes;                             // chained through op_prev
+    op_t *nodes;   // those of the last block
+    uint32_t nodes_left;
+    op_t *free_nodes;   // chained through op_prev
     uint32_t last_id;
     uint32_t moves;                         // nodes that were unlinked intact, or linked behind a label
     vec_t<const char *> pending_comments;   // null, or not empty
     FILE *summary_comments;                 // null until there is one
 } st;
 
-op_more_t **op_more_blocks;
 const op_extra_t op_no_extra = {};
+const opnd_t op_no_opnd = {};
 bool skip_at_end;
-
-static uint32_t new_more()
-{
-    const uint32_t block = st.more_count / OP_BLOCK;
-    if (st.more_count % OP_BLOCK == 0) {
-        xreserve(op_more_blocks, block, block + 1, st.more_room, 64u);
-        op_more_blocks[block] = xnew<op_more_t>(OP_BLOCK);
-    }
-    return st.more_count++;
-}
-
-// Zeroed records that begin at lines of the cache.
-template <class T> static T *aligned_new(size_t n)
-{
-    char *p = static_cast<char *>(xalloc(n * sizeof(T) + alignof(T)));
-    return reinterpret_cast<T *>(p + (-reinterpret_cast<uintptr_t>(p) & (alignof(T) - 1)));
-}
 
 code_list_t *list_new(symbol_t *psect)
 {
-    code_list_t *list = aligned_new<code_list_t>(1);
-    list->head.op_more_at = new_more();
-    list->tail.op_more_at = new_more();
+    code_list_t *list = xnew<code_list_t>();
     list->psect = psect;
     list->head.op_next = &list->tail;
     list->tail.op_prev = &list->head;
@@ -69,30 +53,49 @@ static op_t *unused_node()
 {
     if (op_t *op = st.free_nodes) {
         st.free_nodes = op->op_prev;
-        const uint32_t more = op->op_more_at;
+        const ref<op_extra_t> more = op->op_more;
+        const ref<opnd_t> second = op->op_second;
         *op = {};
-        op->op_more_at = more;
-        op_extra_t *extra = op_more(op)->extra;
-        if (extra)
-            *extra = {};
-        *op_more(op) = {.line = 0, .source_line = 0, .file = nullptr, .source_file = nullptr, .extra = extra};
+        op->op_more = more;
+        op->op_second = second;
+        if (more)
+            *more = {};
+        if (second)
+            *second = {};
         return op;
     }
     if (st.nodes_left == 0) {
-        st.nodes = aligned_new<op_t>(OP_BLOCK);
+        st.nodes = xnew<op_t>(OP_BLOCK);
         st.nodes_left = OP_BLOCK;
     }
-    op_t *op = &st.nodes[OP_BLOCK - st.nodes_left--];
-    op->op_more_at = new_more();
-    return op;
+    return &st.nodes[OP_BLOCK - st.nodes_left--];
 }
 
 op_extra_t *op_extra_make(op_t *op)
 {
-    op_extra_t *&extra = op_more(op)->extra;
-    if (!extra)
-        extra = xnew<op_extra_t>();
-    return extra;
+    if (!op->op_more)
+        op->op_more = xnew<op_extra_t>();
+    return op->op_more;
+}
+
+opnd_t *op_opnd2_make(op_t *op)
+{
+    if (!op->op_second)
+        op->op_second = xnew<opnd_t>();
+    return op->op_second;
+}
+
+void op_set_opnd2(op_t *op, const opnd_t *o)
+{
+    if (o != op_opnd2(op))
+        *op_opnd2_make(op) = *o;
+}
+
+void op_set_number(op_t *op, uint64_t number)
+{
+    uint64_t *n = xnew<uint64_t>();
+    *n = number;
+    op->op_number = n;
 }
 
 void op_set_remark(op_t *op, const char *text)
@@ -107,16 +110,21 @@ void op_set_refs(op_t *op, vec_t<op_t *> refs)
         op_extra_make(op)->refs = refs;
 }
 
-uint32_t op_wide_line(op_t *op, uint64_t line)
+void op_set_place(op_t *op, const char *file, uint64_t line)
 {
-    op_extra_make(op)->line = line;
-    return WIDE_LINE;
+    op->op_in_file = file && *file ? cache_in_arena(file) : nullptr;
+    op->op_short_line = line < WIDE_LINE ? static_cast<uint32_t>(line) : WIDE_LINE;
+    if (line >= WIDE_LINE)
+        op_extra_make(op)->line = line;
 }
 
-uint32_t op_wide_source_line(op_t *op, uint64_t line)
+void op_set_source_line(op_t *op, const char *file, uint64_t line)
 {
-    op_extra_make(op)->source_line = line;
-    return WIDE_LINE;
+    if (file == op_source_file(op) && line == op_source_line(op))
+        return;
+    op_extra_t *extra = op_extra_make(op);
+    extra->source_file = file;
+    extra->source_line = line;
 }
 
 void op_note_position(op_t *op) { op_set_place(op, srcpos.cur_file, static_cast<uint64_t>(srcpos.cur_line)); }
@@ -231,16 +239,16 @@ template <op_t *STEP(const op_t *)> struct run_ends_t {
         uint32_t id, end_id, moves;   // id: of the label; 0: none
         op_t *end;
     };
-    entry_t *entries;   // by op_more_at
+    entry_t *entries;   // by op_id
     size_t room;
 
     static op_t *back(const op_t *op) { return STEP(op) == op->op_next ? op->op_prev : op->op_next; }
 
     op_t *known(const op_t *label) const
     {
-        if (label->op_more_at >= room)
+        if (label->op_id >= room)
             return nullptr;
-        const entry_t &e = entries[label->op_more_at];
+        const entry_t &e = entries[label->op_id];
         const bool holds = e.id == label->op_id && e.moves == st.moves && e.end->op_id == e.end_id &&
                            e.end->op_type != T_NAME && back(e.end)->op_type == T_NAME;
         return holds ? e.end : nullptr;
@@ -254,7 +262,7 @@ template <op_t *STEP(const op_t *)> struct run_ends_t {
         if (!end)
             end = op;
         for (; label != op; label = STEP(label)) {
-            const size_t at = label->op_more_at;
+            const size_t at = label->op_id;
             xreserve(entries, room, at + 1, room, size_t{1024});
             entries[at] = {label->op_id, end->op_id, st.moves, end};
         }

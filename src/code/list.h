@@ -10,12 +10,13 @@
 
 #include "code/ops.h"
 #include "code/sym.h"
+#include "common/ref.h"
 
-enum opnd_kind_t : uint8_t { OPND_NONE = 0, OPND_LIT = 1, OPND_DATA = 2, OPND_CODE = 3, OPND_BIT = 4 };
+enum opnd_kind_t : uint32_t { OPND_NONE = 0, OPND_LIT = 1, OPND_DATA = 2, OPND_CODE = 3, OPND_BIT = 4 };
 
 struct opnd_t {
-    opnd_kind_t opnd_kind;
-    access_t opnd_access;   // of OPND_DATA: as op_access, or ACCESS_UNSET
+    opnd_kind_t opnd_kind : 8;
+    access_t opnd_access : 24;   // of OPND_DATA: as op_access, or ACCESS_UNSET
     value_t opnd_value;
 };
 
@@ -26,76 +27,79 @@ enum : uint32_t {
     OPF_SKIPPED = 0x10,    // in a false arm: linked, and passed over by every walk
     OPF_COMPILED = 0x20,   // the line held ";#"
     OPF_NOOPT = 0x40,
-    OPF_ARM_OFF = 0x80,     // of `if` and its like: what follows doesn't count
-    OPF_INDEXED = 0x8000,   // the file operand was written in square brackets
-    OPF_PINNED = 0x10000,   // code counts on its place: it stays as it is, and as large (optim/pins.h)
-    OPF_WORDS = 0x60000,    // of a pinned branch: its size
-    OPF_WORD = 0x20000,
+    OPF_ARM_OFF = 0x80,    // of `if` and its like: what follows doesn't count
+    OPF_INDEXED = 0x100,   // the file operand was written in square brackets
+    OPF_PINNED = 0x200,    // code counts on its place: it stays as it is, and as large (optim/pins.h)
+    OPF_WORDS = 0xC00,     // of a pinned branch: its size
+    OPF_WORD = 0x400,
+    OPF_ALL = 0x3FFF,
     OPF_FIXED = OPF_COMPILED | OPF_NOOPT | OPF_PINNED,   // the optimiser must not touch the node
 };
 
 struct pa_node_t;
 struct data_run_t;
+struct op_extra_t;
 
-// Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node is two
-// lines of the cache: what walks along a list look at, and the operands. What is asked of each node now and then, its places,
-// lies apart, see op_more, and what few nodes have, apart from that, see op_extra. Items of data are packed, see data.
-struct alignas(64) op_t {
-    token_t op_type;      // the statement's kind; T_NONE only in sentinels
-    dest_t op_dest;       // DEST_F or DEST_W
-    access_t op_access;   // ACCESS_B, ACCESS_C, or ACCESS_UNSET
-    uint16_t op_subop;    // opcode template; item width of DB; 0 or 1 of MESSG
-    uint32_t op_flags;
-    uint32_t op_id;            // from 1; 0: free, or must not be deleted
-    uint32_t op_offs;          // bytes from the psect's start; set by the size pass
-    uint32_t op_more_at;       // where the rest is
-    op_t *op_next, *op_prev;   // op_prev of a free node: the next free one
-    symbol_t *op_psect;
-    union {                    // by kind:
-        uint64_t op_bytes;     // ALIGN
-        units_t op_units;      // ORG
-        symbol_t *op_sym;      // NAME
-        const char *op_text;   // MESSG, TITLE, INCLUDE
-        uint64_t op_tlab;      // NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
-        data_run_t *op_data;   // DB: its items, see data
-        uint64_t op_ref_at;    // jumps and calls: where they stand in op_refs of their label, if they still do
+// Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node has what
+// most of them need, with references of four bytes: its links, the place that messages show, one operand. The second operand,
+// which one of five has, is a record of its own, see op_opnd2, as is what few have, see op_extra. Items of data are packed,
+// see data. Nothing else hangs on a node: it may be copied, and the copy shares those records.
+struct op_t {
+    token_t op_type;     // the statement's kind; T_NONE only in sentinels
+    uint16_t op_subop;   // opcode template; item width of DB; 0 or 1 of MESSG
+    uint32_t op_flags : 14;
+    dest_t op_dest : 9;           // DEST_F or DEST_W
+    access_t op_access : 9;       // ACCESS_B, ACCESS_C, or ACCESS_UNSET
+    ref<op_t> op_next, op_prev;   // op_prev of a free node: the next free one
+    ref<symbol_t> op_psect;
+    uint32_t op_id;               // from 1; 0: free, or must not be deleted
+    uint32_t op_offs;             // bytes from the psect's start; set by the size pass
+    uint32_t op_short_line;       // op_line, or WIDE_LINE
+    ref<const char> op_in_file;   // op_file; null for ""
+    ref<op_extra_t> op_more;      // null: it has nothing of that
+    ref<opnd_t> op_second;        // null: it has none
+    union {                       // by kind:
+        ref<const uint64_t>
+            op_number;             // ALIGN: bytes. ORG: units. NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
+        ref<symbol_t> op_sym;      // NAME
+        ref<const char> op_text;   // MESSG, TITLE, INCLUDE
+        ref<data_run_t> op_data;   // DB: its items, see data
+        uint32_t op_ref_at;        // jumps and calls: where they stand in op_refs of their label, if they still do
     };
-    union {                  // scratch of the optimiser's modules:
-        uint64_t op_order;   // grows along the list, with gaps
-        pa_node_t *op_pa;    // what procedural abstraction knows of the node
-        op_t *op_ahead;      // a node behind this one: errata
+    union {                         // scratch of the optimiser's modules:
+        packed_uint64_t op_order;   // grows along the list, with gaps
+        ref<pa_node_t> op_pa;       // what procedural abstraction knows of the node
+        ref<op_t> op_ahead;         // a node behind this one: errata
     };
-    opnd_t op_opnd1, op_opnd2;
+    opnd_t op_opnd1;
 };
-static_assert(sizeof(op_t) == 128);
+static_assert(!XALLOC_LOW || sizeof(op_t) == 76);
 
 // What few nodes have; made when the first of it comes.
 struct op_extra_t {
     vec_t<const char *> comments;   // whole-line comments before the statement; null, or not empty
     const char *remark;             // comment behind the statement
     vec_t<op_t *> refs;             // of a label: the nodes that lead to it; null unless built
-    uint64_t line, source_line;     // where op_more_t has WIDE_LINE
+    uint64_t line;                  // where op_short_line is WIDE_LINE
+    const char *source_file;        // for debuggers; may be null
+    uint64_t source_line;           // 0 unknown
     uint32_t callstack;
 };
-
-// What is asked of a node now and then: its two places.
-struct op_more_t {
-    uint32_t line;             // for messages about this node
-    uint32_t source_line;      // for debuggers; 0 unknown
-    const char *file;          // of `line`
-    const char *source_file;   // may be null
-    op_extra_t *extra;         // null: it has nothing of that
-};
-enum : uint32_t {
-    WIDE_LINE = UINT32_MAX
-};                                    // a directive told a line that takes more than 32 bits: it is in the extra record
-enum : uint32_t { OP_BLOCK = 256 };   // nodes, and op_more_t records, are made by so many
-extern op_more_t **op_more_blocks;
-inline op_more_t *op_more(const op_t *op) { return &op_more_blocks[op->op_more_at / OP_BLOCK][op->op_more_at % OP_BLOCK]; }
+enum : uint32_t { WIDE_LINE = UINT32_MAX };   // a directive told a line that takes more than 32 bits
 
 extern const op_extra_t op_no_extra;
-inline const op_extra_t *op_extra(const op_t *op) { return op_more(op)->extra ? op_more(op)->extra : &op_no_extra; }
+inline const op_extra_t *op_extra(const op_t *op) { return op->op_more ? op->op_more : &op_no_extra; }
 op_extra_t *op_extra_make(op_t *op);   // to write to
+
+extern const opnd_t op_no_opnd;
+inline const opnd_t *op_opnd2(const op_t *op) { return op->op_second ? op->op_second : &op_no_opnd; }
+opnd_t *op_opnd2_make(op_t *op);   // to write to
+void op_set_opnd2(op_t *op, const opnd_t *o);
+
+inline uint64_t op_bytes(const op_t *op) { return *op->op_number; }    // of ALIGN
+inline units_t op_units(const op_t *op) { return {*op->op_number}; }   // of ORG
+inline uint64_t op_tlab(const op_t *op) { return *op->op_number; }     // of NUMLABEL
+void op_set_number(op_t *op, uint64_t number);
 
 inline const char *op_remark(const op_t *op) { return op_extra(op)->remark; }
 void op_set_remark(op_t *op, const char *text);
@@ -120,14 +124,12 @@ inline op_t *op_step(const op_t *op)
 {
     const char *ahead = reinterpret_cast<const char *>(op) + 16 * sizeof *op;
     __builtin_prefetch(ahead);
-    __builtin_prefetch(ahead + 64);
     return op->op_next;
 }
 inline op_t *op_step_back(const op_t *op)
 {
     const char *ahead = reinterpret_cast<const char *>(op) - 16 * sizeof *op;
     __builtin_prefetch(ahead);
-    __builtin_prefetch(ahead + 64);
     return op->op_prev;
 }
 
@@ -159,38 +161,19 @@ op_t *op_target(const op_t *node);        // where a jump, call or skip leads, o
 void op_set_position(const op_t *node);   // messages show the node's position from now on
 void op_note_position(op_t *node);        // messages about the node will show the present position
 
-// The place for messages, and the source line for debuggers: 0 is unknown, and the file may be null.
-inline const char *op_file(const op_t *op) { return op_more(op)->file; }
-inline uint64_t op_line(const op_t *op) { return op_more(op)->line != WIDE_LINE ? op_more(op)->line : op_extra(op)->line; }
-inline const char *op_source_file(const op_t *op) { return op_more(op)->source_file; }
-inline uint64_t op_source_line(const op_t *op)
-{
-    return op_more(op)->source_line != WIDE_LINE ? op_more(op)->source_line : op_extra(op)->source_line;
-}
-uint32_t op_wide_line(op_t *op, uint64_t line);          // keeps a line that is too high for its place;
-uint32_t op_wide_source_line(op_t *op, uint64_t line);   // WIDE_LINE
-inline void op_set_place(op_t *op, const char *file, uint64_t line)
-{
-    op_more_t *more = op_more(op);
-    more->file = file;
-    more->line = line < WIDE_LINE ? static_cast<uint32_t>(line) : op_wide_line(op, line);
-}
-inline void op_set_source_line(op_t *op, const char *file, uint64_t line)
-{
-    op_more_t *more = op_more(op);
-    more->source_file = file;
-    more->source_line = line < WIDE_LINE ? static_cast<uint32_t>(line) : op_wide_source_line(op, line);
-}
+// The place for messages, and the source line for debuggers: 0 is unknown, and that file may be null.
+inline const char *op_file(const op_t *op) { return op->op_in_file ? op->op_in_file : ""; }
+inline uint64_t op_line(const op_t *op) { return op->op_short_line != WIDE_LINE ? op->op_short_line : op_extra(op)->line; }
+inline const char *op_source_file(const op_t *op) { return op_extra(op)->source_file; }
+inline uint64_t op_source_line(const op_t *op) { return op_extra(op)->source_line; }
+void op_set_place(op_t *op, const char *file, uint64_t line);
+void op_set_source_line(op_t *op, const char *file, uint64_t line);
 
 // `node` gets the place of `from` for messages, or its source line for debuggers.
 inline void op_take_position(op_t *node, const op_t *from) { op_set_place(node, op_file(from), op_line(from)); }
 inline void op_take_source_line(op_t *node, const op_t *from)
 {
-    op_more_t *to = op_more(node);
-    to->source_file = op_more(from)->source_file;
-    to->source_line = op_more(from)->source_line;
-    if (to->source_line == WIDE_LINE)
-        op_wide_source_line(node, op_source_line(from));
+    op_set_source_line(node, op_source_file(from), op_source_line(from));
 }
 inline void op_drop_source_line(op_t *node) { op_set_source_line(node, nullptr, 0); }
 

@@ -19,8 +19,8 @@ struct op_t;
 // Token numbers: one numbering for the scanner and the grammar. Those that a node keeps are types of their own, so that none
 // takes another's place: its kind, op_type, its access and its destination.
 // clang-format off
-enum access_t : uint16_t { ACCESS_UNSET = 0, ACCESS_B = 276, ACCESS_C = 277, ACCESS_A = 278, ACCESS_NONE = 279 };
-enum dest_t : uint16_t { DEST_NONE = 0, DEST_F = 311, DEST_W = 353 };
+enum access_t : uint32_t { ACCESS_UNSET = 0, ACCESS_B = 276, ACCESS_C = 277, ACCESS_A = 278, ACCESS_NONE = 279 };
+enum dest_t : uint32_t { DEST_NONE = 0, DEST_F = 311, DEST_W = 353 };
 enum token_t : uint16_t {
     T_NONE = 0, T_SUBWF = 258, T_BCF = 259, T_COND = 260, T_DB = 262, T_DF = 263, T_COMMA = 264, T_MOVF = 265, T_SWAPF = 266,
     T_RLCF = 267, T_MOVFF = 268, T_MOVFFL = 269, T_CALLW = 270, T_ADDFSR = 271, T_PUSH = 272, T_LFSR = 273, T_BRA = 274,

@@ -24,7 +24,7 @@ static bool find_base(value_t v, const symbol_t **base, int64_t *at)
             return true;
         }
         if (v.v_rtype == RT_PSECT) {
-            *base = psect_is_abs(v.v_sym) ? nullptr : v.v_sym;
+            *base = psect_is_abs(v.v_sym) ? nullptr : v.v_sym.get();
             return true;
         }
         if (v.v_rtype != RT_SYM)

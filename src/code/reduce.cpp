@@ -42,7 +42,7 @@ static reduced_t reduce_operands(value_t *v, reduce_t *r)
         if (binary)
             kids[1] = right;
         v->v_kids = kids;
-        v->v_nodes = nodes;
+        v->v_nodes = static_cast<uint16_t>(nodes);
     }
     return changed;
 }

@@ -149,7 +149,8 @@ void tlab_to_labels()
                 sym_link(s);
             } else if (st.used) {
                 refer_to_labels(&op->op_opnd1.opnd_value);
-                refer_to_labels(&op->op_opnd2.opnd_value);
+                if (op->op_second)
+                    refer_to_labels(&op->op_second->opnd_value);
                 data_each_value(op, refer_to_labels);
             }
         }

@@ -9,10 +9,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/ref.h"
+
 extern uint32_t cache_size;    // buckets, read at first use; 0 turns caching off
 extern uint32_t cache_limit;   // most entries, 0 for no bound
 
 const char *cache_string(const char *s);
+// `s` itself if a ref can lead to it, or the cached string.
+inline const char *cache_in_arena(const char *s) { return ref_can_hold(s) ? s : cache_string(s); }
 const char *cache_adopt(const char *s);   // enters `s` itself, which must stay alive, unless its text is cached
 [[gnu::format(printf, 1, 2)]] const char *cache_printf(const char *format, ...);
 const char *cache_vprintf(const char *format, va_list args);

@@ -9,6 +9,9 @@
 // program then takes a fault every 2 MB instead of every 4 KB, and the tables it walks cost far fewer misses of the TLB.
 // Nothing is asked for ahead beyond that, so peak memory exceeds what is used by at most one huge page.
 //
+// The system is told where to put each block: behind the one before. If something is there already it puts the block
+// elsewhere, and then the next place is tried. A program has little in those addresses, a library at most.
+//
 // Mapped pages are zero, and memory is never handed out twice, so nothing has to be cleared.
 #include "common/xalloc.h"
 
@@ -44,17 +47,45 @@ void xfree(void *p) { free(p); }
 #else
 
 enum : size_t { SMALL_BLOCK = 256 << 10, HUGE_PAGE = 2 << 20, LARGE_BLOCK = 4 * HUGE_PAGE };
+enum : uintptr_t { LOW_START = uintptr_t{1} << 32, LOW_END = uintptr_t{1} << 34 };   // above the program and its heap
 
 static size_t mapped;   // bytes of all blocks so far
 
-static char *map_pages(size_t size)
+static char *map_at(uintptr_t hint, size_t size)
 {
-    void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    void *at = reinterpret_cast<void *>(hint);   // NOLINT(performance-no-int-to-ptr)
+    void *p = mmap(at, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p == MAP_FAILED)
         xalloc_fail();
-    mapped += size;
     return static_cast<char *>(p);
 }
+
+#if XALLOC_LOW
+
+static char *map_pages(size_t size)
+{
+    static uintptr_t place = LOW_START;
+    while (size <= LOW_END - place) {
+        char *p = map_at(place, size);
+        place += size;
+        if (reinterpret_cast<uintptr_t>(p) <= LOW_END - size) {
+            mapped += size;
+            return p;
+        }
+        munmap(p, size);   // somebody else is there
+    }
+    xalloc_fail();
+}
+
+#else
+
+static char *map_pages(size_t size)
+{
+    mapped += size;
+    return map_at(0, size);
+}
+
+#endif
 
 // `size` bytes, a multiple of a huge page, aligned to one and backed by such pages if the system has any.
 static char *map_huge_pages(size_t size)

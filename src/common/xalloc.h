@@ -5,6 +5,9 @@
 // That makes an allocation a few instructions and leaves nothing to own, to free or to leak. Records that are
 // made and dropped at a high rate (code list nodes, container entries) keep free lists of their own on top.
 //
+// On Linux all of it lies in the first 16 GB of addresses, so that ref.h can make do with 32 bits (XALLOC_LOW is 1); who needs
+// more is out of memory. Elsewhere it lies where the system puts it.
+//
 // Under AddressSanitizer each request is a block of the system's allocator instead, so that it sees overruns, and
 // XALLOC_CHECKED is 1.
 #pragma once
@@ -24,6 +27,12 @@
 #endif
 #ifndef XALLOC_CHECKED
 #define XALLOC_CHECKED 0
+#endif
+
+#if defined(__linux__) && UINTPTR_MAX > UINT32_MAX && !XALLOC_CHECKED
+#define XALLOC_LOW 1
+#else
+#define XALLOC_LOW 0
 #endif
 
 struct xarena_t {

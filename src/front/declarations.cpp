@@ -61,7 +61,7 @@ bool parse_definition(symbol_t *s, int token)
     s->s_flags |= token == T_EQU ? S_EQU : S_SET;
     op_t *op = stmt_new_op(static_cast<token_t>(token));
     op->op_opnd1.opnd_value = value_sym(s);
-    op->op_opnd2.opnd_value = v;
+    op_opnd2_make(op)->opnd_value = v;
     return true;
 }
 

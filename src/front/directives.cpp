@@ -93,7 +93,7 @@ static bool d_org(uint16_t)
         return false;
     op_t *op = stmt_new_op(T_ORG);
     op->op_opnd1.opnd_kind = OPND_LIT;
-    op->op_units = {static_cast<uint64_t>(v.v_offs)};
+    op_set_number(op, static_cast<uint64_t>(v.v_offs));
     return true;
 }
 
@@ -102,7 +102,7 @@ static bool d_align(uint16_t)
     value_t v;
     if (!parse_const(&v, 1, INT64_MAX, 856))
         return false;
-    stmt_new_op(T_ALIGN)->op_bytes = static_cast<uint64_t>(v.v_offs);
+    op_set_number(stmt_new_op(T_ALIGN), static_cast<uint64_t>(v.v_offs));
     return true;
 }
 

@@ -260,7 +260,7 @@ static bool parse_bit(token_t type, uint16_t subop)
         if (!parse_bracketed(&file) || !expect(T_COMMA) || !parse_expr(&bit))
             return false;
         op_t *op = indexed_instruction(type, subop, &file, true, false);
-        operand(&op->op_opnd2, OPND_BIT, &bit);
+        operand(op_opnd2_make(op), OPND_BIT, &bit);
         return true;
     }
     if (!parse_expr(&file) || !expect(T_COMMA))
@@ -274,7 +274,7 @@ static bool parse_bit(token_t type, uint16_t subop)
                 return false;
             op_t *op = instruction(type, subop);
             operand(&op->op_opnd1, OPND_DATA, &file);
-            operand(&op->op_opnd2, OPND_BIT, &bit);
+            operand(op_opnd2_make(op), OPND_BIT, &bit);
             op->op_access = word == ACCESS_C ? ACCESS_C : ACCESS_UNSET;
             op->op_opnd1.opnd_access = access_word(word);   // doesn't encode; tells the optimiser which register it is
             return true;
@@ -284,7 +284,7 @@ static bool parse_bit(token_t type, uint16_t subop)
     access_t access;
     if (!parse_expr_behind(prefix, &bit) || !parse_access_opt(&access))
         return false;
-    operand(&file_instruction(type, subop, &file, access, false)->op_opnd2, OPND_BIT, &bit);
+    operand(op_opnd2_make(file_instruction(type, subop, &file, access, false)), OPND_BIT, &bit);
     return true;
 }
 
@@ -300,9 +300,9 @@ static bool parse_movff(token_t type, uint16_t subop)
         return false;
     op_t *op = instruction(type, subop);
     operand(&op->op_opnd1, OPND_DATA, &from);
-    operand(&op->op_opnd2, OPND_DATA, &to);
+    operand(op_opnd2_make(op), OPND_DATA, &to);
     value_eval(&op->op_opnd1.opnd_value);
-    value_eval(&op->op_opnd2.opnd_value);
+    value_eval(&op_opnd2_make(op)->opnd_value);
     return true;
 }
 
@@ -314,7 +314,7 @@ static bool parse_stack_move(token_t type, uint16_t subop)
         return false;
     op_t *op = instruction(type, subop);
     operand(&op->op_opnd1, OPND_DATA, &from);
-    operand(&op->op_opnd2, OPND_DATA, &to);
+    operand(op_opnd2_make(op), OPND_DATA, &to);
     need_extended_set();
     return true;
 }
@@ -357,7 +357,7 @@ static bool parse_file_select(token_t type, uint16_t subop)
         return false;
     op_t *op = instruction(type, subop, type == T_LFSR || !opt.xinst);
     operand(&op->op_opnd1, OPND_LIT, &number);
-    operand(&op->op_opnd2, OPND_LIT, &literal);
+    operand(op_opnd2_make(op), OPND_LIT, &literal);
     value_t *v = &op->op_opnd1.opnd_value;
     value_eval(v);
     if (v->v_rtype != RT_CONST || static_cast<uint64_t>(v->v_offs) > 3)

@@ -213,7 +213,7 @@ op_t *stmt_new_op(token_t type)
     if (opt.xinst_optimise && !op_source_file(op))
         op_take_source_line(op, op->op_prev);   // also where the listing is to show the program as it was written
     op->op_type = type;
-    op->op_flags |= parse_state.stmt_flags;
+    op->op_flags |= parse_state.stmt_flags & OPF_ALL;
     if (parse_state.callstack_depth)
         op_set_callstack(op, parse_state.callstack_depth);
     parse_state.last_op = op;

@@ -34,7 +34,7 @@ static void define_label(symbol_t *s)
 static void define_temporary_label(int64_t number)
 {
     op_t *op = stmt_new_op(T_NUMLABEL);
-    op->op_tlab = static_cast<uint64_t>(number);
+    op_set_number(op, static_cast<uint64_t>(number));
     op->op_opnd1.opnd_value.v_sym = tlab_define(number, op);
 }
 

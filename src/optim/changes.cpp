@@ -59,7 +59,10 @@ static void remember_register(symbol_t *s)
 const char *changes_text_of(const op_t *op)
 {
     op_t shown = *op;
-    for (opnd_t *o : {&shown.op_opnd1, &shown.op_opnd2})
+    static opnd_t *const second = xnew<opnd_t>();
+    *second = *op_opnd2(op);
+    shown.op_second = second;
+    for (opnd_t *o : {&shown.op_opnd1, second})
         if (symbol_t *s = o->opnd_kind == OPND_DATA && o->opnd_value.v_rtype == RT_CONST
                               ? hash_lookup(st.registers, o->opnd_value.v_offs)
                               : nullptr)

@@ -116,13 +116,14 @@ static bool prepare(code_list_t *list)
     op_t *front = list->head.op_next;
     for (op_t *op = front, *next; op->op_type != 0; op = next) {
         next = op_step(op);
-        op->op_flags &= ~static_cast<uint32_t>(OPF_MARK);
-        if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op->op_opnd2.opnd_value.v_rtype != RT_CONST) {
-            const symbol_t *was = leads_to_label(op) ? op->op_opnd1.opnd_value.v_sym : nullptr;
+        op->op_flags &= OPF_ALL & ~OPF_MARK;
+        if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_opnd2(op)->opnd_value.v_rtype != RT_CONST) {
+            const symbol_t *was = leads_to_label(op) ? op->op_opnd1.opnd_value.v_sym.get() : nullptr;
             op_set_position(op);
             if (op->op_type != T_EQU && op->op_type != T_SET)   // which have the symbol there
                 value_eval(&op->op_opnd1.opnd_value);
-            value_eval(&op->op_opnd2.opnd_value);
+            if (op->op_second)
+                value_eval(&op->op_second->opnd_value);
             led |= leads_to_label(op) && op->op_opnd1.opnd_value.v_sym != was;
         }
         if (op->op_type != T_SET || op == front)

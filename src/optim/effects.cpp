@@ -171,7 +171,7 @@ static unsigned flag_of(const op_t *op, uint32_t id)
 {
     if (id != SFR_STATUS)
         return 0;
-    const value_t *bit = &op->op_opnd2.opnd_value;
+    const value_t *bit = &op_opnd2(op)->opnd_value;
     if (bit->v_rtype != RT_CONST)
         return FX_FLAGS;
     return bit->v_offs == 0 ? C : bit->v_offs == 2 ? Z : bit->v_offs == 4 ? N : 0;
@@ -210,7 +210,7 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
         return (uses | kills) == 0 ? effect_t{} : plain_effect(op, sure, uses, kills);
     if (sure)
         uses &= ~kills;
-    const opnd_t *first = &op->op_opnd1, *second = &op->op_opnd2;
+    const opnd_t *first = &op->op_opnd1, *second = op_opnd2(op);
     const uint32_t id = sfr_idOf(first);
     switch (role) {
     case ROLE_DEST:
@@ -252,7 +252,7 @@ const opnd_t *op_written(const op_t *op)
     case ROLE_MODIFY:
     case ROLE_SET_BIT:
     case ROLE_TOGGLE_BIT: return &op->op_opnd1;
-    case ROLE_MOVE: return &op->op_opnd2;
+    case ROLE_MOVE: return op_opnd2(op);
     case ROLE_NONE:
     case ROLE_READ:
     case ROLE_LOAD:

@@ -9,8 +9,8 @@
 
 static bool is_status_bit(const op_t *op, int64_t bit)
 {
-    return op->op_type == T_BCF && sfr_isStatus(&op->op_opnd1) && op->op_opnd2.opnd_value.v_rtype == RT_CONST &&
-           op->op_opnd2.opnd_value.v_offs == bit;
+    return op->op_type == T_BCF && sfr_isStatus(&op->op_opnd1) && op_opnd2(op)->opnd_value.v_rtype == RT_CONST &&
+           op_opnd2(op)->opnd_value.v_offs == bit;
 }
 
 static bool writes_bsr(const op_t *op)
@@ -47,7 +47,7 @@ static bool may_pass_branch(const op_t *a)
 
 static bool may_follow_branch(const op_t *m)
 {
-    if (m->op_type == T_MOVLB || writes_bsr(m) || sfr_isIndirect(m->op_type == T_MOVFF ? &m->op_opnd2 : &m->op_opnd1))
+    if (m->op_type == T_MOVLB || writes_bsr(m) || sfr_isIndirect(m->op_type == T_MOVFF ? op_opnd2(m) : &m->op_opnd1))
         return false;
     switch (m->op_type) {
     case T_SUBWF:

@@ -46,13 +46,13 @@ static uint64_t operand_number(const opnd_t *o)
     if (v->v_rtype == RT_AND && v->v_offs == 0 && value_right(v)->v_rtype == RT_CONST && value_right(v)->v_offs == 255)
         v = value_left(v);
     const uint64_t n = mix(v->v_rtype, static_cast<uint64_t>(v->v_offs));
-    return v->v_rtype == RT_SYM ? mix(n, to_word(v->v_sym)) : n;
+    return v->v_rtype == RT_SYM ? mix(n, to_word(v->v_sym.get())) : n;
 }
 
 static uint64_t node_number(const op_t *op)
 {
     return mix(mix(op->op_type, uint64_t{op->op_subop} << 16 | op->op_dest),
-               mix(operand_number(&op->op_opnd1), operand_number(&op->op_opnd2)));
+               mix(operand_number(&op->op_opnd1), operand_number(op_opnd2(op))));
 }
 
 // Whether what stands before `p` counts as well: a skip, without which `p` is no tail, or anything before another `goto`.

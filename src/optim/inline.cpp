@@ -325,8 +325,8 @@ static op_t *plain_copy(copy_t *c, const op_t *op)
     n->op_access = op->op_access;
     n->op_flags = op->op_flags;
     n->op_opnd1 = op->op_opnd1;
-    n->op_opnd2 = op->op_opnd2;
-    n->op_bytes = op->op_bytes;   // or whatever the kind has there
+    op_set_opnd2(n, op_opnd2(op));
+    n->op_number = op->op_number;   // or whatever the kind has there
     op_set_remark(n, op_remark(op));
     op_take_source_line(n, op);
     op_take_position(n, op);
@@ -468,8 +468,8 @@ static void inline_call(const call_t *call, vec_t<call_t *> further)
     symbol_t *q = callee_psect(op);
     opt_fired("inlining", CNT_NONE, op);
     op_t *entry = border_label(op, op), *exit = border_label(entry, op);
-    hash_remove(st.large.raw, to_word(op->op_psect));
-    hash_remove(st.bodies.raw, to_word(op->op_psect));
+    hash_remove(st.large.raw, to_word(op->op_psect.get()));
+    hash_remove(st.bodies.raw, to_word(op->op_psect.get()));
     copy_body(call, q, entry, exit, further);
     inline_note(op->op_opnd1.opnd_value.v_sym, q, 1);
     op_delete_if_live(op);

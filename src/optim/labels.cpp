@@ -87,8 +87,8 @@ void note_taken_labels()
         for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !leads_to_label(op))
                 note_taken(&op->op_opnd1.opnd_value);
-            if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
-                note_taken(&op->op_opnd2.opnd_value);
+            if (op_opnd2(op)->opnd_value.v_rtype != RT_CONST)
+                note_taken(&op_opnd2(op)->opnd_value);
             if (op->op_type == T_NAME && (op->op_flags & OPF_PINNED))
                 op->op_sym->s_flags |= S_TAKEN;
             for (const value_t &item : data_items(op))

@@ -87,10 +87,10 @@ static bool is_volatile_register(const opnd_t *o)
 
 bool op_marked(const op_t *op)
 {
-    return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) || is_volatile_register(&op->op_opnd2);
+    return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) || is_volatile_register(op_opnd2(op));
 }
 
-bool op_volatile(const op_t *op) { return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(&op->op_opnd2) || op_marked(op); }
+bool op_volatile(const op_t *op) { return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(op_opnd2(op)) || op_marked(op); }
 
 bool op_barrier(const op_t *op)
 {
@@ -178,7 +178,7 @@ static const opnd_t *stored_to(const op_t *op)
     case T_MOVFF:
     case T_MOVFFL:
     case T_MOVSF:
-    case T_MOVSFL: return &op->op_opnd2;
+    case T_MOVSFL: return op_opnd2(op);
     default: return op->op_dest == DEST_F ? &op->op_opnd1 : nullptr;
     }
 }
@@ -199,8 +199,8 @@ bool op_uses_stack(const op_t *op)
 {
     if (op->op_type == T_EQU || op->op_type == T_SET)
         return false;   // names only
-    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2) ||
-           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(&op->op_opnd2) == SFR_STKPTR;
+    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(op_opnd2(op)) ||
+           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(op_opnd2(op)) == SFR_STKPTR;
 }
 
 // Places.
@@ -249,12 +249,12 @@ bool op_same(const op_t *a, const op_t *b)
 {
     if (!a || !b || a->op_type != b->op_type || a->op_subop != b->op_subop || a->op_dest != b->op_dest)
         return false;
-    return op_is_code(a) && op_is_code(b) && opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+    return op_is_code(a) && op_is_code(b) && opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(op_opnd2(a), op_opnd2(b));
 }
 
 bool op_same_operands(const op_t *a, const op_t *b)
 {
-    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(&a->op_opnd2, &b->op_opnd2);
+    return opnd_same(&a->op_opnd1, &b->op_opnd1) && opnd_same(op_opnd2(a), op_opnd2(b));
 }
 
 bool depends_on_bank(const opnd_t *o)

@@ -185,7 +185,7 @@ static bool pa_abstractable(const op_t *n)
         break;
     case T_MOVFF:
     case T_MOVFFL:
-        if (leads_away(&n->op_opnd2))
+        if (leads_away(op_opnd2(n)))
             return false;
         break;
     default: break;
@@ -626,7 +626,7 @@ static void abstract_group(pa_group_t *g)
         if (member != g->first && pa_equal(g->first, member, g->g_len)) {
             vec_add(others, member);
             if (has_room(member->op_psect))
-                tally_add(psects, to_word(member->op_psect));
+                tally_add(psects, to_word(member->op_psect.get()));
         }
     if (vec_size(others) == 0)
         return;

@@ -58,7 +58,7 @@ static bool to_w(const op_t *op) { return op->op_dest == DEST_W; }
 static bool tests_status(const op_t *op, int64_t bit)
 {
     return op->op_type == T_BTFSC && sfr_isStatus(&op->op_opnd1) && sfr_isCertain(&op->op_opnd1) &&
-           is_plain(&op->op_opnd2, bit);
+           is_plain(op_opnd2(op), bit);
 }
 
 // Whether the operand is a register named by a number or a symbol. One that is written as a symbol XOR the bank of a
@@ -186,7 +186,7 @@ template <size_t COUNT> static bool tried(const peep_rule_t (&rules)[COUNT], op_
 static bool m1(op_t *n)
 {
     op_t *m = n->op_next;
-    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(&m->op_opnd2) || !dead_zn(n) || !dead2(REG_W, n) ||
+    if (m->op_type != T_MOVFF || !sfr_isWreg(&m->op_opnd1) || sfr_isPlusw(op_opnd2(m)) || !dead_zn(n) || !dead2(REG_W, n) ||
         !names_whole_register(n))
         return false;
     opt_fired("M1", RO, n);
@@ -242,7 +242,7 @@ static void on_movf(op_t *n)
 // movff x,x
 static bool f1(op_t *n)
 {
-    return !op_volatile(n) && place_same(place_of(&n->op_opnd1), place_of(&n->op_opnd2)) && deletes("F1", RO, n);
+    return !op_volatile(n) && place_same(place_of(&n->op_opnd1), place_of(op_opnd2(n))) && deletes("F1", RO, n);
 }
 
 // `n` takes over where the next node, which moves W, moves it to.
@@ -250,12 +250,13 @@ static bool moves_on(opt_rule_t rule, op_t *n, const opnd_t *to)
 {
     op_t *m = n->op_next;
     opt_fired(rule, RO, n);
-    n->op_opnd2 = *to;
-    n->op_opnd2.opnd_access = ACCESS_UNSET;
+    opnd_t *o = op_opnd2_make(n);
+    *o = *to;
+    o->opnd_access = ACCESS_UNSET;
     keep_volatile(n, m);
     drop(m);
     reg_forget_w();
-    reg_written(&n->op_opnd2);
+    reg_written(op_opnd2(n));
     return true;
 }
 
@@ -263,22 +264,22 @@ static bool moves_on(opt_rule_t rule, op_t *n, const opnd_t *to)
 static bool f2(op_t *n)
 {
     op_t *m = n->op_next;
-    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1) &&
-           dead2(REG_W, n) && names_whole_register(m) && moves_on("F2", n, &m->op_opnd1);
+    return sfr_isWreg(op_opnd2(n)) && m->op_type == T_MOVWF && op_free(m) && !sfr_isPlusw(&m->op_opnd1) && dead2(REG_W, n) &&
+           names_whole_register(m) && moves_on("F2", n, &m->op_opnd1);
 }
 
 // movff x,wreg / movff wreg,y
 static bool f3(op_t *n)
 {
     op_t *m = n->op_next;
-    return sfr_isWreg(&n->op_opnd2) && m->op_type == T_MOVFF && op_free(m) && sfr_isWreg(&m->op_opnd1) &&
-           !sfr_isPlusw(&m->op_opnd2) && dead2(REG_W, n) && moves_on("F3", n, &m->op_opnd2);
+    return sfr_isWreg(op_opnd2(n)) && m->op_type == T_MOVFF && op_free(m) && sfr_isWreg(&m->op_opnd1) &&
+           !sfr_isPlusw(op_opnd2(m)) && dead2(REG_W, n) && moves_on("F3", n, op_opnd2(m));
 }
 
 // movff x,wreg, where W holds x
 static bool f4(op_t *n)
 {
-    return sfr_isWreg(&n->op_opnd2) && !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("F4", RO, n);
+    return sfr_isWreg(op_opnd2(n)) && !op_volatile(n) && reg_equals_w(&n->op_opnd1) && deletes("F4", RO, n);
 }
 
 // movff x,wreg, with x in the access bank
@@ -290,7 +291,7 @@ static bool f5(op_t *n)
     n->op_dest = DEST_W;
     n->op_access = ACCESS_C;
     n->op_opnd1.opnd_access = ACCESS_C;
-    n->op_opnd2 = {};
+    n->op_second = nullptr;
     reg_forget_w();
     return true;
 }
@@ -299,7 +300,7 @@ constexpr peep_rule_t movff_rules[] = {{f1}, {f2}, {f3}, {f4}}, movff_last_rules
 
 static void on_movff(op_t *n)
 {
-    const opnd_t *x = &n->op_opnd1, *y = &n->op_opnd2;
+    const opnd_t *x = &n->op_opnd1, *y = op_opnd2(n);
     if (sfr_isIndirect(&reg.w_reg) && sfr_fileSelect(&reg.w_reg) == sfr_fileSelect(y))
         reg_forget_w();
     const bool skipped = take_skipped();
@@ -382,7 +383,7 @@ static bool may_precede(const op_t *write, const op_t *b)
     const opnd_t *o = op_written(write), *tested = &b->op_opnd1;
     return !sfr_isPc(o) && !(sfr_isBsr(o) && depends_on_bank(tested)) && !sfr_isIndirect(tested) &&
            (are_apart(o, tested) ||
-            (write->op_type == T_BCF && !op_volatile(b) && is_other_bit(&write->op_opnd2, &b->op_opnd2)));
+            (write->op_type == T_BCF && !op_volatile(b) && is_other_bit(op_opnd2(write), op_opnd2(b))));
 }
 
 // The arms are bcf p and bsf p.
@@ -668,7 +669,7 @@ static bool g9(op_t *n)
     bit->op_type = T_BCF;
     bit->op_subop = reg.carry ? TPL_BSF : TPL_BCF;
     bit->op_opnd1 = {OPND_DATA, ACCESS_C, value_const(sfr_addrOf(SFR_STATUS))};
-    bit->op_opnd2 = {OPND_BIT, ACCESS_UNSET, value_const(0)};
+    *op_opnd2_make(bit) = {OPND_BIT, ACCESS_UNSET, value_const(0)};
     bit->op_access = ACCESS_C;
     bit->op_flags |= n->op_flags & OPF_MARK;   // it is as reachable
     op_take_position(bit, n);
@@ -776,7 +777,7 @@ static void on_return(op_t *n)
 // that have one.
 static bool restores_page(const op_t *op)
 {
-    const value_t *bit = &op->op_opnd2.opnd_value;
+    const value_t *bit = &op_opnd2(op)->opnd_value;
     return op->op_type == T_BCF && is_plain(&op->op_opnd1, STATUS_IN_OLD_BANK) && bit->v_rtype == RT_CONST &&
            bit->v_offs >= 5 && op_free(op) && !op_marked(op);
 }
@@ -964,7 +965,7 @@ static void on_tblrd(op_t *n)
 
 static void on_bcf(op_t *n)
 {
-    const value_t *bit = &n->op_opnd2.opnd_value;
+    const value_t *bit = &op_opnd2(n)->opnd_value;
     if (sfr_isStatus(&n->op_opnd1) && (bit->v_rtype != RT_CONST || bit->v_offs == 0))
         reg_set_carry(bit->v_rtype != RT_CONST || !sfr_isCertain(&n->op_opnd1) ? -1
                       : n->op_subop == TPL_BSF                                 ? 1

@@ -110,14 +110,14 @@ static void find_places()
     for (const code_list_t *list : psect_list)
         for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
             if (op->op_type == T_EQU || op->op_type == T_SET) {   // it counts where it is used, perhaps in another module
-                if (op->op_opnd1.opnd_value.v_sym->s_flags & S_GLOBAL && !value_has_here(&op->op_opnd2.opnd_value))
-                    note_operand(op, &op->op_opnd2.opnd_value, true);
+                if (op->op_opnd1.opnd_value.v_sym->s_flags & S_GLOBAL && !value_has_here(&op_opnd2(op)->opnd_value))
+                    note_operand(op, &op_opnd2(op)->opnd_value, true);
                 continue;
             }
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
                 note_operand(op, &op->op_opnd1.opnd_value, true);
-            if (op->op_opnd2.opnd_value.v_rtype != RT_CONST)
-                note_operand(op, &op->op_opnd2.opnd_value, true);
+            if (op_opnd2(op)->opnd_value.v_rtype != RT_CONST)
+                note_operand(op, &op_opnd2(op)->opnd_value, true);
             for (const value_t &item : data_items(op))
                 note_operand(op, &item, !value_has_here(&item));
         }
@@ -142,7 +142,7 @@ static void pin(op_t *op)
     if (op->op_type == T_BCC || op->op_type == T_CALL) {
         size_once(op->op_psect);
         const in_psect_t here(op->op_psect);
-        op->op_flags |= static_cast<uint32_t>(branch_form(op) / 2) * OPF_WORD;
+        op->op_flags = (op->op_flags | static_cast<uint32_t>(branch_form(op) / 2) * OPF_WORD) & OPF_ALL;
     }
     op->op_flags |= OPF_PINNED;
 }

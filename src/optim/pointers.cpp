@@ -51,7 +51,7 @@ static int select_led_there(const op_t *op)
 {
     int64_t n;
     if (op->op_type == T_LFSR)
-        return is_number(op->op_opnd2.opnd_value, &n) && in_last_bank(n / PAGE) ? op->op_subop >> 4 & 3 : -1;
+        return is_number(op_opnd2(op)->opnd_value, &n) && in_last_bank(n / PAGE) ? op->op_subop >> 4 & 3 : -1;
     if (op->op_type != T_MOVWF && op->op_type != T_CLRF)
         return -1;
     const uint32_t id = sfr_idOf(&op->op_opnd1);

@@ -72,7 +72,7 @@ static void check_org(const op_t *op)
 {
     const psect_t *p = cur_psect->s_psect;
     srcpos.operand = 1;
-    const int64_t at = static_cast<int64_t>(units_to_bytes(op->op_units));
+    const int64_t at = static_cast<int64_t>(units_to_bytes(op_units(op)));
     if (p->p_space == 0 && !is_program_memory(at))
         alert_msg(NO_PROGRAM_MEMORY, static_cast<unsigned long long>(at), chip_getName());
     if (p->p_space == 1 && psect_is_abs(cur_psect) && !is_data_memory(at, at))

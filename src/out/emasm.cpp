@@ -299,7 +299,7 @@ static void st_two(const op_t *op)
 {
     st_one(op);
     put(',');
-    asm_opnd(&op->op_opnd2);
+    asm_opnd(op_opnd2(op));
 }
 
 static void put_access(const op_t *op)
@@ -364,7 +364,7 @@ static void st_lfsr(const op_t *op)
     put_mnemonic(op);
     put_digits(op->op_subop >> 4 & 3);
     put(',');
-    asm_opnd(&op->op_opnd2);
+    asm_opnd(op_opnd2(op));
 }
 
 static void st_movsf(const op_t *op)
@@ -372,7 +372,7 @@ static void st_movsf(const op_t *op)
     put_mnemonic(op);
     put_bracketed(&op->op_opnd1);
     put(',');
-    asm_opnd(&op->op_opnd2);
+    asm_opnd(op_opnd2(op));
 }
 
 static void st_movss(const op_t *op)
@@ -380,7 +380,7 @@ static void st_movss(const op_t *op)
     put_mnemonic(op);
     put_bracketed(&op->op_opnd1);
     put(',');
-    put_bracketed(&op->op_opnd2);
+    put_bracketed(op_opnd2(op));
 }
 
 static void st_value(const op_t *op)
@@ -427,14 +427,14 @@ static void st_call(const op_t *op)
 static void st_org(const op_t *op)
 {
     put("\torg\t");
-    put_digits(op->op_units.count);
+    put_digits(op_units(op).count);
 }
 
 static void st_set(const op_t *op)
 {
     put(op->op_opnd1.opnd_value.v_sym->s_name);
     put("\tset\t");
-    asm_value(&op->op_opnd2.opnd_value);
+    asm_value(&op_opnd2(op)->opnd_value);
 }
 
 static void st_trap(const op_t *) { put("\ttrap"); }
@@ -449,12 +449,12 @@ static void st_tblrd(const op_t *op)
 static void st_align(const op_t *op)
 {
     put_mnemonic(op);
-    put_digits(static_cast<int64_t>(op->op_bytes));
+    put_digits(static_cast<int64_t>(op_bytes(op)));
 }
 
 static void st_numlabel(const op_t *op)
 {
-    put_digits(op->op_tlab);
+    put_digits(op_tlab(op));
     put(':');
 }
 

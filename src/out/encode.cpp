@@ -50,7 +50,7 @@ static value_t calc(uint16_t code, value_t a, const value_t &b)
 value_t operand(const op_t *op, unsigned which)
 {
     srcpos.operand = which;
-    value_t v = (which == 1 ? op->op_opnd1 : op->op_opnd2).opnd_value;
+    value_t v = (which == 1 ? &op->op_opnd1 : op_opnd2(op))->opnd_value;
     operand_reduce(&v);
     return v;
 }
@@ -206,13 +206,13 @@ static void enc_db(const op_t *op)
 // Position changes.
 
 static void enc_ds(const op_t *op) { sink->move(cur_psect->s_psect->p_curr + op_size(op, 0)); }
-static void enc_org(const op_t *op) { sink->move(units_to_bytes(op->op_units)); }
+static void enc_org(const op_t *op) { sink->move(units_to_bytes(op_units(op))); }
 
 static void enc_align(const op_t *op)
 {
     const uint64_t here = cur_psect->s_psect->p_curr, padding = op_size(op, here);
-    if (padding == 0 && op->op_bytes > ALIGN_MAX && here % op->op_bytes != 0 && sink->reports)
-        alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op->op_bytes));
+    if (padding == 0 && op_bytes(op) > ALIGN_MAX && here % op_bytes(op) != 0 && sink->reports)
+        alert_text("E", "can't align to %llu bytes", static_cast<unsigned long long>(op_bytes(op)));
     const value_t zero = number(0);
     for (uint64_t n = padding; n; n--)
         sink->put(0, &zero, 1, 0);
@@ -323,7 +323,7 @@ static void enc_cond(const op_t *op)
 static void enc_messg(const op_t *op)
 {
     if (sink->reports)
-        alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text);
+        alert_msg(op->op_subop == 0 ? 2066 : 2067, op->op_text.get());
 }
 
 static void enc_definition(const op_t *op)

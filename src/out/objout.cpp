@@ -125,7 +125,7 @@ static void obj_start()
     value_t v = program.end_value;
     if (!obj_follow(&v) || v.v_rtype != RT_PSECT) {
         const srcpos_elsewhere_t end(program.end_file, program.end_line);
-        const symbol_t *s = program.end_value.v_rtype == RT_SYM ? program.end_value.v_sym : nullptr;
+        const symbol_t *s = program.end_value.v_rtype == RT_SYM ? program.end_value.v_sym.get() : nullptr;
         if (alert_msg(802) && s)
             alert_text("M", s->s_flags & S_UNDEF ? "\"%s\" isn't defined in this module" : "\"%s\" is no place in a psect",
                        s->s_name);

@@ -56,7 +56,7 @@ static std::vector<plain_t> random_psect(uint32_t seed, size_t count, bool padde
         op_t *op = op_insert_after(cur_psect->s_psect->p_code->tail.op_prev, op_new());
         op->op_type = kinds[i ? random() % (padded && random() % 64 == 0 ? 8 : 7) : 0];
         op->op_opnd1.opnd_value = value_const(0);
-        op->op_bytes = 8;
+        op_set_number(op, 8);
         if (op->op_type == T_NAME) {
             op->op_sym = sym_enter(("l" + std::to_string(seed) + "_" + std::to_string(i)).c_str(), 0);
             labels.push_back(i);

@@ -13,7 +13,7 @@ TEST_F(Optim, Report)
 {
     symbol_t *t = assemble("btfsc y,0 / goto L / return / incf z / L: / movlw 5 / movwf 16 / movwf 16 / movlw 0 / bz M / "
                            "movwf 17 / movwf 18 / goto M / nop / M: / retlw 0");
-    op_more(node(t, 0))->file = "a\xFF\"\n.as";
+    op_set_place(node(t, 0), "a\xFF\"\n.as", op_line(node(t, 0)));
     const vec_t<symbol_t *> code = vec_make<symbol_t *>();
     vec_add(code, t);
     changes_keep();

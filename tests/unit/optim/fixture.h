@@ -68,7 +68,8 @@ class Optim : public testing::Test
         unlink(name);
         for (op_t *op = node(cur_psect, 0); op->op_type != 0; op = op->op_next) {
             value_eval(&op->op_opnd1.opnd_value);
-            value_eval(&op->op_opnd2.opnd_value);
+            if (op->op_second)
+                value_eval(&op->op_second->opnd_value);
         }
         list_build_refs(cur_psect);
         return cur_psect;
