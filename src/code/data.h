@@ -43,10 +43,10 @@ struct data_items_t {
     cursor begin() const { return {first, 0}; }
     cursor end() const { return {nullptr, 0}; }
 };
-inline data_items_t data_items(const op_t *op)
+inline data_items_t data_items(const op_t *op)   // of others than DB: none
 {
     return {op->op_type == T_DB ? op->op_data.get() : nullptr};
-}   // of others: none
+}
 uint64_t data_count(const op_t *op);
 void data_each_value(const op_t *op, void (*fn)(value_t *item));   // those that may hold a name, to be changed in place
 

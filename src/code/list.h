@@ -43,7 +43,7 @@ struct op_extra_t;
 // Programs of half a million nodes are ordinary, and most of the time goes into waiting for their memory. So a node has what
 // most of them need, with references of four bytes: its links, the place that messages show, one operand. The second operand,
 // which one of five has, is a record of its own, see op_opnd2, as is what few have, see op_extra. Items of data are packed,
-// see data. Nothing else hangs on a node: it may be copied, and the copy shares those records.
+// see data. A copy of a node shares these records, and is for reading.
 struct op_t {
     token_t op_type;     // the statement's kind; T_NONE only in sentinels
     uint16_t op_subop;   // opcode template; item width of DB; 0 or 1 of MESSG
@@ -59,8 +59,8 @@ struct op_t {
     ref<op_extra_t> op_more;      // null: it has nothing of that
     ref<opnd_t> op_second;        // null: it has none
     union {                       // by kind:
-        ref<const uint64_t>
-            op_number;             // ALIGN: bytes. ORG: units. NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym
+        // ALIGN: bytes. ORG: units. NUMLABEL: the number; its record is op_opnd1.opnd_value.v_sym. See op_bytes and its like.
+        ref<const uint64_t> op_number;
         ref<symbol_t> op_sym;      // NAME
         ref<const char> op_text;   // MESSG, TITLE, INCLUDE
         ref<data_run_t> op_data;   // DB: its items, see data
@@ -170,10 +170,17 @@ void op_set_place(op_t *op, const char *file, uint64_t line);
 void op_set_source_line(op_t *op, const char *file, uint64_t line);
 
 // `node` gets the place of `from` for messages, or its source line for debuggers.
-inline void op_take_position(op_t *node, const op_t *from) { op_set_place(node, op_file(from), op_line(from)); }
+inline void op_take_position(op_t *node, const op_t *from)
+{
+    node->op_in_file = from->op_in_file;
+    node->op_short_line = from->op_short_line;
+    if (node->op_short_line == WIDE_LINE)
+        op_extra_make(node)->line = op_line(from);
+}
 inline void op_take_source_line(op_t *node, const op_t *from)
 {
-    op_set_source_line(node, op_source_file(from), op_source_line(from));
+    if (node->op_more || from->op_more)   // few have one
+        op_set_source_line(node, op_source_file(from), op_source_line(from));
 }
 inline void op_drop_source_line(op_t *node) { op_set_source_line(node, nullptr, 0); }
 

@@ -1,11 +1,14 @@
 // ref: a pointer to what lies in the arena, in four bytes.
 //
 // A program of half a million nodes is mostly links, and waiting for memory is most of the work on it. The arena lies in the
-// first 16 GB of addresses and all records in it at multiples of four, so the address shifted down by two is a number of 32
-// bits, with null as 0, and following it takes one shift. It reads and is assigned as a pointer. One that isn't the arena's is a fault
-// of the program, which ends there.
+// first 16 GB of addresses and all that xalloc returns at multiples of eight, so the address shifted down by two is a number
+// of 32 bits, with null as 0, and following it takes one shift.
 //
-// Where the arena lies anywhere (see XALLOC_LOW) it is a pointer of full width.
+// A ref reads and is assigned as a pointer to T. One that it can't hold, of the stack, say, or into the middle of a string,
+// is a fault of the program, which ends there and never goes on with another address. Who has a pointer of unknown origin
+// asks ref_can_hold first, as cache_in_arena does.
+//
+// Where the arena lies anywhere (XALLOC_LOW is 0) a ref is a pointer of full width.
 #pragma once
 
 #include <bit>

@@ -9,14 +9,16 @@
 // program then takes a fault every 2 MB instead of every 4 KB, and the tables it walks cost far fewer misses of the TLB.
 // Nothing is asked for ahead beyond that, so peak memory exceeds what is used by at most one huge page.
 //
-// The system is told where to put each block: behind the one before. If something is there already it puts the block
-// elsewhere, and then the next place is tried. A program has little in those addresses, a library at most.
+// The system is told where to put each block: behind the one before. If something is there already, the next place is
+// tried. Few processes have anything in those addresses. Systems that don't know MAP_FIXED_NOREPLACE take the place for a
+// hint, and what they put elsewhere goes back.
 //
 // Mapped pages are zero, and memory is never handed out twice, so nothing has to be cleared.
 #include "common/xalloc.h"
 
 #include <sys/mman.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -51,13 +53,14 @@ enum : uintptr_t { LOW_START = uintptr_t{1} << 32, LOW_END = uintptr_t{1} << 34 
 
 static size_t mapped;   // bytes of all blocks so far
 
-static char *map_at(uintptr_t hint, size_t size)
+// Null: `at` is taken.
+static char *map_at(uintptr_t at, size_t size, int flags)
 {
-    void *at = reinterpret_cast<void *>(hint);   // NOLINT(performance-no-int-to-ptr)
-    void *p = mmap(at, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (p == MAP_FAILED)
+    void *p = mmap(reinterpret_cast<void *>(at), size, PROT_READ | PROT_WRITE,   // NOLINT(performance-no-int-to-ptr)
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | flags, -1, 0);
+    if (p == MAP_FAILED && errno != EEXIST)
         xalloc_fail();
-    return static_cast<char *>(p);
+    return p != MAP_FAILED ? static_cast<char *>(p) : nullptr;
 }
 
 #if XALLOC_LOW
@@ -66,13 +69,14 @@ static char *map_pages(size_t size)
 {
     static uintptr_t place = LOW_START;
     while (size <= LOW_END - place) {
-        char *p = map_at(place, size);
+        char *p = map_at(place, size, MAP_FIXED_NOREPLACE);
         place += size;
-        if (reinterpret_cast<uintptr_t>(p) <= LOW_END - size) {
+        if (p && reinterpret_cast<uintptr_t>(p) <= LOW_END - size) {
             mapped += size;
             return p;
         }
-        munmap(p, size);   // somebody else is there
+        if (p)
+            munmap(p, size);
     }
     xalloc_fail();
 }
@@ -82,7 +86,7 @@ static char *map_pages(size_t size)
 static char *map_pages(size_t size)
 {
     mapped += size;
-    return map_at(0, size);
+    return map_at(0, size, 0);
 }
 
 #endif

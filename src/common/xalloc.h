@@ -5,8 +5,8 @@
 // That makes an allocation a few instructions and leaves nothing to own, to free or to leak. Records that are
 // made and dropped at a high rate (code list nodes, container entries) keep free lists of their own on top.
 //
-// On Linux all of it lies in the first 16 GB of addresses, so that ref.h can make do with 32 bits (XALLOC_LOW is 1); who needs
-// more is out of memory. Elsewhere it lies where the system puts it.
+// On Linux of 64 bits it lies in the first 16 GB of addresses, so that ref.h can make do with 32 bits, and XALLOC_LOW is 1;
+// who needs more is out of memory, as a program of a hundred million lines would be. Elsewhere it lies where the system puts it.
 //
 // Under AddressSanitizer each request is a block of the system's allocator instead, so that it sees overruns, and
 // XALLOC_CHECKED is 1.

@@ -1,10 +1,13 @@
 // The string cache and the allocator's string functions.
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
+
 #include <cstring>
 #include <string>
 
 #include "child.h"
+#include "common/ref.h"
 #include "common/stringcache.h"
 #include "common/xalloc.h"
 
@@ -76,3 +79,22 @@ TEST(Xalloc, BlocksAndTooMuch)
         EXPECT_NE(o.text.find("(296) "), o.text.npos) << o.text;
     }
 }
+
+#if XALLOC_LOW
+// Strangers lie in all low addresses but the last: there the arena goes on until they are full. What lies higher no ref takes.
+TEST(Xalloc, StaysLow)
+{
+    constexpr uintptr_t PIECE = 64 << 20, END = uintptr_t{1} << 34;
+    outcome_t o = in_child([&] {
+        for (uintptr_t at = uintptr_t{1} << 32; at < END - PIECE; at += PIECE)
+            mmap(reinterpret_cast<void *>(at), PIECE, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+        for (;;)
+            if (reinterpret_cast<uintptr_t>(xalloc(4 << 20)) >= END - PIECE)
+                fputc('+', stderr);
+    });
+    EXPECT_EQ(o.status, 1);
+    EXPECT_TRUE(o.text.starts_with("+++++++++") && o.text.find("(296) ") != o.text.npos) << o.text;
+    for (const uintptr_t at : {END, uintptr_t{4098}})
+        EXPECT_EQ(in_child([&] { ref<int>() = reinterpret_cast<int *>(at); }).status, -1);
+}
+#endif
