@@ -10,6 +10,8 @@
 // several instructions show by their equal sizes, each up to a jump or return: what stands behind one without a label, which
 // nothing leads to, is as long as itself.
 //
+// A call of code that handles its return address counts as a write to PCL, since it may return to any place further down.
+//
 // An operand that is no sum of a place and a number pins the psects of all places in it if it is a jump's.
 #include "optim/pins.h"
 
@@ -23,8 +25,11 @@
 #include "common/xalloc.h"
 #include "optim/labels.h"
 #include "optim/node.h"
+#include "optim/stack.h"
+#include "optim/templates.h"
 
 constexpr int64_t ALL = int64_t{1} << 33;   // units: beyond any psect
+constexpr int64_t PCL_REACH = 256;          // units, without a carry into the bytes above
 constexpr int MOST_DEFINITIONS = 100;       // that are followed one after the other
 
 // A place, `units` from the node `base` or from the psect's beginning.
@@ -104,6 +109,9 @@ static void note_operand(const op_t *op, const value_t *value, bool exact)
     note_places(op, value, exact);
 }
 
+// A write to PCL that makes it less, so that the table stands above.
+static bool goes_back(const op_t *op) { return (op->op_type == T_SUBWF || op->op_subop == TPL_DECF) && op_writes_pcl(op); }
+
 static void find_places()
 {
     st.count = 0;
@@ -114,6 +122,8 @@ static void find_places()
                     note_operand(op, &op_opnd2(op)->opnd_value, true);
                 continue;
             }
+            if (goes_back(op))
+                note_place(op->op_psect, op, -PCL_REACH);
             if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_is_branch(op))
                 note_operand(op, &op->op_opnd1.opnd_value, true);
             if (op_opnd2(op)->opnd_value.v_rtype != RT_CONST)
@@ -335,9 +345,17 @@ static bool may_hold_arms(op_t *label, const op_t *first, bool in_table)
     return in_table && !label_begins_function(label);
 }
 
+// A call of code that handles its return address, which may so come back further down.
+static bool returns_elsewhere(const op_t *op)
+{
+    return (op->op_type == T_CALL || op->op_type == T_RCALL) && op_is_simple(op) &&
+           stack_aims_from(op->op_opnd1.opnd_value.v_sym);
+}
+
 static void pin_tables(code_list_t *list)
 {
     run_t run = NONE;
+    bool called = false;   // what comes next stands behind such a call
     table_t seen = {};
     const op_t *arm = nullptr;     // one that is still to come, however many labels stand before it
     const op_t *first = nullptr;   // the first statement behind the labels or the org here
@@ -351,7 +369,7 @@ static void pin_tables(code_list_t *list)
         if (op->op_type == T_NAME) {
             if (run == ANYTHING)
                 op->op_flags |= OPF_PINNED;   // where what is known in the run ends
-            if (run == ANYTHING && (arm || !is_led_to(op)))
+            if (run == ANYTHING && (arm || called || !is_led_to(op)))
                 continue;
             arm = may_hold_arms(op, first, run == ANYTHING) ? next_arm(op) : nullptr;
             if (arm)
@@ -372,6 +390,9 @@ static void pin_tables(code_list_t *list)
             pin(op);
             run = op->op_type == T_CALLW ? ARMS : ANYTHING;
         }
+        called = returns_elsewhere(op);
+        if (called)
+            run = ANYTHING;
     }
 }
 
@@ -386,11 +407,19 @@ void pins_set()
             ;
         pin_ways(st.places + i, end - i);
     }
-    st.computes_jumps = false;
+    bool uses_stack = st.computes_jumps = false;
     for (const code_list_t *list : psect_list)
-        for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
-            st.computes_jumps |= op_writes_pcl(op) || op->op_type == T_CALLW || op_uses_stack(op);
+        for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+            st.computes_jumps |= op_writes_pcl(op) || op->op_type == T_CALLW;
+            uses_stack |= op_uses_stack(op);
+        }
+    st.computes_jumps |= uses_stack;
     for (code_list_t *list : psect_list)
         pin_tables(list);
+    if (uses_stack) {
+        stack_find_aims();   // which may come from an arm
+        for (code_list_t *list : psect_list)
+            pin_tables(list);
+    }
     srcpos = position;
 }
