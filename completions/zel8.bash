@@ -10,7 +10,7 @@ _zel8() {
     -I) COMPREPLY=($(compgen -d -- "$cur")) ;;
     *)
         case $cur in
-        -*) COMPREPLY=($(compgen -W "-E -c -S -x --chipinfo= -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -W -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --diagnostics= --color= --explain= --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
+        -*) COMPREPLY=($(compgen -W "-E -c -S -x --chipinfo= -fsyntax-only -o -mcpu= -I -D -U -O0 -O -Os -g -Wall -Wextra -Werror -Wno- -W -w -MD -MMD -MF -MT -MP -Wa, -Wl, -j -v -### --annotate= --diagnostics= --color= --explain= --list-chips --print-search-dirs --version --help" -- "$cur")) ;;
         *) COMPREPLY=($(compgen -f -- "$cur") $([[ $COMP_CWORD == 1 ]] && compgen -W header -- "$cur")) ;;
         esac
         ;;

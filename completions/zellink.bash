@@ -4,7 +4,7 @@ _zellink() {
     local cur=${COMP_WORDS[COMP_CWORD]}
     case $cur in
     -*)
-        COMPREPLY=($(compgen -W "-o -mcpu= --callgraph --check --chipinfo= --class= --format=hex --format=bin --format=elf --gc --help --input-name= --keep= --output-name= --listing --map= --psect=
+        COMPREPLY=($(compgen -W "-o -mcpu= --annotate= --callgraph --check --chipinfo= --class= --format=hex --format=bin --format=elf --gc --help --input-name= --keep= --output-name= --listing --map= --psect=
             --quiet --vectors --vectors= --ver" -- "$cur"))
         [[ ${#COMPREPLY[@]} == 1 && ${COMPREPLY[0]} == *= ]] && compopt -o nospace 2>/dev/null
         ;;

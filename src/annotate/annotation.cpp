@@ -280,6 +280,7 @@ static void add_row(const op_t *op, uint32_t line)
     row.psect = cur_psect;
     row.placed = !is_definition(op);
     row.address = bytes_to_units(p, op->op_offs).count;
+    row.rest = static_cast<uint8_t>(op->op_offs % psect_delta(p));
     row.word = static_cast<uint32_t>(a->words.size());
     row.text = op->op_id > st.last_written ? made_text(op) : nullptr;
     p->p_curr = op->op_offs;
@@ -298,7 +299,7 @@ static void add_row(const op_t *op, uint32_t line)
     }
     shown_row_t *last = a->rows.empty() ? nullptr : &a->rows.back();
     const bool same_place = last && last->line == line && last->psect == row.psect && last->placed && row.placed &&
-                            last->address == row.address && !last->text && !row.text;
+                            last->address == row.address && last->rest == row.rest && !last->text && !row.text;
     if (same_place && last->word_count == 0 && last->reserved == 0)
         *last = row;   // what is labelled
     else

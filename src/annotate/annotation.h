@@ -24,6 +24,7 @@ struct shown_row_t {
     uint32_t line;   // NO_LINE: the optimiser made it, ahead of everything in its psect
     const symbol_t *psect;
     uint64_t address;      // in units of the psect
+    uint8_t rest;          // bytes from there
     bool placed;           // it has an address; a definition has none
     uint8_t least, most;   // instruction cycles; 0: it doesn't run
     uint32_t word, word_count;

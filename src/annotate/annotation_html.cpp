@@ -4,6 +4,8 @@
 // A row is an element with a cell for each column. Where the lines behind it lie deeper in expansions, the row becomes the head
 // of a fold, which holds them; so the folds nest as the expansions do.
 //
+// zellink finishes the page: it knows the cells of a row by their classes, and `at` and `linked` by their ids.
+//
 // What may bite: whatever comes from the source goes through put_text, which has no other way out for the characters that mean
 // something in HTML, and makes text of bytes that aren't UTF-8.
 #include "annotate/annotation_html.h"
@@ -320,6 +322,7 @@ static void put_line(uint32_t i, const extent_t *fold)
         none.placed = true;
         none.psect = fold->first->psect;
         none.address = fold->first->address;
+        none.rest = fold->first->rest;
     }
     if (!told)
         row_of(none);
@@ -481,12 +484,13 @@ static void put_summary()
 {
     put("<div class=\"cards\">\n");
     put_psects();
+    put("<section class=\"card\" id=\"linked\" hidden></section>\n");   // for the linker to tell its places
     if (changes.change_count > 0)
         put_rules();
     put_files();
     put_symbols();
-    put("</div>\n<p class=\"keys\">Addresses are places in the psect; <b>&#39;</b> is for the linker to fill in. "
-        "Cycles <b>1/2</b>: going on, or jumping or skipping.");
+    put("</div>\n<p class=\"keys\"><span id=\"at\">Addresses are places in the psect; <b>&#39;</b> is for the linker to fill "
+        "in.</span> Cycles <b>1/2</b>: going on, or jumping or skipping.");
     if (changes.change_count > 0)
         put(" <b>x</b> deleted, <b>r</b> replaced, <b>m</b> moved, <b>+</b> made by the optimiser.");
     put("</p>\n");

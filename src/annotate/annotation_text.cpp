@@ -1,6 +1,8 @@
 // Files stand one after the other in the order in which they were opened, each line by itself, and what an expansion or the
 // optimiser put in follows its line. The columns are as wide as the widest psect name needs, and end where a tab stop is, so
 // that the tabs of the source line up as they do in an editor.
+//
+// zellink finishes the file, and knows these columns as well.
 #include "annotate/annotation_text.h"
 
 #include <algorithm>
@@ -37,7 +39,8 @@ std::string annotation_address(const shown_row_t &row)
 {
     char text[24] = "";
     if (row.placed)
-        snprintf(text, sizeof text, "%04llX", static_cast<unsigned long long>(row.address));
+        snprintf(text, sizeof text, row.rest ? "%04llX+%u" : "%04llX", static_cast<unsigned long long>(row.address),
+                 unsigned{row.rest});
     return text;
 }
 
@@ -86,7 +89,8 @@ static void put_line(std::string_view margin, const shown_row_t &row, std::strin
 {
     std::string line(margin);
     line += padded(row.placed && row.psect ? printable(row.psect->s_name) : "", st.psect_width) + ' ';
-    line += padded(annotation_address(row), 7) + padded(std::move(words), WORDS_WIDTH + 1) + padded(std::move(cycles), 4);
+    line +=
+        padded(annotation_address(row) + ' ', 7) + padded(std::move(words), WORDS_WIDTH + 1) + padded(std::move(cycles), 4);
     line = padded(line, text.empty() ? 0 : st.text_column) + std::string(text);
     line.resize(line.find_last_not_of(" \t") + 1);
     put(line + '\n');

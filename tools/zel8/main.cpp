@@ -26,6 +26,7 @@ static const char help_text[] =
     "  -WGROUP, -Wno-GROUP, -Wno-N   a group of warnings; not that one; not message N\n"
     "  --diagnostics=plain|rich|json|sarif, --color=auto|always|never   how messages look\n"
     "  -MD, -MMD, -MF FILE, -MT NAME, -MP   rules for Make beside the objects\n"
+    "  --annotate=txt|html|FILE   each source with addresses, words, cycles; .html for a browser\n"
     "  -Wa,WORDS, -Wl,WORDS    words for the assembler, for the linker\n"
     "  -j N                    so many sources at a time\n"
     "  -v, -###                show the commands; and don't run them\n"

@@ -105,6 +105,15 @@ static std::string set_color(z8_options &o, value_t when)
     return known ? "" : "--color=" + when + ": it is auto, always or never";
 }
 
+static std::string annotate(z8_options &o, value_t value)
+{
+    o.annotate = value;
+    const bool form = value == "txt" || value == "html";
+    return form || value.ends_with(".txt") || value.ends_with(".html")
+               ? ""
+               : "--annotate=" + value + ": it is txt, html, or a file that ends in .txt or .html";
+}
+
 static std::string explain(z8_options &o, value_t number)
 {
     o.what = z8_options::EXPLAIN;
@@ -152,6 +161,7 @@ static const struct {
     {"-j", BEHIND_OR_NEXT, set_jobs},
     {"-v", BARE, [](z8_options &o, value_t) { o.verbose = true; return std::string(); }},
     {"-###", BARE, [](z8_options &o, value_t) { o.dry = true; return std::string(); }},
+    {"--annotate=", BEHIND, annotate},
     {"--diagnostics=", BEHIND, set_messages},
     {"--color=", BEHIND, set_color},
     {"--explain", BEHIND_OR_NEXT, explain},
@@ -245,7 +255,7 @@ static std::string check_inputs(const z8_options &o)
         if (o.only_preprocess && input.kind != Z8_PREPROCESSED)
             return input.path + " isn't preprocessed: its name would end in .S, or -x assembler-with-cpp stand ahead of it";
         std::error_code ignored;
-        for (const std::string &out : {o.output, o.dep_file})
+        for (const std::string &out : {o.output, o.dep_file, o.annotate})
             if (!out.empty() && out != "-" && (out == input.path || std::filesystem::equivalent(out, input.path, ignored)))
                 return "output " + out + " would overwrite input " + input.path;
     }
@@ -255,6 +265,8 @@ static std::string check_inputs(const z8_options &o)
         return "standard input gives no name to an output: -o is needed, and -MD can't be had";
     if (!o.links() && sources > 1 && (!o.output.empty() || !o.dep_file.empty() || !o.dep_target.empty()))
         return "-o, -MF and -MT name one file, and there are several sources";
+    if (sources > 1 && o.annotate.find('.') != std::string::npos)
+        return "--annotate=" + o.annotate + " names one file, and there are several sources: txt or html names one of each";
     return "";
 }
 
@@ -270,6 +282,8 @@ static std::string check(const z8_options &o)
         return error;
     if (!o.deps && (!o.dep_file.empty() || !o.dep_target.empty() || o.phony))
         return "-MF, -MT and -MP go with -MD";
+    if (!o.annotate.empty() && (o.only_preprocess || o.only_check))
+        return "--annotate= goes with what is assembled";
     if (o.deps && !o.only_assemble && !o.text)
         return "-MD goes with -c or -S: each object has its own dependencies";
     return "";

@@ -29,6 +29,8 @@ namespace fs = std::filesystem;
 
 extern char **environ;
 
+static const std::string ANNOTATE = "--annotate=";
+
 struct job_t {
     std::vector<std::string> words;
     int log = -1;   // what it says; -1: goes where this process's goes
@@ -55,6 +57,7 @@ struct unit_t {
     std::string name, source;    // as it is told; what is read, which is something else of standard input
     std::string text;            // what the assembler reads
     std::string object, place;   // what it writes, and the name that this has for the user
+    std::string annotation;      // empty: none
     std::string rule, read;      // where the rules for Make go, the assembler's and the preprocessor's
     bool preprocessed = false;
 };
@@ -120,13 +123,17 @@ static std::string name_beside(const std::string &place, bool dry)
     return name;
 }
 
+static bool is_aside(const std::string &place)
+{
+    return std::any_of(st.asides.begin(), st.asides.end(), [&](const aside_t &a) { return a.place == place; });
+}
+
 // False, with errno set, if what is there can't be copied, or this run has written there.
 static bool put_aside(const std::string &place)
 {
     std::error_code error;
-    const auto written = [&](const auto &other) { return other.place == place; };
-    if (std::any_of(st.outputs.begin(), st.outputs.end(), written) ||
-        std::any_of(st.asides.begin(), st.asides.end(), written)) {
+    const auto written = [&](const output_t &other) { return other.place == place; };
+    if (std::any_of(st.outputs.begin(), st.outputs.end(), written) || is_aside(place)) {
         errno = EEXIST;
         return false;
     }
@@ -519,6 +526,18 @@ static void add_terminal_words(const z8_options &o, std::vector<std::string> &wo
         words.push_back("--color=always");
 }
 
+// Where the annotated source goes, if there is to be one.
+static std::string annotation_of(const z8_options &o, const unit_t &unit)
+{
+    if (o.annotate == "txt" || o.annotate == "html")
+        return fs::path(unit.place).replace_extension(o.annotate);
+    std::string place = o.annotate;
+    for (auto word = o.assembler.rbegin(); place.empty() && word != o.assembler.rend(); ++word)
+        if (word->starts_with(ANNOTATE))
+            place = word->substr(ANNOTATE.size());
+    return place;
+}
+
 static bool assemble(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
 {
     std::vector<std::string> words{bin + "/aszel8", "-mcpu=" + o.chip,
@@ -534,7 +553,10 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
         add_terminal_words(o, words);
     std::vector<job_t> jobs;
     for (const unit_t &unit : units) {
-        if (!put_all_aside(o, o.assembler, unit.name))
+        std::vector<std::string> own = o.assembler;
+        if (!unit.annotation.empty())
+            own.push_back(ANNOTATE + unit.annotation);
+        if (!put_all_aside(o, own, unit.name))
             return false;
         job_t job;
         job.words = words;
@@ -542,7 +564,7 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
             job.words.push_back("--include=" + fs::path(unit.name).parent_path().string());
         for (const std::string &folder : o.folders)
             job.words.push_back("--include=" + folder);
-        job.words.insert(job.words.end(), o.assembler.begin(), o.assembler.end());
+        job.words.insert(job.words.end(), own.begin(), own.end());
         if (o.silent)   // also what -W asks for
             job.words.push_back("--msgdisable=0");
         if (unit.text != unit.name)
@@ -560,13 +582,31 @@ static bool assemble(const z8_options &o, const std::string &bin, const std::vec
     return run_jobs(jobs, o, 0);
 }
 
+// What the linker is to finish, with a copy of what isn't of this run. False if that can't be made.
+static bool add_annotations(const z8_options &o, const std::vector<unit_t> &units, std::vector<std::string> &words)
+{
+    for (const unit_t &unit : units)
+        if (!unit.annotation.empty())
+            words.push_back(ANNOTATE + unit.annotation);
+    for (const std::string &word : words)
+        if (const std::string place = word.starts_with(ANNOTATE) ? word.substr(ANNOTATE.size()) : "";
+            !place.empty() && !o.dry && !is_aside(place) && !put_aside(place)) {
+            fail("can't write " + place, errno);
+            return false;
+        }
+    return true;
+}
+
 // Objects in the order of the command line, those that were just made under the names that -c would give them.
 static int link(const z8_options &o, const std::string &bin, const std::vector<unit_t> &units)
 {
     const std::string place = o.output.empty() ? "a.hex" : o.output, name = name_beside(place, o.dry);
     if (name.empty())
         return fail("can't write " + place, errno);
-    if (!put_all_aside(o, o.linker, ""))
+    std::vector<std::string> others = o.linker;
+    std::erase_if(others, [](const std::string &word) { return word.starts_with(ANNOTATE); });
+    std::vector<std::string> words = o.linker;
+    if (!put_all_aside(o, others, "") || !add_annotations(o, units, words))
         return 1;
     const bool binary = place.ends_with(".bin"), elf = place.ends_with(".elf");
     job_t job;
@@ -575,7 +615,7 @@ static int link(const z8_options &o, const std::string &bin, const std::vector<u
         job.words.push_back("--chipinfo=" + o.chip_file);
     if (!o.verbose)
         job.words.push_back("--quiet");
-    job.words.insert(job.words.end(), o.linker.begin(), o.linker.end());
+    job.words.insert(job.words.end(), words.begin(), words.end());
     if (name != place)
         job.words.push_back("--output-name=" + place);
     job.words.insert(job.words.end(), {"-o", name});
@@ -603,6 +643,7 @@ static int run_all(const z8_options &o, const std::string &bin)
             for (const unit_t &other : units)   // objects of one name, which the linker is to tell apart
                 if (other.place == unit.place && o.links())
                     unit.place = fs::path(unit.name).replace_extension(".obj");
+            unit.annotation = annotation_of(o, unit);
             units.push_back(unit);
         }
     if (o.only_preprocess ? only_preprocess(o, bin, units) != 0 : !preprocess(o, bin, units) || !assemble(o, bin, units))

@@ -23,6 +23,7 @@ struct z8_options {
     std::vector<std::string> undefines;
     std::vector<std::pair<std::string, std::string>> defines;   // name, and the value behind `=`, which is kept
     std::string dep_file, dep_target;
+    std::string annotate;   // a file, or "txt" or "html": one beside each output
     std::string messages;   // how they look, as --diagnostics= says; "": as the assembler decides
     int level = 0;          // of warnings that are shown
     unsigned jobs = 0;

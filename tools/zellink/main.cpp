@@ -24,6 +24,7 @@ static const char usage_text[] = "usage: zellink [option...] -o app.hex file.obj
                                  "  --psect=NAME=address      address of a psect\n"
                                  "  --gc                      leave out psects that nothing reaches\n"
                                  "  --keep=NAME               but not this psect, or that of this symbol\n"
+                                 "  --annotate=FILE           finish what aszel8 --annotate=FILE wrote, likewise\n"
                                  "  --listing                 finish the listings of -L with final numbers\n"
                                  "  --map=FILE                tell what lies where\n"
                                  "  --callgraph               tell who calls whom, with bytes and stack\n"
@@ -93,6 +94,22 @@ static bool write_file(const std::string &path, const std::string &name, const s
     return good;
 }
 
+static bool write_listing(const zl_listing &to) { return write_file(to.path, to.path, to.text); }
+
+// Or the file stays as it is: there is no other to make it of again.
+static bool replace_file(const zl_listing &by)
+{
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::canonical(by.path, error), fresh = whole.string() + ".new";
+    if (!error && !write_file(fresh, by.path, by.text))
+        return false;
+    if (!error)
+        std::filesystem::rename(fresh, whole, error);
+    if (error)
+        fprintf(stderr, "zellink: error: can't write %s: %s\n", by.path.c_str(), error.message().c_str());
+    return !error;
+}
+
 int main(int argc, char **argv)
 {
     if (!streams_complete())
@@ -150,17 +167,20 @@ int main(int argc, char **argv)
     std::vector<zl_listing> listings;
     if (options.listing && !zl_failed(l))
         listings = zl_listings(l);
+    if (!zl_failed(l))
+        for (zl_listing &annotation : zl_annotations(l))
+            listings.push_back(std::move(annotation));
     print(l.messages);
     if (zl_failed(l))
         return FAULTY;
     std::vector<std::string> others = options.inputs;
     others.insert(others.end(), {options.output, options.map});
     for (const zl_listing &listing : listings)
-        others.push_back(listing.relocs);
+        if (!listing.relocs.empty())
+            others.push_back(listing.relocs);
     for (const zl_listing &listing : listings)
         if (!overwritten(listing.path, others).empty()) {
-            fprintf(stderr, "zellink: error: listing %s is also another file of this link\n",
-                    zl_quoted(listing.path).c_str());
+            fprintf(stderr, "zellink: error: %s is also another file of this link\n", zl_quoted(listing.path).c_str());
             return UNUSABLE;
         }
     const auto program = options.format == "bin" ? zl_binary : options.format == "elf" ? zl_elf : zl_hex;
@@ -168,7 +188,7 @@ int main(int argc, char **argv)
         (!options.map.empty() && !write_file(options.map, options.map, zl_map(l))))
         return UNUSABLE;
     for (const zl_listing &listing : listings)
-        if (!write_file(listing.path, listing.path, listing.text))
+        if (!(listing.relocs.empty() ? replace_file : write_listing)(listing))
             return UNUSABLE;
     return told(stdout, ((options.quiet ? "" : zl_memory_table(l, false)) + report).c_str(), GOOD);
 }

@@ -73,6 +73,7 @@ static bool set_gc(zl_options &o, const std::string &) { return o.gc = true; }
 static bool set_call_graph(zl_options &o, const std::string &) { return o.call_graph = true; }
 static bool set_check(zl_options &o, const std::string &) { return o.check = true; }
 static bool set_listing(zl_options &o, const std::string &) { return o.listing = true; }
+static bool set_annotate(zl_options &o, const std::string &value) { return o.annotations.push_back(value), !value.empty(); }
 static bool set_vectors(zl_options &o, const std::string &) { return o.vectors = true; }
 static bool set_vectors_at(zl_options &o, const std::string &value)
 {
@@ -85,6 +86,7 @@ static const struct {
     bool (*set)(zl_options &, const std::string &);   // false if the value is none
     const char *form;
 } rows[] = {
+    {"--annotate=", set_annotate, "FILE, as aszel8 wrote it"},
     {"--callgraph", set_call_graph, ""},
     {"--check", set_check, ""},
     {"--chipinfo=", set_chip_file, "FILE"},

@@ -3,7 +3,7 @@
 // A link goes through the files of this folder in this order: `input` reads objects and archives, `reach` takes the members
 // that are needed and leaves out what nothing reaches, `psects` joins what modules give of a psect, `symbols` knows names and
 // works out expressions, `place` gives addresses, `fields` fills in what the assembler left open and makes the image,
-// `output` writes it, `map` tells what lies where, and `listing` finishes the listings of the modules. `link` is their order,
+// `output` writes it, `map` tells what lies where, `listing` and `annotation` finish the listings and the annotated sources of the modules. `link` is their order,
 // `options` the command line.
 //
 // `flow` takes the linked code apart into functions; `calls` makes the call graph of them, and lays the areas of functions that
@@ -98,7 +98,7 @@ struct zl_page {
 struct zl_options {
     std::string chip, output, format, map, chip_file;
     std::string output_name;   // what it will be known as
-    std::vector<std::string> inputs;
+    std::vector<std::string> inputs, annotations;
     std::string installation;                    // its folder, if known
     std::map<size_t, std::string> input_names;   // what some of them are known as, by index
     std::map<std::string, ranges_t> classes;     // bytes
@@ -310,9 +310,12 @@ std::string zl_map(const zl_linker &l);
 
 // listing. The listings of the modules that have one, with final numbers; complains of those that can't be finished.
 struct zl_listing {
-    std::string path, relocs, text;   // relocs: the file that it is made of
+    std::string path, relocs, text;   // relocs: the file that it is made of, if that is another one
 };
 std::vector<zl_listing> zl_listings(zl_linker &l);
+
+// annotation. The annotated sources that the options name, likewise.
+std::vector<zl_listing> zl_annotations(zl_linker &l);
 
 // options. Gives back an error text, empty on success; `help` and `version` are then set if that is what was asked for.
 std::string zl_parse_options(const std::vector<std::string> &arguments, zl_options &o, bool &help, bool &version);
