@@ -34,7 +34,7 @@ using visit_t = std::function<void(row_t &)>;
 struct annotation_t {
     std::string text;
     bool page = false;
-    std::string source;                       // the name of the first one
+    std::string source;                        // the name of the first one
     std::map<std::string, uint64_t> bases{};   // where psects were when it was finished before, in units
 };
 
@@ -63,8 +63,9 @@ std::string between(const std::string &s, size_t &at, std::string_view begin, st
 
 enum : size_t { MARGIN = 10, ADDRESS = 7, WORDS = 18, CYCLES = 4, TAB = 8 };
 
-constexpr std::string_view FILE_HEAD = "==== ", COLUMNS_HEAD = "     line psect", MADE_HEAD = "==== in no line of the source",
-                           LINKED_HEAD = "==== linked into ", TEXT_AT = "; at: ";
+constexpr std::string_view FILE_HEAD = "==== ", COLUMNS_HEAD = "     line psect",
+                           MADE_HEAD = "==== in no line of the source", LINKED_HEAD = "==== linked into ",
+                           TEXT_AT = "; at: ";
 
 struct columns_t {
     size_t psect = 0, text = 0;
@@ -180,8 +181,8 @@ std::string each_row_of_page(const std::string &in, const visit_t &visit)
         const auto cell = [&](size_t from, std::string_view tag, size_t to) {
             return in.substr(from + tag.size(), to - from - tag.size());
         };
-        row_t row = {plain(cell(psect, PSECT_CELL, address)), cell(address, ADDRESS_CELL, words), cell(words, WORDS_CELL, end),
-                     ""};
+        row_t row = {plain(cell(psect, PSECT_CELL, address)), cell(address, ADDRESS_CELL, words),
+                     cell(words, WORDS_CELL, end), ""};
         replace_all(row.words, MARK, "'");
         for (const char *tag : {"<em>", "</em>"})
             replace_all(row.words, tag, "");
@@ -291,7 +292,7 @@ template <typename F> uint64_t each_word(row_t &row, const F &use)
 // Whose.
 
 struct byte_t {
-    int value = -1;         // -1: there is none
+    int value = -1;          // -1: there is none
     uint8_t open_bits = 0;   // which the linker fills in
 };
 
@@ -361,8 +362,7 @@ std::string difference(const zl_module &m, const annotation_t &a)
     std::map<const zl_piece *, ranges_t> covered;
     const auto cover = [&](uint64_t bytes) {
         if (bytes)
-            zl_reserve(covered[place.piece],
-                       {static_cast<uint32_t>(place.at), static_cast<uint32_t>(place.at + bytes - 1)});
+            zl_reserve(covered[place.piece], {static_cast<uint32_t>(place.at), static_cast<uint32_t>(place.at + bytes - 1)});
         place.at += bytes;
     };
     each_row(a, [&](row_t &row) {
@@ -385,8 +385,9 @@ std::string difference(const zl_module &m, const annotation_t &a)
     for (const zl_piece *p : m.order) {   // of what has no bytes, the end is what there is to see
         const uint64_t end = covered[p].empty() ? 0 : uint64_t{covered[p].back().hi} + 1;
         if (found.empty() && p->x.space == ZL_DATA && end != p->size)
-            found = zo_format("psect %s of %s has 0x%llX bytes, where it shows 0x%llX", zl_quoted(p->x.name).c_str(),
-                              m.name.c_str(), static_cast<unsigned long long>(p->size), static_cast<unsigned long long>(end));
+            found =
+                zo_format("psect %s of %s has 0x%llX bytes, where it shows 0x%llX", zl_quoted(p->x.name).c_str(),
+                          m.name.c_str(), static_cast<unsigned long long>(p->size), static_cast<unsigned long long>(end));
     }
     return found;
 }
@@ -499,7 +500,8 @@ void tell_places(const zl_linker &l, const zl_module &m, const std::set<std::str
                         "Addresses are those of the program" +
                             std::string(left_out ? "; behind <b>-</b>, places in psects that it does without" : "") +
                             "; <b>&#39;</b> was for the linker to fill in.");
-        replace_between(a.text, LINKED_CARD, CARD_END, "><h2>Linked into " + escaped(program) + "</h2><table>\n" + list + "</table>");
+        replace_between(a.text, LINKED_CARD, CARD_END,
+                        "><h2>Linked into " + escaped(program) + "</h2><table>\n" + list + "</table>");
     } else {
         replace_between(a.text, TEXT_AT, "cycles 1/2",
                         "the address" + std::string(left_out ? ", or -the place in a psect that is left out" : "") +
