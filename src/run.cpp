@@ -85,6 +85,7 @@ static void hint_at_chip()
 
 static void load_chip()
 {
+    errno = 0;   // what the search for the installation has left, which %m would tell
     if (!opt.chip_name)
         alert_msg(2042);
     if (opt.chip_name && !opt.user_chipinfo_path && !chip_find_INI_path(opt.chip_name))

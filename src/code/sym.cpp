@@ -314,7 +314,7 @@ static int compare_name(symbol_t *a, symbol_t *b)
     return order ? order : compare_seqno(a, b);
 }
 
-static vec_t<symbol_t *> all_records()
+vec_t<symbol_t *> sym_all()
 {
     vec_t<symbol_t *> all = vec_make<symbol_t *>(st.live + 1);
     for (uint32_t i = 0; i <= st.mask; i++)
@@ -337,7 +337,7 @@ static bool stands_before(const kept_name_t &a, const kept_name_t &b)
 // for a run of buckets. What remains is the order in each pile, and few hold more than two or three.
 vec_t<symbol_t *> sym_slot_order()
 {
-    vec_t<symbol_t *> order = all_records();
+    vec_t<symbol_t *> order = sym_all();
     const uint32_t count = vec_size(order);
     const auto pile = [count](const kept_name_t &p) { return static_cast<uint64_t>(p.bucket) * count / BUCKETS; };
     kept_name_t *found = xnew<kept_name_t>(count), *sorted = xnew<kept_name_t>(count);
@@ -362,7 +362,7 @@ vec_t<symbol_t *> sym_slot_order()
 
 vec_t<symbol_t *> sym_name_order()
 {
-    vec_t<symbol_t *> order = all_records();
+    vec_t<symbol_t *> order = sym_all();
     vec_sort_by<symbol_t *, compare_name>(order);
     return order;
 }

@@ -161,7 +161,8 @@ void sym_free(symbol_t *s);              // a record that is in no table and tha
 uint32_t sym_last_seqno();               // of the record made last: those that come have higher ones
 size_t sym_longest_name();               // characters, of all names entered
 uint32_t sym_bucket(const char *name);   // 0 to 60492
-vec_t<symbol_t *> sym_slot_order();      // all records of the table, in bucket order; a new vector
+vec_t<symbol_t *> sym_all();             // all records of the table, in no order; a new vector
+vec_t<symbol_t *> sym_slot_order();      // the same records in bucket order
 vec_t<symbol_t *> sym_name_order();      // the same records by name, ties by s_seqno, for assembly text
 vec_t<symbol_t *> psect_order();         // psects as the object file has them; message 783
 fn_t *sym_fn(symbol_t *s);               // s_fn, made at first use

@@ -219,8 +219,19 @@ static void mark(excerpt_t *e, const alert_report_t *r, const lex_line_t *being_
 
 static bool is_tail(char c) { return (c & 0xC0) == 0x80; }   // of a character of several bytes
 
-// A form that a terminal takes for text and nothing else.
-static char shown(char c) { return c == '\t' || static_cast<unsigned char>(c) >= 0x80 || (c >= ' ' && c < 0x7F) ? c : '?'; }
+// A form that a terminal takes for text and nothing else, with as many characters.
+static std::string shown(std::string_view text)
+{
+    std::string to;
+    for (const char c : text) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (byte < 0xA0 && byte >= 0x80 && to.ends_with('\xC2'))   // control characters beyond ASCII
+            to.back() = '?';
+        else
+            to += c == '\t' || (byte >= ' ' && byte != 0x7F) ? c : '?';
+    }
+    return to;
+}
 
 static bool is_colored()
 {
@@ -248,7 +259,8 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
     while (from < e.text.size() && is_tail(e.text[from]))
         from++;
     const size_t to = std::min(e.text.size(), from + WIDTH);
-    std::string line = e.text.substr(from, to - from), below;
+    const std::string line = shown(std::string_view(e.text).substr(from, to - from));
+    std::string below;
     if (e.length > 0) {
         for (size_t i = from; i < e.at; i++)
             if (i >= e.text.size() || !is_tail(e.text[i]))
@@ -259,7 +271,6 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
                 below += i == e.at ? '^' : '~';
         below += color_end();
     }
-    std::transform(line.begin(), line.end(), line.begin(), shown);
     if (number > 0)
         fprintf(stderr, "%5lld | %s\n", static_cast<long long>(number), line.c_str());
     else
@@ -351,9 +362,9 @@ static void write_rich(const alert_report_t *r)
 {
     const diagnostic_t d = gather(r);
     const char *color = color_of(r->severity);
-    const int length = static_cast<int>(strcspn(r->whole, "\n"));
+    const std::string first = shown({r->whole, strcspn(r->whole, "\n")});
     const char *group = r->severity == ALERT_WARNING ? warning_group(r->number) : nullptr;
-    fprintf(stderr, "%s%.*s%s%s%s%s\n", color, length, r->whole, group ? " [-W" : "", group ? group : "", group ? "]" : "",
+    fprintf(stderr, "%s%s%s%s%s%s\n", color, first.c_str(), group ? " [-W" : "", group ? group : "", group ? "]" : "",
             color_end());
     write_excerpt(d.main.excerpt, r->line, color);
     size_t told = 0;
@@ -363,10 +374,10 @@ static void write_rich(const alert_report_t *r)
             break;
         }
         if (!n.file.empty())
-            fprintf(stderr, "%s: ", n.file.c_str());
+            fprintf(stderr, "%s: ", shown(n.file).c_str());
         if (n.line > 0)
             fprintf(stderr, "%lld: ", static_cast<long long>(n.line));
-        fprintf(stderr, "%s\n", n.text.c_str());
+        fprintf(stderr, "%s\n", shown(n.text).c_str());
         write_excerpt(n.excerpt, n.line, color);
     }
 }

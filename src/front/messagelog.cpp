@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
@@ -20,6 +21,7 @@ using json = nlohmann::ordered_json;
 static struct {
     std::optional<diagnostic_t> pending;
     json results = json::array(), rules = json::array();
+    std::map<unsigned, int> rule_of;   // by number
     bool failed, ended;
 } st;
 
@@ -113,19 +115,21 @@ static json location(const remark_t &n)
     return {{"physicalLocation", j}};
 }
 
-static size_t rule_index(unsigned number)
+// The rule of the message among those of the log; -1: it has none.
+static int rule_index(unsigned number)
 {
-    const std::string id = std::to_string(number);
-    const auto found = std::find_if(st.rules.begin(), st.rules.end(), [&](const json &rule) { return rule["id"] == id; });
-    const size_t index = static_cast<size_t>(found - st.rules.begin());
-    if (found != st.rules.end())
-        return index;
-    st.rules.push_back({{"id", id},
-                        {"shortDescription", {{"text", explanation_text(number)}}},
-                        {"help", {{"text", explanation(number)}, {"markdown", explanation_body(number)}}}});
+    const auto [entry, is_new] = st.rule_of.try_emplace(number, -1);
+    const std::string text{is_new ? explanation_text(number) : ""};
+    if (text.empty())
+        return entry->second;
+    json rule = {{"id", std::to_string(number)},
+                 {"shortDescription", {{"text", text}}},
+                 {"help", {{"text", explanation(number)}, {"markdown", explanation_body(number)}}}};
     if (const char *group = warning_group(number))
-        st.rules[index]["properties"] = {{"tags", json::array({group})}};
-    return index;
+        rule["properties"] = {{"tags", json::array({group})}};
+    entry->second = static_cast<int>(st.rules.size());
+    st.rules.push_back(std::move(rule));
+    return entry->second;
 }
 
 static json sarif_fix(const diagnostic_t &d, const fix_t &f)
@@ -140,9 +144,9 @@ static void add_result(const diagnostic_t &d)
 {
     static constexpr const char *levels[] = {"error", "error", "warning", "note", "note"};
     json j;
-    if (!explanation_text(d.number).empty()) {
+    if (const int rule = rule_index(d.number); rule >= 0) {
         j["ruleId"] = std::to_string(d.number);
-        j["ruleIndex"] = rule_index(d.number);
+        j["ruleIndex"] = rule;
     }
     j["level"] = levels[d.severity];
     std::string text = d.main.text;
@@ -156,11 +160,11 @@ static void add_result(const diagnostic_t &d)
         if (!n.file.empty()) {
             json related = location(n);
             related["message"] = {{"text", n.text}};
-            j["relatedLocations"].push_back(related);
+            j["relatedLocations"].push_back(std::move(related));
         }
     for (const fix_t &f : d.fixes)
         j["fixes"].push_back(sarif_fix(d, f));
-    st.results.push_back(j);
+    st.results.push_back(std::move(j));
     st.failed |= d.severity == ALERT_FATAL;
 }
 

@@ -5,6 +5,8 @@
 
 #include <strings.h>
 
+#include <algorithm>
+
 #include "code/program.h"
 #include "code/tlab.h"
 #include "common/alert.h"
@@ -74,6 +76,12 @@ static bool parse_end()
     return peek() < 0 || syntax_error("the end of the file behind \"end\"");
 }
 
+static bool begins_statement(int token)
+{
+    return token != T_NAME && token != T_INT &&
+           std::find(std::begin(node_kinds), std::end(node_kinds), token) != std::end(node_kinds);
+}
+
 // One line, up to and including its end.
 static bool parse_statement()
 {
@@ -103,8 +111,10 @@ static bool parse_statement()
             if (word == T_INT && strcasecmp(s->s_name, "stack") == 0)
                 return parse_callstack() && parse_end_of_statement(END_CONTROL);   // no keyword, but at this place
             if (word != T_EQU && word != T_SET && word != T_MACRO) {
+                const bool is_alone = word == T_EOL || word == T_COMMENT || begins_statement(word);
                 if (!parse_is_quiet())
-                    alert_hint("\"%s\" is no instruction, directive or macro", s->s_name);
+                    alert_hint("\"%s\" is no instruction, directive or macro%s", s->s_name,
+                               is_alone ? "; a label has a colon behind it" : "");
                 return syntax_error();
             }
             take();

@@ -1,11 +1,16 @@
 // A word is near if it takes two changes to get there: a character more, less or another one, or two neighbours swapped. Short
-// words have to be nearer, as everything is near to them. Of those that are equally near, the one counts that begins alike for
-// longer, and then the first in the order of the alphabet, so that a program always gets the same answer.
+// words have to be nearer, as everything is near to them. Of those that are equally near, the one counts that
+// has the same letters, then the one that begins alike for longer, and then the first in the order of the alphabet, so that a
+// program always gets the same answer. A name whose letters differ by their case alone is one change away.
 //
-// A search goes through all symbols; so that a program with many errors stays fast, only the first errors get one.
+// A search goes through all symbols; so that a program with many errors stays fast, only the first errors get one, and fewer
+// of them if there are very many symbols.
 #include "front/suggest.h"
 
+#include <strings.h>
+
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 #include <vector>
 
@@ -15,7 +20,8 @@
 
 constexpr size_t LONGEST = 64;   // of the words that are compared
 constexpr unsigned SEARCHES = 100;
-constexpr size_t FILES = 10000;   // that are looked at
+constexpr size_t NAMES = 200000;   // of symbols that are looked at in a run, until no search begins any more
+constexpr size_t FILES = 10000;    // that are looked at
 
 struct search_t {
     std::string_view word;
@@ -27,34 +33,61 @@ struct search_t {
 
 static char folded(char c, bool fold) { return fold && c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
 
-// How many changes lead from one word to the other, but at most `limit` + 1.
+static size_t alike(std::string_view a, std::string_view b, bool fold)
+{
+    size_t n = 0;
+    while (n < a.size() && n < b.size() && folded(a[n], fold) == folded(b[n], fold))
+        n++;
+    return n;
+}
+
+static bool have_same_letters(std::string_view a, std::string_view b)
+{
+    return std::is_permutation(a.begin(), a.end(), b.begin(), b.end(),
+                               [](char c, char d) { return folded(c, true) == folded(d, true); });
+}
+
+// How many changes lead from one word to the other, but at most `limit` + 1. What both begin and end with doesn't count.
 static unsigned distance(std::string_view a, std::string_view b, bool fold, unsigned limit)
 {
     const size_t apart = a.size() > b.size() ? a.size() - b.size() : b.size() - a.size();
     if (apart > limit || a.size() > LONGEST || b.size() > LONGEST)
         return limit + 1;
+    const size_t begin = alike(a, b, fold);
+    if (!fold && apart == 0 && begin < a.size() && alike(a, b, true) == a.size())
+        return 1;
+    a.remove_prefix(begin);
+    b.remove_prefix(begin);
+    while (!a.empty() && !b.empty() && folded(a.back(), fold) == folded(b.back(), fold)) {
+        a.remove_suffix(1);
+        b.remove_suffix(1);
+    }
     unsigned rows[3][LONGEST + 1];   // the row before the last one, the last one, this one, in turn
     for (unsigned j = 0; j <= b.size(); j++)
         rows[0][j] = j;
-    for (size_t i = 1; i <= a.size(); i++) {
-        unsigned *row = rows[i % 3];
+    for (size_t i = 1, too_far = 0; i <= a.size(); i++) {
+        unsigned *row = rows[i % 3], least = row[0] = static_cast<unsigned>(i);
         const unsigned *last = rows[(i + 2) % 3], *before = rows[(i + 1) % 3];
-        row[0] = static_cast<unsigned>(i);
         for (size_t j = 1; j <= b.size(); j++) {
             const char c = folded(a[i - 1], fold), d = folded(b[j - 1], fold);
             row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (c != d)});
             if (i > 1 && j > 1 && c == folded(b[j - 2], fold) && folded(a[i - 2], fold) == d)
                 row[j] = std::min(row[j], before[j - 2] + 1);
+            least = std::min(least, row[j]);
         }
+        too_far = least > limit ? too_far + 1 : 0;
+        if (too_far == 2)   // rows from which all others come
+            return limit + 1;
     }
     return std::min(rows[a.size() % 3][b.size()], limit + 1);
 }
 
-static bool may_search()
-{
-    static unsigned searches;
-    return searches < SEARCHES && ++searches;
-}
+static struct {
+    unsigned searches;
+    size_t names;
+} st;
+
+static bool may_search() { return st.names < NAMES && st.searches++ < SEARCHES; }
 
 static search_t search_for(std::string_view word, bool fold)
 {
@@ -62,33 +95,33 @@ static search_t search_for(std::string_view word, bool fold)
     return {word, fold, limit + 1, {}, false};
 }
 
-static size_t alike(std::string_view a, std::string_view b)
+// Whether it is to be preferred to the one that was found, which is as near.
+static bool is_likelier(const search_t &s, std::string_view candidate)
 {
-    size_t n = 0;
-    while (n < a.size() && n < b.size() && a[n] == b[n])
-        n++;
-    return n;
+    const bool same = have_same_letters(s.word, candidate);
+    if (same != have_same_letters(s.word, s.found))
+        return same;
+    const size_t now = alike(s.word, candidate, false), before = alike(s.word, s.found, false);
+    return now > before || (now == before && candidate < s.found);
 }
 
 static void offer(search_t *s, std::string_view candidate)
 {
-    if (s->best == 0)
+    if (s->best == 0 || candidate == s->found)
         return;
     const unsigned d = distance(s->word, candidate, s->fold, s->best);
-    const size_t now = alike(s->word, candidate), before = alike(s->word, s->found);
-    if (d == s->best && candidate != s->found)
-        s->rivals = true;
-    const bool first = now > before || (now == before && candidate < s->found);
-    if (d > 0 && (d < s->best || (d == s->best && !s->found.empty() && first))) {
-        s->rivals = s->rivals && d == s->best;
-        s->best = d;
+    if (d == 0 || d > s->best || (d == s->best && s->found.empty()))
+        return;
+    s->rivals = d == s->best;
+    if (d < s->best || is_likelier(*s, candidate))
         s->found = candidate;
-    }
+    s->best = d;
 }
 
 static void offer_symbols(search_t *s, uint64_t mask, uint64_t flags)
 {
-    const vec_t<symbol_t *> all = sym_slot_order();
+    const vec_t<symbol_t *> all = sym_all();
+    st.names += vec_size(all);
     for (const symbol_t *symbol : all)
         if ((symbol->s_flags & mask) == flags && *symbol->s_name != '?')
             offer(s, symbol->s_name);
@@ -189,6 +222,21 @@ static bool stands_at(const op_row_t &row, word_place_t place)
     }
 }
 
+// Words that other assemblers have in place of ours, and that no change of a letter leads from.
+static const char *of_other_assemblers(std::string_view word)
+{
+    static constexpr const char *pairs[][2] = {
+        {"section", "psect"}, {"segment", "psect"}, {"import", "extrn"}, {"byte", "db"},
+        {"word", "dw"},       {"res", "ds"},        {"jmp", "goto"},     {"ret", "return"},
+        {"rts", "return"},    {"rti", "retfie"},    {"reti", "retfie"},  {"beq", "bz"},
+        {"bne", "bnz"},       {"brz", "bz"},        {"brnz", "bnz"},     {"clear", "clrf"},
+    };
+    for (const auto &[theirs, ours] : pairs)
+        if (word.size() == strlen(theirs) && strncasecmp(word.data(), theirs, word.size()) == 0)
+            return ours;
+    return nullptr;
+}
+
 suggestion_t suggest_keyword(std::string_view line, size_t statement, size_t at)
 {
     search_t nearest = {};
@@ -200,6 +248,8 @@ suggestion_t suggest_keyword(std::string_view line, size_t statement, size_t at)
             break;
         search_t s = search_for(here, true);
         const word_place_t place = place_of(word_at(line, statement, false), here);
+        if (const char *ours = place == PLACE_STATEMENT ? of_other_assemblers(here) : nullptr)
+            return {std::string(here), ours, false};
         for (const op_row_t &row : op_rows)
             if (stands_at(row, place))
                 offer(&s, row.name);

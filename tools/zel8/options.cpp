@@ -1,6 +1,8 @@
 // options: the words of the command line. What isn't known is an error, with the nearest word that is.
 #include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 
@@ -23,6 +25,25 @@ static std::string split_words(std::vector<std::string> &to, std::string_view li
             return "";
         list.remove_prefix(comma + 1);
     }
+}
+
+// What the assembler takes for the name of a symbol, but for its keywords.
+static bool is_name(std::string_view name)
+{
+    const auto fits = [](char c) { return isalnum(static_cast<unsigned char>(c)) || strchr("_$?@", c); };
+    return !name.empty() && !isdigit(static_cast<unsigned char>(name[0])) && std::all_of(name.begin(), name.end(), fits);
+}
+
+// Decimal, or hexadecimal with 0x; either with a sign.
+static bool is_number(std::string_view text)
+{
+    if (text.starts_with('-'))
+        text.remove_prefix(1);
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    if (hexadecimal)
+        text.remove_prefix(2);
+    return !text.empty() &&
+           text.find_first_not_of(hexadecimal ? "0123456789abcdefABCDEF" : "0123456789") == std::string_view::npos;
 }
 
 static std::string set_define(z8_options &o, value_t value)
@@ -54,12 +75,20 @@ static bool is_group(std::string_view name)
     return std::any_of(std::begin(warning_groups), std::end(warning_groups), [&](auto &row) { return name == row.group; });
 }
 
+static std::vector<std::string> groups()
+{
+    std::vector<std::string> names;
+    for (const auto &row : warning_groups)
+        names.emplace_back(row.group);
+    return names;
+}
+
 // A message by its number, or a group of warnings.
 static std::string silence(z8_options &o, value_t value)
 {
     const bool number = value.find_first_not_of("0123456789") == std::string::npos;
     if (!number && !is_group(value))
-        return "-Wno- needs the number of a message or a group of warnings, not " + value;
+        return "-Wno- needs the number of a message or a group of warnings, not " + value + z8_meant(value, groups());
     o.assembler.push_back((number ? "--msgdisable=" : "--warn=no-") + value);
     return "";
 }
@@ -116,9 +145,11 @@ static std::string annotate(z8_options &o, value_t value)
 
 static std::string explain(z8_options &o, value_t number)
 {
+    const std::string digits = number.substr(number[0] == '=');
     o.what = z8_options::EXPLAIN;
-    o.assembler = {"--explain=" + number.substr(number[0] == '=')};
-    return "";
+    o.assembler = {"--explain=" + digits};
+    const bool known = !digits.empty() && digits.find_first_not_of("0123456789") == std::string::npos;
+    return known ? "" : "--explain= needs the number of a message, not " + digits;
 }
 
 // How a word takes its value.
@@ -192,7 +223,8 @@ static size_t distance(std::string_view a, std::string_view b)
 std::string z8_meant(const std::string &word, const std::vector<std::string> &words)
 {
     const std::string *nearest = nullptr;
-    size_t least = std::min<size_t>(FAR, word.size() / 2 + 1);
+    size_t least =
+        word.size() < 3 ? 1 : std::min<size_t>(FAR, word.size() / 2 + 1);   // all short words are near to each other
     for (const std::string &other : words)
         if (const size_t d = word.size() < 40 ? distance(word, other) : size_t{FAR}; d < least) {
             least = d;
@@ -201,8 +233,44 @@ std::string z8_meant(const std::string &word, const std::vector<std::string> &wo
     return nearest ? "; did you mean " + *nearest + "?" : "";
 }
 
+// What other compilers have for an option that is here, too.
+static const char *of_other_compilers(std::string_view word)
+{
+    static constexpr const char *pairs[][2] = {
+        {"-O1", "-O"},
+        {"-O2", "-O"},
+        {"-O3", "-O"},
+        {"-Og", "-O0"},
+        {"-Oz", "-Os"},
+        {"-g1", "-g"},
+        {"-g2", "-g"},
+        {"-g3", "-g"},
+        {"-ggdb", "-g"},
+        {"-M", "-MD"},
+        {"-MM", "-MMD"},
+        {"-MQ", "-MT"},
+        {"-march", "-mcpu="},
+        {"-mmcu", "-mcpu="},
+        {"-Xassembler", "-Wa,"},
+        {"-Xlinker", "-Wl,"},
+        {"-fdiagnostics-color", "--color="},
+        {"-fdiagnostics-format", "--diagnostics="},
+        {"-h", "--help"},
+        {"-?", "--help"},
+        {"-V", "--version"},
+        {"-dumpversion", "--version"},
+        {"-Map", "-Wl,--map="},
+    };
+    for (const auto &[theirs, ours] : pairs)
+        if (word.substr(0, word.find('=')) == theirs)
+            return ours;
+    return nullptr;
+}
+
 static std::string unknown(const std::string &word)
 {
+    if (const char *ours = of_other_compilers(word))
+        return "unknown option " + word + "; here it is " + ours;
     std::vector<std::string> words;
     for (const auto &row : rows)
         words.emplace_back(row.word);
@@ -270,16 +338,32 @@ static std::string check_inputs(const z8_options &o)
     return "";
 }
 
+static std::string check_defines(const z8_options &o)
+{
+    for (const auto &[name, value] : o.defines) {
+        if (!is_name(name))
+            return "-D " + name + value + ": \"" + name + "\" can't be the name of a symbol";
+        if (!value.empty() && !is_number(value.substr(1)))
+            return "-D " + name + value + ": the value has to be a number, decimal or with 0x";
+    }
+    return "";
+}
+
 static std::string check(const z8_options &o)
 {
     if (o.inputs.empty())
         return "no files given";
     if (o.chip.empty())
         return "no chip given: name it with -mcpu=; --list-chips shows which there are";
-    if (o.output == "-" && !o.only_preprocess)
+    if ((o.output == "-" && !o.only_preprocess) || o.dep_file == "-")
         return "only -E writes to standard output";
     if (std::string error = check_inputs(o); !error.empty())
         return error;
+    if (std::string error = check_defines(o); !error.empty())
+        return error;
+    if (o.links() && (o.output.ends_with(".obj") || o.output.ends_with(".o")))
+        return "-o " + o.output +
+               " would hold the linked program: -c makes an object, and a program's name ends in .hex, .bin or .elf";
     if (!o.deps && (!o.dep_file.empty() || !o.dep_target.empty() || o.phony))
         return "-MF, -MT and -MP go with -MD";
     if (!o.annotate.empty() && (o.only_preprocess || o.only_check))

@@ -4,7 +4,8 @@
 // file, and a failed run leaves none. What words for the assembler or the linker alone let them write, listings and the like, has
 // its name written in objects, or its form told by it, and is written in place: a copy of what was there before is kept until all
 // went well, and takes its place otherwise. A signal ends the children, removes these files, and then ends this process as it would have.
-// Signals are blocked and waited for, which has no races; children get the mask back.
+// Signals are blocked and waited for, which has no races; children get the mask back. One that says nobody reads what it writes is
+// ignored: the files are put in order all the same.
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -38,6 +39,7 @@ struct job_t {
     pid_t pid = 0;
     bool group = false;   // has processes of its own, which a signal ends with it
     bool failed = false;
+    int status = 0;   // of its exit
 };
 
 struct output_t {
@@ -69,7 +71,7 @@ static struct {
     std::string standard_input;
     std::string unlisted;   // how the words of a rule begin that it isn't to tell; empty: it tells all
     size_t units;
-    sigset_t waited, before;
+    sigset_t waited, before, ignored;   // ignored here alone
 } st;
 
 static void clean_up(bool good)
@@ -219,8 +221,9 @@ static bool start(job_t &job)
     if (job.out >= 0)
         posix_spawn_file_actions_adddup2(&files, job.out, STDOUT_FILENO);
     posix_spawnattr_setsigmask(&attributes, &st.before);
-    posix_spawnattr_setflags(&attributes,
-                             static_cast<short>(POSIX_SPAWN_SETSIGMASK | (job.group ? POSIX_SPAWN_SETPGROUP : 0)));
+    posix_spawnattr_setsigdefault(&attributes, &st.ignored);
+    posix_spawnattr_setflags(&attributes, static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
+                                                             (job.group ? POSIX_SPAWN_SETPGROUP : 0)));
     const int error = posix_spawnp(&job.pid, argv[0], &files, &attributes, argv.data(), environ);
     posix_spawn_file_actions_destroy(&files);
     posix_spawnattr_destroy(&attributes);
@@ -258,7 +261,8 @@ static void reap(std::vector<job_t> &jobs, unsigned &running)
         for (job_t &job : jobs)
             if (job.pid == pid) {
                 job.pid = 0;
-                job.failed = !WIFEXITED(status) || WEXITSTATUS(status) != 0;
+                job.status = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+                job.failed = !WIFEXITED(status) || job.status != 0;
                 running--;
                 if (WIFSIGNALED(status))
                     fprintf(stderr, "zel8: error: %s ended by signal %d\n", job.words[0].c_str(), WTERMSIG(status));
@@ -310,6 +314,8 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
     for (job_t &job : jobs) {
         texts.push_back(job.log >= 0 ? take(job.log) : "");
         good = good && !job.failed;
+        if (job.status != 0 && job.log >= 0 && texts.back().empty())
+            fprintf(stderr, "zel8: error: %s ended with status %d and no message\n", job.words[0].c_str(), job.status);
     }
     if (o.messages == "sarif" && texts.size() > 1)
         texts = {z8_join_logs(texts)};
@@ -687,6 +693,9 @@ int z8_run(const z8_options &o, const std::string &bin)
     for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         sigaddset(&st.waited, number);
     sigprocmask(SIG_BLOCK, &st.waited, &st.before);
+    sigemptyset(&st.ignored);
+    if (signal(SIGPIPE, SIG_IGN) == SIG_DFL)
+        sigaddset(&st.ignored, SIGPIPE);
     const int status = o.what == z8_options::HEADER ? write_header(o, bin) : run_all(o, bin);
     clean_up(status == 0);
     return status;

@@ -3,9 +3,8 @@
 // A file's words are parted by white space. Quotes of either kind stand around one that holds some, a backslash ahead of any
 // character that is to be itself, and `#` where a word would begin is a comment up to the end of its line.
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <cerrno>
+#include <cstring>
 
 #include "zelobj.h"
 
@@ -56,12 +55,11 @@ static std::string expand(const std::vector<std::string> &from, std::vector<std:
         const std::string path = word.substr(1);
         if (depth == FILE_DEPTH)
             return what + zo_format("s name each other more than %zu deep", size_t{FILE_DEPTH});
-        std::ifstream in(path, std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-        if (!in || std::filesystem::is_directory(path))
-            return "can't read " + what + " \"" + path + '"';
+        std::vector<uint8_t> bytes;
+        if (!zo_read_file(path, bytes))
+            return "can't read " + what + " \"" + path + "\": " + strerror(errno);
         std::vector<std::string> words;
-        if (!zo_split_words(text, words))
+        if (!zo_split_words({bytes.begin(), bytes.end()}, words))
             return what + " \"" + path + "\": a quote isn't closed";
         if (std::string error = expand(words, to, what, depth + 1); !error.empty())
             return error;

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include "zelobj.h"
 
@@ -206,9 +204,10 @@ std::string read_settings(const std::vector<std::string> &arguments, settings_t 
         return "nothing to run: name a HEX, binary or ELF file, or objects";
     if (s.script.empty())
         return "";
-    std::ifstream in(s.script, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    return in ? read_script(s.script, text, s) : s.script + ": can't read the script";
+    std::vector<uint8_t> bytes;
+    if (!zo_read_file(s.script, bytes))
+        return s.script + ": can't read the script: " + strerror(errno);
+    return read_script(s.script, {bytes.begin(), bytes.end()}, s);
 }
 
 // Scripts.
