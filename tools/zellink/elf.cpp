@@ -165,10 +165,7 @@ static void set_address(std::string &out, uint64_t address)
 // The rows of a piece; `files` gets the files that they name.
 static void add_lines(std::string &out, const zl_piece &p, std::vector<std::string> &files)
 {
-    std::vector<zl_line> lines;
-    std::copy_if(p.lines.begin(), p.lines.end(), std::back_inserter(lines),
-                 [&](const zl_line &line) { return line.file && line.offset < p.size; });
-    std::stable_sort(lines.begin(), lines.end(), [](const zl_line &a, const zl_line &b) { return a.offset < b.offset; });
+    const std::vector<zl_line> lines = zl_lines_of_bytes(p);
     int64_t line = 1;
     size_t file = 0;   // the state begins with the first
     for (const zl_line &row : lines) {

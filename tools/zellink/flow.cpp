@@ -116,6 +116,14 @@ std::string zl_place_name(const zl_flow &f, uint32_t at)
 
 // Functions.
 
+// A private label isn't in the object: the line tells more than how far it is from another one.
+static std::string function_name(const zl_flow &f, uint32_t at)
+{
+    const zl_piece *const p = at < f.owner.size() && !f.names.contains(at) ? f.owner[at] : nullptr;
+    const std::string line = p ? zl_line_of(*p, at - zl_address(*p)) : "";
+    return zl_place_name(f, at) + (line.empty() ? "" : " (" + line + ")");
+}
+
 // Whether code at an address is meant for a vector, or a table of them, that begins at `vector`.
 static bool meant_for(const zl_flow &f, uint32_t at, uint32_t vector, const char *class_name)
 {
@@ -299,7 +307,7 @@ zl_flow zl_take_apart(const zl_linker &l)
         fn.entry = at;
         const zo_code first = zl_code_at(f, at);   // a vector goes by the name of what it leads to
         const bool vector = first.form == ZO_GOTO && !f.names.contains(at);
-        fn.name = vector && entries.contains(first.a) ? "vector" : zl_place_name(f, vector ? first.a : at);
+        fn.name = vector && entries.contains(first.a) ? "vector" : function_name(f, vector ? first.a : at);
         take_function(f, fn, records.breaks, entries);
     }
     for (const auto &[from, to] : records.calls) {

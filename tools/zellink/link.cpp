@@ -20,6 +20,23 @@ std::string zl_line_of(const zl_piece &p, uint64_t offset)
     return best && best->file ? *best->file + ":" + *best->line : "";
 }
 
+std::vector<zl_line> zl_lines_of_bytes(const zl_piece &p)
+{
+    ranges_t texts = p.texts;
+    std::vector<zl_line> lines, taken;
+    std::copy_if(p.lines.begin(), p.lines.end(), std::back_inserter(lines), [](const zl_line &line) { return line.file; });
+    std::sort(texts.begin(), texts.end(), [](range_t a, range_t b) { return a.lo < b.lo; });
+    std::stable_sort(lines.begin(), lines.end(), [](const zl_line &a, const zl_line &b) { return a.offset < b.offset; });
+    auto text = texts.begin();
+    for (const zl_line &line : lines) {
+        while (text != texts.end() && text->hi < line.offset)
+            ++text;
+        if (text != texts.end() && text->lo <= line.offset)
+            taken.push_back(line);
+    }
+    return taken;
+}
+
 void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text, bool warning)
 {
     const std::string line = zl_line_of(p, offset), &module = p.module->name,

@@ -136,7 +136,9 @@ struct zl_linker {
 // Messages. `text` of an error says what is wrong and, behind a colon, what to do.
 void zl_complain(zl_linker &l, const std::string &where, const std::string &text, bool warning = false);
 void zl_complain(zl_linker &l, const zl_piece &p, uint64_t offset, const std::string &text,
-                 bool warning = false);                       // with source line and psect
+                 bool warning = false);   // with source line and psect
+// The lines that give a byte, in order of offsets: an `org` or `ds` stands at a place that may be another psect's.
+std::vector<zl_line> zl_lines_of_bytes(const zl_piece &p);
 std::string zl_line_of(const zl_piece &p, uint64_t offset);   // "file:line", or empty if the object doesn't tell
 bool zl_failed(const zl_linker &l);
 std::string zl_quoted(const std::string &name);

@@ -154,11 +154,12 @@ void do_list(debugger_t &d, const words_t &w)
             return say_place(w[1].c_str());
         d.listed = *line;
     }
-    if (d.listed.line > 3 && w.size() > 1)
-        d.listed.line -= 3;
+    if (w.size() > 1)
+        d.listed.line -= std::min(d.listed.line - 1, 3u);
     for (unsigned i = 0; i < 10; i++, d.listed.line++)
         if (!show_line(d, d.listed))
-            return static_cast<void>(puts(i ? "the end of the source" : "no source of this place is at hand"));
+            return static_cast<void>(puts(i || !source(d, d.listed.file).empty() ? "the end of the source"
+                                                                                 : "no source of this place is at hand"));
 }
 
 void do_disassemble(debugger_t &d, const words_t &w)

@@ -445,6 +445,10 @@ void devices_init(devices_t &d, sim_t &s)
             s.data[t.vectors_at[i]] = t.vectors_reset[i];
     if (d.exit_at <= s.mask)
         s.role[d.exit_at] |= R_DEVICE;
+}
+
+static void sort_inputs(devices_t &d)
+{
     std::stable_sort(d.inputs.begin(), d.inputs.end(),
                      [](const sim_input &a, const sim_input &b) { return a.cycle < b.cycle; });
 }
@@ -460,9 +464,24 @@ std::string devices_add_input(devices_t &d, const sim_t &s, const sim_input &inp
     if (input.kind == sim_input::SERIAL && !devices_find_serial(d, s, input.name))
         return input.name + ": it isn't a register of a serial unit";
     d.inputs.push_back(input);
-    std::stable_sort(d.inputs.begin(), d.inputs.end(),
-                     [](const sim_input &a, const sim_input &b) { return a.cycle < b.cycle; });
+    sort_inputs(d);
     return "";
+}
+
+bool devices_release(devices_t &d, sim_t &s, size_t expectations)
+{
+    bool any = false;
+    for (sim_input &input : d.inputs)
+        if (input.after && input.after <= expectations) {
+            input.after = 0;
+            input.cycle = s.cycles;
+            any = true;
+        }
+    if (any) {
+        sort_inputs(d);
+        s.deadline = 0;
+    }
+    return any;
 }
 
 static void take_inputs(devices_t &d, sim_t &s)

@@ -17,6 +17,7 @@ struct sim_input {
     std::string name;   // the port's register, the interrupt's source, the register that receives
     uint8_t value;      // of the port's pins
     std::string text;   // that is received
+    size_t after = 0;   // it waits for as many expectations, and has no cycle until then; 0 for none
 };
 
 struct devices_port {
@@ -74,6 +75,8 @@ struct devices_t {
 void devices_init(devices_t &devices, sim_t &sim);
 // Empty, or why there can be no such input.
 std::string devices_add_input(devices_t &devices, const sim_t &sim, const sim_input &input);
+// Inputs that waited for as many expectations come now. False if there are none.
+bool devices_release(devices_t &devices, sim_t &sim, size_t expectations);
 devices_serial *devices_find_serial(devices_t &devices, const sim_t &sim, const std::string &name);   // by either register
 // Between two instructions: what is due happens, an interrupt begins, and `deadline` is when something is due again, at most
 // `limit`. In sleep, time goes on to the next thing that is due: until one wakes the program, or until nothing more is to come

@@ -158,10 +158,9 @@ static void note_lines(const zl_linker &l, program_t &p)
             const uint32_t base = static_cast<uint32_t>(zl_address(*piece));
             for (const range_t &r : piece->texts)
                 p.pieces[base + r.lo] = std::max(p.pieces[base + r.lo], base + r.hi + 1);
-            for (const zl_line &line : piece->lines)
-                if (line.file)
-                    p.lines[base + static_cast<uint32_t>(line.offset)] = {
-                        *line.file, static_cast<uint32_t>(strtoul(line.line->c_str(), nullptr, 10))};
+            for (const zl_line &line : zl_lines_of_bytes(*piece))
+                p.lines[base + static_cast<uint32_t>(line.offset)] = {
+                    *line.file, static_cast<uint32_t>(strtoul(line.line->c_str(), nullptr, 10))};
         }
 }
 

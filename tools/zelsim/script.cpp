@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <set>
 
 #include "zelobj.h"
 
@@ -57,12 +60,25 @@ bool data_address(const program_t &p, const std::string &name, uint32_t &at)
     return at <= most;
 }
 
+// The file of this name, or else the only one whose name ends in these components; empty if there is none.
+static std::string known_file(const program_t &p, const std::string &name)
+{
+    std::set<std::string> found;
+    for (const auto &[from, line] : p.lines)
+        if (line.file == name)
+            return name;
+        else if (line.file.ends_with("/" + name))
+            found.insert(line.file);
+    return found.size() == 1 ? *found.begin() : "";
+}
+
 // The first line from the wanted one on that has code.
 static bool line_address(const program_t &p, const source_line &wanted, uint32_t &at)
 {
+    const std::string file = known_file(p, wanted.file);
     uint32_t best = UINT32_MAX;
     for (const auto &[from, line] : p.lines)
-        if (line.file == wanted.file && line.line >= wanted.line && line.line < best) {
+        if (line.file == file && line.line >= wanted.line && line.line < best) {
             best = line.line;
             at = from;
         }
@@ -280,21 +296,28 @@ static std::string line_event(const std::vector<std::string> &w, settings_t &s)
 {
     const bool irq = w[0] == "irq";
     const size_t values = irq ? 2 : 3;
-    const std::string cycle = w.size() == values + 2 && w[values] == "at" ? w[values + 1] : w.size() == values ? "0" : "-";
+    const bool then = w.size() == values + 1 && w[values] == "then", at = w.size() == values + 2 && w[values] == "at";
+    const std::string cycle = at ? w[values + 1] : then || w.size() == values ? "0" : "-";
     sim_input input{sim_input::SERIAL, 0, w.size() > 1 ? upper(w[1]) : "", 0, ""};
-    const char *const form = w[0] == "port" ? "port PORT value at N"
-                             : irq          ? "irq SOURCE at N"
-                                            : "send REGISTER \"text\" at N";
+    const char *const form = w[0] == "port" ? "port PORT value, with at N, then, or neither"
+                             : irq          ? "irq SOURCE, with at N, then, or neither"
+                                            : "send REGISTER \"text\", with at N, then, or neither";
     if (!number(cycle, 10, UINT64_MAX / 4, input.cycle))
         return form;
-    if (w[0] == "port")
-        return set_port(s, w[1] + "=" + w[2] + "@" + cycle) ? "" : form;
-    if (irq)
-        return set_irq(s, w[1] + "@" + cycle) ? "" : form;
-    if (w[2][0] != '"')
+    if (w[0] == "send" && w[2][0] != '"')
         return form;
-    input.text = w[2].substr(1);
-    s.events.push_back(input);
+    if (w[0] == "port" ? !set_port(s, w[1] + "=" + w[2] + "@" + cycle) : irq && !set_irq(s, w[1] + "@" + cycle))
+        return form;
+    if (w[0] == "send") {
+        input.text = w[2].substr(1);
+        s.events.push_back(input);
+    }
+    if (then) {
+        s.events.back().after = s.expectations.size();
+        s.events.back().cycle = UINT64_MAX;
+        if (watch_deadline({}, s) == UINT64_MAX)
+            return "then: no line ahead expects anything before a cycle";
+    }
     return "";
 }
 
@@ -348,11 +371,13 @@ static bool holds(watch_t &w, const expectation_t &e, devices_t &d, const sim_t 
     return true;
 }
 
-void watch_update(watch_t &w, const settings_t &settings, devices_t &d, const sim_t &s)
+bool watch_update(watch_t &w, const settings_t &settings, devices_t &d, sim_t &s)
 {
     const auto &all = settings.expectations;
+    const size_t before = w.done;
     while (w.done < all.size() && (!all[w.done].before || (s.cycles < all[w.done].before && holds(w, all[w.done], d, s))))
         w.done++;
+    return w.done != before && devices_release(d, s, w.done);
 }
 
 uint64_t watch_deadline(const watch_t &w, const settings_t &settings)

@@ -44,7 +44,8 @@ struct watch_t {
     size_t done = 0;
     std::map<std::string, size_t> seen;
 };
-void watch_update(watch_t &watch, const settings_t &settings, devices_t &devices, const sim_t &sim);
+// Gives back whether inputs have waited for that and come now.
+bool watch_update(watch_t &watch, const settings_t &settings, devices_t &devices, sim_t &sim);
 // The cycle by which the next one has to be so; UINT64_MAX for none.
 uint64_t watch_deadline(const watch_t &watch, const settings_t &settings);
 // At the end of a run: what isn't as expected, a line each.

@@ -78,10 +78,14 @@ std::string session_prepare(session_t &x)
 static bool all_expected(const session_t &x)
 {
     const auto &all = x.settings.expectations;
-    bool at_end = false;
+    if (all.empty() || x.watch.done < all.size())
+        return false;
+    bool more = false;   // that the program is to do
     for (const expectation_t &e : all)
-        at_end |= e.before == 0;
-    return !all.empty() && !at_end && x.watch.done == all.size();
+        more |= e.before == 0;
+    for (const sim_input &input : x.settings.events)
+        more |= input.after == all.size();
+    return !more;
 }
 
 static bool text_sent(session_t &x)
@@ -99,8 +103,9 @@ bool session_settle(session_t &x)
     sim_t &s = x.sim;
     do {
         const uint64_t limit = std::min(x.settings.limit, watch_deadline(x.watch, x.settings));
-        devices_service(x.devices, s, limit);
-        watch_update(x.watch, x.settings, x.devices, s);
+        do
+            devices_service(x.devices, s, limit);
+        while (watch_update(x.watch, x.settings, x.devices, s));
         if (x.at_until = text_sent(x); x.at_until)
             return false;
         if (all_expected(x) || (s.stop != SIM_RUNS && !x.devices.asleep))
