@@ -264,7 +264,9 @@ std::string checker::way(uint32_t function, uint32_t at, int value, int resolved
         const bool begins = o.from == NOWHERE;
         const caller_t by = begins ? k.entry.at(resolved) : caller_t{function, o};
         if (by.call.from == NOWHERE) {
-            steps.push_back(zl_place_name(f, function) + " begins");
+            const auto root =
+                std::find_if(f.roots.begin(), f.roots.end(), [&](const zl_root &r) { return r.entry == function; });
+            steps.push_back((root == f.roots.end() ? zl_place_name(f, function) : root->what) + " begins");
             break;
         }
         const zo_code c = zl_code_at(f, by.call.from);
@@ -690,4 +692,5 @@ void zl_check(zl_linker &l, const zl_flow &f)
             c.check_interrupt(r);
     c.check_unreached();
     zl_check_tables(l, f, c.reached);
+    zl_check_returns(l, f);
 }

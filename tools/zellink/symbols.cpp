@@ -153,10 +153,11 @@ static void complain_undefined(zl_linker &l, const zl_module &m, const zl_piece 
     if (p && place.empty())
         place = m.name + '\n' + p->x.name + '\n' + std::to_string(offset);
     const target_t &t = l.target;
-    const std::string remedy =
-        t.sfr.contains(name) || t.fields.contains(name)
-            ? "a register or bit of the chip: include its names, which `zel8 header " + t.name + "` writes"
-            : "add the object that defines it, and declare it `global` there";
+    const std::string names = "the names that `zel8 header " + t.name + "` writes";
+    const std::string remedy = t.sfr.contains(name) ? "a register of the chip: include " + names
+                               : t.fields.contains(name)
+                                   ? "a bit of the chip: include " + names + ", where it is " + name + "_BIT"
+                                   : "add the object that defines it, and declare it `global` there";
     const std::string text = "undefined symbol " + zl_quoted(name) + ": " + remedy;
     if (places.insert(place).second && places.size() <= ZL_PLACES_TOLD)
         p ? zl_complain(l, *p, offset, text) : zl_complain(l, m.name, text);

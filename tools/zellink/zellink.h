@@ -7,7 +7,7 @@
 // `options` the command line.
 //
 // `flow` takes the linked code apart into functions; `calls` makes the call graph of them, and lays the areas of functions that
-// FNCONF asks for over each other; `check`, with `tables`, looks for slips that only the whole program shows.
+// FNCONF asks for over each other; `check`, with `tables` and `returns`, looks for slips that only the whole program shows.
 //
 // Places in records are bytes; addresses of psects and symbols count in units of the psect's delta. Nothing here throws or
 // stops: what is wrong is told in `messages`, and the link goes on, so that one run tells everything.
@@ -300,6 +300,9 @@ std::string zl_call_graph(zl_linker &l, const zl_flow &f);          // complains
 void zl_check(zl_linker &l, const zl_flow &f);
 // tables. Part of the check; `reached` are the instructions that control comes to, with their bytes.
 void zl_check_tables(zl_linker &l, const zl_flow &f, const std::map<uint32_t, uint32_t> &reached);
+
+// returns. Part of the check.
+void zl_check_returns(zl_linker &l, const zl_flow &f);
 
 // output
 std::string zl_hex(const zl_linker &l);

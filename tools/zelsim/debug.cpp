@@ -52,8 +52,8 @@ static const struct {
 } commands[] = {
     {"break", "b", "[PLACE] [if NAME == value]", "stop there; PLACE: label, label+offset, address, FILE:LINE, :LINE",
      do_break},
-    {"watch", "w", "NAME [if NAME == value]", "stop when it changes; NAME: register, label, address; NAME:2: two bytes",
-     do_watch},
+    {"watch", "w", "NAME [if NAME == value]",
+     "stop when it changes; NAME: register, label, label+offset, address; NAME:2: two bytes", do_watch},
     {"delete", "d", "[number]", "a stop, or all", do_delete},
     {"info", "i", "[registers]", "the stops, or the core's registers", do_info},
     {"continue", "c", "", "up to a stop, the end, or Ctrl-C", do_continue},

@@ -27,12 +27,7 @@ bool find_code(const debugger_t &d, const std::string &text, uint32_t &at)
 {
     const program_t &p = d.x.program;
     const source_line *const here = line_at(p, d.x.sim.pc);
-    const size_t plus = text.rfind('+');
-    uint32_t offset = 0;
-    if (code_address(p, here && text.starts_with(':') ? here->file + text : text, at))
-        return true;
-    return plus != std::string::npos && code_address(p, text.substr(0, plus), at) &&
-           hex_value(text.substr(plus + 1), 0x1FFFFF, offset) && (at += offset, at % 2 == 0);
+    return code_address(p, here && text.starts_with(':') ? here->file + text : text, at);
 }
 
 // A register, label or address, or with ":2" behind it the two bytes from there on, low one first.

@@ -81,7 +81,7 @@ static bool close_output(const std::string &path, FILE *f)
 {
     const bool good = !f || (!ferror(f) && (f == stdout ? fflush(f) : fclose(f)) == 0);
     if (!good)
-        complain("can't write " + path);
+        complain("can't write " + (path == "-" ? "standard output" : path));
     return good;
 }
 

@@ -33,7 +33,7 @@ std::string place_text(const program_t &p, uint32_t at)
 {
     std::string more;
     if (const auto [from, label] = label_at(p, at); !label.empty())
-        more = label + (at > from ? zo_format("+%u", at - from) : "");
+        more = label + (at > from ? zo_format("+0x%X", at - from) : "");
     if (const source_line *line = line_at(p, at))
         more += (more.empty() ? "" : ", ") + line->file + zo_format(":%u", line->line);
     return zo_format("0x%X", at) + (more.empty() ? "" : " (" + more + ")");

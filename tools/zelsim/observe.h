@@ -27,5 +27,5 @@ void observe_step(observe_t &o, const program_t &program, const devices_t &devic
 std::string observe_profile(const observe_t &o, const program_t &program);    // by function and by line
 std::string observe_coverage(const observe_t &o, const program_t &program);   // in the form of lcov
 
-std::string place_text(const program_t &program, uint32_t at);       // "0x12 (delay+2, main.as:17)"
+std::string place_text(const program_t &program, uint32_t at);       // "0x12 (delay+0x2, main.as:17)"
 const source_line *line_at(const program_t &program, uint32_t at);   // null if it isn't known

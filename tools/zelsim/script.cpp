@@ -51,12 +51,24 @@ static bool address(const program_t &p, const std::map<std::string, uint32_t> &n
     return at <= most && !p.bytes.empty();
 }
 
+// What stands ahead of a "+offset", if there is one.
+static std::string without_offset(const std::string &name, uint64_t &offset)
+{
+    const size_t plus = name.rfind('+');
+    offset = 0;
+    return plus != std::string::npos && number(name.substr(plus + 1), 16, 0x1FFFFF, offset) ? name.substr(0, plus) : name;
+}
+
 bool data_address(const program_t &p, const std::string &name, uint32_t &at)
 {
     const uint32_t most = p.target.wide ? 0x3FFF : 0xFFF;
-    if (!p.target.sfr.contains(upper(name)))
-        return address(p, p.data, name, most, at);
-    at = p.target.sfr.at(upper(name));
+    uint64_t offset = 0;
+    const std::string base = without_offset(name, offset);
+    if (const auto sfr = p.target.sfr.find(upper(base)); sfr != p.target.sfr.end())
+        at = sfr->second;
+    else if (!address(p, p.data, base, most, at))
+        return false;
+    at += static_cast<uint32_t>(offset);
     return at <= most;
 }
 
@@ -87,11 +99,18 @@ static bool line_address(const program_t &p, const source_line &wanted, uint32_t
 
 bool code_address(const program_t &p, const std::string &name, uint32_t &at)
 {
-    uint64_t line = 0;
-    if (const size_t colon = name.rfind(':'); colon != std::string::npos && !p.code.contains(name))
-        return number(name.substr(colon + 1), 10, UINT32_MAX - 1, line) &&
-               line_address(p, {name.substr(0, colon), static_cast<uint32_t>(line)}, at);
-    return address(p, p.code, name, p.target.rom_size - 1, at) && at % 2 == 0;
+    const uint32_t most = p.target.rom_size - 1;
+    uint64_t line = 0, offset = 0;
+    const std::string base = without_offset(name, offset);
+    const size_t colon = p.code.contains(base) ? std::string::npos : base.rfind(':');
+    const bool found = colon == std::string::npos
+                           ? address(p, p.code, base, most, at)
+                           : number(base.substr(colon + 1), 10, UINT32_MAX - 1, line) &&
+                                 line_address(p, {base.substr(0, colon), static_cast<uint32_t>(line)}, at);
+    if (!found)
+        return false;
+    at += static_cast<uint32_t>(offset);
+    return at <= most && at % 2 == 0;
 }
 
 // The rows: what an option does with its value. False if the value is none.

@@ -33,8 +33,8 @@ struct settings_t {
 std::string read_settings(const std::vector<std::string> &arguments, settings_t &settings);
 std::string read_script(const std::string &name, const std::string &text, settings_t &settings);
 
-// The address of a register, label or hexadecimal number; of code also FILE:LINE, from where on there is code. False if it is none
-// of the chip's.
+// The address of a register, label or hexadecimal number; of code also FILE:LINE, from where on there is code. Each may have a
+// hexadecimal "+offset" behind it. False if it is none of the chip's.
 bool data_address(const program_t &program, const std::string &name, uint32_t &address);
 bool code_address(const program_t &program, const std::string &name, uint32_t &address);
 

@@ -441,7 +441,8 @@ static void op_illegal(sim_t &s, const sim_op &op)
     halt(s, SIM_ILLEGAL, zo_format("illegal word 0x%04X", op.value).c_str(), s.pc - 2);
 }
 
-static void op_end(sim_t &s, const sim_op &) { halt(s, SIM_ILLEGAL, "end of program memory", s.pc - 2); }
+// Nothing stands here: the one before led out.
+static void op_end(sim_t &s, const sim_op &) { halt(s, SIM_ILLEGAL, "end of program memory", s.pc -= 2); }
 
 static void op_daw(sim_t &s, const sim_op &)
 {
