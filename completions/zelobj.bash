@@ -8,7 +8,7 @@ _zelobj() {
         ;;
     *)
         compopt -o filenames 2>/dev/null
-        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(obj|a|rlf|elf)' -- "$cur"))
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -- "$cur" | grep -E '\.(obj|a|rlf|elf)$'))
         ;;
     esac
 }

@@ -8,7 +8,7 @@ _zelrun() {
         ;;
     *)
         compopt -o filenames 2>/dev/null
-        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(as|asm|s)' -- "$cur"))
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -- "$cur" | grep -E '\.(as|asm|s)$'))
         ;;
     esac
 }

@@ -2,6 +2,11 @@
 
 _zelsim() {
     local cur=${COMP_WORDS[COMP_CWORD]}
+    if [[ $cur == = || ${COMP_WORDS[COMP_CWORD - 1]} == = ]]; then   # bash parts the word there: the value, a file
+        compopt -o filenames 2>/dev/null
+        COMPREPLY=($(compgen -f -- "${cur#=}"))
+        return
+    fi
     case $cur in
     -*)
         COMPREPLY=($(compgen -W "-mcpu= --chipinfo= --coverage= --debug --exit= --help --irq= --limit= --port= --profile --quiet
@@ -10,7 +15,7 @@ _zelsim() {
         ;;
     *)
         compopt -o filenames 2>/dev/null
-        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -X '!*.@(hex|bin|elf|obj|a)' -- "$cur"))
+        COMPREPLY=($(compgen -d -- "$cur") $(compgen -f -- "$cur" | grep -E '\.(hex|bin|elf|obj|a)$'))
         ;;
     esac
 }
