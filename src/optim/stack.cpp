@@ -20,11 +20,11 @@ static struct {
     bool drops;               // addresses are dropped somewhere
 } st;
 
-static bool handles_address(const op_t *op) { return sfr_isTos(&op->op_opnd1) || sfr_isTos(&op->op_opnd2); }
+static bool handles_address(const op_t *op) { return sfr_isTos(&op->op_opnd1) || sfr_isTos(op_opnd2(op)); }
 
 static bool writes_address(const op_t *op)
 {
-    return sfr_isTos(&op->op_opnd2) || (sfr_isTos(&op->op_opnd1) && op->op_type != T_MOVFF && op->op_dest != DEST_W);
+    return sfr_isTos(op_opnd2(op)) || (sfr_isTos(&op->op_opnd1) && op->op_type != T_MOVFF && op->op_dest != DEST_W);
 }
 
 static bool is_push(const op_t *op) { return op->op_type == T_PUSH && op->op_subop == op_template("push"); }
