@@ -6,6 +6,7 @@
 #
 # ROOT, if it is there already, is taken as the fresh system; otherwise it is made, and left for the next time.
 set -eu
+[ $# -ge 1 ] && [ $# -le 2 ] && [ -f "$1" ] || { echo "usage: check-package.sh PACKAGE.deb [ROOT]" >&2; exit 2; }
 package=$1 root=${2:-/var/tmp/zel8-root}
 [ "$(id -u)" = 0 ] || { echo "check-package: only root can make a system" >&2; exit 2; }
 lintian --fail-on error,warning "$package"
