@@ -69,7 +69,8 @@ static struct {
     std::vector<aside_t> asides;
     std::string directory;   // for what is only read by another of the processes
     std::string standard_input;
-    std::string unlisted;   // how the words of a rule begin that it isn't to tell; empty: it tells all
+    std::string unlisted;        // how the words of a rule begin that it isn't to tell; empty: it tells all
+    std::vector<z8_said> said;   // for a log of all
     size_t units;
     sigset_t waited, before, ignored;   // ignored here alone
 } st;
@@ -281,15 +282,18 @@ static std::string take(int file)
     return text;
 }
 
+static void show_text(const std::string &text) { fwrite(text.data(), 1, text.size(), stderr); }
+
 // At most that many at a time; 0: as many as the options say.
 static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned most)
 {
     if (most == 0)
         most = o.jobs ? o.jobs : jobs.size() < 2 ? 1 : std::max(1U, std::thread::hardware_concurrency());
+    const bool formed = o.messages == "sarif" || o.messages == "json";
     for (job_t &job : jobs) {
         if (o.verbose || o.dry)
             show(job);
-        if (!o.dry && (jobs.size() > 1 || job.group))
+        if (!o.dry && (jobs.size() > 1 || job.group || formed))
             job.log = memfd_create("messages", MFD_CLOEXEC);
     }
     if (o.dry)
@@ -310,17 +314,16 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
         reap(jobs, running);
     }
     bool good = true;
-    std::vector<std::string> texts;
     for (job_t &job : jobs) {
-        texts.push_back(job.log >= 0 ? take(job.log) : "");
+        const z8_said said = {fs::path(job.words[0]).filename(), job.log >= 0 ? take(job.log) : "", !job.failed};
         good = good && !job.failed;
-        if (job.status != 0 && job.log >= 0 && texts.back().empty())
+        if (job.status != 0 && job.log >= 0 && said.text.empty())
             fprintf(stderr, "zel8: error: %s ended with status %d and no message\n", job.words[0].c_str(), job.status);
+        if (o.messages == "sarif")
+            st.said.push_back(said);
+        else
+            show_text(o.messages == "json" ? z8_json(said) : said.text);
     }
-    if (o.messages == "sarif" && texts.size() > 1)
-        texts = {z8_join_logs(texts)};
-    for (const std::string &text : texts)
-        fwrite(text.data(), 1, text.size(), stderr);
     return good;
 }
 
@@ -473,6 +476,8 @@ static std::vector<std::string> preprocessor_words(const z8_options &o, const st
     words.push_back("-I" + header_folder(bin));
     if (o.silent)
         words.push_back("-w");
+    if (o.messages == "sarif" || o.messages == "json")
+        words.push_back("-fno-diagnostics-show-caret");
     if (o.werror)
         words.push_back("-Werror");
     return words;
@@ -697,6 +702,8 @@ int z8_run(const z8_options &o, const std::string &bin)
     if (signal(SIGPIPE, SIG_IGN) == SIG_DFL)
         sigaddset(&st.ignored, SIGPIPE);
     const int status = o.what == z8_options::HEADER ? write_header(o, bin) : run_all(o, bin);
+    if (!st.said.empty())
+        show_text(z8_sarif(st.said));
     clean_up(status == 0);
     return status;
 }

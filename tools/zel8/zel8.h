@@ -40,8 +40,14 @@ int z8_run(const z8_options &o, const std::string &bin);
 // "; did you mean X?" with the nearest of the words, or nothing if none is near.
 std::string z8_meant(const std::string &word, const std::vector<std::string> &words);
 
-// Several SARIF logs as one. What is none comes first, as it is.
-std::string z8_join_logs(const std::vector<std::string> &texts);
+// logs
+struct z8_said {
+    std::string tool, text;   // what it wrote to standard error
+    bool good;                // its exit status
+};
+std::string z8_json(const z8_said &said);   // a line for each message
+std::string
+z8_sarif(const std::vector<z8_said> &all);   // one log, a run for each source and for each other tool that says something
 
 // chip
 std::string z8_chip_list(const std::string &data);   // the names of those that the installation knows, a line each
