@@ -2,7 +2,7 @@
 //
 // The assembler writes these forms itself. Of what the preprocessor and the linker say, lines such as `file:line:column: error: text` become
 // messages; the includes that led there, and notes, become theirs. Anything else comes first, as it is.
-#include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <nlohmann/json.hpp>
 #include <sstream>
