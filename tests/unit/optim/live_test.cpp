@@ -97,5 +97,6 @@ TEST_F(Optim, KnowledgeOfW)
     EXPECT_TRUE(stays(2, 4));
     EXPECT_TRUE(stays(1, 3));
     EXPECT_FALSE(stays(2, 3));
-    EXPECT_EQ(value_left(&operand(0)->opnd_value)->v_offs, 0);
+    const int64_t left = value_left(&operand(0)->opnd_value)->v_offs;
+    EXPECT_EQ(left, 0);
 }
