@@ -259,10 +259,10 @@ on{@}: movlw {k1} / btfsc {r1:bit} / movwf {r2}
 ---
 psect textj{@},class=CODE,reloc=2,delta=1 / movwf {r3} / movlw {k1} / bz {own}{@} / movwf {r2}
 {own}{@}: / return)",
-    // Functions that return behind what follows the call, or choose among the jumps there.
+    // Functions that return behind what follows the call, or choose among the jumps there. Flags of an address are cleared.
     R"({go1} {own}{@}
 skip{@}: movlw 2 / btfss {r1:bit} / movlw 0
-add{@}: addwf TOSL,f,c / movlw 0 / addwfc TOSH,f,c / return
+add{@}: addwf TOSL,f,c / movlw 0 / addwfc TOSH,f,c / andlw 0 / return
 pick{@}: rlncf WREG,f,c / rlncf WREG,f,c / goto add{@}
 {own}{@}: / call skip{@} / bra {own}{@}c / comf {r2:f} / movlw {k1} / call skip{@} / movlw {k2} / movwf {r3}
 {own}{@}c: / movf {r4:w} / andlw 1 / call pick{@} / goto {own}{@}a / goto {own}{@}b
