@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -77,6 +78,15 @@ std::string process_find(const char *name)
         rest.erase(0, colon + 1);
     }
     return "";
+}
+
+std::string process_model()
+{
+    std::ifstream file("/proc/cpuinfo");
+    for (std::string line; std::getline(file, line);)
+        if (const size_t colon = line.find(": "); colon != std::string::npos && line.starts_with("model name"))
+            return line.substr(colon + 2);
+    return "unknown processor";
 }
 
 std::string process_directory(const char *name)

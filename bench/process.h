@@ -24,6 +24,9 @@ std::string process_find(const char *name);
 // Seconds of the monotonic clock.
 double process_now();
 
+// The processor's name.
+std::string process_model();
+
 // A new directory in TMPDIR, or in /tmp, whose name begins with `name`; nothing if it can't be made, and errno says why.
 std::string process_directory(const char *name);
 
