@@ -327,66 +327,11 @@ static bool run_jobs(std::vector<job_t> &jobs, const z8_options &o, unsigned mos
     return good;
 }
 
-// The words of a rule for Make as they are written there, the target with its colon first.
-static std::vector<std::string> rule_words(const std::string &path)
-{
-    std::ifstream in(path);
-    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    std::vector<std::string> words;
-    std::string word;
-    for (const char c : text) {
-        const size_t slashes = word.size() - (word.find_last_not_of('\\') + 1);
-        if (c == '\n' && slashes)
-            word.pop_back();
-        if (c != '\n' && (c != ' ' || slashes % 2 == 1))
-            word += c;
-        else if (!word.empty())
-            words.push_back(std::exchange(word, ""));
-    }
-    return words;
-}
-
-// A name as a rule has it.
-static std::string in_rule(const std::string &name)
-{
-    std::string text;
-    for (const char c : name) {
-        if (std::string_view(" \t#:").find(c) != std::string_view::npos)
-            text += '\\';
-        else if (c == '$')
-            text += '$';
-        text += c;
-    }
-    return text;
-}
-
-// Adds what the preprocessor has read, and takes away what isn't to be told. With -MP, each file but the source is a target without a rule, so that one which is gone
-// ends no build.
-static bool finish_rule(const output_t &out, bool phony)
-{
-    if (!phony && out.more.empty() && st.unlisted.empty())
-        return true;
-    std::vector<std::string> words = rule_words(out.written);
-    const std::vector<std::string> more = out.more.empty() ? words : rule_words(out.more);
-    for (size_t i = 2; i < more.size(); i++)
-        if (std::find(words.begin(), words.end(), more[i]) == words.end())
-            words.push_back(more[i]);
-    if (!st.unlisted.empty())
-        std::erase_if(words, [](const std::string &word) { return word.starts_with(st.unlisted); });
-    std::ofstream to(out.written);
-    for (size_t i = 0; i < words.size(); i++)
-        to << (i ? " \\\n " : "") << words[i];
-    to << "\n";
-    for (size_t i = 2; i < words.size() && phony; i++)
-        to << words[i] << ":\n";
-    return static_cast<bool>(to.flush());
-}
-
 // All or, if the system refuses a name, what comes ahead of it.
 static int rename_outputs(const z8_options &o)
 {
     for (output_t &out : st.outputs) {
-        if (out.rule && !finish_rule(out, o.phony))
+        if (out.rule && !z8_finish_rule(out.written, out.more, st.unlisted, o.phony))
             return fail("can't write " + out.place, errno);
         if (out.written != out.place && rename(out.written.c_str(), out.place.c_str()) != 0)
             return fail("can't make " + out.place, errno);
@@ -645,7 +590,7 @@ static int run_all(const z8_options &o, const std::string &bin)
     if (make_folder(o) != 0)
         return 1;
     if (o.own_deps)
-        st.unlisted = in_rule(header_folder(bin) + "/");
+        st.unlisted = z8_in_rule(header_folder(bin) + "/");
     std::vector<unit_t> units;
     for (const z8_input &input : o.inputs)
         if (unit_t unit; input.kind != Z8_OBJECT) {

@@ -40,6 +40,12 @@ int z8_run(const z8_options &o, const std::string &bin);
 // "; did you mean X?" with the nearest of the words, or nothing if none is near.
 std::string z8_meant(const std::string &word, const std::vector<std::string> &words);
 
+// rules
+std::string z8_in_rule(const std::string &name);   // a name as a rule has it
+// Adds to the rule in file `path` what the one in file `other`, if there is a name, has read, and takes away names that begin with
+// `unlisted`. If `phony`, each file but the source is a target without a rule, so that one which is gone ends no build.
+bool z8_finish_rule(const std::string &path, const std::string &other, const std::string &unlisted, bool phony);
+
 // logs
 struct z8_said {
     std::string tool, text;   // what it wrote to standard error
