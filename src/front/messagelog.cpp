@@ -13,6 +13,7 @@
 #include <optional>
 #include <string_view>
 
+#include "common/uri.h"
 #include "env/explain.h"
 #include "env/warnings.h"
 
@@ -69,20 +70,6 @@ static void write_json(const diagnostic_t &d)
 
 // SARIF.
 
-static std::string uri(std::string_view file)
-{
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string to = file.starts_with('/') ? "file://" : "";
-    for (const char c : file) {
-        const unsigned byte = static_cast<unsigned char>(c);
-        if (byte < 0x80 && (isalnum(c) || strchr("/-._~", c)))
-            to += c;
-        else
-            to += {'%', digits[byte >> 4], digits[byte & 15]};
-    }
-    return to;
-}
-
 // The column, from 1, of a byte; it may stand behind the line's end.
 static size_t column(std::string_view line, size_t at)
 {
@@ -101,7 +88,7 @@ static json region(const std::string &text, int64_t line, size_t at, size_t leng
     return j;
 }
 
-static json artifact(const std::string &file) { return {{"uri", uri(file)}}; }
+static json artifact(const std::string &file) { return {{"uri", uri_of(file)}}; }
 
 static json location(const remark_t &n)
 {

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "common/uri.h"
 #include "zel8.h"
 
 using json = nlohmann::ordered_json;
@@ -117,23 +118,9 @@ std::string z8_json(const z8_said &said)
     return others + lines;
 }
 
-static std::string uri(const std::string &file)
-{
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string to = file.starts_with('/') ? "file://" : "";
-    for (const char c : file) {
-        const unsigned byte = static_cast<unsigned char>(c);
-        if (byte < 0x80 && (isalnum(c) || strchr("/-._~", c)))
-            to += c;
-        else
-            to += {'%', digits[byte >> 4], digits[byte & 15]};
-    }
-    return to;
-}
-
 static json location(const message_t &m)
 {
-    json place = {{"artifactLocation", {{"uri", uri(m.file)}}}};
+    json place = {{"artifactLocation", {{"uri", uri_of(m.file)}}}};
     if (m.line)
         place["region"]["startLine"] = m.line;
     if (m.column)
