@@ -129,6 +129,8 @@ void op_set_source_line(op_t *op, const char *file, uint64_t line)
 
 void op_note_position(op_t *op) { op_set_place(op, srcpos.cur_file, static_cast<uint64_t>(srcpos.cur_line)); }
 
+uint64_t list_changes;
+
 op_t *op_new()
 {
     op_t *op = unused_node();
@@ -166,6 +168,7 @@ void op_link_after(op_t *where, op_t *node)
     if (next)
         next->op_prev = node;
     node->op_psect = where->op_psect;
+    list_touch(node->op_psect);
 }
 
 op_t *op_insert_after(op_t *where, op_t *node)
@@ -178,6 +181,8 @@ op_t *op_insert_after(op_t *where, op_t *node)
 
 static void unlink_node(op_t *node)
 {
+    if (node->op_psect)
+        list_touch(node->op_psect);
     if (node->op_prev)
         node->op_prev->op_next = node->op_next;
     if (node->op_next)
@@ -374,13 +379,19 @@ static void note_ref_at(op_t *ref, uint32_t at)
         ref->op_ref_at = at;
 }
 
-void op_add_new_ref(op_t *ref, op_t *label_node)
+static void enter_ref(op_t *ref, op_t *label_node)
 {
     vec_t<op_t *> &refs = op_extra_make(label_node)->refs;
     if (!refs)
         refs = vec_make<op_t *>(4);
     note_ref_at(ref, vec_size(refs));
     vec_add(refs, ref);
+}
+
+void op_add_new_ref(op_t *ref, op_t *label_node)
+{
+    enter_ref(ref, label_node);
+    list_touch(label_node->op_psect);
 }
 
 void op_add_ref(op_t *ref, op_t *label_node)
@@ -409,6 +420,7 @@ void op_remove_ref(op_t *ref, op_t *label_node)
     vec_setAt(refs, last, at);
     vec_pop(refs);
     note_ref_at(last, at);
+    list_touch(label_node->op_psect);
 }
 
 void list_build_refs(symbol_t *psect)
@@ -418,7 +430,7 @@ void list_build_refs(symbol_t *psect)
             if (op->op_sym && (op->op_sym->s_flags & (S_GLOBAL | S_UNDEF)) == S_GLOBAL)
                 op->op_sym->s_flags |= S_DEFHERE;
         } else if (op_t *label = label_of(op); label && label->op_type == T_NAME) {
-            op_add_new_ref(op, label);
+            enter_ref(op, label);
         }
     }
 }
@@ -438,7 +450,7 @@ void list_renew_refs(symbol_t *psect)
     }
     for (op_t *op = psect->s_psect->p_code->tail.op_prev; op->op_type != 0; op = op_step_back(op))
         if (op_t *label = label_of(op); label && label->op_type == T_NAME && label->op_psect == psect)
-            op_add_new_ref(op, label);
+            enter_ref(op, label);
 }
 
 void list_clear_refs(symbol_t *psect)
@@ -447,8 +459,10 @@ void list_clear_refs(symbol_t *psect)
         if (op->op_type == T_NAME) {
             if (op_refs(op))
                 vec_removeAll(op_refs(op));
-            if (op->op_sym)
-                op->op_sym->s_flags &= ~static_cast<uint64_t>(S_TAKEN);
+            if (op->op_sym) {
+                uint64_t &flags = op->op_sym->s_flags;
+                flags = (flags & ~uint64_t{S_TAKEN | S_WAS_TAKEN}) | (flags & S_TAKEN ? uint64_t{S_WAS_TAKEN} : 0);
+            }
         }
 }
 

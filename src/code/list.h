@@ -134,6 +134,10 @@ inline op_t *op_step_back(const op_t *op)
 }
 
 code_list_t *list_new(symbol_t *psect);   // empty: the sentinels are linked to each other
+// Every alteration of a list has a number, from 1. Who links nodes or changes references through the functions here has told of
+// it; list_touch is for nodes that are altered in place.
+extern uint64_t list_changes;   // the last one
+inline void list_touch(const symbol_t *psect) { psect->s_psect->p_changed = ++list_changes; }
 inline bool list_empty(const code_list_t *l) { return l->head.op_next->op_type == 0; }
 
 // A new node, not linked. It takes the input's current position and marks, and the comments that wait.

@@ -27,28 +27,29 @@ inline uint32_t sfr_idOf(const opnd_t *v)
 inline bool sfr_isCertain(const opnd_t *v) { return v->opnd_access != ACCESS_B; }
 // Whether the register is one of a set, one bit an id.
 inline bool sfr_isIn(const opnd_t *v, uint64_t ids) { return ids >> sfr_idOf(v) & 1; }
-constexpr uint64_t sfr_bits(sfr_id a, sfr_id b, sfr_id c) { return uint64_t{1} << a | uint64_t{1} << b | uint64_t{1} << c; }
+template <class... ids_t> constexpr uint64_t sfr_bits(ids_t... ids) { return (... | (uint64_t{1} << ids)); }
 
 inline bool sfr_isWreg(const opnd_t *v) { return sfr_idOf(v) == SFR_WREG; }
 inline bool sfr_isStatus(const opnd_t *v) { return sfr_idOf(v) == SFR_STATUS; }
 inline bool sfr_isBsr(const opnd_t *v) { return sfr_idOf(v) == SFR_BSR; }
 inline bool sfr_isPc(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_PCLATU, SFR_PCLATH, SFR_PCL)); }
 inline bool sfr_isTos(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_TOSU, SFR_TOSH, SFR_TOSL)); }
+inline bool sfr_isStack(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_TOSU, SFR_TOSH, SFR_TOSL, SFR_STKPTR)); }
 inline bool sfr_isPostinc(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_POSTINC0, SFR_POSTINC1, SFR_POSTINC2)); }
 inline bool sfr_isPostdec(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_POSTDEC0, SFR_POSTDEC1, SFR_POSTDEC2)); }
 inline bool sfr_isPreinc(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_PREINC0, SFR_PREINC1, SFR_PREINC2)); }
 inline bool sfr_isPlusw(const opnd_t *v) { return sfr_isIn(v, sfr_bits(SFR_PLUSW0, SFR_PLUSW1, SFR_PLUSW2)); }
 
-// 1, 2 or 3 for an access through file select 0, 1 or 2; 0 for anything else.
-inline int sfr_fileSelect(const opnd_t *v)
+// 1, 2 or 3 for an access through file select 0, 1 or 2; 0 for anything else. Of a register, and of an operand.
+inline int sfr_selectOf(uint32_t id)
 {
-    uint32_t id = sfr_idOf(v);
     if (id >= SFR_INDF0 && id <= SFR_PLUSW0)
         return 1;
     if (id >= SFR_INDF1 && id <= SFR_PLUSW1)
         return 2;
     return id >= SFR_INDF2 && id <= SFR_PLUSW2 ? 3 : 0;
 }
+inline int sfr_fileSelect(const opnd_t *v) { return sfr_selectOf(sfr_idOf(v)); }
 inline bool sfr_isIndirect(const opnd_t *v) { return sfr_fileSelect(v) != 0; }
 
 // A core register, or any other number in the access bank's register part.

@@ -38,7 +38,8 @@ enum : uint64_t {
     S_SET = 0x400000,   // defined by `set`; also the predefined symbols
     S_FNSIZE = 0x2000000,
     S_DABS = 0x10000000,
-    S_TAKEN = 0x40000000,   // label whose place is used by more than jumps and calls; worked out by the optimiser
+    S_TAKEN = 0x40000000,       // label whose place is used by more than jumps and calls; worked out by the optimiser
+    S_WAS_TAKEN = 0x80000000,   // the same as it was worked out before
     S_SPACE_MASK = S_PSECT | S_CLASS,   // tells the name spaces apart
 };
 
@@ -104,7 +105,11 @@ struct psect_t {
     uint32_t p_depth;   // in its chain of `with` psects, worked out at output
     int32_t p_number;   // from 0, in order of creation
     uint32_t p_group, p_optim;
-    uint32_t p_walks;   // that the optimiser's driver has made over it
+    uint32_t p_walks;                // that the optimiser's driver has made over it
+    uint32_t p_looker;               // the optimiser's last pass that has looked at it from elsewhere
+    uint64_t p_changed;              // as list_changes, when its list was last altered
+    uint64_t p_settled;              // the same when a pass over it had nothing to do; 0: none since it has changed itself
+    vec_t<symbol_t *> p_looked_at;   // other psects that this pass looked at
     uint16_t p_flags, p_limit;
     uint8_t p_space;
     uint8_t p_delta;   // bytes per addressing unit; 0 until given, 1 from sizing on

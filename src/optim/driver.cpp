@@ -46,6 +46,7 @@
 #include "optim/pins.h"
 #include "optim/pointers.h"
 #include "optim/report.h"
+#include "optim/settled.h"
 #include "optim/stack.h"
 #include "optim/tails.h"
 #include "options.h"
@@ -107,6 +108,18 @@ static void sort_psects()
 
 // The pass over a psect.
 
+// Rules look at where jumps and calls lead, and from where they come.
+static void look_around(const op_t *op)
+{
+    if (op->op_type == T_NAME) {
+        for (const op_t *ref : op_refs(op))
+            settled_look(ref->op_psect);
+    } else if (leads_to_label(op)) {
+        if (const op_t *label = op_target(op))
+            settled_look(label->op_psect);
+    }
+}
+
 // The `set` nodes go behind the first node, in their order; no node is marked; operands are reduced. True if a jump leads to a
 // label now that it didn't name before.
 static bool prepare(code_list_t *list)
@@ -117,6 +130,7 @@ static bool prepare(code_list_t *list)
     for (op_t *op = front, *next; op->op_type != 0; op = next) {
         next = op_step(op);
         op->op_flags &= OPF_ALL & ~OPF_MARK;
+        look_around(op);
         if (op->op_opnd1.opnd_value.v_rtype != RT_CONST || op_opnd2(op)->opnd_value.v_rtype != RT_CONST) {
             const symbol_t *was = leads_to_label(op) ? op->op_opnd1.opnd_value.v_sym.get() : nullptr;
             op_set_position(op);
@@ -159,11 +173,16 @@ bool opt_psect(symbol_t *psect)
     code_list_t *list = psect->s_psect->p_code;
     if (list_empty(list))
         return false;
+    if (settled(psect))
+        return opt_changed = false;
+    settled_begin(psect);
     change_settle();   // operands are reduced next, which is no change
     loopguard_t *iterations = loopguard_new(ITERATIONS);
     const bool no_peep = psect_optim_off(psect, PO_PEEP), no_jump = psect_optim_off(psect, PO_JUMP);
-    if (prepare(list))
+    if (prepare(list)) {
+        list_touch(psect);
         list_renew_refs(psect);   // which the rules keep true
+    }
     reach_mark_psect(list);
     // A stage that has been through the list without a change isn't repeated before the other one makes one.
     bool any = false, peeped, jumped, peep_settled, jump_settled = false;
@@ -179,6 +198,7 @@ bool opt_psect(symbol_t *psect)
     } while ((jumped || !peep_settled) && loopguard_next(iterations));
     if (!no_jump)
         hoist_walk(psect);
+    settled_end();
     return any;
 }
 
@@ -311,6 +331,7 @@ static bool repeat_passes()
 {
     bool changed = true, settled = false;
     opt_late = true;
+    settled_forget();
     for (int sweep = 0; changed && sweep < MOST_SWEEPS; sweep++) {
         changed = false;
         settled = true;
@@ -346,6 +367,8 @@ static void optimise_phase()
     pa_psects(st.plain_psects, st.code_psects);
     for (const group_t *g : st.group_psects)
         pa_psects(g->psects, st.code_psects);
+    if (effect_returns_keep_n != opt_changed)
+        settled_forget();
     effect_returns_keep_n = opt_changed;
     if (!settled || opt_changed) {
         build_all_refs();

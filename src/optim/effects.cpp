@@ -32,6 +32,7 @@ enum role_t : uint8_t {
     ROLE_SET_BIT,
     ROLE_TOGGLE_BIT,   // the second operand is the bit's number
     ROLE_MOVE,         // from the first to the second operand, both with their whole address
+    ROLE_STORE,        // to the second operand; the first is a place on the software stack
 };
 
 struct row_t {
@@ -75,8 +76,8 @@ constexpr row_t rows[] = {
     {T_DBOUT, ROLE_NONE, 0, 0, 0, DOUBT_STAYS},
     {T_SETCNT, ROLE_NONE, 0, 0, 0, DOUBT_STAYS},
     {T_PUSHL, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
-    {T_MOVSF, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
-    {T_MOVSFL, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
+    {T_MOVSF, ROLE_STORE, 0, 0, ALL, DOUBT_ENDS},
+    {T_MOVSFL, ROLE_STORE, 0, 0, ALL, DOUBT_ENDS},
     {T_MOVSS, ROLE_NONE, 0, 0, ALL, DOUBT_ENDS},
 
     // Control goes elsewhere, where the search follows it. A caller may look at everything but N.
@@ -152,16 +153,20 @@ bool effect_returns_keep_n;
 
 static const full_row_t &row_of(const op_t *op) { return op->op_type < table.size() ? table[op->op_type] : unknown; }
 
+static bool is_formed_with_w(uint32_t id) { return sfr_bits(SFR_PLUSW0, SFR_PLUSW1, SFR_PLUSW2) >> id & 1; }
+
 // What it takes to get at a file operand, which is the core register `id`, to read or to write it.
 static unsigned address_uses(const opnd_t *o, uint32_t id, uint8_t asked)
 {
-    constexpr uint64_t formed_with_w = uint64_t{1} << SFR_WREG | sfr_bits(SFR_PLUSW0, SFR_PLUSW1, SFR_PLUSW2);
     if (pointer_may_be_core(o))
         return ALL;
     if (!(asked & (W | BSR)))
         return 0;
-    return (formed_with_w >> id & 1 ? W : 0) | (depends_on_bank(o) ? BSR : 0);
+    return (id == SFR_WREG || is_formed_with_w(id) ? W : 0) | (depends_on_bank(o) ? BSR : 0);
 }
+
+// What is stored to the core register `id` leads to where anything may be needed.
+static unsigned jump_uses(uint32_t id) { return id == SFR_PCL ? ALL : 0; }
 
 // A core register among what can be asked about, which the operand names.
 static unsigned named(uint32_t id) { return id == SFR_STATUS ? FX_FLAGS : id == SFR_BSR ? BSR : 0; }
@@ -211,31 +216,35 @@ effect_t effect_of(const op_t *op, bool sure, uint8_t asked)
     if (sure)
         uses &= ~kills;
     const opnd_t *first = &op->op_opnd1, *second = op_opnd2(op);
-    const uint32_t id = sfr_idOf(first);
+    const uint32_t id = sfr_idOf(first), to = role < ROLE_MOVE ? id : sfr_idOf(second);
     switch (role) {
     case ROLE_DEST:
-    case ROLE_LOAD: kills |= op->op_dest == DEST_W ? W : 0; [[fallthrough]];
-    case ROLE_READ:
-    case ROLE_MODIFY: uses |= address_uses(first, id, asked) | named(id); break;
+    case ROLE_LOAD:
+        kills |= op->op_dest == DEST_W ? W : 0;
+        uses |= address_uses(first, id, asked) | named(id) | (op->op_dest == DEST_F ? jump_uses(id) : 0);
+        break;
+    case ROLE_READ: uses |= address_uses(first, id, asked) | named(id); break;
+    case ROLE_MODIFY: uses |= address_uses(first, id, asked) | named(id) | jump_uses(id); break;
     case ROLE_WRITE:
         if (sure && id == SFR_WREG && sfr_isCertain(first)) {
             uses |= address_uses(first, id, asked) & ~W;
             kills |= W;
         } else {
-            uses |= address_uses(first, id, asked);
+            uses |= address_uses(first, id, asked) | jump_uses(id);
         }
         break;
     case ROLE_SET_BIT:
-        uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0);
+        uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0) | jump_uses(id);
         kills |= second->opnd_value.v_rtype == RT_CONST && sfr_isCertain(first) ? flag_of(op, id) : 0;
         break;
-    case ROLE_TEST_BIT:
-    case ROLE_TOGGLE_BIT: uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0) | flag_of(op, id); break;
+    case ROLE_TOGGLE_BIT: uses |= jump_uses(id); [[fallthrough]];
+    case ROLE_TEST_BIT: uses |= address_uses(first, id, asked) | (id == SFR_BSR ? BSR : 0) | flag_of(op, id); break;
     case ROLE_MOVE:
-        uses |= named(id) | (id == SFR_WREG || sfr_isPlusw(first) || sfr_isPlusw(second) ? W : 0);
+        uses |= named(id) | (id == SFR_WREG || is_formed_with_w(id) || is_formed_with_w(to) ? W : 0);
         uses |= pointer_may_be_core(first) ? ALL : 0;
-        kills |= sfr_isWreg(second) ? W : 0;
-        break;
+        kills |= to == SFR_WREG ? W : 0;
+        [[fallthrough]];
+    case ROLE_STORE: uses |= jump_uses(to) | (pointer_may_be_core(second) ? ALL : 0); break;
     case ROLE_NONE: break;
     }
     return made_of(uses, kills);
@@ -256,7 +265,8 @@ const opnd_t *op_written(const op_t *op)
     case ROLE_NONE:
     case ROLE_READ:
     case ROLE_LOAD:
-    case ROLE_TEST_BIT: break;
+    case ROLE_TEST_BIT:
+    case ROLE_STORE: break;
     }
     return nullptr;
 }

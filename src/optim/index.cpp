@@ -58,12 +58,13 @@ static uint64_t node_number(const op_t *op)
 // Whether what stands before `p` counts as well: a skip, without which `p` is no tail, or anything before another `goto`.
 static bool is_deep(op_t *p) { return p->op_type == T_GOTO || op_is_skip(index_before(p, true)); }
 
-// Of a `goto` with the instruction before it; `deep`: and with what stands before that.
+// Of a `goto` with the instruction before it; `deep`: and with what stands before that. Its entry may be older than the change
+// that made it the first node.
 static uint64_t key_of(op_t *jump, bool deep)
 {
     op_t *p = index_before(jump, true);
     const uint64_t key = mix(node_number(p), operand_number(&jump->op_opnd1));
-    return deep ? mix(key, node_number(index_before(p, true))) : key;
+    return deep && p->op_type != 0 ? mix(key, node_number(index_before(p, true))) : key;
 }
 
 // Appends the entries of `jump`, in no chain yet.

@@ -11,6 +11,7 @@
 #include "common/xalloc.h"
 #include "optim/effects.h"
 #include "optim/node.h"
+#include "optim/pointers.h"
 #include "optim/templates.h"
 
 constexpr int64_t BANK = 256;
@@ -38,6 +39,11 @@ void reg_load_w(const opnd_t *o)
 {
     const opnd_t operand = *o;   // it may be part of what is known
     if (operand.opnd_kind == OPND_DATA) {
+        const uint32_t id = sfr_idOf(&operand);
+        if (id != SFR_NONE && !sfr_selectOf(id)) {
+            reg_forget_w_reg();
+            return;
+        }
         state.w_reg = operand;
         equal = reg_place(&operand);
         return;
@@ -166,20 +172,20 @@ void reg_forget_machine()
 void reg_side_effects(const op_t *n)
 {
     const uint8_t ends = effect_ends(n);
-    if (ends == FX_ALL || op_writes_pcl(n)) {
+    const opnd_t *o = op_written(n);
+    const uint32_t id = o ? sfr_idOf(o) : SFR_NONE;
+    if (ends == FX_ALL || id == SFR_PCL || (o && pointer_may_be_core(o)) || (n->op_type == T_MOVF && op_writes_pcl(n))) {
         reg_forget_machine();
         return;
     }
-    const opnd_t *o = op_written(n);
     if (n->op_type == T_MOVFFL)
         reg_written(o);
-    if (ends & FX_BSR || (o && sfr_isBsr(o)))
+    if (ends & FX_BSR || id == SFR_BSR)
         reg_select_bank(nullptr);
-    if (o && sfr_isWreg(o) && n->op_type != T_MOVWF && n->op_type != T_MOVFF)
+    if (id == SFR_WREG && n->op_type != T_MOVWF && n->op_type != T_MOVFF)
         reg_forget_w();
-    if (o && sfr_isStatus(o) && n->op_type != T_BCF)
+    if (id == SFR_STATUS && n->op_type != T_BCF)
         state.carry = -1;
-    if ((o && sfr_isIndirect(o)) || (n->op_flags & OPF_INDEXED) ||
-        (sfr_idOf(&state.w_reg) != SFR_NONE && !sfr_isIndirect(&state.w_reg)))
+    if (sfr_selectOf(id) || (n->op_flags & OPF_INDEXED))
         reg_forget_w_reg();
 }

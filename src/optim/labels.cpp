@@ -81,6 +81,16 @@ static void note_taken(const value_t *v)
 
 bool leads_to_label(const op_t *op) { return op_is_branch(op) && op_is_simple(op); }
 
+// Whose labels are taken now and weren't, or the other way round, has changed.
+static void touch_if_taken_changed(const code_list_t *list)
+{
+    for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
+        if (op->op_type == T_NAME && !(op->op_sym->s_flags & S_TAKEN) != !(op->op_sym->s_flags & S_WAS_TAKEN)) {
+            list_touch(list->psect);
+            return;
+        }
+}
+
 void note_taken_labels()
 {
     for (const code_list_t *list : psect_list)
@@ -96,6 +106,8 @@ void note_taken_labels()
         }
     if (program.has_end_value)
         note_taken(&program.end_value);
+    for (const code_list_t *list : psect_list)
+        touch_if_taken_changed(list);
 }
 
 // Reachability. Nodes whose successors are still to be followed wait on a stack.

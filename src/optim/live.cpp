@@ -13,6 +13,7 @@
 #include "code/ops.h"
 #include "optim/effects.h"
 #include "optim/node.h"
+#include "optim/settled.h"
 
 constexpr int WAY = 40, QUESTION = 10000, DEEPEST = 3;
 
@@ -33,7 +34,13 @@ static uint8_t register_bit(reg_t r)
 }
 
 // The label's node that a jump or call leads to; null if that can't be told.
-static const op_t *label_led_to(const op_t *op) { return op_is_simple(op) ? op_target(op) : nullptr; }
+static const op_t *label_led_to(const op_t *op)
+{
+    const op_t *label = op_is_simple(op) ? op_target(op) : nullptr;
+    if (label)
+        settled_look(label->op_psect);
+    return label;
+}
 
 static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2);
 
@@ -94,7 +101,7 @@ static bool used(uint8_t r, const op_t *op, const op_t *stop1, const op_t *stop2
     bool maybe = false;   // the node may not run
     for (int left = WAY; op && left > 0 && use.left > 0; left--, use.left--) {
         const effect_t e = effect_of(op, !maybe, r);
-        if ((e.uses & r) || op_writes_pcl(op))
+        if (e.uses & r)
             return true;
         if (!maybe && (e.kills & r))
             return false;

@@ -8,6 +8,7 @@
 #include "code/sfrop.h"
 #include "common/stringcache.h"
 #include "optim/pointers.h"
+#include "optim/settled.h"
 
 static bool is_data(const op_t *op) { return op->op_type == T_DB || op->op_type == T_DS; }
 
@@ -87,10 +88,14 @@ static bool is_volatile_register(const opnd_t *o)
 
 bool op_marked(const op_t *op)
 {
-    return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) || is_volatile_register(op_opnd2(op));
+    return (op->op_flags & OPF_VOLATILE) || is_volatile_register(&op->op_opnd1) ||
+           (op->op_second && is_volatile_register(op->op_second));
 }
 
-bool op_volatile(const op_t *op) { return sfr_isIndirect(&op->op_opnd1) || sfr_isIndirect(op_opnd2(op)) || op_marked(op); }
+bool op_volatile(const op_t *op)
+{
+    return sfr_isIndirect(&op->op_opnd1) || (op->op_second && sfr_isIndirect(op->op_second)) || op_marked(op);
+}
 
 bool op_barrier(const op_t *op)
 {
@@ -199,8 +204,7 @@ bool op_uses_stack(const op_t *op)
 {
     if (op->op_type == T_EQU || op->op_type == T_SET)
         return false;   // names only
-    return op->op_type == T_PUSH || sfr_isTos(&op->op_opnd1) || sfr_isTos(op_opnd2(op)) ||
-           sfr_idOf(&op->op_opnd1) == SFR_STKPTR || sfr_idOf(op_opnd2(op)) == SFR_STKPTR;
+    return op->op_type == T_PUSH || sfr_isStack(&op->op_opnd1) || (op->op_second && sfr_isStack(op->op_second));
 }
 
 // Places.
@@ -216,7 +220,10 @@ op_t *op_landing(const op_t *jump)
     if (!op_is_simple(jump))
         return nullptr;
     op_t *label = jump->op_opnd1.opnd_value.v_sym->s_defop;
-    return label ? past_labels(label) : nullptr;
+    if (!label)
+        return nullptr;
+    settled_look(label->op_psect);
+    return past_labels(label);
 }
 
 // Operands.

@@ -78,7 +78,10 @@ static bool opnd_plain_reg(opnd_t *o)
 // Whether the operand of `op` can stand in a movff as it is.
 static bool names_whole_register(op_t *op)
 {
-    return !(op->op_flags & OPF_INDEXED) && reg_is_whole(&op->op_opnd1) && opnd_plain_reg(&op->op_opnd1);
+    if ((op->op_flags & OPF_INDEXED) || !reg_is_whole(&op->op_opnd1))
+        return false;
+    list_touch(op->op_psect);   // the operand may get another form
+    return opnd_plain_reg(&op->op_opnd1);
 }
 
 // Whether both are sure to be two registers.
@@ -544,11 +547,12 @@ static bool a2(op_t *n)
            deletes("A2", RO, n);
 }
 
-// A3 and A5: nothing is done to what sets a carry that is needed.
+// A3 and A5: nothing is done to what sets a carry that is needed. Where the rules behind don't apply either, as W is needed,
+// that is so without the long search.
 static bool a3_a5(op_t *n)
 {
     const bool steps = n->op_type == T_INCF && n->op_subop != TPL_COMF;
-    if ((!steps && n->op_type != T_ADDWF && n->op_type != T_SUBWF) || dead(REG_C, n))
+    if ((!steps && n->op_type != T_ADDWF && n->op_type != T_SUBWF) || (!reg_w_is(0) && !dead(REG_W, n)) || dead(REG_C, n))
         return false;
     walk.skipped = false;
     reg_forget_w();

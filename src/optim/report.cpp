@@ -37,6 +37,7 @@ static void trace_rule(std::string_view rule, const char *counter, const op_t *o
 void opt_fired(opt_rule_t rule, int counter, const op_t *op)
 {
     opt_changed = true;
+    list_touch(op->op_psect);
     change_step(rule, op);
     if (counter != CNT_NONE)
         counters[counter]++;

@@ -155,4 +155,13 @@ TEST_F(Optim, SharedTails)
     }
     EXPECT_GT(merged, 200u);
     opt_plain_search = codecov_seen = false;
+
+    // One that stands first when the dead code before it is gone
+    symbol_t *psect =
+        assemble("nop / USED / K: / goto s / N: / nop / USED / L: / goto s / M: / bz K / bz L / bz M / bz N / USED");
+    for (op_t *op = node(psect, 2); op->op_type != 0; op = op->op_next)
+        op->op_flags |= OPF_MARK;
+    jump_walk(psect);
+    EXPECT_EQ(shape_of(psect),
+              shape_of(assemble("K: / goto s / N: / nop / USED / L: / goto s / M: / bz K / bz L / bz M / bz N / USED")));
 }
