@@ -117,9 +117,16 @@ static void put_back(const output_t &o, int in)
 
 void guard_input(int fd)
 {
-    file_id_t id;
-    if (!identify(fd, &id))
+    struct stat info;
+    if (fstat(fd, &info) == 0)
+        guard_input(fd, info);
+}
+
+void guard_input(int fd, const struct stat &info)
+{
+    if (!S_ISREG(info.st_mode))
         return;
+    const file_id_t id = {info.st_dev, info.st_ino};
     add_input(id);
     for (size_t i = 0; i < st.output_count; i++) {
         const output_t o = st.outputs[i];

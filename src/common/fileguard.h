@@ -4,12 +4,15 @@
 // devices may stand for several outputs.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdio>
 
 // A file that is going to be read, or is open for reading. An output that has been opened early and turns out to be this
 // file is given up: its file gets back what it held, what is written to it goes nowhere, and its `lost` is called.
 void guard_source(const char *path);
 void guard_input(int fd);
+void guard_input(int fd, const struct stat &info);   // of which that is known
 
 // Opens an output, mode "w" or "a". Null with errno set if that fails, and if the file is an input or another output; then
 // nothing has been touched. Outputs that are opened before all inputs are known have `lost`, which tells the user, and

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "common/hash.h"
+#include "common/stringcache.h"
 #include "common/vector.h"
 #include "options.h"
 
@@ -17,6 +18,7 @@ void depfile_add(const char *path)
 {
     if (!opt.dep_file)
         return;
+    path = cache_string(path);
     if (!st.known) {
         st.files = vec_make<const char *>();
         st.known = hash_make<const char *, uint64_t>(127, hash_string, hash_strcmp);

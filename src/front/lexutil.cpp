@@ -114,21 +114,23 @@ static bool read_more(input_ctx_t *c)
     return false;
 }
 
-// Reads the first block of an open file, so that a failing device shows at once.
-static bool read_first(input_ctx_t *c, int fd)
+// Reads the first block of an open file, so that a failing device shows at once. A small file is read whole, and needs no second
+// look for its end.
+static bool read_first(input_ctx_t *c, const opened_t &source)
 {
     keep_room(c, 0, BLOCK);
-    ssize_t n = read(fd, c->buf, c->capacity - 1);
+    const size_t room = c->capacity - 1;
+    ssize_t n = read(source.fd, c->buf, room);
     if (n < 0) {
         int why = errno;
-        close(fd);
+        close(source.fd);
         errno = why;
         return false;
     }
-    c->fd = fd;
+    c->fd = source.fd;
     c->begin = 0;
     c->end = static_cast<size_t>(n);
-    c->at_eof = n == 0;
+    c->at_eof = n == 0 || (n == source.size && c->end < room);
     c->text = nullptr;
     return true;
 }
@@ -175,8 +177,8 @@ bool lex_open(const char *name)
 {
     input_ctx_t *c = next_context();
     const char *path = name;
-    const int fd = source_open(&path, lx.depth > 0);
-    if (fd < 0 || !read_first(c, fd)) {
+    const opened_t source = source_open(&path, lx.depth > 0);
+    if (source.fd < 0 || !read_first(c, source)) {
         cant_open(name);
         return false;
     }

@@ -15,37 +15,43 @@
 #include "env/registry.h"
 #include "options.h"
 
+static constexpr opened_t NOT_OPENED = {-1, -1};
+
 // Dependencies tell of it as `told`.
-static int open_file(const char *path, const char *told)
+static opened_t open_file(const char *path, const char *told)
 {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    struct stat info;
     if (fd < 0)
-        return -1;
-    if (fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {   // a directory opens and can't be read
+        return NOT_OPENED;
+    struct stat info;
+    const bool known = fstat(fd, &info) == 0;
+    if (known && S_ISDIR(info.st_mode)) {   // a directory opens and can't be read
         close(fd);
         errno = EISDIR;
-        return -1;
+        return NOT_OPENED;
     }
-    guard_input(fd);
-    depfile_add(cache_string(told));
-    return fd;
+    if (known)
+        guard_input(fd, info);
+    depfile_add(told);
+    return {fd, known && S_ISREG(info.st_mode) ? info.st_size : -1};
 }
 
-static int open_spelt(const char *name)
+static opened_t open_spelt(const char *name)
 {
+    opened_t source = open_file(name, name);
+    if (source.fd >= 0)
+        return source;
+    const int why = errno;
     const char *dir = cache_dirname(name), *last = cache_basename(name), *dot = strrchr(last, '.');
     const char *stem = dot ? cache_substring(last, static_cast<size_t>(dot - last)) : last;
     const char *others[] = {cache_lower(last), cache_upper(last), dot ? cache_concat(stem, cache_lower(dot)) : nullptr};
-    int fd = open_file(name, name);
-    const int why = errno;
     for (const char *other : others)
-        if (fd < 0 && other) {
+        if (source.fd < 0 && other) {
             const char *path = dir ? cache_printf("%s/%s", dir, other) : other;
-            fd = open_file(path, path);
+            source = open_file(path, path);
         }
     errno = why;
-    return fd;
+    return source;
 }
 
 std::vector<const char *> source_folders()
@@ -58,24 +64,25 @@ std::vector<const char *> source_folders()
     return folders;
 }
 
-int source_open(const char **name, bool included)
+opened_t source_open(const char **name, bool included)
 {
     if (!included && opt.source_name) {   // what a preprocessor made stands for what it was made of
-        const int made = open_file(*name, opt.source_name);
+        const opened_t made = open_file(*name, opt.source_name);
         *name = opt.source_name;
         return made;
     }
-    int fd = open_spelt(*name);
-    if (fd >= 0 || !included || **name == '/')
-        return fd;
+    opened_t source = open_spelt(*name);
+    if (source.fd >= 0 || !included || **name == '/')
+        return source;
     const int why = errno;
     for (const char *dir : source_folders()) {
         const char *path = cache_printf("%s/%s", dir, *name);
-        if ((fd = open_spelt(path)) >= 0) {
+        source = open_spelt(path);
+        if (source.fd >= 0) {
             *name = path;
-            return fd;
+            return source;
         }
     }
     errno = why;
-    return -1;
+    return NOT_OPENED;
 }
