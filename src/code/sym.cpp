@@ -155,7 +155,9 @@ void sym_unlink(symbol_t *s)
 
 static symbol_t *make_record(const char *name, size_t len, uint32_t hash)
 {
-    symbol_t *s = static_cast<symbol_t *>(xalloc_from(st.records, sizeof(symbol_t) + len + 1));
+    const size_t size = sizeof(symbol_t) + len + 1;
+    void *again = xspare(size);
+    symbol_t *s = static_cast<symbol_t *>(again ? again : xalloc_from(st.records, size));
     char *copy = reinterpret_cast<char *>(s + 1);
     memcpy(copy, name, len);
     s->s_name = copy;
@@ -260,7 +262,11 @@ symbol_t *sym_clone(const symbol_t *s)
     return copy;
 }
 
-void sym_free(symbol_t *s) { xfree(s); }
+void sym_free(symbol_t *s)
+{
+    const bool has_name = s->s_name == reinterpret_cast<const char *>(s + 1);   // a clone has another one's
+    xgive_back(s, sizeof(symbol_t) + (has_name ? strlen(s->s_name) + 1 : 0));
+}
 
 fn_t *sym_fn(symbol_t *s)
 {

@@ -13,7 +13,8 @@
 // tried. Few processes have anything in those addresses. Systems that don't know MAP_FIXED_NOREPLACE take the place for a
 // hint, and what they put elsewhere goes back.
 //
-// Mapped pages are zero, and memory is never handed out twice, so nothing has to be cleared.
+// Mapped pages are zero, so only what is handed out again has to be cleared. What was given back waits in a list for its
+// size, chained through its first word; sizes that get pages of their own are forgotten.
 #include "common/xalloc.h"
 
 #include <sys/mman.h>
@@ -23,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "common/failure.h"
 
@@ -45,6 +47,10 @@ void *xalloc_slow(size_t size)
 }
 
 void xfree(void *p) { free(p); }
+
+void xgive_back(void *p, size_t) { free(p); }
+
+void *xspare(size_t) { return nullptr; }
 
 #else
 
@@ -122,6 +128,27 @@ void *xalloc_slow(size_t size)
 }
 
 void xfree(void *) {}
+
+static void *spare[SMALL_BLOCK / 8 / 8 + 1];   // by size in words
+
+void xgive_back(void *p, size_t size)
+{
+    const size_t words = (size + 7) / 8;
+    if (words == 0 || words >= std::size(spare))
+        return;
+    memcpy(p, &spare[words], sizeof(void *));
+    spare[words] = p;
+}
+
+void *xspare(size_t size)
+{
+    const size_t words = (size + 7) / 8;
+    void *p = words < std::size(spare) ? spare[words] : nullptr;
+    if (!p)
+        return nullptr;
+    memcpy(&spare[words], p, sizeof(void *));
+    return memset(p, 0, words * 8);
+}
 
 #endif
 

@@ -2,8 +2,9 @@
 //
 // Everything the assembler builds lives until the process ends, so there is one arena: memory comes from the
 // system in large blocks that are already zero, is handed out by moving a pointer, and is never given back.
-// That makes an allocation a few instructions and leaves nothing to own, to free or to leak. Records that are
-// made and dropped at a high rate (code list nodes, container entries) keep free lists of their own on top.
+// That makes an allocation a few instructions and leaves nothing to own, to free or to leak. What is made and dropped
+// at a high rate goes back to free lists: those of xgive_back, or others that a module keeps for its records (code list
+// nodes, container entries).
 //
 // On Linux of 64 bits it lies in the first 16 GB of addresses, so that ref.h can make do with 32 bits, and XALLOC_LOW is 1;
 // who needs more is out of memory, as a program of a hundred million lines would be. Elsewhere it lies where the system puts it.
@@ -73,6 +74,16 @@ inline void *xalloc_from(xarena_t &pool, size_t size)
 
 // Gives up memory from xalloc; null is accepted. The arena keeps it, AddressSanitizer sees any later use of it.
 void xfree(void *p);
+
+// Gives up memory of `size` bytes from xalloc, or one of its pools, for the two functions below to hand out again.
+// AddressSanitizer sees any use in between, as they have none under it.
+void xgive_back(void *p, size_t size);
+void *xspare(size_t size);   // zeroed memory that was given back with that size, to a multiple of eight; null: there is none
+inline void *xalloc_again(size_t size)
+{
+    void *p = xspare(size);
+    return p ? p : xalloc(size);
+}
 
 // `n` zeroed records of the plain type T.
 template <class T> inline T *xnew(size_t n = 1)

@@ -13,10 +13,14 @@
 // line that defined the macro is read again, though, so is all of the definition: that is one error, and its text is passed
 // over. For any other call of this kind the `endm` that it leaves over tells where to look.
 //
+// The arguments of an expansion and a block without a name go back when they are done with, as a program may have any number
+// of them. Only where the way to each node is kept (origins) does it lead into the texts of such blocks, and they stay.
+//
 // What may bite: the words `macro`, `rept`, `irp`, `irpc` and `endm` count as such wherever they stand in a body's line,
 // outside of strings and comments.
 #include "front/macro.h"
 
+#include <cstdio>
 #include <cstring>
 #include <strings.h>
 
@@ -50,7 +54,8 @@ struct macro_t {
 
 struct macro_frame_t {
     macro_t *mf_macro;
-    vec_t<const char *> mf_args, mf_locals;
+    vec_t<const char *> mf_args;   // null: empty, or left out
+    vec_t<const char *> mf_locals;
 };
 
 constexpr unsigned FRAMES = 30;        // expansions nest one less deep
@@ -117,9 +122,23 @@ static void cut_blanks(text_t *t)
         t->length--;
 }
 
+// A copy for as long as drop_texts hasn't had it.
+static const char *copy_text(const char *s)
+{
+    const size_t size = strlen(s) + 1;
+    return static_cast<const char *>(memcpy(xalloc_again(size), s, size));
+}
+
+static void drop_texts(vec_t<const char *> texts)
+{
+    for (const char *s : texts)
+        if (s)
+            xgive_back(const_cast<char *>(s), strlen(s) + 1);
+}
+
 // Arguments.
 
-// Reads one raw argument from the line at *at, which moves on. Null: there is no string.
+// Reads one raw argument from the line at *at, which moves on. It stays until the next one is read. Null: there is none.
 static const char *macro_arg(const char **at)
 {
     const char *p = *at;
@@ -165,7 +184,8 @@ static const char *macro_arg(const char **at)
     if (*p == ',')
         p++;
     *at = p;
-    return gathered ? xstrndup(t->s, t->length) : nullptr;
+    put(t, '\0');
+    return gathered ? t->s : nullptr;
 }
 
 static const char *trim(const char *s) { return cache_trim_chars(s, "\t\n\v\f\r "); }
@@ -178,32 +198,49 @@ static void macro_expand(macro_t *m)
         alert_text("F", "macro \"%s\": expansions nested more than %u deep", m->m_name, FRAMES - 1);
     macro_frame_t *f = &ms.stack[ms.top + 1];
     f->mf_macro = m;
-    f->mf_args = vec_make<const char *>(m->m_nparams ? m->m_nparams : 1);
-    f->mf_locals = vec_make<const char *>(m->m_nlocals ? m->m_nlocals : 1);
+    f->mf_args = vec_make<const char *>();
+    f->mf_locals = vec_make<const char *>();
     if (m->m_kind == KIND_MACRO) {
         const char *at = lex_line_rest();
         for (unsigned i = 0; i < m->m_nparams; i++) {
             const char *arg = macro_arg(&at);
-            vec_add(f->mf_args, arg ? arg : "");
+            vec_add(f->mf_args, arg ? copy_text(arg) : nullptr);
         }
     } else if (m->m_kind == KIND_IRP) {
         vec_add(f->mf_args, vec_elementAt(m->m_list, static_cast<uint32_t>(m->m_count)));
     } else if (m->m_kind == KIND_IRPC) {
         vec_add(f->mf_args, cache_printf("%c", m->m_chars[m->m_count]));
     }
-    for (unsigned i = 0; i < m->m_nlocals; i++)
-        vec_add(f->mf_locals, xsprintf("??%04u", ms.local_counter++));
+    for (unsigned i = 0; i < m->m_nlocals; i++) {
+        char name[16];
+        snprintf(name, sizeof name, "??%04u", ms.local_counter++);
+        vec_add(f->mf_locals, copy_text(name));
+    }
     ms.top++;
     lex_push_text(m->m_body, m->m_length);
     origins_enter(m);
 }
 
+// A block without a name is done with.
+static void drop_block(macro_t *m)
+{
+    if (origins_kept())
+        return;
+    vec_destroy(m->m_dropped.raw);
+    vec_destroy(m->m_list.raw);
+    xgive_back(const_cast<char *>(m->m_body), m->m_length + 1);
+    xgive_back(m, sizeof *m);
+}
+
 void macro_end()
 {
-    macro_t *m = ms.stack[ms.top].mf_macro;
-    vec_destroy(ms.stack[ms.top].mf_args.raw);
-    vec_destroy(ms.stack[ms.top].mf_locals.raw);
-    ms.top--;
+    const macro_frame_t *f = &ms.stack[ms.top--];
+    macro_t *m = f->mf_macro;
+    if (m->m_kind == KIND_MACRO)   // the others' are cached
+        drop_texts(f->mf_args);
+    drop_texts(f->mf_locals);
+    vec_destroy(f->mf_args.raw);
+    vec_destroy(f->mf_locals.raw);
     bool again = false;
     switch (m->m_kind) {
     case KIND_MACRO: break;
@@ -213,6 +250,8 @@ void macro_end()
     }
     if (again)
         macro_expand(m);
+    else if (m->m_kind != KIND_MACRO)
+        drop_block(m);
 }
 
 const char *macro_subst(unsigned char selector)
@@ -430,7 +469,7 @@ static void macro_capture(macro_t *m, names_t *locals)
     // `endm` may stand behind other text of its line.
     if (ms.body.length > 0 && ms.body.s[ms.body.length - 1] != '\n')
         put(&ms.body, '\n');
-    char *copy = static_cast<char *>(xalloc(ms.body.length + 1));
+    char *copy = static_cast<char *>(xalloc_again(ms.body.length + 1));
     if (ms.body.length > 0)
         memcpy(copy, ms.body.s, ms.body.length);
     m->m_length = ms.body.length;
@@ -490,7 +529,7 @@ static void macro_define(macro_t *m)
 
 static macro_t *block(macro_kind_t kind, const char *name)
 {
-    macro_t *m = xnew<macro_t>();
+    macro_t *m = static_cast<macro_t *>(xalloc_again(sizeof(macro_t)));
     m->m_kind = kind;
     m->m_name = name;
     m->m_place = {srcpos.cur_file, srcpos.cur_line};
@@ -575,6 +614,8 @@ bool macro_rept(uint16_t)
     defined_here();
     if (m->m_count > 0 && m->m_length > 0)
         macro_expand(m);
+    else
+        drop_block(m);
     return true;
 }
 
@@ -585,6 +626,8 @@ bool macro_irp(uint16_t)
     defined_here();
     if (vec_size(m->m_list) > 0)
         macro_expand(m);
+    else
+        drop_block(m);
     return true;
 }
 
@@ -595,5 +638,7 @@ bool macro_irpc(uint16_t)
     defined_here();
     if (*m->m_chars)
         macro_expand(m);
+    else
+        drop_block(m);
     return true;
 }

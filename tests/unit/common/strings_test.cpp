@@ -80,6 +80,32 @@ TEST(Xalloc, BlocksAndTooMuch)
     }
 }
 
+#if !XALLOC_CHECKED
+// What comes again is clean, as large as what was given back, and nobody else's.
+TEST(Xalloc, HandedOutAgain)
+{
+    char *small = static_cast<char *>(xalloc(17)), *large = static_cast<char *>(xalloc(32768)),
+         *pages = static_cast<char *>(xalloc(32769));
+    const struct {
+        char *p;
+        size_t size;
+    } given[] = {{small, 17}, {large, 32768}, {pages, 32769}};
+    for (const auto &g : given) {
+        memset(g.p, 0xFF, g.size);
+        xgive_back(g.p, g.size);
+    }
+    for (size_t size : {size_t{0}, size_t{16}, size_t{25}, size_t{32760}, size_t{32769}, SIZE_MAX - 7})
+        EXPECT_EQ(xspare(size), nullptr) << size;
+    EXPECT_EQ(xspare(24), small);
+    EXPECT_EQ(xspare(24), nullptr);
+    EXPECT_EQ(std::string(small, 17), std::string(17, '\0'));
+    EXPECT_EQ(xalloc_again(32761), large);
+    EXPECT_EQ(std::string(large, 32768), std::string(32768, '\0'));
+    char *fresh = static_cast<char *>(xalloc_again(32761));
+    EXPECT_NE(fresh, large);
+}
+#endif
+
 #if XALLOC_LOW
 // Strangers lie in all low addresses but the last: there the arena goes on until they are full. What lies higher no ref takes.
 TEST(Xalloc, StaysLow)
