@@ -234,6 +234,7 @@ static void take_definition(const value_t &value)
 static constexpr code_sink_t sink = {
     .put = take_word,
     .move = pass_over,
+    .step = nullptr,
     .define = take_definition,
     .condition = nullptr,
     .check = nullptr,

@@ -10,8 +10,8 @@
 enum : uint32_t { MOST = 256 };   // items of a run
 
 static struct {
-    data_run_t *first, **link;   // of the statement
-    uint32_t count, width;       // of the run that is being made
+    ref<data_run_t> first, *link;   // of the statement
+    uint32_t count, width;          // of the run that is being made
     union {
         uint8_t bytes[MOST];
         int32_t numbers[MOST];
@@ -52,7 +52,8 @@ static void end_run()
         return;
     const size_t size = size_t{st.count} * item_size(st.width);
     data_run_t *run = static_cast<data_run_t *>(xalloc(sizeof *run + size));
-    *run = {nullptr, st.count, st.width};
+    run->count = static_cast<uint16_t>(st.count);
+    run->width = static_cast<uint8_t>(st.width);
     memcpy(static_cast<void *>(run + 1), st.values, size);
     *st.link = run;
     st.link = &run->next;

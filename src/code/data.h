@@ -1,7 +1,8 @@
 // data: the items of a data statement.
 //
 // Tables are most of what a program holds in data, and nearly all of their items are small numbers. So the items of a node
-// lie packed, in runs: numbers of one or four bytes, or whole values where an item is no such number.
+// lie packed, in runs: numbers of one or four bytes, or whole values where an item is no such number. Where nobody asks which
+// node a line has made, a node takes in the statements that go on with its table; what follows tells how far below they stand.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +12,10 @@
 
 // Behind the record stand `count` items, each a number of `width` bytes, or a value_t where `width` is 0.
 struct data_run_t {
-    data_run_t *next;
-    uint32_t count, width;
+    ref<data_run_t> next;
+    uint16_t count;
+    uint8_t width;
+    uint8_t below;   // the first run of one more statement: lines that it stands below the one before; otherwise 0
 };
 
 // A walk over all items in their order: for (const value_t &item : data_items(op)).

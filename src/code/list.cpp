@@ -368,6 +368,7 @@ void op_set_position(const op_t *node)
     srcpos.cur_file = op_file(node) ? op_file(node) : "";
     srcpos.cur_line = static_cast<int64_t>(op_line(node));
     srcpos.placed = node;
+    srcpos.below = 0;
 }
 
 // References.

@@ -19,6 +19,7 @@ struct srcpos_t {
     bool src_stale;              // `#` told it, or an include has ended since: cur_line has gone on, src_line hasn't
     bool line_follows;           // `line #` is in force: src_line copies phys_line for every statement
     const struct op_t *placed;   // a pass behind the parser has taken the position of this node last; null: none has
+    uint32_t below;              // and gone on by so many lines: a node of data has those of a table
     // The node that a pass behind the parser is at, and which of its operands, from 1; null, 0: none.
     const struct op_t *node;
     unsigned operand;

@@ -285,7 +285,7 @@ static void write_excerpt(const excerpt_t &e, int64_t number, const char *color)
 static void note_origins(diagnostic_t *d, const alert_report_t *r, const lex_line_t *being_read)
 {
     const op_t *op = srcpos.placed;
-    const bool of_node = op && r->line > 0 && op_line(op) == static_cast<uint64_t>(r->line) && op_file(op) &&
+    const bool of_node = op && r->line > 0 && op_line(op) + srcpos.below == static_cast<uint64_t>(r->line) && op_file(op) &&
                          strcmp(op_file(op), r->file) == 0 && r->severity != ALERT_MESSAGE;
     const std::vector<line_origin_t> way = being_read ? origins_here()
                                            : of_node  ? origins_of_node(op->op_id)

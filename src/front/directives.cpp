@@ -11,6 +11,7 @@
 
 #include "chip/config.h"
 #include "code/data.h"
+#include "code/srclines.h"
 #include "common/alert.h"
 #include "common/srcpos.h"
 #include "common/stringcache.h"
@@ -60,6 +61,56 @@ static bool d_endif(uint16_t)
 
 // Data and position.
 
+// The table that is being written: the node and last run of the data read last, if more may join it.
+static struct {
+    op_t *node;   // null: none may
+    data_run_t *last;
+    const char *file;
+    int64_t line;
+} table;
+
+// Whether nobody will ask which node this line has made, or for more of it than its numbers and its place.
+static bool line_can_join()
+{
+    const bool asked = opt.list_enabled || opt.asm_output || opt.optimise || opt.xinst_optimise || opt.errata_mask ||
+                       opt.line_records || srclines.kept;
+    const bool told = srcpos.src_line != 0 || srcpos.line_follows || srcpos.line_volatile || srcpos.line_volsfr ||
+                      srcpos.line_compiled || parse_state.stmt_flags || parse_state.callstack_depth;
+    return !asked && !told && !lex_in_expansion();
+}
+
+// Whether nothing but lines that make no node stands between the table and this line of the same file.
+static bool goes_on(uint16_t width)
+{
+    const op_t *op = table.node;
+    const int64_t below = srcpos.cur_line - table.line;
+    return op && op == cur_psect->s_psect->p_code->tail.op_prev && op->op_id == op_last_id() && op->op_subop == width &&
+           table.file == srcpos.cur_file && below > 0 && below <= UINT8_MAX;
+}
+
+// The data of one statement: a node, or part of the one before.
+static void add_data(uint16_t width, data_run_t *first)
+{
+    data_run_t *last = first;
+    bool numbers = first->width != 0;
+    for (; last->next; last = last->next)
+        numbers = numbers && last->next->width != 0;
+    const bool can_join = numbers && line_can_join();
+    if (can_join && goes_on(width)) {
+        first->below = static_cast<uint8_t>(srcpos.cur_line - table.line);
+        table.last->next = first;
+        parse_state.last_op = table.node;
+    } else {
+        op_t *op = stmt_new_op(T_DB);
+        op->op_subop = width;
+        op->op_data = first;
+        table.node = can_join ? op : nullptr;
+    }
+    table.last = last;
+    table.file = srcpos.cur_file;
+    table.line = srcpos.cur_line;
+}
+
 static bool d_db(uint16_t width)
 {
     data_begin();
@@ -69,9 +120,7 @@ static bool d_db(uint16_t width)
             return false;
         data_add(&v);
     } while (accept(T_COMMA));
-    op_t *op = stmt_new_op(T_DB);
-    op->op_subop = width;
-    op->op_data = data_end();
+    add_data(width, data_end());
     return true;
 }
 

@@ -18,6 +18,7 @@
 static struct {
     const char *last_file;   // told to debuggers
     uint64_t last_line;
+    bool full;   // the psect being emitted reaches what offsets can't tell
 } st;
 
 static void move_to(uint64_t position)
@@ -27,9 +28,29 @@ static void move_to(uint64_t position)
     obj_text_begin();
 }
 
+static void check_offset(uint64_t offset)
+{
+    if (offset >= OFFS_MAX && !st.full) {
+        alert_text("E", "psect \"%.60s\" reaches the offset 0xFFFFFFFF", cur_psect->s_name);
+        st.full = true;
+    }
+}
+
+// What a statement is asked when it has been encoded, and the next one ahead of that.
+static bool step_down(uint32_t lines)
+{
+    doubts_past();
+    srcpos.cur_line += lines;
+    srcpos.below += lines;
+    srcpos.operand = 0;
+    check_offset(cur_psect->s_psect->p_curr);
+    return !st.full;
+}
+
 static constexpr code_sink_t object = {
     .put = emit_bytes,
     .move = move_to,
+    .step = step_down,
     .define = nullptr,
     .condition = obj_cond_expr,
     .check = obj_range_check,
@@ -83,14 +104,14 @@ void emit_psect(symbol_t *psect)
     p->p_curr = 0;
     obj_text_begin();
     st.last_file = nullptr;
+    st.full = false;
     doubts_begin();
     for (const op_t *op = p->p_code->head.op_next;; op = op_step(op)) {
         const bool end = op->op_type == 0;
         if (!end)
             op_set_position(op);
-        if (op->op_offs == OFFS_MAX)
-            alert_text("E", "psect \"%.60s\" reaches the offset 0xFFFFFFFF", psect->s_name);
-        if (end || op->op_offs == OFFS_MAX)
+        check_offset(op->op_offs);
+        if (end || st.full)
             break;
         if (op->op_flags & OPF_SKIPPED || is_silent(op))
             continue;

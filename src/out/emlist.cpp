@@ -191,6 +191,7 @@ static void list_address(const value_t &value)
 static constexpr code_sink_t words = {
     .put = list_word,
     .move = list_move,
+    .step = nullptr,
     .define = list_address,
     .condition = nullptr,
     .check = nullptr,

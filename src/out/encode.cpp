@@ -196,7 +196,11 @@ static void enc_nop(const op_t *op)
 static void enc_db(const op_t *op)
 {
     const unsigned width = data_item_width(op);
-    for (value_t v : data_items(op)) {
+    const data_items_t items = data_items(op);
+    for (auto at = items.begin(); at != items.end(); ++at) {
+        if (at.at == 0 && at.run->below && sink->step && !sink->step(at.run->below))
+            return;
+        value_t v = *at;
         srcpos.operand++;
         operand_reduce(&v);
         sink->put(0, &v, width, width * 8);

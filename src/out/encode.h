@@ -11,6 +11,7 @@ struct code_sink_t {
     // Takes the low `nbytes` bytes of `word`, whose `bits` bits at bit 0 get `value` (null, or normalised), and advances p_curr.
     void (*put)(uint64_t word, const value_t *value, unsigned nbytes, unsigned bits);
     void (*move)(uint64_t position);           // sets p_curr
+    bool (*step)(uint32_t lines);              // what comes stands so many lines below what came, see data; false: enough
     void (*define)(const value_t &value);      // what `equ` and `set` define
     void (*condition)(const value_t *value);   // of an arm that the linker decides on
     // `value` is to be at most `limit`; ahead of the word of `nbytes` bytes whose field gets `field`.
