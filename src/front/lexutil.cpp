@@ -426,6 +426,21 @@ static int64_t convert(const char *s, size_t len, unsigned radix)
     return static_cast<int64_t>(n);
 }
 
+// Most numbers are a few decimal digits with nothing behind them that could make something else of them. False if not.
+static bool scan_decimal()
+{
+    constexpr int MOST = 18;   // digits of any number that fits
+    const char *p = lx.at;
+    int64_t n = 0;
+    for (; lex_is_digit(*p) && p - lx.at < MOST; p++)
+        n = n * 10 + (*p - '0');
+    if (p == lx.at || *p == '.' || class_of(*p) & (C_LETTER | C_HEX | C_DIGIT))
+        return false;
+    lx.at = p;
+    yylval.num = n;
+    return true;
+}
+
 // Scans the number whose first character is *lx.at. `radix` is what a prefix gave, or 0; `quoted` says that the number
 // stands between quotes.
 static int scan_number(unsigned radix, bool quoted)
@@ -685,7 +700,7 @@ int yylex()
             break;
         default:
             if (lex_is_digit(c) && lex_mode != LM_CHIP)
-                return scan_number(0, false);
+                return lx.radix == 10 && scan_decimal() ? int{T_INT} : scan_number(0, false);
             token = next == '\'' ? scan_quoted_form() : 0;
             if (!token)
                 token = scan_word();
