@@ -178,7 +178,7 @@ void reg_side_effects(const op_t *n)
         reg_forget_machine();
         return;
     }
-    if (n->op_type == T_MOVFFL)
+    if (o && n->op_type == T_MOVFFL)
         reg_written(o);
     if (ends & FX_BSR || id == SFR_BSR)
         reg_select_bank(nullptr);
