@@ -386,15 +386,15 @@ static void print_aims(const std::vector<contestant_t> &all)
 {
     const contestant_t *own = by_name(all, "aszel8"), *plain = by_name(all, "plain");
     printf("\n");
-    print_ratio("lines per second, as a multiple of GNU as for AVR", best, by_name(all, "gas-avr"), own, ">=", 1);
-    print_ratio("peak memory, as a fraction of LLVM's for AVR", peak_mb, own, by_name(all, "llvm-avr"), "<=", 1);
+    print_ratio("lines per second, as a multiple of GNU as for AVR", best, by_name(all, "gas-avr"), own, ">=", 2);
+    print_ratio("peak memory, as a fraction of LLVM's for AVR", peak_mb, own, by_name(all, "llvm-avr"), "<=", 0.6);
     print_ratio("lines per second of macros, as a fraction of plain source", best, own, by_name(all, "macros"), ">=", 0.5);
     print_doubling(own, 2.1);
     if (own && !own->start.runs.empty())
-        print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 10);
+        print_aim("one-line source, chip file of 300 registers, median in ms", median(own->start) * 1e3, "<=", 3);
     print_ratio("time with a listing, as a multiple of the plain run's", best, by_name(all, "-L"), own, "<=", 2.6);
-    print_ratio("time of -O, as a multiple of the plain run's", best, by_name(all, "-O"), plain, "<=", 6);
-    print_ratio("time of -O --opt=space, as a multiple of the plain run's", best, by_name(all, "space"), plain, "<=", 12);
+    print_ratio("time of -O, as a multiple of the plain run's", best, by_name(all, "-O"), plain, "<=", 3.3);
+    print_ratio("time of -O --opt=space, as a multiple of the plain run's", best, by_name(all, "space"), plain, "<=", 5);
     print_doubling(by_name(all, "gotos"), 2.3);
 }
 
