@@ -216,13 +216,6 @@ static void size_if_any(symbol_t *psect)
         size_psect(psect);
 }
 
-static void build_all_refs()
-{
-    each_psect(list_clear_refs);
-    each_psect(list_build_refs);
-    note_taken_labels();
-}
-
 // A jump to a name that was given to a label by `equ` leads to the label.
 static void resolve_jumps(symbol_t *psect)
 {

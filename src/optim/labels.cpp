@@ -67,13 +67,23 @@ bool label_begins_function(const op_t *label)
     return false;
 }
 
-// Labels whose place counts.
+// References, and labels whose place counts.
+
+static vec_t<symbol_t *> taken;   // what has S_TAKEN
+
+static void take(symbol_t *s)
+{
+    if (s->s_flags & S_TAKEN)
+        return;
+    s->s_flags |= S_TAKEN;
+    vec_add(taken, s);
+}
 
 // Depth is bounded by the size of a tree.
 static void note_taken(const value_t *v)
 {
     if (v->v_rtype == RT_SYM || v->v_rtype == RT_SYM_SEG)
-        v->v_sym->s_flags |= S_TAKEN;
+        take(v->v_sym);
     else if (rtype_is_binary(v->v_rtype) || rtype_is_unary(v->v_rtype))
         for (int i = rtype_is_binary(v->v_rtype); i >= 0; i--)
             note_taken(&v->v_kids[i]);
@@ -81,33 +91,45 @@ static void note_taken(const value_t *v)
 
 bool leads_to_label(const op_t *op) { return op_is_branch(op) && op_is_simple(op); }
 
-// Whose labels are taken now and weren't, or the other way round, has changed.
-static void touch_if_taken_changed(const code_list_t *list)
+static void note_taken_by(const code_list_t *list)
 {
-    for (const op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op))
-        if (op->op_type == T_NAME && !(op->op_sym->s_flags & S_TAKEN) != !(op->op_sym->s_flags & S_WAS_TAKEN)) {
-            list_touch(list->psect);
-            return;
-        }
+    for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
+        if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !leads_to_label(op))
+            note_taken(&op->op_opnd1.opnd_value);
+        if (op_opnd2(op)->opnd_value.v_rtype != RT_CONST)
+            note_taken(&op_opnd2(op)->opnd_value);
+        if (op->op_type == T_NAME && (op->op_flags & OPF_PINNED))
+            take(op->op_sym);
+        for (const value_t &item : data_items(op))
+            note_taken(&item);
+    }
 }
 
-void note_taken_labels()
+// A psect has changed if a label of it is taken now and wasn't, or the other way round.
+static void touch_if_changed(vec_t<symbol_t *> symbols)
 {
+    for (const symbol_t *s : symbols)
+        if (!(s->s_flags & S_TAKEN) != !(s->s_flags & S_WAS_TAKEN) && s->s_defop && s->s_defop->op_type == T_NAME)
+            list_touch(s->s_defop->op_psect);
+}
+
+void build_all_refs()
+{
+    vec_t<symbol_t *> before = taken;
+    taken = vec_make<symbol_t *>();
     for (const code_list_t *list : psect_list)
-        for (op_t *op = list->head.op_next; op->op_type != 0; op = op_step(op)) {
-            if (op->op_opnd1.opnd_value.v_rtype != RT_CONST && !leads_to_label(op))
-                note_taken(&op->op_opnd1.opnd_value);
-            if (op_opnd2(op)->opnd_value.v_rtype != RT_CONST)
-                note_taken(&op_opnd2(op)->opnd_value);
-            if (op->op_type == T_NAME && (op->op_flags & OPF_PINNED))
-                op->op_sym->s_flags |= S_TAKEN;
-            for (const value_t &item : data_items(op))
-                note_taken(&item);
-        }
+        list_clear_refs(list->psect);
+    for (const code_list_t *list : psect_list) {   // which is in the cache when it is walked again
+        list_build_refs(list->psect);
+        note_taken_by(list);
+    }
     if (program.has_end_value)
         note_taken(&program.end_value);
-    for (const code_list_t *list : psect_list)
-        touch_if_taken_changed(list);
+    touch_if_changed(taken);
+    if (before) {
+        touch_if_changed(before);
+        vec_destroy(before.raw);
+    }
 }
 
 // Reachability. Nodes whose successors are still to be followed wait on a stack.

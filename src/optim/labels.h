@@ -14,9 +14,9 @@ bool leads_to_label(const op_t *op);
 // Whether it is called, or named otherwise than by jumps: what stands before it may be another function.
 bool label_begins_function(const op_t *label);
 
-// Marks the labels of all psects that data, literals or definitions refer to with S_TAKEN: their place counts, whoever
-// jumps.
-void note_taken_labels();
+// Makes the references to the labels of all psects anew, and marks those that data, literals or definitions refer to with
+// S_TAKEN: their place counts, whoever jumps.
+void build_all_refs();
 
 void reach_mark(op_t *op);                  // OPF_MARK on what is reached from `op`
 void reach_mark_psect(code_list_t *list);   // and on all that may be reached in the list

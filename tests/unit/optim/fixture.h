@@ -119,7 +119,7 @@ class Optim : public testing::Test
                 const std::string before = shape(psect);
                 for (op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
                     op->op_flags |= OPF_MARK;
-                note_taken_labels();
+                build_all_refs();
                 opt_changed = false;
                 walk(psect);
                 const std::string result = shape(psect);

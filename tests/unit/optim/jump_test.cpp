@@ -146,7 +146,7 @@ TEST_F(Optim, SharedTails)
             opt_plain_search = plain;
             for (op_t *op = node(psect, 0); op->op_type != 0; op = op->op_next)
                 op->op_flags |= OPF_MARK;
-            note_taken_labels();
+            build_all_refs();
             jump_walk(psect);
             shapes[plain] = shape_of(psect);
             merged += shapes[plain] != before;
