@@ -1,4 +1,4 @@
-// labels: which labels are still needed, and what can be reached at all.
+// labels: who refers to labels, which are still needed, and what can be reached at all.
 #pragma once
 
 #include "code/list.h"
